@@ -1,0 +1,62 @@
+// Continuable diagnostics and the guard around foreign code.
+//
+// `raise_exception` tells process-wide observers (a debugger, a crash reporter,
+// a test) of something that went wrong and returns to the code that raised it.
+#pragma once
+
+#include <platform/export.h>
+
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <type_traits>
+
+namespace zel::platform {
+
+/// Codes raised by the libraries of this product.
+enum class diagnostic : std::uint32_t {
+    text_report = 0x60AA0004,      ///< length of a text, its address, more by case
+    exception_report = 0x60AA0006, ///< address of the std::exception_ptr
+};
+
+using raise_arguments = std::span<const std::uintptr_t>;
+
+/// Tells every observer; a load and a branch when there are none.
+ZEL_EXPORT void raise_exception(diagnostic code, raise_arguments arguments) noexcept;
+
+/// Is told of every raise in the process for as long as the object lives.
+///
+/// Called on the raising thread, possibly on several at once, without a lock;
+/// what it throws is dropped. The destructor does not wait for running calls,
+/// so the function must own what it needs.
+class ZEL_EXPORT exception_observer {
+public:
+    using function = std::function<void(diagnostic code, raise_arguments arguments)>;
+
+    explicit exception_observer(function observer);
+    ~exception_observer();
+    exception_observer(const exception_observer&) = delete;
+    exception_observer& operator=(const exception_observer&) = delete;
+
+private:
+    std::shared_ptr<const function> observer_;
+};
+
+/// Runs the body and returns what it threw, of whatever type, or null. The
+/// forced unwinding of a thread that is cancelled or exits passes through.
+ZEL_EXPORT std::exception_ptr call_guarded(void (*body)(void* context), void* context);
+
+template <class Body>
+std::exception_ptr guarded(Body&& body) {
+    using body_type = std::remove_reference_t<Body>;
+    return call_guarded([](void* context) { (*static_cast<body_type*>(context))(); },
+                        const_cast<std::remove_const_t<body_type>*>(&body));
+}
+
+/// A type's name as written in source, from what the compiler calls it.
+ZEL_EXPORT std::string readable_type_name(const char* compiler_name);
+
+} // namespace zel::platform

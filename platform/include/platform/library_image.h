@@ -1,0 +1,38 @@
+// Images: the program and the shared libraries mapped into the process.
+#pragma once
+
+#include <platform/export.h>
+
+#include <cstdint>
+#include <string>
+
+namespace zel::platform {
+
+/// Names a mapped image; holds no reference to it.
+enum class image_handle : std::uintptr_t { none = 0 };
+
+/// The image that contains the address, `none` for an address outside of all.
+ZEL_EXPORT image_handle image_of(const void* address) noexcept;
+
+/// Absolute path of the file an image was loaded from; empty when unknown.
+ZEL_EXPORT std::string image_path(image_handle image);
+
+/// The file name of a library: "log" gives "liblog.so".
+ZEL_EXPORT std::string library_file_name(const std::string& library);
+
+struct load_result {
+    image_handle image = image_handle::none;
+    std::string failure; ///< the system's reason when the image is `none`
+};
+
+/// Maps a library and takes one reference to it. A file name without a folder
+/// is looked for where the system looks, which includes this layer's folder.
+ZEL_EXPORT load_result load_library(const std::string& file);
+
+/// Gives one reference back; the last one unmaps the library.
+ZEL_EXPORT void unload_library(image_handle image) noexcept;
+
+/// Address of an exported symbol, or null.
+ZEL_EXPORT void* find_symbol(image_handle image, const char* name) noexcept;
+
+} // namespace zel::platform

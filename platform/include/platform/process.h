@@ -1,0 +1,21 @@
+// The running process: its number, pausing a thread, what its output is.
+#pragma once
+
+#include <platform/export.h>
+#include <platform/timeout.h>
+
+#include <cstdint>
+#include <cstdio>
+
+namespace zel::platform {
+
+/// The process's number. Cached, right again after a fork.
+ZEL_EXPORT std::uint32_t process_id() noexcept;
+
+/// Pauses the calling thread. Not a cancellation point.
+ZEL_EXPORT void sleep_for(milliseconds duration) noexcept;
+
+/// Whether a person reads what is written to the stream.
+ZEL_EXPORT bool is_terminal(std::FILE* stream) noexcept;
+
+} // namespace zel::platform

@@ -1,0 +1,75 @@
+#include <platform/library_image.h>
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <link.h>
+#include <memory>
+
+namespace zel::platform {
+
+// An image is named by its link map, which the system gives for an address as
+// well as for a loaded library; it also is the handle that the loader returns.
+
+namespace {
+
+const link_map* map_of(image_handle image) noexcept {
+    return reinterpret_cast<const link_map*>(image);
+}
+
+void* handle_of(image_handle image) noexcept {
+    return reinterpret_cast<void*>(image);
+}
+
+image_handle image_from(void* handle) noexcept {
+    link_map* map = nullptr;
+    if (!handle || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0)
+        return image_handle::none;
+    return static_cast<image_handle>(reinterpret_cast<std::uintptr_t>(map));
+}
+
+} // namespace
+
+image_handle image_of(const void* address) noexcept {
+    Dl_info info{};
+    link_map* map = nullptr;
+    if (!address || dladdr1(address, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) == 0)
+        return image_handle::none;
+    return static_cast<image_handle>(reinterpret_cast<std::uintptr_t>(map));
+}
+
+std::string image_path(image_handle image) {
+    if (image == image_handle::none)
+        return {};
+    const char* const name = map_of(image)->l_name;
+    // The program itself has no name in its link map.
+    const std::filesystem::path file = (name && *name) ? name : "/proc/self/exe";
+    std::error_code failure;
+    auto path = std::filesystem::canonical(file, failure);
+    return failure ? file.string() : path.string();
+}
+
+std::string library_file_name(const std::string& library) {
+    return "lib" + library + ".so";
+}
+
+load_result load_library(const std::string& file) {
+    void* const handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!handle) {
+        const char* const reason = dlerror();
+        return {image_handle::none, reason ? reason : "unknown reason"};
+    }
+    return {image_from(handle), {}};
+}
+
+void unload_library(image_handle image) noexcept {
+    if (image != image_handle::none)
+        dlclose(handle_of(image));
+}
+
+void* find_symbol(image_handle image, const char* name) noexcept {
+    // Without an image the system would search all of them.
+    return image == image_handle::none ? nullptr : dlsym(handle_of(image), name);
+}
+
+} // namespace zel::platform

@@ -1,0 +1,35 @@
+#include "platform/src/watched_thread_test.h"
+
+#include <platform/process.h>
+
+#include <fstream>
+#include <string>
+
+namespace zel::platform {
+
+// Changes whenever the thread has run; empty while it is awake or when it is gone.
+static std::string sleep_of(thread_id thread) {
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+    bool asleep = false;
+    for (std::string line; std::getline(status, line);) {
+        asleep = asleep || line.starts_with("State:\tS");
+        if (line.starts_with("voluntary_ctxt_switches:"))
+            return asleep ? line : std::string();
+    }
+    return {};
+}
+
+bool wait_until_asleep(thread_id thread) {
+    // More than one look: a thread may doze on its way to the wait that is meant.
+    int unchanged = 0;
+    std::string before;
+    for (milliseconds waited{0}; unchanged < 5 && waited < patience; ++waited) {
+        const std::string now = sleep_of(thread);
+        unchanged = !now.empty() && now == before ? unchanged + 1 : 0;
+        before = now;
+        sleep_for(milliseconds(1));
+    }
+    return unchanged == 5;
+}
+
+} // namespace zel::platform

@@ -1,0 +1,35 @@
+// A thread of a test whose falling asleep can be waited for: tests of waits need to
+// know that a thread has begun to wait, and a pause would only make that likely.
+#pragma once
+
+#include <platform/event.h>
+
+#include <thread>
+
+namespace zel::platform {
+
+/// How long a test waits for something that must happen.
+inline constexpr milliseconds patience{10'000};
+
+/// False when the thread ends instead, or stays awake for too long.
+bool wait_until_asleep(thread_id thread);
+
+class watched_thread {
+public:
+    explicit watched_thread(auto body)
+        : thread_([this, body] {
+              id_ = this_thread_id();
+              started_.set();
+              body();
+          }) {}
+
+    bool falls_asleep() { return started_.wait(patience) && wait_until_asleep(id_); }
+    void join() { thread_.join(); }
+
+private:
+    event started_{reset_mode::manual, false};
+    thread_id id_ = no_thread;
+    std::jthread thread_;
+};
+
+} // namespace zel::platform
