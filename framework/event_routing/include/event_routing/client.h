@@ -1,0 +1,30 @@
+// The module for clients, with the versions of what they get already checked.
+//
+//     auto module = zel::event_routing::get_module();
+//     auto events = zel::event_routing::get_event_routing(*module);
+//
+// Throws zel::WrongIfcVersion when the library at hand was built for another
+// version of an interface, and whatever making the module threw.
+#pragma once
+
+#include <event_routing/event_routing.h>
+#include <event_routing/module.h>
+
+#include <framework/module_interface/version_check.h>
+#include <tasklib/keep_registered.h>
+
+namespace zel::event_routing {
+
+inline std::shared_ptr<IModule> get_module() {
+    auto module = detail::CreateModule();
+    RequireInterface(*module);
+    return module;
+}
+
+inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
+    auto service = module.GetEventRouting();
+    RequireInterface(*service);
+    return service;
+}
+
+} // namespace zel::event_routing

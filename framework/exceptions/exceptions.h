@@ -1,0 +1,64 @@
+// The exceptions of this product.
+//
+// `error` is a failure that callers may meet and report; `fatal` a broken
+// invariant. Both carry where they were thrown and a number. Exceptions that
+// steer a thread instead of reporting something (a cancelled wait) derive from
+// `special_handling` and deliberately not from std::exception, so that code
+// which contains failures lets them through.
+#pragma once
+
+#include <platform/export.h>
+
+#include <exception>
+#include <memory>
+#include <string>
+
+namespace zel::exceptions {
+
+namespace detail {
+
+class ZEL_EXPORT base : public std::exception {
+public:
+    const char* what() const noexcept override { return message_->c_str(); }
+    /// Code address right behind the throw.
+    const void* address() const noexcept { return address_; }
+    /// -1 for every exception of this library.
+    int number() const noexcept { return number_; }
+
+protected:
+    base(std::string message, const void* address)
+        : message_(std::make_shared<const std::string>(std::move(message))), address_(address) {}
+
+private:
+    std::shared_ptr<const std::string> message_; // shared, so that copying cannot throw
+    const void* address_;
+    int number_ = -1;
+};
+
+} // namespace detail
+
+// The constructors are never inlined: their return address is the place of the throw.
+
+class ZEL_EXPORT error : public detail::base {
+public:
+    [[gnu::noinline]] explicit error(std::string message)
+        : base(std::move(message), __builtin_return_address(0)) {}
+};
+
+class ZEL_EXPORT fatal : public detail::base {
+public:
+    [[gnu::noinline]] explicit fatal(std::string message)
+        : base(std::move(message), __builtin_return_address(0)) {}
+};
+
+class ZEL_EXPORT special_handling {
+public:
+    special_handling() = default;
+    special_handling(const special_handling&) = default;
+    special_handling& operator=(const special_handling&) = default;
+    virtual ~special_handling() = default;
+    /// The name under which the log shows the exception.
+    virtual const char* type_name() const noexcept = 0;
+};
+
+} // namespace zel::exceptions

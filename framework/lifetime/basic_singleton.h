@@ -1,0 +1,139 @@
+// One object per library, made by its first user and ended by the library's
+// end-of-life actions.
+//
+// The cell stands in static storage and has neither a constructor nor a
+// destructor with work in it:
+//
+//     constinit basic_singleton<registry, const_longevity_traits<201008>> cell;
+//     cell.read([](registry& r) { r.look_up(name); });
+//
+// While one thread makes the object the others wait for it. Whoever asks again
+// from inside the making gets an exception instead of waiting for itself. Once
+// the object has ended it is never made again.
+#pragma once
+
+#include "framework/exceptions/exceptions.h"
+#include "framework/lifetime/end_of_life.h"
+
+#include <platform/critical_section.h>
+#include <platform/diagnostics.h>
+#include <platform/event.h>
+
+#include <cstddef>
+#include <new>
+
+namespace zel::lifetime {
+
+class ZEL_EXPORT object_already_destroyed : public exceptions::error {
+public:
+    object_already_destroyed() : error("Object was already destroyed") {}
+};
+
+class ZEL_EXPORT object_creation_error : public exceptions::error {
+public:
+    object_creation_error() : error("Object creation failed") {}
+};
+
+template <int Longevity>
+struct const_longevity_traits {
+    static constexpr int longevity = Longevity;
+};
+
+/// The type-independent part of the cell: who makes the object, who waits.
+class singleton_cell {
+public:
+    constexpr singleton_cell() noexcept = default;
+
+protected:
+    enum class state { not_created, creating, created, failed, destroyed };
+
+    /// True for the one caller that has to make the object. Returns false once
+    /// it is there; throws what every caller gets when it is not to be had.
+    bool claim_creation();
+    void creation_succeeded() noexcept;
+    /// Null when the making ended without an exception to keep.
+    void creation_failed(std::exception_ptr failure) noexcept;
+    /// What the cell held before; afterwards nobody gets at the object.
+    state leave_for_good() noexcept;
+    void require_created() const ZEL_REQUIRES(guard_);
+
+    // Guards everything here and, while `read` runs, keeps the object.
+    // Recursive: a reader may come back to the same cell.
+    platform::critical_section guard_;
+
+private:
+    void end_creation(state reached) noexcept;
+
+    state state_ ZEL_GUARDED_BY(guard_) = state::not_created;
+    platform::thread_id creator_ ZEL_GUARDED_BY(guard_) = platform::no_thread;
+    std::exception_ptr* failure_ ZEL_GUARDED_BY(guard_) = nullptr;
+    platform::event creation_ended_{platform::reset_mode::manual, false};
+};
+
+template <class T, class Longevity>
+class basic_singleton : public singleton_cell {
+public:
+    constexpr basic_singleton() noexcept = default;
+
+    /// Runs the reader on the object, made first if need be, and returns its
+    /// result. The object does not end meanwhile, so readers must be short.
+    template <class Reader>
+    auto read(Reader&& reader) {
+        if (claim_creation())
+            create();
+        platform::scoped_lock inside(guard_);
+        require_created();
+        return reader(object());
+    }
+
+private:
+    class ending final : public end_of_life_action {
+    public:
+        explicit ending(basic_singleton& cell) noexcept
+            : end_of_life_action(Longevity::longevity), cell_(cell) {}
+        void run() override { cell_.end(); }
+
+    private:
+        basic_singleton& cell_;
+    };
+
+    void create() {
+        std::unique_ptr<end_of_life_action> action;
+        std::exception_ptr failure;
+        // Runs also when the thread is being cancelled: the others must not wait on.
+        struct finish {
+            basic_singleton& cell;
+            std::unique_ptr<end_of_life_action>& action;
+            std::exception_ptr& failure;
+            bool made = false;
+            ~finish() {
+                if (made)
+                    cell.creation_succeeded();
+                else
+                    cell.creation_failed(failure);
+                if (action)
+                    add_end_of_life_action(std::move(action));
+            }
+        } at_end{*this, action, failure};
+        failure = platform::guarded([&] {
+            action = std::make_unique<ending>(*this);
+            ::new (static_cast<void*>(storage_)) T();
+            at_end.made = true;
+        });
+    }
+
+    void end() {
+        if (leave_for_good() != state::created)
+            return;
+        // An object that refuses to end stays as it is, for those who hold parts of it.
+        if constexpr (requires { object().end(); })
+            object().end();
+        object().~T();
+    }
+
+    T& object() noexcept { return *std::launder(reinterpret_cast<T*>(storage_)); }
+
+    alignas(T) std::byte storage_[sizeof(T)] = {};
+};
+
+} // namespace zel::lifetime

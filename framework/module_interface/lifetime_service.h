@@ -1,0 +1,65 @@
+// The process-wide service that ends libraries: when one is freed, and all of
+// them when the process exits. It is the only hook for either.
+//
+// Implemented by the library `module_lifetime`; never unloaded itself.
+#pragma once
+
+#include "framework/module_interface/interface.h"
+
+#include <platform/library_image.h>
+
+#include <memory>
+
+namespace zel::mi {
+
+/// What the service may ask of an image, for as long as the image is mapped.
+struct image_hook {
+    /// Runs the end-of-life actions of the image down to a threshold.
+    void (*run_actions)(int threshold);
+    /// Whether an interface object of the image is alive.
+    bool (*has_live_objects)();
+};
+
+/// At process exit images with a smaller rank end first: users before what they use.
+enum class exit_rank : int { routing = 8, neighbour = 16 };
+
+/// Keeps an unload callback registered until it is withdrawn or destroyed.
+class ZEL_EXPORT unload_registration {
+public:
+    virtual ~unload_registration() = default;
+};
+
+class ZEL_EXPORT IModuleLifetimeService : public ModuleInterfaceBase {
+public:
+    static constexpr std::int32_t interface_version = 1;
+    virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
+
+    /// Makes an image known. The same image again changes nothing.
+    virtual void AddImage(platform::image_handle image, const image_hook& hook) = 0;
+
+    using unload_callback = void (*)();
+    /// Has the callback called when the image is about to be unloaded or the
+    /// process exits. Destroying the result withdraws it.
+    virtual std::shared_ptr<unload_registration>
+    RegisterUnloadCallback(platform::image_handle image, unload_callback callback,
+                           exit_rank rank) = 0;
+
+    /// Runs the image's unload callbacks, then its remaining actions. Returns
+    /// whether none of its objects is alive; then the image is forgotten and may
+    /// be unmapped. Never called with a lock of the loader held.
+    virtual bool EndImage(platform::image_handle image) = 0;
+};
+
+/// Loads `module_lifetime` on first use.
+IModuleLifetimeService& lifetime_service();
+
+/// Makes the image that this is linked into known to the service, so that its
+/// end-of-life actions are run. Returns the image.
+platform::image_handle announce_this_image();
+
+} // namespace zel::mi
+
+template <>
+struct zel::declared_type_name<zel::mi::IModuleLifetimeService> {
+    static std::string text() { return "class zel::mi::IModuleLifetimeService"; }
+};

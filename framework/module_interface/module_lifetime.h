@@ -1,0 +1,54 @@
+// A library's own lifetime object: how others obtain its module and learn
+// whether it is still in use.
+#pragma once
+
+#include "framework/exceptions/exceptions.h"
+#include "framework/module_interface/interface.h"
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <new>
+
+namespace zel::mi {
+
+class ZEL_EXPORT IModuleLifetime {
+public:
+    using creator = std::function<std::shared_ptr<IModule>()>;
+
+    virtual ~IModuleLifetime() = default;
+    /// Refused the second time for the same module.
+    virtual void RegisterModule(const IModule* module) = 0;
+    /// Calls the creator and returns its result.
+    virtual std::shared_ptr<IModule> GetModule(const creator& create) = 0;
+    /// Whether somebody besides the library itself holds one of its objects.
+    virtual bool IsModuleUsed() const = 0;
+};
+
+/// What every library's lifetime object does; whether its module is used
+/// elsewhere differs.
+class ModuleLifetime : public IModuleLifetime {
+public:
+    void RegisterModule(const IModule* module) override {
+        // Relaxed: only the pointer's value matters.
+        if (registered_.exchange(module, std::memory_order_relaxed) == module)
+            throw exceptions::fatal("Module is being registered for the second time");
+    }
+
+    std::shared_ptr<IModule> GetModule(const creator& create) override { return create(); }
+
+private:
+    std::atomic<const IModule*> registered_{nullptr};
+};
+
+/// A library's lifetime object as its export hands it out. It is made once and
+/// never destroyed, because it is asked for until the very end.
+template <class Lifetime>
+std::shared_ptr<IModuleLifetime> shared_lifetime() {
+    alignas(Lifetime) static std::byte storage[sizeof(Lifetime)];
+    static Lifetime* const instance = ::new (static_cast<void*>(storage)) Lifetime();
+    return {std::shared_ptr<void>(), instance};
+}
+
+} // namespace zel::mi
