@@ -1,0 +1,32 @@
+#include "generic/tasklib/src/tasks/reg_cookie.h"
+
+#include "framework/log/log_area.h"
+
+namespace zel::tasklib {
+
+namespace {
+
+constexpr log::log_area tasks_log("tasks");
+constinit log::source_position release_failed(__FILE__, 10);
+
+class action_cookie final : public keep_registered {
+public:
+    explicit action_cookie(std::function<void()> action) : action_(std::move(action)) {}
+    ~action_cookie() override {
+        if (const auto failure = platform::guarded(action_))
+            tasks_log.report_handler_failure(release_failed, failure, [] {
+                return std::string("zel::tasklib::make_reg_cookie: release failed.");
+            });
+    }
+
+private:
+    std::function<void()> action_;
+};
+
+} // namespace
+
+std::shared_ptr<keep_registered> make_reg_cookie(std::function<void()> action) {
+    return std::make_shared<action_cookie>(std::move(action));
+}
+
+} // namespace zel::tasklib

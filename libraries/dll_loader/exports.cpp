@@ -1,0 +1,7 @@
+#include "libraries/dll_loader/dll_loader_impl.h"
+
+extern "C" ZEL_EXPORT zel::mi::IDllLoader* GetDllLoader() {
+    // Never destroyed: libraries are given back until the process is gone.
+    static auto* const loader = new zel::mi::DllLoaderImpl;
+    return loader;
+}

@@ -1,0 +1,26 @@
+#include "libraries/log/exception_text.h"
+
+#include "framework/exceptions/exceptions.h"
+
+#include <platform/library_image.h>
+
+#include <fmt/format.h>
+
+namespace zel::log {
+
+std::string exception_text(const std::exception_ptr& exception) {
+    try {
+        std::rethrow_exception(exception);
+    } catch (const exceptions::detail::base& e) {
+        return fmt::format("{} (thrown at {} in {}, number {})", e.what(), e.address(),
+                           platform::image_path(platform::image_of(e.address())), e.number());
+    } catch (const std::exception& e) {
+        return e.what();
+    } catch (const exceptions::special_handling& e) {
+        return fmt::format("Exception: {}", e.type_name());
+    } catch (...) {
+        return "Exception: Unknown";
+    }
+}
+
+} // namespace zel::log

@@ -1,0 +1,36 @@
+#include "framework/lifetime/basic_singleton.h"
+#include "framework/module_interface/module_wrapper.h"
+#include "libraries/log/log_module_impl.h"
+
+namespace zel::log::detail {
+
+ZEL_EXPORT std::shared_ptr<mi::IModuleLifetime> GetModuleLifetimeObject();
+ZEL_EXPORT std::shared_ptr<ILogModule> CreateLogModule();
+
+namespace {
+
+using wrapper = mi::ModuleWrapper<LogModuleImpl, ILogModule, &GetModuleLifetimeObject,
+                                  mi::exit_rank::neighbour>;
+constinit lifetime::basic_singleton<wrapper, lifetime::const_longevity_traits<201008>> module;
+
+class log_lifetime final : public mi::ModuleLifetime {
+public:
+    bool IsModuleUsed() const override {
+        // The singleton holds one reference; a sink's subscription is an object too.
+        return module.read([](const wrapper& w) {
+            return w.module().use_count() > 1 || mi::live_objects::current().objects > 1;
+        });
+    }
+};
+
+} // namespace
+
+std::shared_ptr<mi::IModuleLifetime> GetModuleLifetimeObject() {
+    return mi::shared_lifetime<log_lifetime>();
+}
+
+std::shared_ptr<ILogModule> CreateLogModule() {
+    return module.read([](const wrapper& w) { return w.module(); });
+}
+
+} // namespace zel::log::detail
