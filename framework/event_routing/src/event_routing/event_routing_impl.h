@@ -1,0 +1,74 @@
+// The event routing service.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/routing_map.h"
+
+#include <event_routing/event_routing.h>
+
+namespace zel::event_routing::impl {
+
+struct EventRoutingNodeFunction {
+    synchronous_event_part synchronous_part;
+    asynchronous_event_part asynchronous_part;
+};
+
+struct EventRoutingNodeAdditionalData {
+    std::shared_ptr<tasklib::task_queue_ifc> queue;
+};
+
+using event_routing_node = RoutingMapNode<EventRoutingNodeFunction, EventRoutingNodeAdditionalData>;
+
+class EventRouting : public IEventRouting {};
+
+class EventRoutingImpl final : public EventRouting,
+                               public std::enable_shared_from_this<EventRoutingImpl> {
+public:
+    EventRoutingImpl();
+
+    std::shared_ptr<tasklib::task_queue_ifc> CreateTaskQueue() override;
+    void BroadcastEvent(const std::string& paths, const event_data& data,
+                        const routing_parameters& parameters,
+                        const std::shared_ptr<tasklib::keep_registered>& keep) override;
+    void BroadcastCumulativeEvent(threading::universal_timeout delay, const std::string& path,
+                                  const event_data& data, const routing_parameters& parameters,
+                                  const std::shared_ptr<tasklib::keep_registered>& keep) override;
+    std::shared_ptr<tasklib::keep_registered>
+    RegisterEventHandler(const std::shared_ptr<tasklib::task_queue_ifc>& queue,
+                         const std::string& path, const synchronous_event_part& synchronous_part,
+                         const asynchronous_event_part& asynchronous_part,
+                         const std::string& description) override;
+    std::vector<std::pair<std::string, std::string>> GetEventHandlers() override;
+    std::shared_ptr<tasklib::keep_registered>
+    RegisterMonitorHandler(event_monitor monitor) override;
+    bool EndAndWaitForHandlers() override;
+
+    /// Run by the cookie of a handler.
+    void Unregister(event_routing_node::registration position);
+
+private:
+    void collect(std::string_view path, event_routing_node::collected_handlers& found);
+
+    threading::recursive_shared_mutex routing_lock_; // guards the map
+    const std::shared_ptr<event_routing_node> map_;
+};
+
+} // namespace zel::event_routing::impl
+
+template <>
+struct zel::declared_type_name<zel::event_routing::impl::EventRoutingNodeFunction> {
+    static std::string text() {
+        return "struct zel::event_routing::impl::EventRoutingNodeFunction";
+    }
+};
+
+template <>
+struct zel::declared_type_name<zel::event_routing::impl::EventRoutingNodeAdditionalData> {
+    static std::string text() {
+        return "struct zel::event_routing::impl::EventRoutingNodeAdditionalData";
+    }
+};
+
+template <>
+struct zel::declared_type_name<zel::event_routing::impl::EventRoutingImpl> {
+    static std::string text() { return "class zel::event_routing::impl::EventRoutingImpl"; }
+};

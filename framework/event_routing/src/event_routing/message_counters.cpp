@@ -1,0 +1,32 @@
+#include "framework/event_routing/src/event_routing/message_counters.h"
+
+#include <atomic>
+
+namespace zel::event_routing::impl {
+
+namespace {
+
+// Relaxed: only the numbers themselves must differ.
+constinit std::atomic<std::uint32_t> events{0};
+constinit std::atomic<std::uint32_t> requests{0};
+constinit std::atomic<std::uint32_t> snowballs{0};
+
+std::uint32_t next(std::atomic<std::uint32_t>& counter) noexcept {
+    return counter.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+} // namespace
+
+std::uint32_t next_event_message_id() noexcept {
+    return next(events);
+}
+
+std::uint32_t next_request_message_id() noexcept {
+    return next(requests);
+}
+
+std::uint32_t next_snowball_message_id() noexcept {
+    return next(snowballs);
+}
+
+} // namespace zel::event_routing::impl

@@ -1,0 +1,14 @@
+// Numbers of the messages that monitors are told of. Shared by the module, which
+// hands numbers out, and the services, which number messages themselves.
+#pragma once
+
+#include <cstdint>
+
+namespace zel::event_routing::impl {
+
+/// Each returns the next number of its kind, from 1, and wraps after 4294967295.
+std::uint32_t next_event_message_id() noexcept;
+std::uint32_t next_request_message_id() noexcept;
+std::uint32_t next_snowball_message_id() noexcept;
+
+} // namespace zel::event_routing::impl

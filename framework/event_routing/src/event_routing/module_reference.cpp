@@ -1,0 +1,74 @@
+#include "framework/event_routing/src/event_routing/module_reference.h"
+
+#include "framework/event_routing/src/event_routing/message_counters.h"
+#include "framework/event_routing/src/event_routing/not_yet_available.h"
+#include "framework/event_routing/src/event_routing/parameter_bytes.h"
+
+#include <stdexcept>
+
+namespace zel::event_routing::impl {
+
+std::string unique_name(std::string_view base, std::uint32_t number) {
+    constexpr std::string_view fixed_text = "ADD3D808-347A-4DF5-B2E8-C234DA07DCEC-";
+    if (base.size() + fixed_text.size() > longest_bytes)
+        throw std::length_error("string too long");
+    std::string name;
+    name.reserve(base.size() + fixed_text.size() + 10);
+    name.append(base).append(fixed_text).append(std::to_string(number));
+    return name;
+}
+
+ThisModule::ThisModule() : event_routing_(std::make_shared<EventRoutingImpl>()) {}
+
+const mi::LibraryDescriptor& ThisModule::GetLibraryDescriptor() const {
+    static const mi::LibraryDescriptor descriptor;
+    return descriptor;
+}
+
+std::shared_ptr<IEventRouting> ThisModule::GetEventRouting() {
+    return event_routing_;
+}
+
+std::shared_ptr<IEventRouting> ThisModule::GetNamedEventRouting(const std::string&) {
+    not_yet_available("zel::event_routing::IModule::GetNamedEventRouting");
+}
+
+std::shared_ptr<IRequestRouting> ThisModule::GetRequestRouting() {
+    not_yet_available("zel::event_routing::IModule::GetRequestRouting");
+}
+
+std::shared_ptr<ISnowballRouting> ThisModule::GetSnowballRouting() {
+    not_yet_available("zel::event_routing::IModule::GetSnowballRouting");
+}
+
+std::shared_ptr<IInWndProcHandling> ThisModule::GetInWndProcHandling(platform::window_handle) {
+    not_yet_available("zel::event_routing::IModule::GetInWndProcHandling");
+}
+
+std::vector<std::uint8_t>
+ThisModule::SerializeRoutingParameters(const routing_parameters& parameters) {
+    return parameters_to_bytes(parameters);
+}
+
+routing_parameters ThisModule::DeserializeRoutingParameters(const std::uint8_t* data,
+                                                            std::size_t size) {
+    return parameters_from_bytes({data, size});
+}
+
+std::string ThisModule::CreateUniqueName(const std::string& base) {
+    return unique_name(base, unique_names_.fetch_add(1, std::memory_order_relaxed) + 1);
+}
+
+std::uint32_t ThisModule::NextEventMessageId() {
+    return next_event_message_id();
+}
+
+std::uint32_t ThisModule::NextRequestMessageId() {
+    return next_request_message_id();
+}
+
+std::uint32_t ThisModule::NextSnowballMessageId() {
+    return next_snowball_message_id();
+}
+
+} // namespace zel::event_routing::impl

@@ -1,0 +1,108 @@
+// Registration cookies of the routing services.
+//
+// A cookie holds its service strongly and takes its handler out of the routing
+// map when it is destroyed. The order of locks, for all services: the routing
+// lock first and only for the unlinking, then, with it given back, the handler's
+// own lock to wait for running calls (retirable.h). A slow handler thus delays
+// the release of its own cookie only.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/routing_map.h"
+#include "framework/threading/recursive_shared_mutex.h"
+
+#include <platform/diagnostics.h>
+#include <tasklib/keep_registered.h>
+
+#include <memory>
+#include <string>
+
+namespace zel::event_routing::impl {
+
+/// Logs what kept a cookie from unregistering.
+void report_unregistration_failure(const std::exception_ptr& failure,
+                                   const std::string& cookie_type);
+
+class KeepRegisteredWithDescr : public tasklib::keep_registered {
+public:
+    /// For diagnostics: registration path, ", ", the registrant's description.
+    const std::string& description() const noexcept { return description_; }
+
+protected:
+    explicit KeepRegisteredWithDescr(std::string description)
+        : description_(std::move(description)) {}
+
+private:
+    std::string description_;
+};
+
+/// The cookie of a handler in a map of `Node`s; `Owner` offers `Unregister`.
+template <class Owner, class Node>
+class KeepRegistered final : public KeepRegisteredWithDescr {
+public:
+    using registration = typename Node::registration;
+
+    KeepRegistered(std::shared_ptr<Owner> owner, registration position, std::string description)
+        : KeepRegisteredWithDescr(std::move(description)), owner_(std::move(owner)),
+          registration_(position) {}
+
+    ~KeepRegistered() override {
+        try {
+            owner_->Unregister(registration_);
+        } catch (const std::exception&) {
+            report_unregistration_failure(std::current_exception(), own_type_name());
+        }
+    }
+
+private:
+    static std::string own_type_name();
+
+    std::shared_ptr<Owner> owner_;
+    registration registration_;
+};
+
+// The position type in the name is that of a linked list of the map's items.
+template <class Owner, class Node>
+std::string KeepRegistered<Owner, Node>::own_type_name() {
+    const std::string item = type_name<Node>() + "::function_container_item";
+    const std::string list = template_type_name(
+        "class std::list", {item, template_type_name("class std::allocator", {item})});
+    const std::string position = template_type_name(
+        "class std::_List_iterator",
+        {template_type_name("class std::_List_val",
+                            {template_type_name("struct std::_List_simple_types", {item})})});
+    return template_type_name(
+        "zel::event_routing::impl::KeepRegistered",
+        {type_name<Owner>(), template_type_name("struct std::pair", {list + " *", position})});
+}
+
+/// Puts a handler into the map and returns its cookie; with an exception nothing
+/// stays behind. The caller holds the routing lock exclusively.
+template <class Owner, class Node, class Function, class AdditionalData>
+std::shared_ptr<tasklib::keep_registered>
+register_handler(Owner& owner, Node& root, const std::string& path, Function function,
+                 AdditionalData additional_data, const std::string& description) {
+    auto self = owner.shared_from_this();
+    const auto position =
+        root.InsertHandler(path, std::move(function), std::move(additional_data), description);
+    try {
+        return std::make_shared<KeepRegistered<Owner, Node>>(std::move(self), position,
+                                                             path + ", " + description);
+    } catch (...) {
+        Node::RemoveHandler(position);
+        throw;
+    }
+}
+
+/// Takes a handler out of its map and lets its callable go.
+template <class Node>
+void unregister_handler(threading::recursive_shared_mutex& routing_lock,
+                        typename Node::registration position) {
+    typename Node::function_container_item removed;
+    {
+        threading::exclusive_lock_guard map_is_mine(routing_lock);
+        removed = Node::RemoveHandler(position);
+    }
+    removed.record->retire(std::move(removed.function));
+}
+
+} // namespace zel::event_routing::impl

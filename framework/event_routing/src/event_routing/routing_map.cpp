@@ -1,0 +1,37 @@
+#include "framework/event_routing/src/event_routing/routing_map.h"
+
+#include "framework/event_routing/src/event_routing/debugging.h"
+#include "framework/event_routing/src/event_routing/registration.h"
+#include "framework/exceptions/exceptions.h"
+
+namespace zel::event_routing::impl {
+
+namespace {
+
+constinit log::source_position unregistration_failed(__FILE__, 313);
+
+} // namespace
+
+std::string join_path(std::string prefix, std::string_view subnode) {
+    if (!prefix.empty())
+        prefix += '.';
+    prefix += subnode;
+    return prefix;
+}
+
+registration_path::registration_path(std::string_view path)
+    : exact(path != "*" && !path.ends_with(".*")), at_root(path == "*"), node(path) {
+    const auto asterisk = path.find('*');
+    if (asterisk != std::string_view::npos && (exact || asterisk + 1 < path.size()))
+        throw exceptions::error("Wildcards are not supported except '*' as a last subnode.");
+    if (!exact && !at_root)
+        node.remove_suffix(2);
+}
+
+void report_unregistration_failure(const std::exception_ptr& failure,
+                                   const std::string& cookie_type) {
+    routing_log.report_handler_failure(unregistration_failed, failure,
+                                       [&] { return cookie_type + "::~KeepRegistered"; });
+}
+
+} // namespace zel::event_routing::impl

@@ -1,0 +1,116 @@
+#include "framework/event_routing/src/event_routing/routing_map.h"
+
+#include "framework/exceptions/exceptions.h"
+
+#include <gtest/gtest.h>
+
+namespace zel::event_routing::impl {
+namespace {
+
+struct nothing {};
+using node = RoutingMapNode<int, nothing>;
+
+class RoutingMap : public testing::Test {
+protected:
+    // The description tells the handlers apart.
+    node::registration add(const std::string& path, const std::string& description) {
+        return map.InsertHandler(path, 0, {}, description);
+    }
+    node::registration add(const std::string& path) { return add(path, path); }
+
+    std::string matches(const std::string& path) const {
+        node::collected_handlers found;
+        map.CollectHandlers(path, found);
+        std::string text;
+        for (const auto& [handler, level] : found)
+            text += (text.empty() ? "" : " ") + handler->description + ":" + std::to_string(level);
+        return text;
+    }
+
+    std::string listing() const {
+        std::string text;
+        for (const auto& [path, description] : map.CollectAllHandlers())
+            text += "[" + path + " " + description + "]";
+        return text;
+    }
+
+    node map;
+};
+
+TEST_F(RoutingMap, MatchesFromTheMostSpecificRegistrationToTheRoot) {
+    add("*");
+    add("a.*", "first");
+    add("a.b");
+    add("a.*", "second");
+    add("a.b.*");
+    EXPECT_EQ(matches("a.b"), "a.b:2 first:1 second:1 *:0");
+    EXPECT_EQ(matches("a.b.d"), "a.b.*:2 first:1 second:1 *:0");
+    EXPECT_EQ(matches("a.x"), "first:1 second:1 *:0");
+    EXPECT_EQ(matches("a"), "*:0") << "a wildcard does not match its own node";
+    EXPECT_EQ(matches("A.b"), "*:0") << "comparison is case-sensitive";
+    EXPECT_EQ(matches("a.*"), "first:1 second:1 *:0") << "a routed asterisk is an ordinary name";
+}
+
+TEST_F(RoutingMap, TreatsEmptySubnodesAsSubnodes) {
+    add("a.b");
+    add("", "empty");
+    add(".*", "below empty");
+    add("*", "root");
+    EXPECT_EQ(matches("a..b"), "root:0");
+    EXPECT_EQ(matches("a.b."), "root:0");
+    EXPECT_EQ(matches(".a.b"), "below empty:1 root:0");
+    EXPECT_EQ(matches(""), "empty:1 root:0");
+    EXPECT_EQ(matches("."), "below empty:1 root:0");
+}
+
+TEST_F(RoutingMap, RefusesAnAsteriskAnywhereButAsTheLastSubnode) {
+    for (const char* const path : {"a.*.", "a*", "a.b*", "*.a", "a.*.b", "**", "a.**", "*.*"}) {
+        try {
+            add(path);
+            FAIL() << path;
+        } catch (const exceptions::error& refusal) {
+            EXPECT_STREQ(refusal.what(),
+                         "Wildcards are not supported except '*' as a last subnode.");
+        }
+    }
+    EXPECT_EQ(listing(), "");
+}
+
+TEST_F(RoutingMap, ListsNodesInByteOrderOwnHandlersFirst) {
+    add("a.c");
+    add("a");
+    add("a.*");
+    add("B");
+    add("*");
+    add(".a", "hidden prefix");
+    add("\xC3\xA4");
+    EXPECT_EQ(listing(), "[* *][a hidden prefix][B B][a a][a.* a.*][a.c a.c][\xC3\xA4 \xC3\xA4]");
+}
+
+TEST_F(RoutingMap, KeepsOrderAndNodesWhenHandlersGo) {
+    add("a", "1");
+    const auto second = add("a", "2");
+    add("a", "3");
+    const auto deep = add("a.b.d", "deep");
+    node::RemoveHandler(second);
+    EXPECT_EQ(node::RemoveHandler(deep).record->description, "deep");
+    EXPECT_EQ(matches("a"), "1:1 3:1");
+    EXPECT_EQ(listing(), "[a 1][a 3]");
+    add("a.b.d", "again");
+    EXPECT_EQ(matches("a.b.d"), "again:3");
+}
+
+TEST_F(RoutingMap, HandlesManyChildrenAndVeryDeepPaths) {
+    for (int i = 0; i < 1000; ++i)
+        add("n.c" + std::to_string(i));
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ(matches("n.c" + std::to_string(i)), "n.c" + std::to_string(i) + ":2");
+
+    std::string deep(300'000, '.'); // a stack frame per subnode would overflow
+    add(deep, "deep");
+    EXPECT_EQ(matches(deep), "deep:300001");
+    EXPECT_EQ(map.CollectAllHandlers().size(), 1001u);
+}
+
+} // namespace
+} // namespace zel::event_routing::impl
