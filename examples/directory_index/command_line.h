@@ -1,0 +1,20 @@
+// What the user asked for.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace directory_index {
+
+extern const char* const usage;
+
+struct command_line {
+    bool help = false;
+    std::string folder;
+    std::string complaint; ///< empty when the rest is to be done
+
+    /// `arguments` without the program's name.
+    static command_line parse(const std::vector<std::string>& arguments);
+};
+
+} // namespace directory_index

@@ -1,0 +1,119 @@
+#!/usr/bin/env bash
+# directory_index_test.sh PROGRAM
+#
+# Runs the program on small trees made for the purpose and compares what it prints.
+# shellcheck disable=SC2016 # what stands in '' is for the shells started with it
+set -euo pipefail
+
+program=$1
+scratch=$(mktemp -d)
+trap 'chmod -R u+rwx "$scratch"; rm -rf "$scratch"' EXIT
+chmod 755 "$scratch" # another user walks in it below
+cd "$scratch"
+failures=0
+
+fail() {
+    echo "FAILED: $*" >&2
+    failures=$((failures + 1))
+}
+
+# check NAME EXIT_CODE COMMAND...: compares both streams with the text on stdin. A
+# program that hangs (opening a fifo, following a loop) is ended.
+check() {
+    local name=$1 expected_code=$2 code=0
+    shift 2
+    cat >expected
+    (cd tree && timeout -k 5 30 "$@") >printed 2>&1 </dev/null || code=$?
+    ((code == expected_code)) || fail "$name: ended with $code instead of $expected_code"
+    diff -u expected printed >&2 || fail "$name: other output"
+}
+
+# refused MESSAGE ARGUMENTS...
+refused() { check "$1" 2 "$program" "${@:2}" <<<"directory_index: $1"; }
+
+mkdir -p tree/sub/deep
+(
+    cd tree
+    printf 'a\nb\nc\n' >one.txt
+    printf 'no newline' >'sub/with space.TXT'
+    printf '#\n\n' >$'sub/line\nbreak.md'
+    : >empty.c
+    printf 12345 | tee .bashrc >README
+    printf 1234 | tee 'sub/star.*' >'sub/semi.a;b'
+    truncate -s 1023 sub/ends.with.
+    truncate -s 1048575 $'sub/deep/\e[31m\\\xff\xc2\x9b\xc3\xa9.GZ'
+    truncate -s 5G sub/deep/a.bin
+    truncate -s 1536 sub/deep/c.bin sub/deep/b.bin
+    ln -s .. sub/loop
+    ln -s ../one.txt sub/link.txt
+    ln -s nowhere dangling.txt
+    mkfifo pipe.txt
+)
+check "mixed tree" 0 "$program" . <<'TEXT'
+       Files         Size         Lines  Extension
+           3      5.0 GiB             -  bin
+           1      1.0 MiB             -  gz
+           3      1.0 KiB             -  (none)
+           2         16 B             4  txt
+           1          4 B             -  *
+           1          4 B             -  a_b
+           1          3 B             2  md
+           1          0 B             0  c
+
+Largest files
+     5.0 GiB  ./sub/deep/a.bin
+     1.0 MiB  ./sub/deep/\x1b[31m\\\xff\xc2\x9bé.GZ
+     1.5 KiB  ./sub/deep/b.bin
+     1.5 KiB  ./sub/deep/c.bin
+      1023 B  ./sub/ends.with.
+        10 B  ./sub/with space.TXT
+         6 B  ./one.txt
+         5 B  ./.bashrc
+         5 B  ./README
+         4 B  ./sub/semi.a;b
+
+Total: 13 files, 5.0 GiB (5,369,761,827 bytes)
+
+Text: 6 lines in 4 files
+TEXT
+
+rm -r tree && mkdir tree tree/empty && ln -s tree linked
+check "empty folder through a link" 0 "$program" ../linked <<<'Total: 0 files, 0 B (0 bytes)'
+
+for extension in {a..w} txt; do echo x >"tree/f.$extension"; done
+check "many extensions" 0 bash -c '"$1" . | sed -n "21,22p"' bash "$program" <<'TEXT'
+           1          2 B             -  t
+           4          8 B             1  (others)
+TEXT
+check "full disk" 1 bash -c '"$1" . >/dev/full' bash "$program" \
+    <<<'directory_index: The report cannot be written: No space left on device'
+
+refused "DIR is missing; --help shows the usage"
+refused "unknown option '--size'; --help shows the usage" --size .
+refused "one DIR at a time, and 'b' is a second; --help shows the usage" . b
+refused "'no\\nwhere': No such file or directory" $'no\nwhere'
+refused "'-x': No such file or directory" -- -x
+refused "'f.a': Not a directory" f.a
+"$program" --help | grep -q '^usage: directory_index ' || fail "--help: no usage or not exit code 0"
+
+mkdir bin && cp "$program" bin && cp -R "$(dirname "$program")/../lib" lib && rm lib/libzel_log.so
+check "missing neighbour" 1 ../bin/directory_index . <<<"directory_index: The library zel_log could\
+ not be loaded: libzel_log.so: cannot open shared object file: No such file or directory"
+
+# Permissions mean nothing to root.
+as_other=(); ((EUID != 0)) || as_other=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+rm -r tree && mkdir -p tree/{closed,no_entry} && touch tree/{secret.txt,no_entry/file,open.c}
+chmod 000 tree/secret.txt tree/closed && chmod 444 tree/no_entry
+if ! "${as_other[@]}" test -x "$program"; then
+    echo "skipped unreadable files: another user cannot run $program" >&2
+else
+    check "unreadable DIR" 2 "${as_other[@]}" "$program" closed \
+        <<<"directory_index: 'closed': Permission denied"
+    check "unreadable files" 0 "${as_other[@]}" "$program" . < <(
+        printf '%12s%13s%14s  %s\n' Files Size Lines Extension 1 '0 B' 0 c
+        printf '\nLargest files\n%12s  ./open.c\n\nTotal: 1 file, 0 B (0 bytes), 3 unreadable\n' '0 B'
+        printf '\nText: 0 lines in 1 file\n\nUnreadable\n'
+        printf '  ./%s: Permission denied\n' closed no_entry/file secret.txt
+    )
+fi
+exit $((failures > 0))

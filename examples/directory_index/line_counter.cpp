@@ -1,0 +1,105 @@
+// Counts the lines of text files and broadcasts each count.
+//
+// Registered for each extension by itself: a file of another kind never gets here.
+// Broadcasts from inside its handler, so whoever shows lines gets them before the
+// file's own broadcast has reached the less specific registrations.
+#include "examples/directory_index/components.h"
+#include "examples/directory_index/paths.h"
+#include "examples/directory_index/report_text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <system_error>
+
+namespace directory_index {
+
+namespace {
+
+constexpr std::array text_extensions = {
+    "adoc", "awk", "bash", "c",     "cc",  "cfg",  "cmake", "conf", "cpp", "cs",  "css",
+    "csv",  "cxx", "go",   "h",     "hh",  "hpp",  "htm",   "html", "hxx", "in",  "inc",
+    "ini",  "inl", "ipp",  "java",  "js",  "json", "kt",    "log",  "lua", "m4",  "md",
+    "mk",   "pas", "php",  "pl",    "pm",  "po",   "proto", "ps1",  "py",  "pyi", "rb",
+    "rs",   "rst", "s",    "scala", "sed", "sh",   "sql",   "svg",  "tcl", "tex", "toml",
+    "ts",   "tsv", "txt",  "vim",   "xml", "yaml", "yml",
+};
+
+struct close_file {
+    void operator()(std::FILE* stream) const { std::fclose(stream); }
+};
+
+// A last line counts even if no newline ends it.
+std::int64_t count_lines(const std::string& file) {
+    errno = 0;
+    const std::unique_ptr<std::FILE, close_file> stream(std::fopen(file.c_str(), "rb"));
+    std::int64_t lines = 0;
+    char last = '\n';
+    std::array<char, 64 * 1024> buffer;
+    while (stream) {
+        const std::size_t length = std::fread(buffer.data(), 1, buffer.size(), stream.get());
+        if (length == 0)
+            break;
+        lines += std::count(buffer.data(), buffer.data() + length, '\n');
+        last = buffer[length - 1];
+    }
+    if (!stream || std::ferror(stream.get()))
+        throw std::system_error(errno, std::generic_category());
+    return last == '\n' ? lines : lines + 1;
+}
+
+class line_counter final : public component {
+public:
+    explicit line_counter(IEventRouting& events) : events_(events) {
+        for (const std::string extension : text_extensions)
+            cookies_.push_back(events.RegisterEventHandler(
+                nullptr, paths::found + extension,
+                [this, extension](const std::string&, const event_data&,
+                                  const routing_parameters& about) {
+                    count(extension, about.at(parameter::path).text);
+                    return true;
+                },
+                nullptr, "line counter"));
+    }
+
+    std::string report() const override {
+        if (files_ == 0)
+            return {};
+        return fmt::format("Text: {} in {}\n", counted(lines_, "line"), counted(files_, "file"));
+    }
+
+private:
+    void count(const std::string& extension, const std::string& file) {
+        routing_parameters parameters;
+        parameters[parameter::path] = file;
+        std::string path = paths::lines + extension;
+        try {
+            const std::int64_t lines = count_lines(file);
+            lines_ += lines;
+            ++files_;
+            parameters[parameter::lines] = lines;
+        } catch (const std::system_error& failure) {
+            path = paths::unreadable;
+            parameters[parameter::reason] = failure.code().message();
+        }
+        events_.BroadcastEvent(path, nullptr, parameters, nullptr);
+    }
+
+    IEventRouting& events_;
+    std::int64_t lines_ = 0;
+    std::int64_t files_ = 0;
+    cookies cookies_;
+};
+
+} // namespace
+
+std::unique_ptr<component> make_line_counter(IEventRouting& events) {
+    return std::make_unique<line_counter>(events);
+}
+
+} // namespace directory_index

@@ -1,0 +1,77 @@
+// Shows on a terminal that a long walk goes on.
+#include "examples/directory_index/components.h"
+#include "examples/directory_index/paths.h"
+#include "examples/directory_index/report_text.h"
+
+#include <platform/process.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+namespace directory_index {
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+constexpr auto patience = std::chrono::seconds(1);
+constexpr auto pause = std::chrono::milliseconds(100);
+
+class progress final : public component {
+public:
+    explicit progress(IEventRouting& events) {
+        if (!zel::platform::is_terminal(stderr))
+            return;
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::any_file,
+            [this](const std::string&, const event_data&, const routing_parameters&) {
+                ++events_;
+                if (clock::now() >= next_)
+                    show();
+                return true;
+            },
+            nullptr, "progress"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::walk_ended,
+            [this](const std::string&, const event_data&, const routing_parameters&) {
+                erase();
+                return true;
+            },
+            nullptr, "progress: end"));
+    }
+
+    // A walk that an exception ends does not say so.
+    ~progress() override { erase(); }
+
+    std::string report() const override { return {}; }
+
+private:
+    void show() {
+        const std::string text = counted(events_, "file") + " so far";
+        std::fprintf(stderr, "\r%s", text.c_str());
+        std::fflush(stderr);
+        shown_ = text.size(); // never shorter than the text before
+        next_ = clock::now() + pause;
+    }
+
+    void erase() {
+        if (shown_ > 0)
+            std::fprintf(stderr, "\r%*s\r", static_cast<int>(shown_), "");
+        shown_ = 0;
+    }
+
+    clock::time_point next_ = clock::now() + patience;
+    std::int64_t events_ = 0;
+    std::size_t shown_ = 0;
+    cookies cookies_;
+};
+
+} // namespace
+
+std::unique_ptr<component> make_progress(IEventRouting& events) {
+    return std::make_unique<progress>(events);
+}
+
+} // namespace directory_index

@@ -1,0 +1,95 @@
+#include "examples/directory_index/report_text.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cstddef>
+
+namespace directory_index {
+
+namespace {
+
+bool is_continuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// Bytes of the UTF-8 character at the beginning, 0 when there is none.
+std::size_t character_length(std::string_view text) {
+    const auto lead = static_cast<unsigned char>(text.front());
+    const std::size_t length = lead < 0x80   ? 1
+                               : lead < 0xC2 ? 0
+                               : lead < 0xE0 ? 2
+                               : lead < 0xF0 ? 3
+                               : lead < 0xF5 ? 4
+                                             : 0;
+    if (length > text.size())
+        return 0;
+    for (std::size_t i = 1; i < length; ++i)
+        if (!is_continuation(text[i]))
+            return 0;
+    return length;
+}
+
+bool is_control(std::string_view character) {
+    const auto first = static_cast<unsigned char>(character[0]);
+    if (character.size() == 1)
+        return first < 0x20 || first == 0x7F;
+    // U+0080 to U+009F: terminals take some of them for the start of a command.
+    return first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
+}
+
+std::string escaped(char c) {
+    switch (c) {
+    case '\n':
+        return "\\n";
+    case '\t':
+        return "\\t";
+    case '\\':
+        return "\\\\";
+    default:
+        return fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    }
+}
+
+} // namespace
+
+std::string grouped(std::int64_t number) {
+    std::string digits = std::to_string(number);
+    for (auto place = static_cast<std::ptrdiff_t>(digits.size()) - 3; place > 0; place -= 3)
+        digits.insert(static_cast<std::size_t>(place), 1, ',');
+    return digits;
+}
+
+std::string counted(std::int64_t number, std::string_view noun) {
+    return fmt::format("{} {}{}", grouped(number), noun, number == 1 ? "" : "s");
+}
+
+std::string readable_size(std::int64_t bytes) {
+    constexpr std::array units = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    if (bytes < 1024)
+        return fmt::format("{} B", bytes);
+    double value = static_cast<double>(bytes) / 1024;
+    std::size_t unit = 0;
+    // From here on one decimal would show 1024.0.
+    for (; value >= 1023.95 && unit + 1 < units.size(); ++unit)
+        value /= 1024;
+    return fmt::format("{:.1f} {}", value, units[unit]);
+}
+
+std::string printable(std::string_view name) {
+    std::string shown;
+    shown.reserve(name.size());
+    while (!name.empty()) {
+        const std::size_t length = character_length(name);
+        const std::string_view character = name.substr(0, length == 0 ? 1 : length);
+        if (length == 0 || is_control(character) || character == "\\")
+            for (const char c : character)
+                shown += escaped(c);
+        else
+            shown += character;
+        name.remove_prefix(character.size());
+    }
+    return shown;
+}
+
+} // namespace directory_index

@@ -1,0 +1,46 @@
+// What could not be read, and why.
+#include "examples/directory_index/components.h"
+#include "examples/directory_index/paths.h"
+#include "examples/directory_index/report_text.h"
+
+#include <fmt/format.h>
+
+#include <map>
+
+namespace directory_index {
+
+namespace {
+
+class unreadable_files final : public component {
+public:
+    explicit unreadable_files(IEventRouting& events) {
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::unreadable,
+            [this](const std::string&, const event_data&, const routing_parameters& about) {
+                reasons_.emplace(about.at(parameter::path).text, about.at(parameter::reason).text);
+                return true;
+            },
+            nullptr, "unreadable files"));
+    }
+
+    std::string report() const override {
+        if (reasons_.empty())
+            return {};
+        std::string text = "Unreadable\n";
+        for (const auto& [path, reason] : reasons_)
+            text += fmt::format("  {}: {}\n", printable(path), reason);
+        return text;
+    }
+
+private:
+    std::map<std::string, std::string> reasons_;
+    cookies cookies_;
+};
+
+} // namespace
+
+std::unique_ptr<component> make_unreadable_files(IEventRouting& events) {
+    return std::make_unique<unreadable_files>(events);
+}
+
+} // namespace directory_index

@@ -1,0 +1,87 @@
+// Loads the routing library through the loader, frees it and looks whether it is
+// really gone. Not linked with the library, or it could never be.
+#include <event_routing/event_routing.h>
+#include <event_routing/module.h>
+#include <framework/module_interface/loader.h>
+#include <framework/module_interface/version_check.h>
+#include <tasklib/keep_registered.h>
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+using namespace zel;
+using namespace zel::event_routing;
+
+bool is_mapped() {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);)
+        if (line.find("/libevent_routing.so") != std::string::npos)
+            return true;
+    return false;
+}
+
+class Unload : public testing::Test {
+protected:
+    void load() {
+        image = mi::loader().load_dll("event_routing", mi::implementation_address());
+        const auto create =
+            reinterpret_cast<IModule* (*)()>(platform::find_symbol(image, "CreateModuleRaw"));
+        ASSERT_NE(create, nullptr);
+        module = create();
+        RequireInterface(*module);
+    }
+    bool free() { return mi::loader().free_dll(image); }
+
+    // Loads the log as well, runs handlers, lets one fail.
+    void use() {
+        const auto events = module->GetEventRouting();
+        int calls = 0;
+        const auto cookie = events->RegisterEventHandler(
+            nullptr, "a",
+            [&](auto&&...) -> bool {
+                ++calls;
+                throw calls;
+            },
+            nullptr, "fails");
+        testing::internal::CaptureStderr();
+        events->BroadcastEvent("a", nullptr, {}, nullptr);
+        EXPECT_NE(testing::internal::GetCapturedStderr().find("throws exception!"),
+                  std::string::npos);
+        EXPECT_EQ(calls, 1);
+    }
+
+    platform::image_handle image = platform::image_handle::none;
+    IModule* module = nullptr;
+};
+
+TEST_F(Unload, LeavesTheAddressSpaceAndCanBeLoadedAgain) {
+    for (int round = 0; round < 3; ++round) {
+        load();
+        EXPECT_EQ(module->CreateUniqueName(""), "ADD3D808-347A-4DF5-B2E8-C234DA07DCEC-1")
+            << "a freshly loaded library starts from the beginning";
+        use();
+        load(); // a second reference
+        EXPECT_FALSE(free());
+        EXPECT_TRUE(is_mapped());
+        EXPECT_TRUE(free());
+        EXPECT_FALSE(is_mapped());
+    }
+}
+
+TEST_F(Unload, KeepsItsCodeWhileAnObjectIsAlive) {
+    load();
+    auto events = module->GetEventRouting();
+    EXPECT_FALSE(free());
+    EXPECT_TRUE(is_mapped());
+    events->RegisterEventHandler(nullptr, "a", nullptr, nullptr, "still works");
+    events.reset();
+    image = mi::loader().load_dll("event_routing", nullptr);
+    EXPECT_TRUE(free());
+    EXPECT_FALSE(is_mapped());
+    EXPECT_THROW(free(), std::exception) << "freed once too often";
+}
+
+} // namespace

@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# What a client is told when a neighbouring library is missing, damaged or of
+# another version: neighbours_test.sh PROGRAM LIBRARY_FOLDER WRONG_LOG
+set -euo pipefail
+
+program=$1 libraries=$2 wrong_log=$3
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+fresh_copy() {
+    rm -rf "$scratch/lib"
+    mkdir "$scratch/lib"
+    cp -P "$libraries"/lib{event_routing,zel_*}.so* "$scratch/lib"
+}
+
+expect() {
+    local said
+    said=$(LD_LIBRARY_PATH=$scratch/lib "$program" 2>&1) || { echo "exit $?: $said"; exit 1; }
+    local line
+    for line in "$@"; do
+        [[ $said == *"$line"* ]] || { printf 'expected: %s\nsaid:\n%s\n' "$line" "$said"; exit 1; }
+    done
+}
+
+fresh_copy
+expect "0 handlers
+0 handlers"
+
+rm "$scratch/lib/libzel_module_lifetime.so"
+missing="The library zel_module_lifetime could not be loaded: libzel_module_lifetime.so: cannot open shared object file"
+expect "$missing" "
+$missing" # to every caller
+
+fresh_copy
+echo damaged >"$scratch/lib/libzel_log.so"
+expect "The library zel_log could not be loaded: $scratch/lib/libzel_log.so: " "0 handlers"
+
+fresh_copy
+cp "$wrong_log" "$scratch/lib/libzel_log.so"
+expect "Wrong interface version implemented.
+Module: $scratch/lib/libevent_routing.so" "	Interface: class zel::log::ILogModule
+	Version: 1
+Module: $scratch/lib/libzel_log.so" "	Implementation: zel::log::detail::(anonymous namespace)::wrong_log
+	Version: 2" "0 handlers"
