@@ -1,0 +1,82 @@
+# What `cmake --install` puts where, and how a user's build finds it:
+# find_package(event_routing) with the target event_routing::event_routing, or
+# the pkg-config module event_routing.
+
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+# The number counts the generations of the interface: a later one can be installed
+# beside this one.
+set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/event_routing-1)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/event_routing)
+
+# The last three are loaded when first used and never linked; they are installed
+# because the library does not run without them.
+set(installed_targets
+    event_routing
+    event_routing_client
+    zel_platform
+    zel_dll_loader
+    zel_log
+    zel_module_lifetime)
+
+# Users compile our headers with their own options.
+target_compile_features(event_routing INTERFACE cxx_std_20)
+
+foreach(target IN LISTS installed_targets)
+    # A static library hands its private dependencies on to whoever links it;
+    # our own compile options are none of the user's business.
+    get_target_property(links ${target} INTERFACE_LINK_LIBRARIES)
+    if(links)
+        list(FILTER links EXCLUDE REGEX "project_options")
+        set_target_properties(${target} PROPERTIES INTERFACE_LINK_LIBRARIES "${links}")
+    endif()
+    # Folders of the checkout mean nothing to a user of the installed package.
+    get_target_property(folders ${target} INTERFACE_INCLUDE_DIRECTORIES)
+    if(folders)
+        list(TRANSFORM folders REPLACE "^(${PROJECT_SOURCE_DIR}.*)$" "$<BUILD_INTERFACE:\\1>")
+        set_target_properties(${target} PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "${folders}")
+    endif()
+endforeach()
+
+install(TARGETS ${installed_targets}
+    EXPORT event_routing-targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${header_dir})
+
+function(install_headers folder destination)
+    install(DIRECTORY ${folder}/
+        DESTINATION ${header_dir}/${destination}
+        FILES_MATCHING PATTERN "*.h"
+        PATTERN "*_test.h" EXCLUDE
+        PATTERN "src" EXCLUDE)
+endfunction()
+
+install_headers(platform/include/platform platform)
+install_headers(generic/tasklib/include/tasklib tasklib)
+install_headers(framework/event_routing/include/event_routing event_routing)
+foreach(subject exceptions lifetime log module_interface serialization text threading)
+    install_headers(framework/${subject} framework/${subject})
+endforeach()
+
+install(EXPORT event_routing-targets
+    NAMESPACE event_routing::
+    DESTINATION ${package_dir})
+configure_package_config_file(
+    cmake/event_routing-config.cmake.in
+    ${PROJECT_BINARY_DIR}/event_routing-config.cmake
+    INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(
+    ${PROJECT_BINARY_DIR}/event_routing-config-version.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/event_routing-config.cmake
+    ${PROJECT_BINARY_DIR}/event_routing-config-version.cmake
+    DESTINATION ${package_dir})
+
+# Relative to the .pc file, so that an installed tree can be moved.
+string(REGEX REPLACE "[^/]+" ".." pkg_config_prefix ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+configure_file(cmake/event_routing.pc.in ${PROJECT_BINARY_DIR}/event_routing.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/event_routing.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

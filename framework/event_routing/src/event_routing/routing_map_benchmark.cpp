@@ -1,0 +1,95 @@
+#include "framework/event_routing/src/event_routing/event_routing_impl.h"
+
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <cmath>
+#include <unordered_map>
+
+namespace {
+
+using zel::event_routing::impl::event_routing_node;
+
+// Registered paths are spread evenly over four levels.
+std::string four_level_path(int number, int registered) {
+    const int fan_out = static_cast<int>(std::ceil(std::pow(registered, 0.25)));
+    std::string path;
+    for (const char* const level : {"subsystem", "component", "object", "change"}) {
+        if (!path.empty())
+            path += '.';
+        path += level + std::to_string(number % fan_out);
+        number /= fan_out;
+    }
+    return path;
+}
+
+void add(event_routing_node& map, const std::string& path) {
+    map.InsertHandler(path, {}, {}, "handler");
+}
+
+// One subnode after the other off the end, each with a wildcard handler.
+void add_on_every_level(event_routing_node& map, std::string path) {
+    add(map, path);
+    for (auto dot = path.rfind('.'); dot != std::string::npos; dot = path.rfind('.')) {
+        path.resize(dot);
+        add(map, path + ".*");
+    }
+}
+
+void collect_many(benchmark::State& state, const event_routing_node& map, const std::string& path) {
+    for (auto _ : state) {
+        std::array<std::byte, 1024> buffer;
+        std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
+        event_routing_node::collected_handlers found(&memory);
+        map.CollectHandlers(path, found);
+        benchmark::DoNotOptimize(found.data());
+    }
+}
+
+void unordered_map_find(benchmark::State& state) {
+    const int registered = static_cast<int>(state.range(0));
+    std::unordered_map<std::string, int> map;
+    for (int i = 0; i < registered; ++i)
+        map.emplace(four_level_path(i, registered), i);
+    const std::string path = four_level_path(registered / 2, registered);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(map.find(path));
+}
+BENCHMARK(unordered_map_find)
+    ->Name("unordered_map_find")
+    ->ArgName("registered")
+    ->Arg(1'000)
+    ->Arg(10'000)
+    ->Arg(100'000);
+
+void collect(benchmark::State& state) {
+    const int registered = static_cast<int>(state.range(0));
+    event_routing_node map;
+    const int hot = registered / 2;
+    for (int i = 0; i < registered; ++i)
+        if (i != hot)
+            add(map, four_level_path(i, registered));
+    add_on_every_level(map, four_level_path(hot, registered));
+    collect_many(state, map, four_level_path(hot, registered));
+}
+BENCHMARK(collect)->Name("collect")->ArgName("registered")->Arg(1'000)->Arg(10'000)->Arg(100'000);
+
+void collect_at_depth(benchmark::State& state) {
+    event_routing_node map;
+    std::string path = "subnode";
+    for (int depth = 1; depth < state.range(0); ++depth)
+        path += ".subnode";
+    add(map, path);
+    collect_many(state, map, path);
+}
+BENCHMARK(collect_at_depth)->Name("collect")->ArgName("depth")->Arg(1)->Arg(2)->Arg(4)->Arg(8);
+
+void collect_handlers(benchmark::State& state) {
+    event_routing_node map;
+    for (int i = 0; i < state.range(0); ++i)
+        add(map, "a.b.c.d");
+    collect_many(state, map, "a.b.c.d");
+}
+BENCHMARK(collect_handlers)->Name("collect")->ArgName("handlers")->Arg(1)->Arg(4)->Arg(100);
+
+} // namespace

@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# install_test.sh BUILD_FOLDER COMPILER
+#
+# Installs the build, moves the installed tree away, and builds and runs an
+# outside program against it, once through find_package and once through
+# pkg-config. Also compiles every installed header: one that includes a header
+# left behind in the checkout would break only at the user's.
+set -euo pipefail
+
+build=$1
+compiler=$2
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+fail() {
+    echo "install_test: $*" >&2
+    exit 1
+}
+
+expect_output() {
+    local way=$1 output
+    shift
+    output=$("$@") || fail "the program built through $way ended with $?"
+    [[ $output == "handled a.b" ]] || fail "the program built through $way printed: $output"
+}
+
+# Moved, so that a path into the first place shows as a failure.
+cmake --install "$build" --prefix "$scratch/first_place" >"$scratch/install.log" ||
+    { cat "$scratch/install.log" >&2; fail "cmake --install failed"; }
+prefix=$scratch/moved
+mv "$scratch/first_place" "$prefix"
+
+pc_file=$(find "$prefix" -name event_routing.pc)
+libraries=$(dirname "$(dirname "$pc_file")")
+export PKG_CONFIG_PATH=$libraries/pkgconfig
+unset LD_LIBRARY_PATH
+read -ra cflags <<<"$(pkg-config --cflags event_routing)"
+read -ra libs <<<"$(pkg-config --libs event_routing)"
+
+(cd "$prefix"/include/event_routing-* && find . -name '*.h' -printf '#include <%P>\n' | sort) \
+    >"$scratch/all_headers.cpp"
+[[ -s $scratch/all_headers.cpp ]] || fail "no headers were installed"
+"$compiler" "${cflags[@]}" -fsyntax-only "$scratch/all_headers.cpp" ||
+    fail "an installed header does not compile"
+
+cmake -S "$here" -B "$scratch/cmake_build" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+    -DCMAKE_PREFIX_PATH="$prefix" >"$scratch/configure.log" 2>&1 ||
+    { cat "$scratch/configure.log" >&2; fail "find_package failed"; }
+cmake --build "$scratch/cmake_build"
+expect_output find_package "$scratch/cmake_build/install_test"
+
+"$compiler" "${cflags[@]}" "$here/main.cpp" "${libs[@]}" -o "$scratch/pkg_config_program"
+expect_output pkg-config env LD_LIBRARY_PATH="$libraries" "$scratch/pkg_config_program"
