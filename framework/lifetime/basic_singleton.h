@@ -47,6 +47,7 @@ public:
 protected:
     enum class state { not_created, creating, created, failed, destroyed };
 
+    bool is_created() const ZEL_REQUIRES(guard_) { return state_ == state::created; }
     /// True for the one caller that has to make the object. Returns false once
     /// it is there; throws what every caller gets when it is not to be had.
     bool claim_creation();
@@ -55,13 +56,13 @@ protected:
     void creation_failed(std::exception_ptr failure) noexcept;
     /// What the cell held before; afterwards nobody gets at the object.
     state leave_for_good() noexcept;
-    void require_created() const ZEL_REQUIRES(guard_);
 
     // Guards everything here and, while `read` runs, keeps the object.
     // Recursive: a reader may come back to the same cell.
     platform::critical_section guard_;
 
 private:
+    void require_created() const ZEL_REQUIRES(guard_);
     void end_creation(state reached) noexcept;
 
     state state_ ZEL_GUARDED_BY(guard_) = state::not_created;
@@ -79,11 +80,15 @@ public:
     /// result. The object does not end meanwhile, so readers must be short.
     template <class Reader>
     auto read(Reader&& reader) {
-        if (claim_creation())
-            create();
-        platform::scoped_lock inside(guard_);
-        require_created();
-        return reader(object());
+        for (;;) {
+            {
+                platform::scoped_lock inside(guard_);
+                if (is_created())
+                    return reader(object());
+            }
+            if (claim_creation())
+                create();
+        }
     }
 
 private:

@@ -43,8 +43,8 @@ struct record {
 };
 
 /// Receives records. Called on the thread that writes, on several at once. It may
-/// log and route itself; what it throws reaches the writer only where no failure
-/// is being reported.
+/// log and route itself. What it throws keeps no other sink from the record, and
+/// reaches the writer only where no failure is being reported.
 class ZEL_EXPORT ILogSink {
 public:
     virtual ~ILogSink() = default;

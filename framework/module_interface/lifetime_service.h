@@ -44,9 +44,10 @@ public:
     RegisterUnloadCallback(platform::image_handle image, unload_callback callback,
                            exit_rank rank) = 0;
 
-    /// Runs the image's unload callbacks, then its remaining actions. Returns
-    /// whether none of its objects is alive; then the image is forgotten and may
-    /// be unmapped. Never called with a lock of the loader held.
+    /// Runs the image's unload callbacks, then its remaining actions. True when
+    /// none of its objects is alive: then the image is forgotten and may be
+    /// unmapped. Always false while the process exits. Never called with a lock
+    /// of the loader held.
     virtual bool EndImage(platform::image_handle image) = 0;
 };
 

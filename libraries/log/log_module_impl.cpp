@@ -3,6 +3,8 @@
 #include "libraries/log/exception_text.h"
 #include "libraries/log/standard_error_sink.h"
 
+#include <platform/diagnostics.h>
+
 #include <algorithm>
 #include <stdexcept>
 #include <string>

@@ -97,9 +97,11 @@ std::optional<image_hook> LifetimeServiceImpl::run_actions(platform::image_handl
 
 bool LifetimeServiceImpl::EndImage(platform::image_handle image) {
     const auto hook = run_actions(image);
-    if (hook && hook->has_live_objects())
-        return false;
+    const bool in_use = hook && hook->has_live_objects();
     platform::scoped_lock inside(guard_);
+    // Threads still run while the process exits; their code stays.
+    if (in_use || process_ends_)
+        return false;
     std::erase_if(images_, [&](const auto& known) { return known.image == image; });
     return true;
 }
@@ -120,6 +122,10 @@ std::optional<platform::image_handle> LifetimeServiceImpl::next_to_end_at_exit()
 }
 
 void LifetimeServiceImpl::end_process() {
+    {
+        platform::scoped_lock inside(guard_);
+        process_ends_ = true;
+    }
     while (const auto image = next_to_end_at_exit())
         run_actions(*image);
 }

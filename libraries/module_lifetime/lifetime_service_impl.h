@@ -48,6 +48,7 @@ private:
     platform::critical_section guard_;
     std::vector<image_entry> images_ ZEL_GUARDED_BY(guard_);
     std::uint64_t last_number_ ZEL_GUARDED_BY(guard_) = 0;
+    bool process_ends_ ZEL_GUARDED_BY(guard_) = false;
 };
 
 } // namespace zel::mi

@@ -1,18 +1,15 @@
 #include "generic/tasklib/src/tasks/reg_cookie.h"
 
 #include "framework/exceptions/exceptions.h"
-#include "platform/src/watched_thread_test.h"
 #include "tests/support/log_capture.h"
 
-#include <functional>
 #include <gtest/gtest.h>
-#include <memory>
 #include <stdexcept>
-#include <string>
-
-namespace zel::tasklib {
+#include <thread>
 
 namespace {
+
+using zel::tasklib::make_reg_cookie;
 
 TEST(MakeRegCookie, RunsItsActionOnceWhenTheLastReferenceGoes) {
     int runs = 0;
@@ -21,15 +18,14 @@ TEST(MakeRegCookie, RunsItsActionOnceWhenTheLastReferenceGoes) {
     auto second = cookie;
     cookie.reset();
     EXPECT_EQ(runs, 0);
-    platform::watched_thread([&] { second.reset(); }).join();
+    std::jthread([&] { second.reset(); }).join();
     EXPECT_EQ(runs, 1);
     EXPECT_EQ(captured.use_count(), 1);
 }
 
 TEST(MakeRegCookie, LogsWhatItsActionThrows) {
-    const auto expect_logged = [](std::function<void()> action, int severity,
-                                  const std::string& failure) {
-        const test::log_capture log;
+    const auto expect_logged = [](std::function<void()> action, int severity, auto failure) {
+        const zel::test::log_capture log;
         make_reg_cookie(std::move(action));
         const auto lines = log.lines();
         ASSERT_EQ(lines.size(), 1U);
@@ -37,13 +33,11 @@ TEST(MakeRegCookie, LogsWhatItsActionThrows) {
         EXPECT_EQ(lines[0].source_id, "BC598065");
         EXPECT_EQ(lines[0].number, 10);
         EXPECT_EQ(lines[0].severity, severity);
-        EXPECT_NE(lines[0].text.find("\n" + failure), std::string::npos) << lines[0].text;
+        EXPECT_NE(lines[0].text.find(failure), std::string::npos) << lines[0].text;
     };
-    expect_logged([] { throw std::runtime_error("gone"); }, 7, "gone");
-    expect_logged([] { throw 5; }, 7, "Exception: Unknown");
-    expect_logged([] { throw exceptions::fatal("broken"); }, 8, "broken (thrown at ");
+    expect_logged([] { throw std::runtime_error("gone"); }, 7, "\ngone");
+    expect_logged([] { throw 5; }, 7, "\nException: Unknown");
+    expect_logged([] { throw zel::exceptions::fatal("broken"); }, 8, "\nbroken (thrown at ");
 }
 
 } // namespace
-
-} // namespace zel::tasklib
