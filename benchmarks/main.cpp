@@ -50,6 +50,8 @@ private:
 
 class ratio_reporter : public benchmark::ConsoleReporter {
 public:
+    ratio_reporter() : ConsoleReporter(OO_Tabular) {} // no colours in files
+
     /// Shows the median of the repetitions and remembers the fastest.
     void ReportRuns(const std::vector<Run>& runs) override {
         std::vector<Run> shown;

@@ -19,6 +19,10 @@ namespace detail {
 
 class ZEL_EXPORT base : public std::exception {
 public:
+    // Copied also where it could be moved, so that none is left without its text.
+    base(const base&) = default;
+    base& operator=(const base&) = default;
+
     const char* what() const noexcept override { return message_->c_str(); }
     /// Code address right behind the throw.
     const void* address() const noexcept { return address_; }
@@ -37,12 +41,16 @@ private:
 
 } // namespace detail
 
-// The constructors are never inlined: their return address is the place of the throw.
+// Public constructors, those of derived classes too, are never inlined: their
+// return address is the place of the throw.
 
 class ZEL_EXPORT error : public detail::base {
 public:
     [[gnu::noinline]] explicit error(std::string message)
         : base(std::move(message), __builtin_return_address(0)) {}
+
+protected:
+    error(std::string message, const void* address) : base(std::move(message), address) {}
 };
 
 class ZEL_EXPORT fatal : public detail::base {
@@ -60,5 +68,18 @@ public:
     /// The name under which the log shows the exception.
     virtual const char* type_name() const noexcept = 0;
 };
+
+/// What the log would call an exception in one word or one sentence.
+inline std::string brief_text(const std::exception_ptr& failure) {
+    try {
+        std::rethrow_exception(failure);
+    } catch (const std::exception& e) {
+        return e.what();
+    } catch (const special_handling& e) {
+        return std::string("Exception: ") + e.type_name();
+    } catch (...) {
+        return "Exception: Unknown";
+    }
+}
 
 } // namespace zel::exceptions

@@ -21,17 +21,21 @@
 
 #include <cstddef>
 #include <new>
+#include <optional>
+#include <utility>
 
 namespace zel::lifetime {
 
 class ZEL_EXPORT object_already_destroyed : public exceptions::error {
 public:
-    object_already_destroyed() : error("Object was already destroyed") {}
+    [[gnu::noinline]] object_already_destroyed()
+        : error("Object was already destroyed", __builtin_return_address(0)) {}
 };
 
 class ZEL_EXPORT object_creation_error : public exceptions::error {
 public:
-    object_creation_error() : error("Object creation failed") {}
+    [[gnu::noinline]] object_creation_error()
+        : error("Object creation failed", __builtin_return_address(0)) {}
 };
 
 template <int Longevity>
@@ -91,11 +95,20 @@ public:
         }
     }
 
+    /// The same for an object that is there; makes none and throws nothing itself.
+    template <class Reader>
+    auto read_if_created(Reader&& reader) -> std::optional<decltype(reader(std::declval<T&>()))> {
+        platform::scoped_lock inside(guard_);
+        if (!is_created())
+            return std::nullopt;
+        return reader(object());
+    }
+
 private:
     class ending final : public end_of_life_action {
     public:
-        explicit ending(basic_singleton& cell) noexcept
-            : end_of_life_action(Longevity::longevity), cell_(cell) {}
+        ending(basic_singleton& cell, int longevity) noexcept
+            : end_of_life_action(longevity), cell_(cell) {}
         void run() override { cell_.end(); }
 
     private:
@@ -112,16 +125,19 @@ private:
             std::exception_ptr& failure;
             bool made = false;
             ~finish() {
-                if (made)
+                if (made) {
                     cell.creation_succeeded();
-                else
+                } else {
                     cell.creation_failed(failure);
+                    // The failure stays for every later caller, to the very end.
+                    action.reset(new (std::nothrow) ending(cell, everything));
+                }
                 if (action)
                     add_end_of_life_action(std::move(action));
             }
         } at_end{*this, action, failure};
         failure = platform::guarded([&] {
-            action = std::make_unique<ending>(*this);
+            action = std::make_unique<ending>(*this, Longevity::longevity);
             ::new (static_cast<void*>(storage_)) T();
             at_end.made = true;
         });

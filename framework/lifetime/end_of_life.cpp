@@ -1,5 +1,6 @@
 #include "framework/lifetime/end_of_life.h"
 
+#include <platform/cancellation.h>
 #include <platform/critical_section.h>
 #include <platform/diagnostics.h>
 
@@ -69,6 +70,7 @@ void report(const std::exception* failure) noexcept {
 }
 
 void run(end_of_life_action& action) {
+    const platform::no_cancellation to_the_end;
     const std::exception_ptr foreign = platform::guarded([&] {
         try {
             action.run();

@@ -26,6 +26,7 @@ public:
     end_of_life_action& operator=(const end_of_life_action&) = delete;
 
     /// What it throws is reported to the diagnostic observers; the run goes on.
+    /// The thread is not cancelled meanwhile.
     virtual void run() = 0;
     int longevity() const noexcept { return longevity_; }
 

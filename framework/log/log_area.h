@@ -10,6 +10,7 @@
 #include "framework/log/log_module.h"
 #include "framework/log/source_position.h"
 
+#include <platform/cancellation.h>
 #include <platform/diagnostics.h>
 
 #include <string>
@@ -31,6 +32,7 @@ public:
     template <class MakeText>
     void report(int severity, source_position& position, const std::exception_ptr& failure,
                 MakeText&& make_text) const {
+        const platform::no_cancellation to_the_end;
         platform::guarded([&] {
             if (const auto log = wanted(severity))
                 hand_over(*log, severity, position, make_text(), failure);

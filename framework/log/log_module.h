@@ -42,12 +42,15 @@ struct record {
     std::exception_ptr exception; ///< null when none is attached
 };
 
-/// Receives records. Called on the thread that writes, on several at once. It may
-/// log and route itself. What it throws keeps no other sink from the record, and
+/// Receives records; a counted object like every interface, so that the library
+/// it lives in stays mapped while the log feeds it. Called on the thread that writes, on several at
+/// once. It may log and route itself. What it throws keeps no other sink from the record, and
 /// reaches the writer only where no failure is being reported.
-class ZEL_EXPORT ILogSink {
+class ZEL_EXPORT ILogSink : public InterfaceBase {
 public:
-    virtual ~ILogSink() = default;
+    static constexpr std::int32_t interface_version = 1;
+    virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
+
     virtual void Write(const record& entry) = 0;
 };
 

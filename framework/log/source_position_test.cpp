@@ -15,6 +15,7 @@ std::string identifier(std::string_view path) {
 TEST(SourcePosition, IsNamedByTheHashOfItsLoweredPath) {
     EXPECT_EQ(identifier("event_routing/platform/src/event.cpp"), "DDFF5BED");
     EXPECT_EQ(identifier("event_routing/Platform/SRC/Event.CPP"), "DDFF5BED");
+    EXPECT_EQ(identifier("event_routing/A@Z["), identifier("event_routing/a@z["));
     EXPECT_EQ(identifier("event_routing/"), "D41D8CD9");
     EXPECT_NO_THROW(identifier(__FILE__)) << "as the compiler is told to write it";
 

@@ -20,7 +20,8 @@ struct image_hook {
     bool (*has_live_objects)();
 };
 
-/// At process exit images with a smaller rank end first: users before what they use.
+/// At process exit images with a smaller rank end first: users before what they
+/// use. Images that never registered a callback, programs for instance, come first.
 enum class exit_rank : int { routing = 8, neighbour = 16 };
 
 /// Keeps an unload callback registered until it is withdrawn or destroyed.
@@ -34,7 +35,7 @@ public:
     static constexpr std::int32_t interface_version = 1;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
-    /// Makes an image known. The same image again changes nothing.
+    /// Makes an image known, once or again.
     virtual void AddImage(platform::image_handle image, const image_hook& hook) = 0;
 
     using unload_callback = void (*)();

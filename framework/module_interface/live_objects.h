@@ -1,7 +1,9 @@
 // How many objects of this library are alive.
 //
 // Each shared library has its own counts. They tell when a library may be
-// unmapped, and let the last module wait a moment for stragglers.
+// unmapped, and let the last module wait a moment for stragglers. An object counts
+// itself out a few instructions before its destructor returns: who frees a library
+// must not race with threads that still release its objects.
 #pragma once
 
 #include <cstdint>

@@ -7,11 +7,14 @@
 
 namespace zel::mi {
 
-/// Loads a library by its name ("zel_log") or, with a folder in it, by its path,
-/// and takes one reference. A name is looked for beside the image that contains
-/// `caller`, then where the system looks. Throws exceptions::error naming the
+/// The file that a library stands for: its name ("zel_log") is looked for beside
+/// the image that contains `caller`, else left for the system to find; a path is
+/// itself.
+std::string library_file(const std::string& library, const void* caller);
+
+/// Loads that file and takes one reference. Throws exceptions::error naming the
 /// library and the system's reason.
-platform::image_handle load_library(const std::string& library, const void* caller);
+platform::load_result load_library(const std::string& library, const std::string& file);
 
 /// Address of an export; throws exceptions::error naming library and symbol.
 void* required_symbol(platform::image_handle image, const char* symbol);

@@ -20,9 +20,11 @@ public:
     /// naming the library and the system's reason.
     virtual platform::image_handle load_dll(const std::string& library, const void* caller) = 0;
 
-    /// Gives a reference back. The last one ends the library: its unload
-    /// callbacks and remaining end-of-life actions run, and it is unmapped unless
-    /// one of its objects is alive. True when it was unmapped. Throws
+    /// Gives a reference back. The last one ends a library that load_dll had
+    /// mapped: its unload callbacks and remaining end-of-life actions run, and it
+    /// is unmapped unless one of its objects is alive. True when it was unmapped.
+    /// A library that was there before, linked for instance, is left alone. While
+    /// a library ends, loading it waits on other threads. Throws
     /// exceptions::error for an image that load_dll did not return.
     virtual bool free_dll(platform::image_handle image) = 0;
 };

@@ -42,6 +42,12 @@ private:
     std::atomic<const IModule*> registered_{nullptr};
 };
 
+/// Of a library that stays for the life of the process: everybody uses it.
+class ResidentLifetime final : public ModuleLifetime {
+public:
+    bool IsModuleUsed() const override { return true; }
+};
+
 /// A library's lifetime object as its export hands it out. It is made once and
 /// never destroyed, because it is asked for until the very end.
 template <class Lifetime>

@@ -8,7 +8,10 @@
 #include "framework/module_interface/module_lifetime.h"
 #include "framework/module_interface/version_check.h"
 
+#include <platform/diagnostics.h>
+
 #include <memory>
+#include <string>
 
 namespace zel::mi {
 
@@ -19,41 +22,59 @@ struct neighbour_names {
     const char* lifetime_object;
 };
 
+/// One reference to a library, taken and given back through the loader.
+class loaded_library {
+public:
+    explicit loaded_library(const std::string& library)
+        : image_(loader().load_dll(library, implementation_address())) {}
+    ~loaded_library() { loader().free_dll(image_); }
+    loaded_library(const loaded_library&) = delete;
+    loaded_library& operator=(const loaded_library&) = delete;
+
+    template <class Function>
+    Function* function(const char* symbol) const {
+        return reinterpret_cast<Function*>(required_symbol(image_, symbol));
+    }
+
+private:
+    platform::image_handle image_;
+};
+
 /// Loads the library and checks its module when made; gives the library back when
 /// it ends. Holds the module weakly: the neighbour may end before its users.
 template <class Interface>
 class neighbour_module {
 public:
-    explicit neighbour_module(const neighbour_names& names)
-        : image_(loader().load_dll(names.library, implementation_address())) {
-        try {
-            announce_this_image(); // so that this object gets its end
-            using create_function = std::shared_ptr<Interface> (*)();
-            using lifetime_function = std::shared_ptr<IModuleLifetime> (*)();
-            const auto create =
-                reinterpret_cast<create_function>(required_symbol(image_, names.create_module));
-            const auto lifetime =
-                reinterpret_cast<lifetime_function>(required_symbol(image_, names.lifetime_object));
-            const auto module = std::static_pointer_cast<Interface>(lifetime()->GetModule(create));
-            RequireInterface(*module);
-            module_ = module;
-        } catch (const std::exception&) {
-            loader().free_dll(image_);
-            throw;
-        }
+    explicit neighbour_module(const neighbour_names& names) : library_(names.library) {
+        announce_this_image(); // so that this object gets its end
+        const auto module = obtain(names);
+        RequireInterface(*module);
+        module_ = module;
     }
-    ~neighbour_module() {
-        module_.reset(); // its bookkeeping is code of the neighbour
-        loader().free_dll(image_);
-    }
-    neighbour_module(const neighbour_module&) = delete;
-    neighbour_module& operator=(const neighbour_module&) = delete;
 
     /// Null when the neighbour has ended.
     std::shared_ptr<Interface> lock() const noexcept { return module_.lock(); }
 
 private:
-    platform::image_handle image_;
+    std::shared_ptr<Interface> obtain(const neighbour_names& names) const {
+        const auto create = library_.function<std::shared_ptr<Interface>()>(names.create_module);
+        const auto lifetime =
+            library_.function<std::shared_ptr<IModuleLifetime>()>(names.lifetime_object);
+        std::shared_ptr<Interface> module;
+        std::string reason = "it gave no module";
+        // An exception of the neighbour is code of the neighbour: only its text
+        // may outlive the library.
+        if (const auto failure = platform::guarded([&] {
+                module = std::static_pointer_cast<Interface>(lifetime()->GetModule(create));
+            }))
+            reason = exceptions::brief_text(failure);
+        if (!module)
+            throw exceptions::error("The library " + std::string(names.library) +
+                                    " could not be used: " + reason);
+        return module;
+    }
+
+    loaded_library library_; // outlives the reference below, whose code is in it
     std::weak_ptr<Interface> module_;
 };
 

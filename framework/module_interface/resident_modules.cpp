@@ -12,11 +12,17 @@ namespace {
 
 template <class Interface>
 Interface& resident_module(const std::string& library, const char* getter) {
-    const auto image = load_library(library, implementation_address());
-    const auto get = reinterpret_cast<Interface* (*)()>(required_symbol(image, getter));
-    Interface& module = *get();
-    RequireInterface(module);
-    return module;
+    const auto file = library_file(library, implementation_address());
+    const auto image = load_library(library, file).image;
+    try {
+        const auto get = reinterpret_cast<Interface* (*)()>(required_symbol(image, getter));
+        Interface& module = *get();
+        RequireInterface(module);
+        return module;
+    } catch (const exceptions::error&) {
+        platform::unload_library(image); // asked for again, it is loaded again
+        throw;
+    }
 }
 
 } // namespace

@@ -30,7 +30,7 @@ std::string version_text(const std::string& interface_name, std::int32_t expecte
 WrongIfcVersion::WrongIfcVersion(const std::string& interface_name, std::int32_t expected,
                                  std::int32_t found, const std::type_info& implementation,
                                  const void* implementation_address)
-    : error(version_text(interface_name, expected, found, implementation, implementation_address)) {
-}
+    : error(version_text(interface_name, expected, found, implementation, implementation_address),
+            __builtin_return_address(0)) {}
 
 } // namespace zel

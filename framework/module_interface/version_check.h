@@ -13,8 +13,9 @@ namespace zel {
 /// names both libraries, the interface and both versions.
 class ZEL_EXPORT WrongIfcVersion : public exceptions::error {
 public:
-    WrongIfcVersion(const std::string& interface_name, std::int32_t expected, std::int32_t found,
-                    const std::type_info& implementation, const void* implementation_address);
+    [[gnu::noinline]] WrongIfcVersion(const std::string& interface_name, std::int32_t expected,
+                                      std::int32_t found, const std::type_info& implementation,
+                                      const void* implementation_address);
 };
 
 namespace detail {

@@ -7,8 +7,8 @@
 // behind it, while those that already hold the lock shared may take more.
 //
 // Holds belong to threads, not to guards, and are given back by the thread that
-// took them. A thread must not end while it holds the lock. Waiting is no
-// cancellation point.
+// took them. A thread must not end, nor a child of a fork go on, with a hold.
+// Waiting is no cancellation point.
 #pragma once
 
 #include <platform/critical_section.h>

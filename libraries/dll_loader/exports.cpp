@@ -1,3 +1,4 @@
+#include "framework/module_interface/module_lifetime.h"
 #include "libraries/dll_loader/dll_loader_impl.h"
 
 extern "C" ZEL_EXPORT zel::mi::IDllLoader* GetDllLoader() {
@@ -5,3 +6,11 @@ extern "C" ZEL_EXPORT zel::mi::IDllLoader* GetDllLoader() {
     static auto* const loader = new zel::mi::DllLoaderImpl;
     return loader;
 }
+
+namespace zel::dll_loader::detail {
+
+ZEL_EXPORT std::shared_ptr<mi::IModuleLifetime> GetModuleLifetimeObject() {
+    return mi::shared_lifetime<mi::ResidentLifetime>();
+}
+
+} // namespace zel::dll_loader::detail

@@ -14,12 +14,8 @@ std::string exception_text(const std::exception_ptr& exception) {
     } catch (const exceptions::detail::base& e) {
         return fmt::format("{} (thrown at {} in {}, number {})", e.what(), e.address(),
                            platform::image_path(platform::image_of(e.address())), e.number());
-    } catch (const std::exception& e) {
-        return e.what();
-    } catch (const exceptions::special_handling& e) {
-        return fmt::format("Exception: {}", e.type_name());
     } catch (...) {
-        return "Exception: Unknown";
+        return exceptions::brief_text(exception);
     }
 }
 

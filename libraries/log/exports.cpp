@@ -16,10 +16,12 @@ constinit lifetime::basic_singleton<wrapper, lifetime::const_longevity_traits<20
 class log_lifetime final : public mi::ModuleLifetime {
 public:
     bool IsModuleUsed() const override {
-        // The singleton holds one reference; a sink's subscription is an object too.
-        return module.read([](const wrapper& w) {
-            return w.module().use_count() > 1 || mi::live_objects::current().objects > 1;
+        // Besides the module, which its singleton holds once, and the sink that it
+        // brings along, every object is somebody's: a subscription of a sink.
+        const auto answer = module.read_if_created([](const wrapper& w) {
+            return w.module().use_count() > 1 || mi::live_objects::current().objects > 2;
         });
+        return answer.value_or(mi::live_objects::current().objects > 0);
     }
 };
 

@@ -50,9 +50,17 @@ void LogModuleImpl::Write(const record& entry) {
         text = std::string(entry.text) + "\n" + exception_text(entry.exception);
         complete.text = text;
     }
-    for (const auto& wanting : *sinks)
-        if (entry.severity >= wanting.lowest_severity)
-            wanting.sink->Write(complete);
+    // A sink that fails keeps no other from its record.
+    std::exception_ptr first_failure;
+    for (const auto& wanting : *sinks) {
+        if (entry.severity < wanting.lowest_severity)
+            continue;
+        const auto failure = platform::guarded([&] { wanting.sink->Write(complete); });
+        if (!first_failure)
+            first_failure = failure;
+    }
+    if (first_failure)
+        std::rethrow_exception(first_failure);
 }
 
 std::shared_ptr<InterfaceBase> LogModuleImpl::AddSink(std::shared_ptr<ILogSink> sink,

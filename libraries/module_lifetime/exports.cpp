@@ -1,3 +1,4 @@
+#include "framework/module_interface/module_lifetime.h"
 #include "libraries/module_lifetime/lifetime_service_impl.h"
 
 #include <cstdlib>
@@ -22,3 +23,11 @@ LifetimeServiceImpl& service() {
 extern "C" ZEL_EXPORT IModuleLifetimeService* GetModuleLifetimeDll() {
     return &service();
 }
+
+namespace zel::module_lifetime::detail {
+
+ZEL_EXPORT std::shared_ptr<mi::IModuleLifetime> GetModuleLifetimeObject() {
+    return mi::shared_lifetime<mi::ResidentLifetime>();
+}
+
+} // namespace zel::module_lifetime::detail

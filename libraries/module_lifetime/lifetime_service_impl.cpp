@@ -109,7 +109,7 @@ bool LifetimeServiceImpl::EndImage(platform::image_handle image) {
 std::optional<platform::image_handle> LifetimeServiceImpl::next_to_end_at_exit() {
     constexpr int last = std::numeric_limits<int>::max();
     const auto rank = [](const image_entry& e) {
-        return e.ended_at_exit ? last : e.rank ? static_cast<int>(*e.rank) : last - 1;
+        return e.ended_at_exit ? last : e.rank ? static_cast<int>(*e.rank) : 0;
     };
     platform::scoped_lock inside(guard_);
     const auto next =

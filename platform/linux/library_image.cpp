@@ -1,10 +1,10 @@
 #include <platform/library_image.h>
 
-#include <cstdlib>
+#include <array>
+#include <climits>
 #include <dlfcn.h>
 #include <filesystem>
 #include <link.h>
-#include <memory>
 
 namespace zel::platform {
 
@@ -42,11 +42,18 @@ std::string image_path(image_handle image) {
     if (image == image_handle::none)
         return {};
     const char* const name = map_of(image)->l_name;
-    // The program itself has no name in its link map.
-    const std::filesystem::path file = (name && *name) ? name : "/proc/self/exe";
-    std::error_code failure;
-    auto path = std::filesystem::canonical(file, failure);
-    return failure ? file.string() : path.string();
+    if (!name || !*name) { // the program itself
+        std::error_code failure;
+        return std::filesystem::read_symlink("/proc/self/exe", failure).string();
+    }
+    // The name may be relative to a folder the process has left since; the folder
+    // noted at loading time is not.
+    std::array<char, PATH_MAX> folder{};
+    if (dlinfo(handle_of(image), RTLD_DI_ORIGIN, folder.data()) != 0)
+        return name;
+    return (std::filesystem::path(folder.data()) / std::filesystem::path(name).filename())
+        .lexically_normal()
+        .string();
 }
 
 std::string library_file_name(const std::string& library) {
@@ -54,12 +61,15 @@ std::string library_file_name(const std::string& library) {
 }
 
 load_result load_library(const std::string& file) {
-    void* const handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    constexpr int mode = RTLD_NOW | RTLD_LOCAL;
+    if (void* const mapped = dlopen(file.c_str(), mode | RTLD_NOLOAD))
+        return {image_from(mapped), true, {}};
+    void* const handle = dlopen(file.c_str(), mode);
     if (!handle) {
         const char* const reason = dlerror();
-        return {image_handle::none, reason ? reason : "unknown reason"};
+        return {image_handle::none, false, reason ? reason : "unknown reason"};
     }
-    return {image_from(handle), {}};
+    return {image_from(handle), false, {}};
 }
 
 void unload_library(image_handle image) noexcept {

@@ -1,3 +1,4 @@
+#include <platform/cancellation.h>
 #include <platform/process.h>
 #include <platform/thread_id.h>
 
@@ -51,13 +52,18 @@ std::uint32_t process_id() noexcept {
 void sleep_for(milliseconds duration) noexcept {
     if (duration <= milliseconds::zero())
         return;
-    // A cancelled thread sleeps to the end: callers are destructors too.
-    int state = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    const no_cancellation to_the_end; // callers are destructors too
     timespec left{duration.count() / 1000, (duration.count() % 1000) * 1'000'000};
     while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
     }
-    pthread_setcancelstate(state, nullptr);
+}
+
+no_cancellation::no_cancellation() noexcept {
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous_);
+}
+
+no_cancellation::~no_cancellation() {
+    pthread_setcancelstate(previous_, nullptr);
 }
 
 bool is_terminal(std::FILE* stream) noexcept {

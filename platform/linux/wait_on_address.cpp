@@ -20,6 +20,8 @@ long futex(const std::atomic<std::uint32_t>& word, int operation, std::uint32_t 
 
 wait_deadline deadline_after(milliseconds timeout) noexcept {
     const auto now = std::chrono::steady_clock::now();
+    if (timeout <= milliseconds::zero())
+        return now;
     const auto left = std::chrono::steady_clock::time_point::max() - now;
     if (timeout >= std::chrono::duration_cast<milliseconds>(left))
         return std::nullopt;

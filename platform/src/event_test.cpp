@@ -130,6 +130,32 @@ TEST(Event, NeitherLosesNorDoublesASignalThatRacesWithTimeOuts) {
     EXPECT_FALSE(tick.wait(at_once));
 }
 
+TEST(WaitAny, TakesOnlyOneOfTwoThatAreSetWhileItBegins) {
+    event early(reset_mode::automatic, false);
+    event late(reset_mode::automatic, false);
+    std::atomic<int> round{0};
+    constexpr int rounds = 3000;
+    watched_thread setter([&] {
+        for (int i = 1; i <= rounds; ++i) {
+            while (round < i)
+                std::this_thread::yield();
+            const auto moment = steady::now() + std::chrono::nanoseconds(i % 64 * 10);
+            while (steady::now() < moment) {
+            }
+            early.set();
+        }
+    });
+    int missing = 0;
+    event* const both[] = {&early, &late};
+    for (int i = 1; i <= rounds; ++i) {
+        late.set();
+        round = i;
+        const auto first = wait_any(both);
+        missing += first == 0U ? !late.wait(at_once) : !early.wait(patience);
+    }
+    EXPECT_EQ(missing, 0);
+}
+
 TEST(Event, MayBeDestroyedByTheThreadThatWasLetThrough) {
     for (int i = 0; i < 200; ++i) {
         auto owner = std::make_unique<event>(reset_mode::manual, false);

@@ -1,3 +1,4 @@
+#include <platform/cancellation.h>
 #include <platform/critical_section.h>
 #include <platform/diagnostics.h>
 
@@ -7,62 +8,67 @@
 
 namespace zel::platform {
 
-namespace {
+// An observer that has gone is not called any more, whatever list still names it.
+struct exception_observer::entry {
+    explicit entry(function f) : observer(std::move(f)) {}
+    function observer;
+    std::atomic<bool> active{true}; // looked at by raises on any thread
+};
 
-using observer_list = std::vector<std::shared_ptr<const exception_observer::function>>;
+struct exception_observer::registry {
+    using observer_list = std::vector<std::shared_ptr<entry>>;
 
-// The list is replaced as a whole, so that a raise walks a fixed one without a
-// lock and an observer may come and go from inside a call.
-struct observers {
-    critical_section guard; // guards the pointer to the current list
+    // Guards the pointer. The list is replaced as a whole, so that a raise walks a
+    // fixed one without a lock and an observer may come and go from inside a call.
+    critical_section guard;
     std::shared_ptr<const observer_list> list ZEL_GUARDED_BY(guard);
     // How many there are, for a raise that nobody hears. Relaxed: an observer
     // that is just being added may miss a raise on another thread.
     std::atomic<std::size_t> count{0};
+
+    static registry& all() {
+        // Never destroyed: a raise may come from the last action of the process.
+        static auto* const instance = new registry;
+        return *instance;
+    }
+
+    /// Replaces the list by a changed copy; with an exception it stays.
+    template <class Change>
+    void change(Change&& change_copy) {
+        scoped_lock inside(guard);
+        auto changed = std::make_shared<observer_list>(list ? *list : observer_list());
+        change_copy(*changed);
+        count.store(changed->size(), std::memory_order_relaxed);
+        list = std::move(changed);
+    }
+
+    std::shared_ptr<const observer_list> current() {
+        scoped_lock inside(guard);
+        return list;
+    }
 };
 
-observers& all() {
-    // Never destroyed: a raise may come from the last action of the process.
-    static auto* const instance = new observers;
-    return *instance;
-}
-
-void replace(observers& o, observer_list list) ZEL_REQUIRES(o.guard) {
-    o.count.store(list.size(), std::memory_order_relaxed);
-    o.list = std::make_shared<const observer_list>(std::move(list));
-}
-
-} // namespace
-
 exception_observer::exception_observer(function observer)
-    : observer_(std::make_shared<const function>(std::move(observer))) {
-    observers& o = all();
-    scoped_lock inside(o.guard);
-    observer_list list = o.list ? *o.list : observer_list();
-    list.push_back(observer_);
-    replace(o, std::move(list));
+    : entry_(std::make_shared<entry>(std::move(observer))) {
+    registry::all().change([&](auto& list) { list.push_back(entry_); });
 }
 
 exception_observer::~exception_observer() {
-    observers& o = all();
-    scoped_lock inside(o.guard);
-    observer_list list = *o.list;
-    std::erase(list, observer_);
-    replace(o, std::move(list));
+    entry_->active.store(false);
+    // Without memory for a shorter list the long one stays, and this entry in it.
+    guarded([&] { registry::all().change([&](auto& list) { std::erase(list, entry_); }); });
 }
 
 void raise_exception(diagnostic code, raise_arguments arguments) noexcept {
-    observers& o = all();
-    if (o.count.load(std::memory_order_relaxed) == 0)
+    auto& observers = exception_observer::registry::all();
+    if (observers.count.load(std::memory_order_relaxed) == 0)
         return;
-    std::shared_ptr<const observer_list> list;
-    {
-        scoped_lock inside(o.guard);
-        list = o.list;
-    }
-    for (const auto& observer : *list) {
+    const no_cancellation to_the_end;
+    const auto list = observers.current();
+    for (const auto& entry : *list) {
         // What an observer throws must not disturb the code that raised.
-        guarded([&] { (*observer)(code, arguments); });
+        if (entry->active.load())
+            guarded([&] { entry->observer(code, arguments); });
     }
 }
 

@@ -3,7 +3,8 @@
 // `plain_lock` is one word and not recursive. `critical_section` may be entered
 // again by the thread that is inside. Both are free of constructors and
 // destructors with work in them, so they may stand in static storage of a
-// library that is unloaded. Neither wait is a cancellation point.
+// library that is unloaded. Neither wait is a cancellation point. A child of a
+// fork has another thread number: it must not go on with a hold of its parent.
 #pragma once
 
 #include <platform/export.h>

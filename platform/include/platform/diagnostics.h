@@ -29,9 +29,9 @@ ZEL_EXPORT void raise_exception(diagnostic code, raise_arguments arguments) noex
 
 /// Is told of every raise in the process for as long as the object lives.
 ///
-/// Called on the raising thread, possibly on several at once, without a lock;
-/// what it throws is dropped. The destructor does not wait for running calls,
-/// so the function must own what it needs.
+/// Called on the raising thread, possibly on several at once, without a lock and
+/// with cancellation held off; what it throws is dropped. The destructor does not wait for running
+/// calls, so the function must own what it needs.
 class ZEL_EXPORT exception_observer {
 public:
     using function = std::function<void(diagnostic code, raise_arguments arguments)>;
@@ -42,7 +42,11 @@ public:
     exception_observer& operator=(const exception_observer&) = delete;
 
 private:
-    std::shared_ptr<const function> observer_;
+    struct entry;
+    struct registry;
+    friend ZEL_EXPORT void raise_exception(diagnostic code, raise_arguments arguments) noexcept;
+
+    std::shared_ptr<entry> entry_;
 };
 
 /// Runs the body and returns what it threw, of whatever type, or null. The

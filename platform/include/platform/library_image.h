@@ -22,7 +22,8 @@ ZEL_EXPORT std::string library_file_name(const std::string& library);
 
 struct load_result {
     image_handle image = image_handle::none;
-    std::string failure; ///< the system's reason when the image is `none`
+    bool already_mapped = false; ///< before this call, by whomever
+    std::string failure;         ///< the system's reason when the image is `none`
 };
 
 /// Maps a library and takes one reference to it. A file name without a folder

@@ -24,6 +24,8 @@ struct routing_parameter_value {
     routing_parameter_value(Number value) : number(static_cast<std::int64_t>(value)) {}
     routing_parameter_value(std::string value) : text(std::move(value)) {}
     routing_parameter_value(const char* value) : text(value) {}
+    /// Both at once; in ordinary use one of them is empty.
+    routing_parameter_value(std::int64_t n, std::string t) : number(n), text(std::move(t)) {}
 
     /// Sets the number and empties the text.
     template <std::integral Number>

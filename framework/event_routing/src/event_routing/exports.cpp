@@ -39,7 +39,8 @@ std::shared_ptr<mi::IModuleLifetime> GetModuleLifetimeObject() {
 } // namespace zel::event_routing
 
 zel::event_routing::IModule* CreateModuleRaw() {
-    return zel::event_routing::detail::CreateModule().get();
+    return zel::event_routing::module_singleton.read(
+        [](const auto& wrapper) { return wrapper.module().get(); });
 }
 
 void on_morna_dll_unload() {

@@ -10,11 +10,12 @@ namespace zel::event_routing::impl {
 
 std::string unique_name(std::string_view base, std::uint32_t number) {
     constexpr std::string_view fixed_text = "ADD3D808-347A-4DF5-B2E8-C234DA07DCEC-";
-    if (base.size() + fixed_text.size() > longest_bytes)
+    const std::string digits = std::to_string(number);
+    if (base.size() + fixed_text.size() + digits.size() > longest_bytes)
         throw std::length_error("string too long");
     std::string name;
-    name.reserve(base.size() + fixed_text.size() + 10);
-    name.append(base).append(fixed_text).append(std::to_string(number));
+    name.reserve(base.size() + fixed_text.size() + digits.size());
+    name.append(base).append(fixed_text).append(digits);
     return name;
 }
 

@@ -13,6 +13,7 @@ class action_cookie final : public keep_registered {
 public:
     explicit action_cookie(std::function<void()> action) : action_(std::move(action)) {}
     ~action_cookie() override {
+        const platform::no_cancellation to_the_end;
         if (const auto failure = platform::guarded(action_))
             tasks_log.report_handler_failure(release_failed, failure, [] {
                 return std::string("zel::tasklib::make_reg_cookie: release failed.");
