@@ -138,6 +138,8 @@ const slow* slow_object() {
 }
 
 TEST(BasicSingleton, IsMadeOnceWhileOtherThreadsWaitAndNeverAgainAfterItsEnd) {
+    const auto ask_only = [](const slow&) { return true; };
+    EXPECT_FALSE(slow_cell.read_if_created(ask_only));
     std::vector<const slow*> seen(8);
     {
         std::deque<watched_thread> threads;
@@ -145,10 +147,12 @@ TEST(BasicSingleton, IsMadeOnceWhileOtherThreadsWaitAndNeverAgainAfterItsEnd) {
             threads.emplace_back([&mine] { mine = slow_object(); });
         for (auto& thread : threads)
             EXPECT_TRUE(thread.falls_asleep());
+        EXPECT_FALSE(slow_cell.read_if_created(ask_only));
         slow::may_end.set();
     }
     EXPECT_EQ(std::set(seen.begin(), seen.end()), std::set{slow_object()});
     run_end_of_life_actions(base + 1);
+    EXPECT_TRUE(slow_cell.read_if_created(ask_only));
     EXPECT_EQ(slow::ended, 0);
     run_end_of_life_actions(base);
     EXPECT_EQ(slow::ended, 1);
@@ -179,9 +183,35 @@ constinit cell<broken> broken_cell;
 
 TEST(BasicSingleton, RethrowsTheFailureOfItsOnlyMakingToEveryCaller) {
     const auto ask = [] { broken_cell.read([](auto&) {}); };
-    for (int caller = 0; caller < 3; ++caller)
+    for (int caller = 0; caller < 3; ++caller) {
         EXPECT_EQ(message_of<std::out_of_range>(ask), "attempt 1");
-    run_end_of_life_actions(base);
+        EXPECT_FALSE(broken_cell.read_if_created([](auto&) { return true; }));
+        run_end_of_life_actions(base); // no object, so no end either
+    }
+}
+
+// Two throws have two addresses, and neither is that of a constructor.
+template <class Exception>
+bool tells_throws_apart() {
+    const auto address_of = [](auto&& thrower) {
+        try {
+            thrower();
+        } catch (const Exception& e) {
+            return e.address();
+        }
+        return static_cast<const void*>(nullptr);
+    };
+    if constexpr (std::is_default_constructible_v<Exception>)
+        return address_of([] { throw Exception(); }) != address_of([] { throw Exception(); });
+    else
+        return address_of([] { throw Exception("a"); }) != address_of([] { throw Exception("b"); });
+}
+
+TEST(Exceptions, KnowWhereTheyWereThrown) {
+    EXPECT_TRUE(tells_throws_apart<zel::exceptions::error>());
+    EXPECT_TRUE(tells_throws_apart<zel::exceptions::fatal>());
+    EXPECT_TRUE(tells_throws_apart<object_already_destroyed>());
+    EXPECT_TRUE(tells_throws_apart<object_creation_error>());
 }
 
 struct held_elsewhere {

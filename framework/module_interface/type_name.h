@@ -10,6 +10,7 @@
 //     };
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 

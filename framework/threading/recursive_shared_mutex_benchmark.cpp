@@ -16,7 +16,7 @@ void std_mutex_pair(benchmark::State& state) {
         mutex.unlock();
     }
 }
-BENCHMARK(std_mutex_pair)->Name("std_mutex_pair");
+BENCHMARK(std_mutex_pair)->Name("std_mutex_pair")->UseRealTime();
 
 void shared_hold(benchmark::State& state) {
     static recursive_shared_mutex lock;

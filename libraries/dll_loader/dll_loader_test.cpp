@@ -3,6 +3,7 @@
 #include "framework/exceptions/exceptions.h"
 #include "framework/exceptions/message_of_test.h"
 #include "framework/log/log_module.h"
+#include "framework/module_interface/module_lifetime.h"
 
 #include <platform/process.h>
 
@@ -84,9 +85,14 @@ TEST_F(DllLoader, KeepsALibraryMappedWhileOneOfItsObjectsIsAlive) {
     void* const create = find_symbol(image, "_ZN3zel3log6detail15CreateLogModuleEv");
     auto module = reinterpret_cast<std::shared_ptr<zel::log::ILogModule> (*)()>(create)();
     auto object = module->AddSink(std::make_shared<quiet>(), 0);
+    const auto lifetime = reinterpret_cast<std::shared_ptr<zel::mi::IModuleLifetime> (*)()>(
+        find_symbol(image, "_ZN3zel3log6detail23GetModuleLifetimeObjectEv"))();
+    EXPECT_TRUE(lifetime->IsModuleUsed());
     module.reset();
+    EXPECT_TRUE(lifetime->IsModuleUsed()) << "by the subscription";
     EXPECT_FALSE(loader().free_dll(image));
     object.reset();
+    EXPECT_FALSE(lifetime->IsModuleUsed());
     EXPECT_EQ(image_of(create), image);
 
     EXPECT_EQ(loader().load_dll(path, nullptr), image);

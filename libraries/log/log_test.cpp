@@ -64,6 +64,17 @@ TEST_F(Log, FeedsEachSinkFromItsOwnSeverityUpUntilTheSubscriptionEnds) {
     EXPECT_THROW(log->AddSink(nullptr, 0), std::invalid_argument);
 }
 
+TEST_F(Log, KeepsASinkThatThrowsApartFromTheOthers) {
+    const auto before = log->AddSink(sink_into(heard), 0);
+    const auto bad = log->AddSink(std::make_shared<calling_sink>(
+                                      [](const record&) { throw std::runtime_error("disk full"); }),
+                                  0);
+    const auto after = log->AddSink(sink_into(heard), 0);
+    EXPECT_THROW(write(3, "text"), std::runtime_error);
+    EXPECT_EQ(take(), (lines{"3 text", "3 text"}));
+    EXPECT_THROW(log->AddSink(nullptr, 0), std::invalid_argument);
+}
+
 TEST_F(Log, LetsSinksComeGoAndWriteFromInsideAWrite) {
     std::shared_ptr<zel::InterfaceBase> coming;
     std::shared_ptr<zel::InterfaceBase> leaving;

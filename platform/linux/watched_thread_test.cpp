@@ -3,6 +3,7 @@
 #include <platform/process.h>
 
 #include <fstream>
+#include <pthread.h>
 #include <string>
 
 namespace zel::platform {
@@ -30,6 +31,10 @@ bool wait_until_asleep(thread_id thread) {
         sleep_for(milliseconds(1));
     }
     return unchanged == 5;
+}
+
+void end_this_thread() {
+    pthread_exit(nullptr);
 }
 
 } // namespace zel::platform

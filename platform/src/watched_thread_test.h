@@ -14,6 +14,9 @@ inline constexpr milliseconds patience{10'000};
 /// False when the thread ends instead, or stays awake for too long.
 bool wait_until_asleep(thread_id thread);
 
+/// Ends the calling thread by unwinding it.
+[[noreturn]] void end_this_thread();
+
 class watched_thread {
 public:
     explicit watched_thread(auto body)

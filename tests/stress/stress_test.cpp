@@ -3,6 +3,7 @@
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
 
 #include "framework/exceptions/exceptions.h"
+#include "tests/support/bare_service.h"
 
 #include <gtest/gtest.h>
 #include <tasklib/keep_registered.h>
@@ -10,9 +11,15 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <random>
 #include <thread>
+
+template <>
+struct zel::declared_type_name<std::function<void()>> {
+    static std::string text() { return "test::function"; }
+};
 
 namespace zel::event_routing::impl {
 namespace {
@@ -35,7 +42,7 @@ private:
     using cookie = std::shared_ptr<tasklib::keep_registered>;
 
     void step(std::minstd_rand& random) {
-        switch (random() % 8) {
+        switch (random() % 10) {
         case 0:
         case 1:
             keep(random(), listen(random));
@@ -48,6 +55,12 @@ private:
             break;
         case 4:
             upgrade();
+            break;
+        case 5:
+            replace_waited_for();
+            break;
+        case 6:
+            call_waited_for(random() % 4 == 0);
             break;
         default:
             events_->BroadcastEvent(path(random) + ";" + path(random), nullptr, {}, nullptr);
@@ -94,6 +107,44 @@ private:
         fresh.reset();
     }
 
+    // A handler whose calls its removal waits for, as it will for asynchronous parts.
+    struct waited_for {
+        cookie registration;
+        std::shared_ptr<std::atomic<int>> running;
+    };
+
+    void replace_waited_for() {
+        const auto running = std::make_shared<std::atomic<int>>(0);
+        const auto work = [running] {
+            ++*running;
+            std::this_thread::yield();
+            --*running;
+        };
+        waited_for old{plain_->add("w", work), running};
+        swap_waited_for(old);
+        old.registration.reset();
+        if (old.running) {
+            EXPECT_EQ(*old.running, 0) << "a call ran when the drop had returned";
+        }
+    }
+
+    void call_waited_for(bool drop_inside) {
+        const auto handler = plain_->find("w");
+        if (!handler)
+            return;
+        if (const running_call call(*handler); call) {
+            (*call)();
+            waited_for none;
+            if (drop_inside)
+                swap_waited_for(none);
+        }
+    }
+
+    void swap_waited_for(waited_for& other) {
+        std::lock_guard inside(guard_);
+        std::swap(waited_for_, other);
+    }
+
     // A shared hold is never turned into an exclusive one. The analysis knows no
     // recursive locks.
     void upgrade() ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
@@ -119,6 +170,9 @@ private:
     std::shared_ptr<EventRoutingImpl> events_ = std::make_shared<EventRoutingImpl>();
     std::mutex guard_;
     std::array<cookie, 32> cookies_;
+    using plain_service = test::bare_service<std::function<void()>>;
+    std::shared_ptr<plain_service> plain_ = std::make_shared<plain_service>();
+    waited_for waited_for_;
     threading::recursive_shared_mutex lock_;
     std::uint64_t guarded_by_lock_ = 0;
 };

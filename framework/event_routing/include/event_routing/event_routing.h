@@ -3,7 +3,8 @@
 //     auto events = zel::event_routing::get_event_routing(*module);
 //     auto cookie = events->RegisterEventHandler(
 //         nullptr, "document.*",
-//         [](const std::string& path, const auto& data, const auto& parameters) {
+//         [](const std::string& path, const auto& /*data*/, const auto& /*parameters*/) {
+//             std::cout << path << '\n';
 //             return true;
 //         },
 //         nullptr, "title bar");
@@ -46,7 +47,8 @@ using event_data = std::shared_ptr<const serialization::IDataHolder>;
 using synchronous_event_part = std::function<bool(const std::string& path, const event_data& data,
                                                   const routing_parameters& parameters)>;
 
-/// Runs later, as a task.
+/// Runs later, as a task. To come: registering one throws exceptions::fatal today,
+/// as do the other operations below that need tasks or monitors.
 using asynchronous_event_part = std::function<void(const std::string& path, const event_data& data,
                                                    const routing_parameters& parameters)>;
 

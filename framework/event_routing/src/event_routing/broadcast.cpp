@@ -49,32 +49,31 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
 void EventRoutingImpl::collect(std::string_view path,
                                event_routing_node::collected_handlers& found) {
     threading::shared_lock_guard map_is_stable(routing_lock_);
-    map_->CollectHandlers(path, found);
+    map_.CollectHandlers(path, found);
 }
 
 void broadcast_handlers::FlattenHandlers(const std::string& path,
                                          const event_routing_node::collected_handlers& collected) {
     for (const auto& [handler, level] : collected) {
-        threading::shared_lock_guard removal_waits(handler->lock());
-        if (!handler->use())
+        // Only a look: the hold that removal waits for belongs to running calls, and
+        // a broadcast must not wait for one behind a waiting removal.
+        if (handler->is_retired())
             continue;
         if (several_paths_ && add_path_to_known(path, handler.get()))
             continue;
-        handlers_.push_back({&path, handler, level});
+        handlers_.push_back({&path, {}, handler, level});
     }
 }
 
 bool broadcast_handlers::add_path_to_known(const std::string& path,
-                                           const event_routing_node::handler_record* handler) {
+                                           const event_routing_node::registered_handler* handler) {
     const auto [known, is_new] = index_.emplace(handler, handlers_.size());
     if (is_new)
         return false;
     MultiPathHandlerInfo& entry = handlers_[known->second];
-    std::string*& joined = joined_[known->second];
-    if (!joined)
-        joined = &joined_paths_.emplace_back(*entry.path);
-    *joined += ";" + path;
-    entry.path = joined;
+    if (entry.joined.empty())
+        entry.joined = *entry.piece;
+    entry.joined += ";" + path;
     return true;
 }
 
@@ -85,9 +84,9 @@ void broadcast_handlers::RouteEvent(const event_data& data,
         if (!function || !function->synchronous_part)
             continue;
         const auto failure =
-            platform::guarded([&] { function->synchronous_part(*entry.path, data, parameters); });
+            platform::guarded([&] { function->synchronous_part(entry.path(), data, parameters); });
         if (failure)
-            synchronous_part_failed(failure, *entry.path, entry.level, entry.handler->description);
+            synchronous_part_failed(failure, entry.path(), entry.level, entry.handler->description);
     }
 }
 

@@ -3,16 +3,18 @@
 
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
 
-#include <deque>
 #include <unordered_map>
 
 namespace zel::event_routing::impl {
 
 /// One handler that a broadcast will run.
 struct MultiPathHandlerInfo {
-    const std::string* path; ///< through which it was found; several joined by ";"
-    std::shared_ptr<event_routing_node::handler_record> handler;
-    std::int32_t level; ///< of the first path that found it
+    const std::string* piece; ///< the path that found it first; the broadcast keeps it
+    std::string joined;       ///< all its paths with ";" between, if there are several
+    std::shared_ptr<event_routing_node::registered_handler> handler;
+    std::int32_t level; ///< of the first path
+
+    const std::string& path() const noexcept { return joined.empty() ? *piece : joined; }
 };
 
 /// The handlers of one broadcast in the order in which they run.
@@ -32,15 +34,12 @@ public:
 
 private:
     bool add_path_to_known(const std::string& path,
-                           const event_routing_node::handler_record* handler);
+                           const event_routing_node::registered_handler* handler);
 
     std::pmr::vector<MultiPathHandlerInfo> handlers_;
-    // For broadcasts to several paths only: where a handler stands, and the
-    // joined paths (a deque, because entries point into it).
+    // Where a handler stands; kept only for broadcasts to several paths.
     bool several_paths_;
-    std::unordered_map<const event_routing_node::handler_record*, std::size_t> index_;
-    std::unordered_map<std::size_t, std::string*> joined_;
-    std::deque<std::string> joined_paths_;
+    std::unordered_map<const event_routing_node::registered_handler*, std::size_t> index_;
 };
 
 } // namespace zel::event_routing::impl

@@ -1,6 +1,7 @@
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
 
 #include "framework/exceptions/exceptions.h"
+#include "platform/src/watched_thread_test.h"
 #include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +9,7 @@
 #include <tasklib/keep_registered.h>
 
 #include <stdexcept>
+#include <thread>
 
 namespace zel::event_routing::impl {
 namespace {
@@ -113,6 +115,66 @@ TEST_F(Broadcast, OneHandlersFailureOrRefusalIsNobodyElses) {
     EXPECT_EQ(log.lines(8)[0].text.rfind(begin + "t2 throws exception!\nf (thrown at ", 0), 0u);
 }
 
+TEST_F(Broadcast, TellsFailuresByAllPathsTheLevelAndTheDescription) {
+    const test::log_capture log(7);
+    int reports = 0;
+    const platform::exception_observer observer([&](auto&&...) { ++reports; });
+    const auto throws = [](auto&) -> bool { throw 1; };
+    const auto wildcard = listen("p.*", "same", throws);
+    const auto root = listen("*", "same", throws);
+    broadcast("p.b.c;p.x");
+    EXPECT_EQ(log.lines()[0].text, "Synchronous part of handler for p.b.c;p.x, level=1, "
+                                   "description=same throws exception!\nException: Unknown");
+    EXPECT_EQ(log.lines()[1].text, "Synchronous part of handler for p.b.c;p.x, level=0, "
+                                   "description=same throws exception!\nException: Unknown");
+    EXPECT_EQ(reports, 1) << "path and description are the key, the level is not";
+    broadcast("p.y");
+    EXPECT_EQ(reports, 2) << "another path";
+    events = std::make_shared<EventRoutingImpl>();
+    const auto in_another_service = listen("*", "same", throws);
+    broadcast("p.y");
+    EXPECT_EQ(reports, 2) << "known to the whole process";
+}
+
+TEST_F(Broadcast, ListsButNeverRunsAHandlerWithoutParts) {
+    const test::log_capture log(5);
+    const auto empty = events->RegisterEventHandler(nullptr, "a", nullptr, nullptr, "empty");
+    EXPECT_EQ(broadcast("a"), "");
+    EXPECT_EQ(events->GetEventHandlers().size(), 1u);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(Broadcast, IsNotWaitedForByADropOnAnotherThread) {
+    platform::event running(platform::reset_mode::manual, false);
+    platform::event go_on(platform::reset_mode::manual, false);
+    auto captured = std::make_shared<int>(7);
+    const std::weak_ptr<int> alive = captured;
+    auto slow = listen("a", "slow", [&, captured](const std::string&) {
+        running.set();
+        EXPECT_TRUE(go_on.wait(platform::patience));
+        return *captured == 7;
+    });
+    captured.reset();
+    std::jthread broadcaster([&] { events->BroadcastEvent("a", nullptr, {}, nullptr); });
+    ASSERT_TRUE(running.wait(platform::patience));
+    slow.reset(); // would wait for ever
+    EXPECT_FALSE(alive.expired()) << "the started part keeps its callable";
+    EXPECT_EQ(broadcast("a"), "");
+    go_on.set();
+    broadcaster.join();
+    EXPECT_TRUE(alive.expired());
+}
+
+TEST_F(Broadcast, EndsWithItsThread) {
+    const test::log_capture log(5);
+    const auto ends = listen("a", "ends", [](auto&) -> bool { platform::end_this_thread(); });
+    const auto after = listen("*", "after");
+    std::thread([&] { events->BroadcastEvent("a", nullptr, {}, nullptr); }).join();
+    EXPECT_EQ(calls, "") << "no later handler ran";
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_NE(listen("b", "still possible"), nullptr);
+}
+
 TEST_F(Broadcast, RegistersNothingWhenASinkRefusesTheRecord) {
     struct bad_sink : log::ILogSink {
         void Write(const log::record&) override { throw std::runtime_error("sink"); }
@@ -172,14 +234,6 @@ TEST_F(Broadcast, NamesTheOperationThatIsStillToCome) {
     });
     EXPECT_NE(refused.find("RegisterEventHandler"), std::string::npos);
     EXPECT_TRUE(events->GetEventHandlers().empty());
-}
-
-TEST_F(Broadcast, NamesItsTypesInTheFormOfTheLog) {
-    EXPECT_EQ(type_name<event_routing_node>(),
-              "struct zel::event_routing::impl::RoutingMapNode<struct "
-              "zel::event_routing::impl::EventRoutingNodeFunction,struct "
-              "zel::event_routing::impl::EventRoutingNodeAdditionalData>");
-    EXPECT_EQ(type_name<EventRoutingImpl>(), "class zel::event_routing::impl::EventRoutingImpl");
 }
 
 } // namespace

@@ -32,15 +32,16 @@ public:
     }
 
     Node& find_or_add(std::string_view name) {
-        if (Node* const known = find(name))
-            return *known;
         // At most half full: a search ends soon, and always.
         if (2 * (count_ + 1) > slots_.size())
             grow();
-        slot& free = slots_[place_of(name, hash(name))];
-        free = {hash(name), std::make_unique<child>(name)};
-        ++count_;
-        return free.entry->node;
+        const std::size_t hashed = hash(name);
+        slot& found = slots_[place_of(name, hashed)];
+        if (!found.entry) {
+            found = {hashed, std::make_unique<child>(name)};
+            ++count_;
+        }
+        return found.entry->node;
     }
 
     /// In no particular order.

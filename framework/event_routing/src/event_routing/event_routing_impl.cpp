@@ -12,8 +12,6 @@ constinit log::source_position registering(__FILE__, 57);
 
 } // namespace
 
-EventRoutingImpl::EventRoutingImpl() : map_(std::make_shared<event_routing_node>()) {}
-
 std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler(
     const std::shared_ptr<tasklib::task_queue_ifc>& queue, const std::string& path,
     const synchronous_event_part& synchronous_part,
@@ -23,11 +21,11 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
                           "asynchronous part");
     routing_log.write(log::severity::registration, registering,
                       [&] { return "Registering event handler for " + path + "."; });
-    // Copied before the lock is taken: copying runs the registrant's code.
-    EventRoutingNodeFunction function{synchronous_part, asynchronous_part};
+    const prepared_handler<event_routing_node> handler(
+        path, EventRoutingNodeFunction{synchronous_part, asynchronous_part},
+        EventRoutingNodeAdditionalData{queue}, description);
     threading::exclusive_lock_guard map_is_mine(routing_lock_);
-    return register_handler(*this, *map_, path, std::move(function),
-                            EventRoutingNodeAdditionalData{queue}, description);
+    return register_handler(*this, map_, handler);
 }
 
 void EventRoutingImpl::Unregister(event_routing_node::registration position) {
@@ -36,7 +34,7 @@ void EventRoutingImpl::Unregister(event_routing_node::registration position) {
 
 std::vector<std::pair<std::string, std::string>> EventRoutingImpl::GetEventHandlers() {
     threading::shared_lock_guard map_is_stable(routing_lock_);
-    return map_->CollectAllHandlers();
+    return map_.CollectAllHandlers();
 }
 
 std::shared_ptr<tasklib::task_queue_ifc> EventRoutingImpl::CreateTaskQueue() {

@@ -23,8 +23,6 @@ class EventRouting : public IEventRouting {};
 class EventRoutingImpl final : public EventRouting,
                                public std::enable_shared_from_this<EventRoutingImpl> {
 public:
-    EventRoutingImpl();
-
     std::shared_ptr<tasklib::task_queue_ifc> CreateTaskQueue() override;
     void BroadcastEvent(const std::string& paths, const event_data& data,
                         const routing_parameters& parameters,
@@ -48,8 +46,8 @@ public:
 private:
     void collect(std::string_view path, event_routing_node::collected_handlers& found);
 
-    threading::recursive_shared_mutex routing_lock_; // guards the map
-    const std::shared_ptr<event_routing_node> map_;
+    threading::recursive_shared_mutex routing_lock_;
+    event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
 };
 
 } // namespace zel::event_routing::impl

@@ -41,7 +41,7 @@ void report_exception(const std::exception_ptr& failure) noexcept {
 
 void synchronous_part_failed(const std::exception_ptr& failure, const std::string& path,
                              std::int32_t level, const std::string& description) {
-    // When the library is ending there is no memory left; then nothing is reported.
+    // When the library is ending the set of keys is gone; then nothing is reported.
     platform::guarded([&] {
         if (reported.read([&](auto& r) { return r.insert(path + "*" + description); }))
             report_exception(failure);

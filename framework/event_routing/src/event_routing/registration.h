@@ -8,9 +8,10 @@
 #pragma once
 
 #include "framework/event_routing/src/event_routing/routing_map.h"
+#include "framework/module_interface/standard_type_names.h"
 #include "framework/threading/recursive_shared_mutex.h"
 
-#include <platform/diagnostics.h>
+#include <platform/cancellation.h>
 #include <tasklib/keep_registered.h>
 
 #include <memory>
@@ -18,9 +19,8 @@
 
 namespace zel::event_routing::impl {
 
-/// Logs what kept a cookie from unregistering.
-void report_unregistration_failure(const std::exception_ptr& failure,
-                                   const std::string& cookie_type);
+/// Logs what kept a cookie from unregistering; throws nothing.
+void report_unregistration_failure(const std::exception_ptr& failure, std::string (*cookie_type)());
 
 class KeepRegisteredWithDescr : public tasklib::keep_registered {
 public:
@@ -46,16 +46,18 @@ public:
           registration_(position) {}
 
     ~KeepRegistered() override {
+        const platform::no_cancellation to_the_end;
         try {
             owner_->Unregister(registration_);
         } catch (const std::exception&) {
-            report_unregistration_failure(std::current_exception(), own_type_name());
+            report_unregistration_failure(std::current_exception(), &own_type_name);
         }
     }
 
-private:
+    /// As the log names this cookie.
     static std::string own_type_name();
 
+private:
     std::shared_ptr<Owner> owner_;
     registration registration_;
 };
@@ -64,8 +66,7 @@ private:
 template <class Owner, class Node>
 std::string KeepRegistered<Owner, Node>::own_type_name() {
     const std::string item = type_name<Node>() + "::function_container_item";
-    const std::string list = template_type_name(
-        "class std::list", {item, template_type_name("class std::allocator", {item})});
+    const std::string list = container_type_name("class std::list", item);
     const std::string position = template_type_name(
         "class std::_List_iterator",
         {template_type_name("class std::_List_val",
@@ -75,18 +76,33 @@ std::string KeepRegistered<Owner, Node>::own_type_name() {
         {type_name<Owner>(), template_type_name("struct std::pair", {list + " *", position})});
 }
 
+/// A handler on its way into a map. Made before the routing lock is taken and
+/// gone after it is given back: copying, refusing and destroying a callable are
+/// the registrant's code. Throws exceptions::error for a misplaced "*".
+template <class Node>
+struct prepared_handler {
+    template <class Function, class AdditionalData>
+    prepared_handler(const std::string& path, Function function, AdditionalData additional_data,
+                     const std::string& description)
+        : target(path),
+          item(Node::make_item(std::move(function), std::move(additional_data), description)),
+          cookie_description(path + ", " + description) {}
+
+    const registration_path target;
+    const typename Node::function_container_item item;
+    const std::string cookie_description;
+};
+
 /// Puts a handler into the map and returns its cookie; with an exception nothing
 /// stays behind. The caller holds the routing lock exclusively.
-template <class Owner, class Node, class Function, class AdditionalData>
-std::shared_ptr<tasklib::keep_registered>
-register_handler(Owner& owner, Node& root, const std::string& path, Function function,
-                 AdditionalData additional_data, const std::string& description) {
+template <class Owner, class Node>
+std::shared_ptr<tasklib::keep_registered> register_handler(Owner& owner, Node& root,
+                                                           const prepared_handler<Node>& handler) {
     auto self = owner.shared_from_this();
-    const auto position =
-        root.InsertHandler(path, std::move(function), std::move(additional_data), description);
+    const auto position = root.InsertHandler(handler.target, handler.item);
     try {
         return std::make_shared<KeepRegistered<Owner, Node>>(std::move(self), position,
-                                                             path + ", " + description);
+                                                             handler.cookie_description);
     } catch (...) {
         Node::RemoveHandler(position);
         throw;

@@ -1,31 +1,14 @@
 #include "framework/event_routing/src/event_routing/registration.h"
 
+#include "framework/event_routing/src/event_routing/event_routing_impl.h"
 #include "framework/exceptions/exceptions.h"
+#include "tests/support/bare_service.h"
 #include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
 #include <platform/event.h>
 
 #include <thread>
-
-namespace zel::test {
-struct tracked;
-struct nothing {};
-class service;
-} // namespace zel::test
-
-template <>
-struct zel::declared_type_name<zel::test::service> {
-    static std::string text() { return "class test::service"; }
-};
-template <>
-struct zel::declared_type_name<zel::test::tracked> {
-    static std::string text() { return "struct test::tracked"; }
-};
-template <>
-struct zel::declared_type_name<zel::test::nothing> {
-    static std::string text() { return "struct test::nothing"; }
-};
 
 namespace zel::test {
 
@@ -42,26 +25,17 @@ struct tracked {
     });
 };
 
-using node = RoutingMapNode<tracked, nothing>;
+using service = bare_service<tracked>;
+using node = service::node;
 
-class service : public std::enable_shared_from_this<service> {
-public:
-    std::shared_ptr<tasklib::keep_registered> add(const std::string& path, tracked function) {
-        threading::exclusive_lock_guard map_is_mine(routing_lock);
-        return register_handler(*this, map, path, std::move(function), nothing(), "x");
-    }
-    void Unregister(node::registration position) {
-        unregister_handler<node>(routing_lock, position);
-    }
-    std::shared_ptr<node::handler_record> find(const std::string& path) {
-        node::collected_handlers found;
-        map.CollectHandlers(path, found);
-        return found.empty() ? nullptr : found.front().handler;
-    }
+} // namespace zel::test
 
-    threading::recursive_shared_mutex routing_lock;
-    node map;
+template <>
+struct zel::declared_type_name<zel::test::tracked> {
+    static std::string text() { return "struct test::tracked"; }
 };
+
+namespace zel::test {
 
 class Registration : public testing::Test {
 protected:
@@ -69,7 +43,7 @@ protected:
     std::shared_ptr<platform::event> destroyed =
         std::make_shared<platform::event>(reset_mode::manual, false);
     std::shared_ptr<tasklib::keep_registered> cookie = owner->add("a.b", tracked{destroyed});
-    std::shared_ptr<node::handler_record> record = owner->find("a.b");
+    std::shared_ptr<node::registered_handler> record = owner->find("a.b");
 };
 
 TEST_F(Registration, KeepsItsServiceAliveAndDescribesItself) {
@@ -92,10 +66,7 @@ TEST_F(Registration, DropWaitsForCallsOnOtherThreadsAndDestroysTheCallableFirst)
         dropped.set();
     });
     // The handler is unlinked at once; the drop itself waits for the hold.
-    while (true) {
-        threading::shared_lock_guard map_is_stable(owner->routing_lock);
-        if (!owner->find("a.b"))
-            break;
+    while (owner->find("a.b")) {
     }
     EXPECT_FALSE(dropped.wait(milliseconds(50)));
     EXPECT_NE(record->use(), nullptr) << "calls inside the hold go on";
@@ -106,29 +77,41 @@ TEST_F(Registration, DropWaitsForCallsOnOtherThreadsAndDestroysTheCallableFirst)
 }
 
 TEST_F(Registration, DropFromInsideTheHandlerDoesNotWait) {
-    threading::shared_lock_guard running(record->lock());
-    const auto call = record->use();
-    cookie.reset();
-    EXPECT_EQ(record->use(), nullptr) << "nothing starts after the drop";
-    EXPECT_FALSE(destroyed->wait(milliseconds(0))) << "the running call keeps its callable";
+    {
+        const running_call call(*record);
+        ASSERT_TRUE(call);
+        cookie.reset();
+        EXPECT_FALSE(running_call(*record)) << "nothing starts after the drop";
+        EXPECT_FALSE(destroyed->wait(milliseconds(0))) << "the running call keeps its callable";
+    }
+    EXPECT_TRUE(destroyed->wait(milliseconds(0)));
 }
 
-TEST_F(Registration, CallableMayUseTheServiceFromItsDestructor) {
-    struct reentrant {
-        std::shared_ptr<service> owner;
-        std::shared_ptr<platform::event> gone;
-        ~reentrant() {
-            owner->add("late", tracked{gone}).reset();
-            gone->set();
-        }
+// Both locks must be free while a registrant's code runs: its callable is copied,
+// refused and destroyed outside of them.
+TEST_F(Registration, DestroysCallablesWithoutHoldingALock) {
+    service::record other_record;
+    bool locks_were_free = false;
+    const auto other_thread_gets_in = [&, owner = owner](int* p) {
+        delete p;
+        platform::event got_in(reset_mode::manual, false);
+        std::thread([&] {
+            owner->find("c");
+            if (other_record)
+                running_call{*other_record};
+            got_in.set();
+        }).detach();
+        locks_were_free = got_in.wait(milliseconds(10000));
     };
-    auto gone = std::make_shared<platform::event>(reset_mode::manual, false);
-    auto other = owner->add("c", tracked{gone, std::shared_ptr<int>(new int(), [=, this](int* p) {
-                                             const reentrant ends_here{owner, gone};
-                                             delete p;
-                                         })});
+    auto other = owner->add("c", tracked{destroyed, {new int, other_thread_gets_in}});
+    other_record = owner->find("c");
     other.reset();
-    EXPECT_TRUE(gone->wait(milliseconds(0)));
+    EXPECT_TRUE(locks_were_free);
+
+    locks_were_free = false;
+    EXPECT_THROW(owner->add("c*", tracked{destroyed, {new int, other_thread_gets_in}}),
+                 exceptions::error);
+    EXPECT_TRUE(locks_were_free);
 }
 
 TEST_F(Registration, FailedUnregistrationIsLoggedAndLeavesTheHandler) {
@@ -154,6 +137,20 @@ TEST_F(Registration, FailedUnregistrationIsLoggedAndLeavesTheHandler) {
         "enabled when thread holds reader lock.";
     EXPECT_EQ(lines[0].text.substr(0, context.size()), context);
     EXPECT_NE(owner->find("a.b"), nullptr);
+}
+
+TEST(EventCookie, IsNamedInTheLogByItsFullType) {
+    const std::string item =
+        "struct zel::event_routing::impl::RoutingMapNode<struct "
+        "zel::event_routing::impl::EventRoutingNodeFunction,struct "
+        "zel::event_routing::impl::EventRoutingNodeAdditionalData>::function_container_item";
+    const auto name = KeepRegistered<EventRoutingImpl, event_routing_node>::own_type_name();
+    EXPECT_EQ(name, "zel::event_routing::impl::KeepRegistered<class "
+                    "zel::event_routing::impl::EventRoutingImpl,struct std::pair<class std::list<" +
+                        item + ",class std::allocator<" + item +
+                        "> > *,class std::_List_iterator<class std::_List_val<struct "
+                        "std::_List_simple_types<" +
+                        item + "> > > > >");
 }
 
 TEST_F(Registration, NeedsASharedServiceAndLeavesNothingBehindWithoutOne) {

@@ -5,8 +5,8 @@
 //
 //   - Users hold a `retirable` and ask it for the callable each time they need
 //     it. Holding a `retirable` does not keep the callable alive.
-//   - Work that removal has to wait for runs inside a shared hold of `lock()` and
-//     asks for the callable inside that hold.
+//   - Work that removal has to wait for runs inside a `running_call`: a shared
+//     hold of `lock()`, inside which the callable is asked for and let go.
 //   - `retire` first waits for those holds, then marks the callable as retired,
 //     so that nothing starts afterwards, and destroys it last, outside the lock:
 //     its destructor may do as it likes. A thread that is itself inside such a
@@ -29,10 +29,13 @@ public:
 
     threading::recursive_mrsw_mutex& lock() const noexcept { return lock_; }
 
+    /// Looks without taking a reference that could be the last one.
+    bool is_retired() const noexcept { return retired_.load(std::memory_order_acquire); }
+
     /// The callable, or null once it is retired.
     std::shared_ptr<Callable> use() const noexcept {
         // Acquire pairs with the release in `retire`; see the rules above.
-        return retired_.load(std::memory_order_acquire) ? nullptr : callable_.lock();
+        return is_retired() ? nullptr : callable_.lock();
     }
 
     /// `last` is the owner's reference to the callable.
@@ -53,6 +56,25 @@ private:
     std::weak_ptr<Callable> callable_;
     // Read without the lock by those who only look whether to start.
     std::atomic<bool> retired_{false};
+};
+
+/// One call of a handler that its removal waits for.
+template <class Callable>
+class running_call {
+public:
+    explicit running_call(const retirable<Callable>& handler)
+        : hold_(handler.lock()), callable_(handler.use()) {}
+
+    /// False when the handler was retired before.
+    explicit operator bool() const noexcept { return callable_ != nullptr; }
+    Callable& operator*() const noexcept { return *callable_; }
+    Callable* operator->() const noexcept { return callable_.get(); }
+
+private:
+    // Given back after the callable was let go, so that whoever waits for the hold
+    // may rely on having the last reference.
+    threading::shared_lock_guard hold_;
+    std::shared_ptr<Callable> callable_;
 };
 
 } // namespace zel::event_routing::impl

@@ -8,6 +8,7 @@ namespace zel::event_routing::impl {
 
 namespace {
 
+// Records of failed cookies have always named this file.
 constinit log::source_position unregistration_failed(__FILE__, 313);
 
 } // namespace
@@ -20,18 +21,18 @@ std::string join_path(std::string prefix, std::string_view subnode) {
 }
 
 registration_path::registration_path(std::string_view path)
-    : exact(path != "*" && !path.ends_with(".*")), at_root(path == "*"), node(path) {
+    : exact(path != "*" && !path.ends_with(".*")), at_root(path == "*"), node_path(path) {
     const auto asterisk = path.find('*');
     if (asterisk != std::string_view::npos && (exact || asterisk + 1 < path.size()))
         throw exceptions::error("Wildcards are not supported except '*' as a last subnode.");
     if (!exact && !at_root)
-        node.remove_suffix(2);
+        node_path.remove_suffix(2);
 }
 
 void report_unregistration_failure(const std::exception_ptr& failure,
-                                   const std::string& cookie_type) {
+                                   std::string (*cookie_type)()) {
     routing_log.report_handler_failure(unregistration_failed, failure,
-                                       [&] { return cookie_type + "::~KeepRegistered"; });
+                                       [&] { return cookie_type() + "::~KeepRegistered"; });
 }
 
 } // namespace zel::event_routing::impl

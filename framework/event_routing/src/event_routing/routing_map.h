@@ -35,18 +35,18 @@ std::string join_path(std::string prefix, std::string_view subnode);
 struct registration_path {
     explicit registration_path(std::string_view path);
 
-    bool exact = true;     ///< false: ends in the subnode "*"
-    bool at_root = false;  ///< the path "*" alone
-    std::string_view node; ///< path of the node that holds the handler, unless at the root
+    bool exact;                 ///< false: ends in the subnode "*"
+    bool at_root;               ///< the path "*" alone
+    std::string_view node_path; ///< of the node that holds the handler, unless at the root
 };
 
 template <class Function, class AdditionalData>
 class RoutingMapNode {
 public:
     /// A handler as broadcasts and requests see it; immutable but for its end.
-    struct handler_record : retirable<Function> {
-        handler_record(const std::shared_ptr<Function>& function, AdditionalData data,
-                       std::string text)
+    struct registered_handler : retirable<Function> {
+        registered_handler(const std::shared_ptr<Function>& function, AdditionalData data,
+                           std::string text)
             : retirable<Function>(function), additional_data(std::move(data)),
               description(std::move(text)) {}
 
@@ -56,7 +56,7 @@ public:
 
     struct function_container_item {
         std::shared_ptr<Function> function;
-        std::shared_ptr<handler_record> record;
+        std::shared_ptr<registered_handler> record;
     };
     using item_list = std::list<function_container_item>;
 
@@ -64,7 +64,7 @@ public:
     using registration = std::pair<item_list*, typename item_list::iterator>;
 
     struct collected_handler {
-        std::shared_ptr<handler_record> handler;
+        std::shared_ptr<registered_handler> handler;
         std::int32_t level; ///< subnodes of the registration, the "*" not counted
     };
 
@@ -76,9 +76,13 @@ public:
     RoutingMapNode& operator=(const RoutingMapNode&) = delete;
     ~RoutingMapNode();
 
-    /// Throws exceptions::error for a misplaced "*"; nothing is changed then.
-    registration InsertHandler(std::string_view path, Function function,
-                               AdditionalData additional_data, std::string description);
+    static function_container_item make_item(Function function, AdditionalData additional_data,
+                                             std::string description);
+
+    /// Puts a copy of the item behind the others of its path; both refer to the
+    /// same handler.
+    registration InsertHandler(const registration_path& target,
+                               const function_container_item& item);
 
     /// Fills `found`, empty before, with the handlers that a routed path reaches:
     /// from the most specific registration to the least, within a level in
@@ -94,41 +98,46 @@ public:
 private:
     using child_entry = typename child_table<RoutingMapNode>::child;
 
-    item_list handlers;
-    item_list wildcard_handlers;
-    child_table<RoutingMapNode> children;
+    item_list handlers_;
+    item_list wildcard_handlers_;
+    child_table<RoutingMapNode> children_;
 };
 
 template <class Function, class AdditionalData>
 RoutingMapNode<Function, AdditionalData>::~RoutingMapNode() {
     // A path may have a million subnodes; destroying them must not recurse.
     std::vector<std::unique_ptr<child_entry>> doomed;
-    children.release_to(doomed);
+    children_.release_to(doomed);
     while (!doomed.empty()) {
         const auto child = std::move(doomed.back());
         doomed.pop_back();
-        child->node.children.release_to(doomed);
+        child->node.children_.release_to(doomed);
     }
 }
 
 template <class Function, class AdditionalData>
-auto RoutingMapNode<Function, AdditionalData>::InsertHandler(std::string_view path,
-                                                             Function function,
-                                                             AdditionalData additional_data,
-                                                             std::string description)
-    -> registration {
-    const registration_path target(path);
+auto RoutingMapNode<Function, AdditionalData>::make_item(Function function,
+                                                         AdditionalData additional_data,
+                                                         std::string description)
+    -> function_container_item {
     auto callable = std::make_shared<Function>(std::move(function));
-    auto record = std::make_shared<handler_record>(callable, std::move(additional_data),
-                                                   std::move(description));
+    auto record = std::make_shared<registered_handler>(callable, std::move(additional_data),
+                                                       std::move(description));
+    return {std::move(callable), std::move(record)};
+}
+
+template <class Function, class AdditionalData>
+auto RoutingMapNode<Function, AdditionalData>::InsertHandler(const registration_path& target,
+                                                             const function_container_item& item)
+    -> registration {
     RoutingMapNode* node = this;
     if (!target.at_root)
-        text::for_each_piece(target.node, ".", [&](std::string_view subnode) {
-            node = &node->children.find_or_add(subnode);
+        text::for_each_piece(target.node_path, ".", [&](std::string_view subnode) {
+            node = &node->children_.find_or_add(subnode);
             return true;
         });
-    item_list& list = target.exact ? node->handlers : node->wildcard_handlers;
-    list.push_back({std::move(callable), std::move(record)});
+    item_list& list = target.exact ? node->handlers_ : node->wildcard_handlers_;
+    list.push_back(item);
     return {&list, std::prev(list.end())};
 }
 
@@ -148,13 +157,13 @@ void RoutingMapNode<Function, AdditionalData>::CollectHandlers(std::string_view 
     const RoutingMapNode* node = this;
     std::int32_t level = 0;
     text::for_each_piece(path, ".", [&](std::string_view subnode) {
-        gather(node->wildcard_handlers, level);
-        node = node->children.find(subnode);
+        gather(node->wildcard_handlers_, level);
+        node = node->children_.find(subnode);
         ++level;
         return node != nullptr;
     });
     if (node)
-        gather(node->handlers, level);
+        gather(node->handlers_, level);
     std::reverse(found.begin(), found.end());
 }
 
@@ -171,11 +180,11 @@ auto RoutingMapNode<Function, AdditionalData>::CollectAllHandlers() const
     std::vector<visit> open; // instead of recursion: paths may be very deep
 
     const auto enter = [&](const RoutingMapNode& node, std::size_t prefix_length) {
-        for (const auto& item : node.handlers)
+        for (const auto& item : node.handlers_)
             all.emplace_back(prefix, item.record->description);
-        for (const auto& item : node.wildcard_handlers)
+        for (const auto& item : node.wildcard_handlers_)
             all.emplace_back(join_path(prefix, "*"), item.record->description);
-        auto sorted = node.children.all();
+        auto sorted = node.children_.all();
         std::sort(sorted.begin(), sorted.end(),
                   [](const auto* a, const auto* b) { return a->name < b->name; });
         open.push_back({std::move(sorted), 0, prefix_length});

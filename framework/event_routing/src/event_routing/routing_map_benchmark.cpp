@@ -24,7 +24,8 @@ std::string four_level_path(int number, int registered) {
 }
 
 void add(event_routing_node& map, const std::string& path) {
-    map.InsertHandler(path, {}, {}, "handler");
+    using zel::event_routing::impl::registration_path;
+    map.InsertHandler(registration_path(path), event_routing_node::make_item({}, {}, "handler"));
 }
 
 // One subnode after the other off the end, each with a wildcard handler.

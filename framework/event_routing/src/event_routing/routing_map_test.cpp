@@ -14,7 +14,7 @@ class RoutingMap : public testing::Test {
 protected:
     // The description tells the handlers apart.
     node::registration add(const std::string& path, const std::string& description) {
-        return map.InsertHandler(path, 0, {}, description);
+        return map.InsertHandler(registration_path(path), node::make_item(0, {}, description));
     }
     node::registration add(const std::string& path) { return add(path, path); }
 
