@@ -22,6 +22,11 @@ set(installed_targets
 
 # Users compile our headers with their own options.
 target_compile_features(event_routing INTERFACE cxx_std_20)
+# A user's own library carries a copy of the client part, with counts and actions
+# of its own: it must not share them with its host, nor be pinned in memory.
+target_link_options(event_routing INTERFACE
+    "$<$<IN_LIST:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY;MODULE_LIBRARY>:-Wl,-Bsymbolic>")
+target_compile_options(event_routing INTERFACE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
 
 foreach(target IN LISTS installed_targets)
     # A static library hands its private dependencies on to whoever links it;

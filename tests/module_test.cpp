@@ -1,6 +1,7 @@
 // The library as its clients see it: the shared library, loaded for real.
 #include <event_routing/client.h>
 
+#include <framework/module_interface/loader.h>
 #include <framework/module_interface/module_lifetime.h>
 #include <platform/library_image.h>
 
@@ -23,6 +24,15 @@ TEST(Module, IsOneObjectHoweverItIsAskedFor) {
     EXPECT_EQ(CreateModuleRaw(), seen[0].get());
     EXPECT_EQ(seen[0].use_count(), uses);
     EXPECT_EQ(seen[0]->GetEventRouting(), seen[0]->GetEventRouting());
+}
+
+// The program is linked with the library, so it is not the loader's to end.
+TEST(Module, SurvivesALoaderThatGivesItBack) {
+    auto& loader = mi::loader();
+    const auto image = loader.load_dll("event_routing", mi::implementation_address());
+    EXPECT_EQ(image, platform::image_of(reinterpret_cast<const void*>(&CreateModuleRaw)));
+    EXPECT_FALSE(loader.free_dll(image));
+    EXPECT_NE(get_module(), nullptr);
 }
 
 TEST(Module, StatesItsVersions) {

@@ -34,19 +34,21 @@ struct close_file {
     void operator()(std::FILE* stream) const { std::fclose(stream); }
 };
 
-// A last line counts even if no newline ends it.
-std::int64_t count_lines(const std::string& file) {
+// A last line counts even if no newline ends it. Tells the events of each step
+// that it takes.
+std::int64_t count_lines(const std::string& file, IEventRouting& events) {
     errno = 0;
     const std::unique_ptr<std::FILE, close_file> stream(std::fopen(file.c_str(), "rb"));
     std::int64_t lines = 0;
     char last = '\n';
-    std::array<char, 64 * 1024> buffer;
+    std::array<char, 256 * 1024> buffer;
     while (stream) {
         const std::size_t length = std::fread(buffer.data(), 1, buffer.size(), stream.get());
         if (length == 0)
             break;
         lines += std::count(buffer.data(), buffer.data() + length, '\n');
         last = buffer[length - 1];
+        events.BroadcastEvent(paths::walk_working, nullptr, {}, nullptr);
     }
     if (!stream || std::ferror(stream.get()))
         throw std::system_error(errno, std::generic_category());
@@ -79,7 +81,7 @@ private:
         parameters[parameter::path] = file;
         std::string path = paths::lines + extension;
         try {
-            const std::int64_t lines = count_lines(file);
+            const std::int64_t lines = count_lines(file, events_);
             lines_ += lines;
             ++files_;
             parameters[parameter::lines] = lines;

@@ -4,6 +4,7 @@
 //     file.size.<magnitude>    / with "path" and "size"
 //     file.unreadable          a file or folder that cannot be read: "path", "reason"
 //     lines.counted.<extension>  a text file was read: "path", "lines"
+//     walk.working             a component is at a large file: no news, but alive
 //     walk.ended               nothing more will be found
 //
 // Payloads are null. <extension> is the last part of the file name in lower case
@@ -23,6 +24,7 @@ inline const std::string any_size = "file.size.*";
 inline const std::string unreadable = "file.unreadable";
 inline const std::string lines = "lines.counted."; // an extension follows
 inline const std::string any_lines = "lines.counted.*";
+inline const std::string walk_working = "walk.working";
 inline const std::string walk_ended = "walk.ended";
 } // namespace paths
 

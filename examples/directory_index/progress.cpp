@@ -27,12 +27,18 @@ public:
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_file,
             [this](const std::string&, const event_data&, const routing_parameters&) {
-                ++events_;
-                if (clock::now() >= next_)
-                    show();
+                ++files_;
+                show_when_due();
                 return true;
             },
             nullptr, "progress"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::walk_working,
+            [this](const std::string&, const event_data&, const routing_parameters&) {
+                show_when_due();
+                return true;
+            },
+            nullptr, "progress: large files"));
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::walk_ended,
             [this](const std::string&, const event_data&, const routing_parameters&) {
@@ -48,8 +54,10 @@ public:
     std::string report() const override { return {}; }
 
 private:
-    void show() {
-        const std::string text = counted(events_, "file") + " so far";
+    void show_when_due() {
+        if (clock::now() < next_)
+            return;
+        const std::string text = counted(files_, "file") + " so far";
         std::fprintf(stderr, "\r%s", text.c_str());
         std::fflush(stderr);
         shown_ = text.size(); // never shorter than the text before
@@ -63,7 +71,7 @@ private:
     }
 
     clock::time_point next_ = clock::now() + patience;
-    std::int64_t events_ = 0;
+    std::int64_t files_ = 0;
     std::size_t shown_ = 0;
     cookies cookies_;
 };

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
 # What a client is told when a neighbouring library is missing, damaged or of
-# another version: neighbours_test.sh PROGRAM LIBRARY_FOLDER WRONG_LOG
+# another version: neighbours_test.sh PROGRAM LIBRARY_FOLDER WRONG_LOG THROWING_LOG
 set -euo pipefail
 
-program=$1 libraries=$2 wrong_log=$3
+program=$1 libraries=$2 wrong_log=$3 throwing_log=$4
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -42,3 +42,11 @@ Module: $scratch/lib/libevent_routing.so" "	Interface: class zel::log::ILogModul
 	Version: 1
 Module: $scratch/lib/libzel_log.so" "	Implementation: zel::log::detail::(anonymous namespace)::wrong_log
 	Version: 2" "0 handlers"
+
+fresh_copy
+cp "$throwing_log" "$scratch/lib/libzel_log.so"
+failure="The library zel_log could not be used: The log has no paper."
+expect "$failure
+0 handlers
+$failure
+0 handlers"
