@@ -1,0 +1,95 @@
+// The program that docs/guide.md quotes. Ends with 1 and names the first surprise,
+// so that the guide cannot promise what the library does not do.
+#include <event_routing/client.h>
+
+#include <framework/log/log_module.h>
+#include <platform/diagnostics.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+#include <vector>
+
+using namespace zel::event_routing;
+
+class document_data final : public zel::serialization::IDataHolder {
+public:
+    explicit document_data(int page_count) : pages(page_count) {}
+    std::shared_ptr<zel::serialization::IData> GetData() const override { return nullptr; }
+
+    const int pages;
+};
+
+// One thread logs in this program; where several do, the list needs a lock.
+class collecting_sink final : public zel::log::ILogSink {
+public:
+    void Write(const zel::log::record& entry) override { texts.emplace_back(entry.text); }
+
+    std::vector<std::string> texts;
+};
+
+static void require(bool condition, const char* what) {
+    if (condition)
+        return;
+    std::fprintf(stderr, "guide_example: %s\n", what);
+    std::exit(1);
+}
+
+int main() {
+    const auto module = get_module();
+    const auto events = get_event_routing(*module);
+
+    std::string seen;
+    const auto title_bar = events->RegisterEventHandler(
+        nullptr, "document.*",
+        [&](const std::string& path, const event_data& data, const routing_parameters& about) {
+            seen = path;
+            if (const auto document = std::dynamic_pointer_cast<const document_data>(data))
+                seen += " " + std::to_string(document->pages);
+            if (const auto reason = about.find("reason"); reason != about.end())
+                seen += " " + reason->second.text;
+            return true;
+        },
+        nullptr, "title bar");
+
+    routing_parameters about;
+    about["reason"] = "shutdown"; // a text
+    about["attempt"] = 2;         // a number
+    const auto data = std::make_shared<const document_data>(3);
+    events->BroadcastEvent("document.saved;document.closed", data, about, nullptr);
+    require(seen == "document.saved;document.closed 3 shutdown", "one call with both paths");
+    events->BroadcastEvent("document.saved", nullptr, {}, nullptr);
+    require(seen == "document.saved", "no payload and no parameters are fine");
+
+    const auto log = zel::log::get_log_module();
+    const auto sink = std::make_shared<collecting_sink>();
+    const auto following = log->AddSink(sink, zel::log::severity::failed_operation);
+    log->SetDefaultSinkSeverity(zel::log::silent); // nothing on standard error any more
+
+    int reported = 0;
+    const zel::platform::exception_observer observer([&](auto code, auto arguments) {
+        if (code == zel::platform::diagnostic::exception_report)
+            reported += *reinterpret_cast<const std::exception_ptr*>(arguments[0]) != nullptr;
+    });
+
+    auto backup = events->RegisterEventHandler(
+        nullptr, "document.saved", [](auto&&...) -> bool { throw std::runtime_error("disk full"); },
+        nullptr, "backup");
+    events->BroadcastEvent("document.saved", nullptr, {}, nullptr);
+    events->BroadcastEvent("document.saved", nullptr, {}, nullptr);
+    require(sink->texts.size() == 2 &&
+                sink->texts[1] == "Synchronous part of handler for document.saved, level=2, "
+                                  "description=backup throws exception!\ndisk full",
+            "every failure is logged");
+    require(reported == 1, "observers are told of a path and description once");
+
+    backup.reset(); // unregisters
+    events->BroadcastEvent("document.saved", nullptr, {}, nullptr);
+    require(sink->texts.size() == 2, "a dropped handler is not called");
+    try {
+        events->RegisterEventHandler(nullptr, "*.saved", nullptr, nullptr, "refused");
+    } catch (const zel::exceptions::error&) {
+        return 0; // an asterisk stands for the end of a path only
+    }
+    require(false, "a misplaced asterisk is refused");
+}
