@@ -5,8 +5,8 @@
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
-# The number counts the generations of the interface: a later one can be installed
-# beside this one.
+# The number counts the generations of the interface, whose headers can lie side by
+# side.
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/event_routing-1)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/event_routing)
 

@@ -1,8 +1,13 @@
 # Unit tests stand beside their subject; each floor has one program of them.
-find_package(GTest REQUIRED)
+if(BUILD_TESTING)
+    find_package(GTest REQUIRED)
+endif()
 
 # add_unit_tests(NAME SOURCES ... LINKS ... [SECONDS n])
 function(add_unit_tests name)
+    if(NOT BUILD_TESTING)
+        return()
+    endif()
     cmake_parse_arguments(arg "" "SECONDS" "SOURCES;LINKS" ${ARGN})
     add_executable(${name} ${arg_SOURCES})
     target_link_libraries(${name} PRIVATE ${arg_LINKS} GTest::gtest_main project_options)

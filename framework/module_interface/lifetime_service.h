@@ -47,8 +47,8 @@ public:
 
     /// Runs the image's unload callbacks, then its remaining actions. True when
     /// none of its objects is alive: then the image is forgotten and may be
-    /// unmapped. Always false while the process exits. Never called with a lock
-    /// of the loader held.
+    /// unmapped. Always false while the process exits. The loader calls it with
+    /// nothing held but the lock that keeps others from loading this library.
     virtual bool EndImage(platform::image_handle image) = 0;
 };
 

@@ -23,6 +23,7 @@ public:
     /// Gives a reference back. The last one ends a library that load_dll had
     /// mapped: its unload callbacks and remaining end-of-life actions run, and it
     /// is unmapped unless one of its objects is alive. True when it was unmapped.
+    /// Objects of a library count from its first use of the module or the log on.
     /// A library that was there before, linked for instance, is left alone. While
     /// a library ends, loading it waits on other threads. Throws
     /// exceptions::error for an image that load_dll did not return.

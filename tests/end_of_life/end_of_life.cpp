@@ -11,7 +11,6 @@
 #include <iostream>
 #include <map>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -25,69 +24,50 @@ void require(bool condition, const char* what) {
     std::_Exit(1);
 }
 
-// The texts of the failures that end-of-life actions report.
-class reports {
-public:
-    std::vector<std::string> texts;
-
-private:
-    platform::exception_observer observer_{[this](auto code, auto arguments) {
-        if (code != platform::diagnostic::text_report || arguments.size() != 3)
-            return;
-        require(arguments[0] == 31 &&
-                    std::string(reinterpret_cast<const char*>(arguments[1]), arguments[0]) ==
-                        "Atexit action throws exception!",
-                "text of the report");
-        texts.push_back(reinterpret_cast<const std::exception*>(arguments[2])->what());
-    }};
-};
-
-auto counting_handler(std::atomic<int>& calls) {
-    return [&calls](const auto&, const auto&, const auto&) {
-        ++calls;
-        return true;
-    };
-}
-
-std::string failure_of_creation() {
+void require_no_new_module() {
     try {
         get_module();
     } catch (const lifetime::object_already_destroyed& failure) {
-        return failure.what();
+        return require(failure.what() == std::string("Object was already destroyed"), "text");
     }
-    return "none";
+    require(false, "no module after its end");
 }
 
 std::atomic<int> calls{0};
 
+bool count(const std::string&, const event_data&, const routing_parameters&) {
+    ++calls;
+    return true;
+}
+
+// What end-of-life actions throw.
+std::string reported;
+const platform::exception_observer observer([](auto, auto arguments) {
+    reported += reinterpret_cast<const std::exception*>(arguments[2])->what();
+});
+
 int clean_end() {
-    reports seen;
     auto module = get_module();
-    auto events = get_event_routing(*module);
-    auto cookie = events->RegisterEventHandler(nullptr, "a", counting_handler(calls), nullptr, "d");
+    const auto events = get_event_routing(*module);
+    auto cookie = events->RegisterEventHandler(nullptr, "a", count, nullptr, "d");
     module.reset();
     on_morna_dll_unload();
-    require(seen.texts.empty(), "nothing to report");
-    require(failure_of_creation() == "Object was already destroyed", "no module after its end");
+    require(reported.empty(), "nothing to report");
+    require_no_new_module();
     // A service and its handlers outlive the module.
     events->BroadcastEvent("a", nullptr, {}, nullptr);
-    require(calls == 1, "the handler is still reached");
     cookie.reset();
     events->BroadcastEvent("a", nullptr, {}, nullptr);
-    require(calls == 1, "the dropped handler is not");
+    require(calls == 1, "reached until dropped");
     return 0;
 }
 
 int still_held() {
-    reports seen;
     const auto module = get_module();
     on_morna_dll_unload();
-    require(seen.texts ==
-                std::vector<std::string>{"Module being destroyed is still held somewhere else"},
-            "the holder is reported");
-    require(failure_of_creation() == "Object was already destroyed", "no new reference");
+    require(reported == "Module being destroyed is still held somewhere else", "reported");
+    require_no_new_module();
     require(module->NextEventMessageId() == 1, "the held module works");
-    get_event_routing(*module)->BroadcastEvent("a", nullptr, {}, nullptr);
     return 0;
 }
 
@@ -100,15 +80,11 @@ int exit_without_clean_up() {
     global_module = get_module();
     static const auto local_static = get_module();
     const auto events = get_event_routing(*global_module);
-    global_cookie =
-        events->RegisterEventHandler(nullptr, "a.*", counting_handler(calls), nullptr, "d");
-    events->RegisterEventHandler(
-        nullptr, "a", [](auto&&...) -> bool { throw 1; }, nullptr, "t");
+    global_cookie = events->RegisterEventHandler(nullptr, "a.*", count, nullptr, "d");
     // Broadcasts and registers until the process is gone.
     std::thread([events] {
         for (;;) {
-            const auto cookie =
-                events->RegisterEventHandler(nullptr, "a.b", counting_handler(calls), nullptr, "");
+            const auto cookie = events->RegisterEventHandler(nullptr, "a.b", count, nullptr, "");
             events->BroadcastEvent("a.b;a", nullptr, {}, nullptr);
         }
     }).detach();
@@ -118,8 +94,7 @@ int exit_without_clean_up() {
 }
 
 int exit_inside_a_handler() {
-    const auto module = get_module();
-    const auto events = get_event_routing(*module);
+    const auto events = get_event_routing(*get_module());
     const auto cookie = events->RegisterEventHandler(
         nullptr, "a", [](auto&&...) -> bool { std::exit(0); }, nullptr, "exits");
     events->BroadcastEvent("a", nullptr, {}, nullptr);
@@ -128,13 +103,12 @@ int exit_inside_a_handler() {
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int, char** argv) {
     const std::map<std::string, int (*)()> scenarios = {
         {"clean_end", clean_end},
         {"still_held", still_held},
         {"exit_without_clean_up", exit_without_clean_up},
         {"exit_inside_a_handler", exit_inside_a_handler},
     };
-    const auto chosen = scenarios.find(argc > 1 ? argv[1] : "");
-    return chosen == scenarios.end() ? 2 : chosen->second();
+    return scenarios.at(argv[1])();
 }

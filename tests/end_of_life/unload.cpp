@@ -35,22 +35,15 @@ protected:
     }
     bool free() { return mi::loader().free_dll(image); }
 
-    // Loads the log as well, runs handlers, lets one fail.
+    // Loads the log as well.
     void use() {
         const auto events = module->GetEventRouting();
-        int calls = 0;
         const auto cookie = events->RegisterEventHandler(
-            nullptr, "a",
-            [&](auto&&...) -> bool {
-                ++calls;
-                throw calls;
-            },
-            nullptr, "fails");
+            nullptr, "a", [](auto&&...) -> bool { throw 1; }, nullptr, "fails");
         testing::internal::CaptureStderr();
         events->BroadcastEvent("a", nullptr, {}, nullptr);
         EXPECT_NE(testing::internal::GetCapturedStderr().find("throws exception!"),
                   std::string::npos);
-        EXPECT_EQ(calls, 1);
     }
 
     platform::image_handle image = platform::image_handle::none;

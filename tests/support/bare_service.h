@@ -36,12 +36,12 @@ public:
 
 } // namespace zel::test
 
-template <>
-struct zel::declared_type_name<zel::test::nothing> {
-    static std::string text() { return "struct test::nothing"; }
-};
-
 template <class Function>
 struct zel::declared_type_name<zel::test::bare_service<Function>> {
     static std::string text() { return "class test::service"; }
+};
+template <class Function>
+struct zel::declared_type_name<
+    zel::event_routing::impl::RoutingMapNode<Function, zel::test::nothing>> {
+    static std::string text() { return "class test::node"; }
 };

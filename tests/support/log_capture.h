@@ -3,8 +3,6 @@
 
 #include <framework/log/log_module.h>
 
-#include <algorithm>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -14,37 +12,27 @@ namespace zel::test {
 class log_capture {
 public:
     struct line {
-        std::string module, source_id, text;
+        std::string module, text;
         int number;
         int severity;
     };
 
-    explicit log_capture(int lowest_severity = 0) : log_(log::get_log_module()) {
+    explicit log_capture(int lowest_severity) : log_(log::get_log_module()) {
         log_->SetDefaultSinkSeverity(log::silent);
         subscription_ = log_->AddSink(sink_, lowest_severity);
     }
-    ~log_capture() {
-        subscription_.reset();
-        log_->SetDefaultSinkSeverity(log::severity::failed_operation);
-    }
+    ~log_capture() { log_->SetDefaultSinkSeverity(log::severity::failed_operation); }
 
     std::vector<line> lines() const {
         std::lock_guard inside(sink_->guard);
         return sink_->lines;
-    }
-    /// The lines of one severity.
-    std::vector<line> lines(int severity) const {
-        auto all = lines();
-        std::erase_if(all, [&](const line& l) { return l.severity != severity; });
-        return all;
     }
 
 private:
     struct sink : log::ILogSink {
         void Write(const log::record& r) override {
             std::lock_guard inside(guard);
-            lines.push_back({std::string(r.module), std::string(r.source_id), std::string(r.text),
-                             r.line, r.severity});
+            lines.push_back({std::string(r.module), std::string(r.text), r.line, r.severity});
         }
         std::mutex guard;
         std::vector<line> lines;

@@ -10,6 +10,7 @@
 #include <event_routing/event_routing.h>
 #include <event_routing/module.h>
 
+#include <framework/module_interface/lifetime_service.h>
 #include <framework/module_interface/version_check.h>
 #include <tasklib/keep_registered.h>
 
@@ -18,6 +19,8 @@ namespace zel::event_routing {
 inline std::shared_ptr<IModule> get_module() {
     auto module = detail::CreateModule();
     RequireInterface(*module);
+    // So that the loader does not unmap the caller's library under its objects.
+    mi::announce_this_image();
     return module;
 }
 

@@ -32,6 +32,8 @@ public:
 
     /// The default event routing service.
     virtual std::shared_ptr<IEventRouting> GetEventRouting() = 0;
+    // To come: the next four throw exceptions::fatal today.
+
     /// The event routing instance of that name, made on first request.
     virtual std::shared_ptr<IEventRouting> GetNamedEventRouting(const std::string& name) = 0;
     virtual std::shared_ptr<IRequestRouting> GetRequestRouting() = 0;

@@ -8,7 +8,7 @@
 //   - Work that removal has to wait for runs inside a `running_call`: a shared
 //     hold of `lock()`, inside which the callable is asked for and let go.
 //   - `retire` first waits for those holds, then marks the callable as retired,
-//     so that nothing starts afterwards, and destroys it last, outside the lock:
+//     so that nobody gets it afterwards, and destroys it last, outside the lock:
 //     its destructor may do as it likes. A thread that is itself inside such a
 //     hold does not wait for anybody.
 //   - A call that was started without a hold is not waited for; its own strong
