@@ -1,30 +1,56 @@
 #include <platform/process.h>
-#include <platform/thread_id.h>
+
+#include "platform/src/watched_thread_test.h"
+
+#include <platform/diagnostics.h>
 
 #include <gtest/gtest.h>
+#include <optional>
+#include <pthread.h>
+#include <string>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
 
-bool numbers_are_right() {
-    return zel::platform::this_thread_id() == static_cast<std::uint32_t>(gettid()) &&
-           zel::platform::process_id() == static_cast<std::uint32_t>(getpid());
+using namespace zel::platform;
+
+TEST(Process, KnowsItsNumbersAfterAFork) {
+    const auto main_thread = this_thread_id();
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(process_id() == this_thread_id() && process_id() != main_thread ? 0 : 1);
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "the child has kept its parent's numbers";
 }
 
-TEST(Process, KnowsItsNumbersOnEveryThreadAndAfterAFork) {
-    EXPECT_TRUE(numbers_are_right());
-    std::jthread([] {
-        EXPECT_TRUE(numbers_are_right());
-        const pid_t child = fork();
-        if (child == 0)
-            _exit(numbers_are_right() ? 0 : 1);
-        int status = -1;
-        EXPECT_EQ(waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, 0) << "the child has kept its parent's numbers";
-        EXPECT_TRUE(numbers_are_right());
+TEST(Process, CancelsAThreadInNoWaitOfThisLayerAndUnwindsItThroughTheGuard) {
+    std::string log;
+    watched_thread([&] {
+        pthread_cancel(pthread_self());
+        event(reset_mode::manual, false).wait(milliseconds(1));
+        sleep_for(milliseconds(1));
+        log += "waited";
+        guarded(&pthread_testcancel);
+        log += ", went on";
     }).join();
+    EXPECT_EQ(log, "waited");
+}
+
+TEST(RaiseException, TellsObserversThatThrowComeGoAndRaiseFromInsideACall) {
+    std::string told;
+    std::optional<exception_observer> leaving;
+    std::optional<exception_observer> coming;
+    const exception_observer throwing([](auto...) { throw 5; });
+    leaving.emplace([&, kept = std::string("left ")](auto...) {
+        leaving.reset();
+        coming.emplace([&](auto...) { told += "came "; });
+        raise_exception(diagnostic::text_report, {});
+        told += kept;
+    });
+    raise_exception(diagnostic::text_report, {});
+    EXPECT_EQ(told, "came left ");
 }
 
 } // namespace

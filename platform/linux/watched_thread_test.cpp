@@ -3,6 +3,7 @@
 #include <platform/process.h>
 
 #include <fstream>
+#include <iterator>
 #include <pthread.h>
 #include <string>
 
@@ -10,14 +11,10 @@ namespace zel::platform {
 
 // Changes whenever the thread has run; empty while it is awake or when it is gone.
 static std::string sleep_of(thread_id thread) {
-    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
-    bool asleep = false;
-    for (std::string line; std::getline(status, line);) {
-        asleep = asleep || line.starts_with("State:\tS");
-        if (line.starts_with("voluntary_ctxt_switches:"))
-            return asleep ? line : std::string();
-    }
-    return {};
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/status");
+    const std::string status(std::istreambuf_iterator<char>(file), {});
+    const bool asleep = status.find("State:\tS") != std::string::npos;
+    return asleep ? status.substr(status.find("voluntary_ctxt_switches:")) : "";
 }
 
 bool wait_until_asleep(thread_id thread) {
