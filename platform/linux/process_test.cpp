@@ -16,10 +16,10 @@ namespace {
 using namespace zel::platform;
 
 TEST(Process, KnowsItsNumbersAfterAFork) {
-    const auto main_thread = this_thread_id();
     const pid_t child = fork();
     if (child == 0)
-        _exit(process_id() == this_thread_id() && process_id() != main_thread ? 0 : 1);
+        _exit(process_id() == this_thread_id() && static_cast<pid_t>(process_id()) == getpid() ? 0
+                                                                                               : 1);
     int status = -1;
     EXPECT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0) << "the child has kept its parent's numbers";

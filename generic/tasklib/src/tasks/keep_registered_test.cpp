@@ -14,11 +14,9 @@ TEST(MakeRegCookie, RunsItsActionOnceWithTheLastReferenceAndLogsWhatItThrows) {
     cookie.reset();
     EXPECT_TRUE(log.lines().empty());
     second.reset();
-    const auto lines = log.lines();
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_EQ(lines[0].module, "tasks");
-    EXPECT_EQ(lines[0].severity, zel::log::severity::fatal_failure);
-    EXPECT_NE(lines[0].text.find("\nbroken (thrown at "), std::string::npos) << lines[0].text;
+    const auto line = log.lines().at(0);
+    EXPECT_EQ(line.severity, zel::log::severity::fatal_failure);
+    EXPECT_NE(line.text.find("\nbroken (thrown at 0x"), std::string::npos) << line.text;
 }
 
 } // namespace
