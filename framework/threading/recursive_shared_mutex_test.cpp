@@ -44,6 +44,7 @@ TEST(RecursiveSharedMutex, IsGivenUpWithTheLastOfAThreadsHoldsOfEitherKind) {
     for (const auto give_back : {&recursive_shared_mutex::unlock, &recursive_shared_mutex::unlock,
                                  &recursive_shared_mutex::unlock_shared}) {
         EXPECT_TRUE(other.waits());
+        watched_thread([&] { lock.unlock_shared(); }).join(); // another thread's: nothing
         (lock.*give_back)();
     }
     EXPECT_TRUE(other.gets_in());

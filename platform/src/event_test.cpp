@@ -75,32 +75,27 @@ TEST(WaitAny, NeitherLosesNorDoublesASignalThatRacesWithTimeOutsAndAnotherSignal
     event tick(reset_mode::automatic, false);
     event tock(reset_mode::automatic, false);
     event stop(reset_mode::manual, false);
-    event taken(reset_mode::automatic, false);
     std::atomic<int> count{0};
-    const auto count_until_stopped = [&] {
+    watched_thread waiter([&] {
         event* const list[] = {&tick, &tock, &stop};
         for (std::optional<std::size_t> which; which != 2U; which = wait_any(list, milliseconds(1)))
-            if (which) {
-                ++count;
-                taken.set();
-            }
-    };
-    watched_thread first(count_until_stopped);
-    watched_thread second(count_until_stopped);
-    for (int sets = 0; sets < 2000 && count == sets; sets += 2) {
-        // Every other time just when a time-out that began with the last one is over.
-        const auto pause = std::chrono::microseconds(sets % 4 / 2 * (950 + sets % 150));
-        for (const auto start = steady::now(); steady::now() - start < pause;) {
+            count += which.has_value();
+    });
+    for (int sets = 0; sets < 20'000 && count == sets; sets += 2) {
+        // While the waiter begins, and sometimes just when its time is over.
+        const auto start = steady::now();
+        const auto end_of_time = std::chrono::microseconds(950 + sets % 150);
+        const auto pause = sets % 20 ? std::chrono::nanoseconds(sets % 64 * 10) : end_of_time;
+        while (steady::now() < start + pause) {
         }
-        tick.set();
         tock.set();
-        while (count < sets + 2 && taken.wait(patience)) {
-        }
+        tick.set();
+        while (count < sets + 2 && steady::now() < start + patience)
+            std::this_thread::yield();
     }
     stop.set();
-    first.join();
-    second.join();
-    EXPECT_EQ(count, 2000);
+    waiter.join();
+    EXPECT_EQ(count, 20'000);
 }
 
 } // namespace

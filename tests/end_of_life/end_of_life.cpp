@@ -40,10 +40,11 @@ bool count(const std::string&, const event_data&, const routing_parameters&) {
     return true;
 }
 
-// What end-of-life actions throw.
+// How the failures of end-of-life actions are reported.
 std::string reported;
 const platform::exception_observer observer([](auto, auto arguments) {
-    reported += reinterpret_cast<const std::exception*>(arguments[2])->what();
+    reported += std::string(reinterpret_cast<const char*>(arguments[1]), arguments[0]) + " " +
+                reinterpret_cast<const std::exception*>(arguments[2])->what();
 });
 
 int clean_end() {
@@ -65,7 +66,9 @@ int clean_end() {
 int still_held() {
     const auto module = get_module();
     on_morna_dll_unload();
-    require(reported == "Module being destroyed is still held somewhere else", "reported");
+    require(reported == "Atexit action throws exception! "
+                        "Module being destroyed is still held somewhere else",
+            "reported");
     require_no_new_module();
     require(module->NextEventMessageId() == 1, "the held module works");
     return 0;

@@ -98,7 +98,8 @@ TEST_F(Registration, FailedUnregistrationIsLoggedAndLeavesTheHandler) {
     EXPECT_EQ(log.lines()[0].number, 313);
     EXPECT_TRUE(log.lines()[0].text.starts_with(
         KeepRegistered<service, service::node>::own_type_name() +
-        "::~KeepRegistered\nzel::threading::recursive_shared_mutex::try_set_exclusive_mode: "));
+        "::~KeepRegistered\nzel::threading::recursive_shared_mutex::try_set_exclusive_mode: "
+        "writer lock is not enabled when thread holds reader lock."));
     EXPECT_NE(owner->find("a.b"), nullptr);
 }
 
