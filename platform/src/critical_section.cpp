@@ -1,4 +1,5 @@
 #include <platform/critical_section.h>
+#include <platform/process.h>
 #include <platform/wait_on_address.h>
 
 namespace zel::platform {
@@ -8,12 +9,6 @@ namespace {
 // Long enough for a holder on the other core to finish a short section, short
 // enough not to matter when it was preempted.
 constexpr int spins_before_sleep = 100;
-
-void pause_processor() noexcept {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#endif
-}
 
 } // namespace
 

@@ -15,6 +15,14 @@ ZEL_EXPORT std::uint32_t process_id() noexcept;
 /// Pauses the calling thread. Not a cancellation point.
 ZEL_EXPORT void sleep_for(milliseconds duration) noexcept;
 
+/// Inside a loop that looks for what another core is about to do: lets the processor
+/// attend to something else for some ten nanoseconds.
+inline void pause_processor() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+}
+
 /// Whether a person reads what is written to the stream.
 ZEL_EXPORT bool is_terminal(std::FILE* stream) noexcept;
 
