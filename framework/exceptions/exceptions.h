@@ -26,17 +26,18 @@ public:
     const char* what() const noexcept override { return message_->c_str(); }
     /// Code address right behind the throw.
     const void* address() const noexcept { return address_; }
-    /// -1 for every exception of this library.
+    /// The system's error code where a call to the system failed, else -1.
     int number() const noexcept { return number_; }
 
 protected:
-    base(std::string message, const void* address)
-        : message_(std::make_shared<const std::string>(std::move(message))), address_(address) {}
+    base(std::string message, const void* address, int number = -1)
+        : message_(std::make_shared<const std::string>(std::move(message))), address_(address),
+          number_(number) {}
 
 private:
     std::shared_ptr<const std::string> message_; // shared, so that copying cannot throw
     const void* address_;
-    int number_ = -1;
+    int number_;
 };
 
 } // namespace detail
@@ -48,6 +49,8 @@ class ZEL_EXPORT error : public detail::base {
 public:
     [[gnu::noinline]] explicit error(std::string message)
         : base(std::move(message), __builtin_return_address(0)) {}
+    [[gnu::noinline]] error(std::string message, int system_error)
+        : base(std::move(message), __builtin_return_address(0), system_error) {}
 
 protected:
     error(std::string message, const void* address) : base(std::move(message), address) {}

@@ -1,9 +1,10 @@
 #include "framework/module_interface/live_objects.h"
 
 #include <platform/process.h>
+#include <platform/thread_id.h>
 
+#include <array>
 #include <atomic>
-#include <bit>
 
 namespace zel::mi {
 
@@ -11,42 +12,51 @@ namespace live_objects {
 
 namespace {
 
-// One word, so that nobody sees a module counted without its object. Sequentially
-// consistent: counts are compared across threads at the end of a library's life.
-constinit std::atomic<std::uint64_t> packed{0};
+// Threads that make and release objects at the same time must not pass one word to
+// and fro, so each counts in a place of its own, as a rule.
+struct alignas(64) place {
+    // Release and acquire: who counts a release has counted the making.
+    std::atomic<std::uint64_t> made{0};
+    std::atomic<std::uint64_t> released{0};
+};
 
-counts change(std::int32_t modules, std::int32_t objects) noexcept {
-    std::uint64_t before = packed.load();
-    counts now{};
-    do {
-        now = std::bit_cast<counts>(before);
-        now.modules += modules;
-        now.objects += objects;
-    } while (!packed.compare_exchange_weak(before, std::bit_cast<std::uint64_t>(now)));
-    return now;
+constinit std::array<place, 16> places;
+// Sequentially consistent: compared across threads at the end of a library's life.
+constinit std::atomic<std::int32_t> modules{0};
+
+place& own_place() noexcept {
+    return places[platform::this_thread_id() % places.size()];
 }
 
 } // namespace
 
+// Releases before makings: an object that is alive all the time is never missed,
+// however many others come and go meanwhile.
 counts current() noexcept {
-    return std::bit_cast<counts>(packed.load());
+    std::uint64_t released = 0;
+    std::uint64_t made = 0;
+    for (const place& p : places)
+        released += p.released.load(std::memory_order_acquire);
+    for (const place& p : places)
+        made += p.made.load(std::memory_order_acquire);
+    return {modules.load(), static_cast<std::int32_t>(made - released)};
 }
 
 void add_object() noexcept {
-    change(0, 1);
+    own_place().made.fetch_add(1, std::memory_order_release);
 }
 
 void remove_object() noexcept {
-    change(0, -1);
+    own_place().released.fetch_add(1, std::memory_order_release);
 }
 
 void add_module() noexcept {
-    change(1, 0);
+    ++modules;
 }
 
 void remove_module() noexcept {
     constexpr int most_pauses = 10;
-    if (change(-1, 0).modules != 0)
+    if (--modules != 0)
         return;
     for (int pause = 0; pause < most_pauses && current().objects > 1; ++pause)
         platform::sleep_for(platform::milliseconds(1));

@@ -55,17 +55,21 @@ public:
     /// Null when the neighbour has ended.
     std::shared_ptr<Interface> lock() const noexcept { return module_.lock(); }
 
+    /// Whether somebody besides the neighbour itself holds one of its objects.
+    bool is_used() const { return lifetime_->IsModuleUsed(); }
+
 private:
-    std::shared_ptr<Interface> obtain(const neighbour_names& names) const {
+    std::shared_ptr<Interface> obtain(const neighbour_names& names) {
         const auto create = library_.function<std::shared_ptr<Interface>()>(names.create_module);
-        const auto lifetime =
+        const auto get_lifetime =
             library_.function<std::shared_ptr<IModuleLifetime>()>(names.lifetime_object);
         std::shared_ptr<Interface> module;
         std::string reason = "it gave no module";
         // An exception of the neighbour is code of the neighbour: only its text
         // may outlive the library.
         if (const auto failure = platform::guarded([&] {
-                module = std::static_pointer_cast<Interface>(lifetime()->GetModule(create));
+                lifetime_ = get_lifetime();
+                module = std::static_pointer_cast<Interface>(lifetime_->GetModule(create));
             }))
             reason = exceptions::brief_text(failure);
         if (!module)
@@ -74,7 +78,8 @@ private:
         return module;
     }
 
-    loaded_library library_; // outlives the reference below, whose code is in it
+    loaded_library library_; // outlives what is below, whose code is in it
+    std::shared_ptr<IModuleLifetime> lifetime_;
     std::weak_ptr<Interface> module_;
 };
 
