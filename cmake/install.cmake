@@ -10,7 +10,7 @@ include(GNUInstallDirs)
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/event_routing-1)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/event_routing)
 
-# The last three are loaded when first used and never linked; they are installed
+# Those after the platform are loaded when first used and never linked; they are installed
 # because the library does not run without them.
 set(installed_targets
     event_routing
@@ -18,7 +18,9 @@ set(installed_targets
     zel_platform
     zel_dll_loader
     zel_log
-    zel_module_lifetime)
+    zel_module_lifetime
+    zel_perfstats
+    zel_tasks_core)
 
 # Users compile our headers with their own options.
 target_compile_features(event_routing INTERFACE cxx_std_20)

@@ -1,12 +1,11 @@
 #include "generic/tasklib/src/tasks/reg_cookie.h"
 
-#include "framework/log/log_area.h"
+#include "generic/tasklib/src/tasks/tasks_log.h"
 
 namespace zel::tasklib {
 
 namespace {
 
-constexpr log::log_area tasks_log("tasks");
 constinit log::source_position release_failed(__FILE__, 10);
 
 class action_cookie final : public keep_registered {

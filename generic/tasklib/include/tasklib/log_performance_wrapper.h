@@ -1,0 +1,35 @@
+// Measures one run and tells the performance logger.
+#pragma once
+
+#include <tasklib/performance_logger.h>
+#include <tasklib/run_statistics.h>
+
+#include <optional>
+
+namespace zel::tasklib {
+
+/// From its construction until `stop`, on one thread. Reads no clock unless runs
+/// are being measured when it is made.
+class log_performance_wrapper {
+public:
+    /// The name must outlive the object.
+    log_performance_wrapper(std::uint32_t kind, const std::string& name);
+    ~log_performance_wrapper() { stop(); }
+    log_performance_wrapper(const log_performance_wrapper&) = delete;
+    log_performance_wrapper& operator=(const log_performance_wrapper&) = delete;
+
+    /// Reports the run, once. What fails is logged.
+    void stop() noexcept;
+
+private:
+    void begin();
+    void report() const;
+
+    std::uint32_t kind_;
+    const std::string& name_;
+    bool measuring_;
+    run_snapshot start_;
+    std::optional<perfstats::Data> statistics_;
+};
+
+} // namespace zel::tasklib

@@ -1,0 +1,35 @@
+// Running tasks one after another in the order in which they were stored.
+#pragma once
+
+#include <tasklib/fwd.h>
+
+#include <framework/module_interface/interface.h>
+
+#include <memory>
+
+namespace zel::tasklib {
+
+/// Holds tasks and runs them on threads that are lent to it. Any thread may call
+/// any operation.
+class ZEL_EXPORT task_queue_ifc : public InterfaceBase {
+public:
+    static constexpr std::int32_t interface_version = 2;
+    virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
+
+    /// Stores a task. True when the caller has to see to a thread that calls
+    /// `run_all_stored_tasks`. Waits for up to 5 s while more than 1024 tasks are
+    /// stored; throws canceled_exception when the calling task is canceled
+    /// meanwhile.
+    virtual bool push(const std::shared_ptr<task_ifc>& task) = 0;
+
+    /// Runs tasks on the calling thread until none is stored; returns at once when
+    /// enough threads do that already.
+    virtual void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) = 0;
+};
+
+} // namespace zel::tasklib
+
+template <>
+struct zel::declared_type_name<zel::tasklib::task_queue_ifc> {
+    static std::string text() { return "class zel::tasklib::task_queue_ifc"; }
+};

@@ -1,0 +1,39 @@
+// The task library: threads, a scheduler, cancellation. Implemented by `tasks_core`.
+#pragma once
+
+#include <tasklib/ended_state.h>
+#include <tasklib/fwd.h>
+#include <tasklib/log_exception_function.h>
+
+#include <framework/module_interface/interface.h>
+
+#include <memory>
+
+namespace zel::tasklib {
+
+/// When the library ends, queued and delayed tasks are canceled and running ones
+/// waited for; from then on the operations that need its threads throw
+/// exceptions::fatal.
+class ZEL_EXPORT tasks_core_module : public ModuleInterfaceBase {
+public:
+    static constexpr std::int32_t interface_version = 6;
+    virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
+
+    virtual std::shared_ptr<ended_state_ifc> create_ended_state() = 0;
+    virtual std::shared_ptr<task_processor_ifc> get_task_processor() = 0;
+
+    /// The calling thread's cancellation object, which stands for the innermost
+    /// task it is inside of; null outside of tasks.
+    virtual std::shared_ptr<cancellation_ifc> get_this_taskcancellation() = 0;
+    /// Who hears of failed tasks, for the whole process.
+    virtual LogExceptionFunctionData& log_exception_function() = 0;
+
+    virtual std::shared_ptr<task_scheduler_ifc> get_task_scheduler() = 0;
+};
+
+} // namespace zel::tasklib
+
+template <>
+struct zel::declared_type_name<zel::tasklib::tasks_core_module> {
+    static std::string text() { return "class zel::tasklib::tasks_core_module"; }
+};

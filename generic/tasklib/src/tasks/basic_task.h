@@ -1,0 +1,76 @@
+// A task: a runnable that knows who holds it.
+#pragma once
+
+#include "generic/tasklib/src/tasks/runnable.h"
+
+#include <tasklib/keep_registered.h>
+#include <tasklib/task_ifc.h>
+#include <tasklib/task_processor.h>
+
+#include <vector>
+
+namespace zel::tasklib {
+
+class basic_task : public runnable, public task_ifc {
+public:
+    /// Enters the container, if there is one, and follows the cancellation of the
+    /// task that the calling thread is inside of. Once, right after the making.
+    void enter(const std::shared_ptr<task_container_low_level_ifc>& container);
+
+    /// Has another task submitted when this one has ended, at once if it has;
+    /// without a processor it is canceled then.
+    void add_follow_up(std::shared_ptr<task_ifc> task,
+                       std::shared_ptr<task_processor_ifc> processor);
+
+    bool cancel() override;
+
+    std::string get_name() const override { return name(); }
+    std::uint32_t get_tag() const override { return tag_; }
+    std::shared_ptr<task_container_low_level_ifc> get_container() const override;
+    void run(bool skip_body) override { run_once(skip_body); }
+    void set_submitter(const std::shared_ptr<task_submitter_ifc>& place) override;
+    std::shared_ptr<task_submitter_ifc> get_submitter() const override;
+    std::shared_ptr<task_submitter_ifc> take_submitter() override;
+    std::shared_ptr<ended_state_ifc> get_ended_state() const override { return ended_state_; }
+    bool try_claim() override;
+    void set_queue(task_queue_ifc* queue) override;
+    void add_run_statistics(const run_snapshot& start, const run_snapshot& end) override;
+    void set_run_statistics(const run_statistics& statistics) override;
+    run_statistics get_run_statistics() const override;
+    cancellation_ifc& cancellation() noexcept override { return *this; }
+    task_positions& positions() noexcept override { return positions_; }
+
+protected:
+    basic_task(std::string name, std::uint32_t tag);
+
+private:
+    struct follow_up {
+        std::shared_ptr<task_ifc> task;
+        std::shared_ptr<task_processor_ifc> processor;
+        void start() const;
+    };
+    // What few tasks have; null for the others.
+    struct extras {
+        std::vector<follow_up> follow_ups;
+        run_statistics statistics;
+    };
+
+    std::string prepare_thread() override;
+    void leave_holders(const std::shared_ptr<runnable>& self) override;
+    void restore_thread(std::string shown_before) noexcept override;
+    void raise_running_thread() const;
+    extras& with_extras() ZEL_REQUIRES(guard_);
+
+    const std::uint32_t tag_;
+    // Relaxed exchange: decides who runs; the task is published by its holder.
+    std::atomic<bool> claimed_{false};
+    bool completed_ ZEL_GUARDED_BY(guard_) = false; // no follow-up is stored any more
+    std::weak_ptr<task_container_low_level_ifc> container_ ZEL_GUARDED_BY(guard_);
+    task_queue_ifc* queue_ ZEL_GUARDED_BY(guard_) = nullptr; // which stores the task
+    std::weak_ptr<task_submitter_ifc> submitter_ ZEL_GUARDED_BY(guard_);
+    std::unique_ptr<extras> extras_ ZEL_GUARDED_BY(guard_);
+    task_positions positions_;
+    std::shared_ptr<keep_registered> followed_task_;
+};
+
+} // namespace zel::tasklib

@@ -1,0 +1,33 @@
+// The cancellation state of a task.
+#pragma once
+
+#include <tasklib/cancellation.h>
+
+#include <platform/critical_section.h>
+
+#include <atomic>
+#include <list>
+#include <memory>
+
+namespace zel::tasklib {
+
+class cancellation_base : public cancellation_ifc {
+public:
+    versioned_ifc* query_interface(const interface_id& wanted) override;
+    bool cancel() override;
+    bool is_canceled() const override;
+    void add_callback(cancellation_callback* callback) override;
+    void remove_callback(cancellation_callback* callback) override;
+
+private:
+    // Acquire and release: who sees the flag sees what led to it.
+    std::atomic<bool> canceled_{false};
+    // Guards the list and stays held while callbacks run, so that a removed one is
+    // running nowhere. Recursive: callbacks add and remove callbacks.
+    platform::critical_section callbacks_guard_;
+    // Null as long as nobody wants to hear of it, as with most tasks. A list, because
+    // tasks made inside this one go in about the order in which they came.
+    std::unique_ptr<std::list<cancellation_callback*>> callbacks_ ZEL_GUARDED_BY(callbacks_guard_);
+};
+
+} // namespace zel::tasklib

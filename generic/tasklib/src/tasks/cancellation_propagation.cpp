@@ -1,0 +1,40 @@
+#include "generic/tasklib/src/tasks/cancellation_propagation.h"
+
+#include "generic/tasklib/src/tasks/reg_cookie.h"
+#include "generic/tasklib/src/tasks/task_library.h"
+
+#include <tasklib/cancellation_companions.h>
+
+namespace zel::tasklib {
+
+namespace {
+
+class propagation final : public cancellation_callback {
+public:
+    explicit propagation(std::shared_ptr<cancellation_companion_ifc> companion) noexcept
+        : companion_(std::move(companion)) {}
+    void on_cancel(cancellation_ifc&) override { companion_->propagate_cancel(); }
+
+private:
+    std::shared_ptr<cancellation_companion_ifc> companion_;
+};
+
+} // namespace
+
+std::shared_ptr<keep_registered>
+register_cancellation_callback(const std::shared_ptr<cancellation_ifc>& made) {
+    const auto current = get_this_taskcancellation();
+    auto* const source = current ? query<companion_source_ifc>(*current) : nullptr;
+    const auto companion = source ? source->get_companion(made) : nullptr;
+    if (!companion)
+        return nullptr;
+    const auto callback = std::make_shared<propagation>(companion);
+    auto cookie =
+        make_reg_cookie([current, callback] { current->remove_callback(callback.get()); });
+    current->add_callback(callback.get());
+    if (current->is_canceled())
+        companion->propagate_cancel();
+    return cookie;
+}
+
+} // namespace zel::tasklib

@@ -1,0 +1,162 @@
+#include "generic/tasklib/src/tasks/low_level_task_container.h"
+
+#include "generic/tasklib/src/tasks/diagnostic_text.h"
+#include "generic/tasklib/src/tasks/task_library.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <utility>
+
+namespace zel::tasklib {
+
+// One wait has one deadline, however many single waits it takes.
+class low_level_task_container::remaining_time {
+public:
+    explicit remaining_time(threading::universal_timeout timeout) noexcept
+        : infinite_(timeout.infinite), deadline_(later(unbiased_clock::now(), timeout)) {}
+
+    threading::universal_timeout now() const noexcept {
+        if (infinite_)
+            return {};
+        const auto left = std::chrono::ceil<std::chrono::microseconds>(
+            std::max(deadline_ - unbiased_clock::now(), unbiased_clock::duration::zero()));
+        return {false, left.count()};
+    }
+
+private:
+    static unbiased_clock::time_point later(unbiased_clock::time_point from,
+                                            threading::universal_timeout by) noexcept {
+        constexpr auto last = unbiased_clock::time_point::max();
+        if (by.infinite || by.microseconds > (last - from).count() / 10)
+            return last;
+        return from + unbiased_clock::duration(10 * std::max<std::int64_t>(by.microseconds, 0));
+    }
+
+    bool infinite_;
+    unbiased_clock::time_point deadline_;
+};
+
+void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
+    bool ended = false;
+    {
+        platform::scoped_lock inside(guard_);
+        held_.push_back(task);
+        task->positions().in_container = held_.size() - 1;
+        ended = ended_;
+    }
+    if (ended)
+        task->cancellation().cancel();
+}
+
+void low_level_task_container::remove(const std::shared_ptr<task_ifc>& task) {
+    auto ended_state = task->get_ended_state();
+    platform::scoped_lock inside(guard_);
+    std::erase_if(ending_, [](const auto& e) { return e->is_ended(); });
+    ending_.push_back(std::move(ended_state));
+    take_out(*task);
+}
+
+void low_level_task_container::take_out(task_ifc& task) {
+    const auto is_task = [&](const auto& held) { return held.get() == &task; };
+    auto place = task.positions().in_container;
+    // A task that somebody added to a second container is searched for.
+    if (place >= held_.size() || !is_task(held_[place]))
+        place = static_cast<std::size_t>(std::find_if(held_.begin(), held_.end(), is_task) -
+                                         held_.begin());
+    if (place == held_.size())
+        return;
+    if (place != held_.size() - 1) {
+        held_[place] = std::move(held_.back());
+        held_[place]->positions().in_container = place;
+    }
+    held_.pop_back();
+}
+
+void low_level_task_container::end() {
+    std::vector<std::shared_ptr<task_ifc>> canceled;
+    {
+        platform::scoped_lock inside(guard_);
+        if (std::exchange(ended_, true))
+            return;
+        canceled = held_;
+    }
+    for (const auto& task : canceled)
+        task->cancellation().cancel();
+}
+
+bool low_level_task_container::wait(threading::universal_timeout timeout, std::int32_t mode) {
+    const remaining_time remaining(timeout);
+    return wait_for_tasks(remaining, mode) && wait_for_ended_states(remaining, mode);
+}
+
+bool low_level_task_container::wait_for_tasks(const remaining_time& remaining, std::int32_t mode) {
+    if (holds_nothing())
+        return true;
+    const auto current = get_this_taskcancellation();
+    auto* const exclusion = current ? query<wait_exclusion_ifc>(*current) : nullptr;
+    while (const auto task = first_to_wait_for(exclusion)) {
+        const auto waited_for = task->get_ended_state();
+        bool has_ended = waited_for->wait_ended(remaining.now());
+        if (const auto latest = task->get_ended_state(); has_ended && latest != waited_for)
+            has_ended = latest->wait_ended(remaining.now());
+        if (!has_ended && (mode != report_timeout || report_held_tasks()))
+            return false;
+        drop_from_held(*task);
+    }
+    return true;
+}
+
+bool low_level_task_container::holds_nothing() {
+    platform::scoped_lock inside(guard_);
+    return held_.empty();
+}
+
+std::shared_ptr<task_ifc>
+low_level_task_container::first_to_wait_for(wait_exclusion_ifc* exclusion) {
+    platform::scoped_lock inside(guard_);
+    for (const auto& task : held_)
+        if (!exclusion || !exclusion->excludes_from_wait(task->cancellation()))
+            return task;
+    return nullptr;
+}
+
+// False when nothing is held any more.
+bool low_level_task_container::report_held_tasks() {
+    std::vector<std::string> names;
+    {
+        platform::scoped_lock inside(guard_);
+        for (const auto& task : held_)
+            names.push_back(task->get_name());
+    }
+    if (names.empty())
+        return false;
+    std::sort(names.begin(), names.end());
+    raise_text_report(fmt::format("task container timed out: {}", fmt::join(names, ", ")));
+    return true;
+}
+
+void low_level_task_container::drop_from_held(task_ifc& task) {
+    platform::scoped_lock inside(guard_);
+    take_out(task);
+}
+
+bool low_level_task_container::wait_for_ended_states(const remaining_time& remaining,
+                                                     std::int32_t mode) {
+    while (const auto state = last_ended_state()) {
+        if (!state->wait_ended(remaining.now())) {
+            if (mode == report_timeout)
+                raise_text_report("ended state timed out");
+            return false;
+        }
+        platform::scoped_lock inside(guard_);
+        std::erase(ending_, state);
+    }
+    return true;
+}
+
+std::shared_ptr<ended_state_ifc> low_level_task_container::last_ended_state() {
+    platform::scoped_lock inside(guard_);
+    return ending_.empty() ? nullptr : ending_.back();
+}
+
+} // namespace zel::tasklib

@@ -1,0 +1,47 @@
+// The tasks of one owner, and waiting for them.
+#pragma once
+
+#include <tasklib/cancellation_companions.h>
+#include <tasklib/ended_state.h>
+#include <tasklib/task_container.h>
+#include <tasklib/task_ifc.h>
+
+#include <platform/critical_section.h>
+
+#include <string>
+#include <vector>
+
+namespace zel::tasklib {
+
+class low_level_task_container final : public task_container_low_level_ifc {
+public:
+    explicit low_level_task_container(std::string name) : name_(std::move(name)) {}
+
+    void add(const std::shared_ptr<task_ifc>& task) override;
+    void remove(const std::shared_ptr<task_ifc>& task) override;
+    void end() override;
+    bool wait(threading::universal_timeout timeout, std::int32_t mode) override;
+
+private:
+    class remaining_time;
+
+    bool wait_for_tasks(const remaining_time& remaining, std::int32_t mode);
+    bool wait_for_ended_states(const remaining_time& remaining, std::int32_t mode);
+    bool holds_nothing();
+    std::shared_ptr<task_ifc> first_to_wait_for(wait_exclusion_ifc* exclusion);
+    bool report_held_tasks();
+    std::shared_ptr<ended_state_ifc> last_ended_state();
+    void drop_from_held(task_ifc& task);
+    void take_out(task_ifc& task) ZEL_REQUIRES(guard_);
+
+    // Guards all below. Never held while a task is canceled or waited for.
+    platform::plain_lock guard_;
+    const std::string name_; // shown by debuggers
+    bool ended_ ZEL_GUARDED_BY(guard_) = false;
+    // In no order: the last one moves into the gap that a removed one leaves.
+    std::vector<std::shared_ptr<task_ifc>> held_ ZEL_GUARDED_BY(guard_);
+    // Of tasks that have left but not yet told that they have ended.
+    std::vector<std::shared_ptr<ended_state_ifc>> ending_ ZEL_GUARDED_BY(guard_);
+};
+
+} // namespace zel::tasklib

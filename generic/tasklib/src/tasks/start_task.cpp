@@ -1,0 +1,50 @@
+#include "generic/tasklib/src/tasks/start_task.h"
+
+#include "generic/tasklib/src/tasks/task_queue.h"
+
+#include <platform/cancellation.h>
+#include <platform/diagnostics.h>
+
+namespace zel::tasklib {
+
+namespace {
+
+// Also when the thread is unwound while it waits.
+class canceling_unless_started {
+public:
+    explicit canceling_unless_started(task_ifc& task) noexcept : task_(task) {}
+    ~canceling_unless_started() {
+        if (started_)
+            return;
+        const platform::no_cancellation to_the_end;
+        platform::guarded([&] { task_.cancellation().cancel(); });
+    }
+    canceling_unless_started(const canceling_unless_started&) = delete;
+    canceling_unless_started& operator=(const canceling_unless_started&) = delete;
+
+    void started() noexcept { started_ = true; }
+
+private:
+    task_ifc& task_;
+    bool started_ = false;
+};
+
+} // namespace
+
+void submit_or_cancel(const std::shared_ptr<task_ifc>& task, task_processor_ifc& processor) {
+    canceling_unless_started guard(*task);
+    processor.submit(task, 0);
+    guard.started();
+}
+
+void store_or_cancel(const std::shared_ptr<task_ifc>& task,
+                     const std::shared_ptr<task_queue_ifc>& queue,
+                     const std::shared_ptr<task_container_ifc>& container,
+                     const std::shared_ptr<task_processor_ifc>& processor) {
+    canceling_unless_started guard(*task);
+    if (queue->push(task))
+        submit_run_queue_tasks(container, processor, queue);
+    guard.started();
+}
+
+} // namespace zel::tasklib

@@ -1,0 +1,20 @@
+// Handing a task over, so that it is never left behind: when that fails, the task
+// is canceled before the exception goes on.
+#pragma once
+
+#include <tasklib/task_container.h>
+#include <tasklib/task_processor.h>
+#include <tasklib/task_queue.h>
+
+namespace zel::tasklib {
+
+void submit_or_cancel(const std::shared_ptr<task_ifc>& task, task_processor_ifc& processor);
+
+/// Stores the task in the queue and sees to a runner, which belongs to the
+/// container.
+void store_or_cancel(const std::shared_ptr<task_ifc>& task,
+                     const std::shared_ptr<task_queue_ifc>& queue,
+                     const std::shared_ptr<task_container_ifc>& container,
+                     const std::shared_ptr<task_processor_ifc>& processor);
+
+} // namespace zel::tasklib

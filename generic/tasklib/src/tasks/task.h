@@ -1,0 +1,101 @@
+// Making tasks, and the handle with which their maker waits for them.
+//
+//     const auto handling = make_task("handling of a event", container, [=] { ... });
+//     submit_or_cancel(handling.share(), *get_task_processor());
+//     if (handling.wait({false, 100'000})) ...
+#pragma once
+
+#include "generic/tasklib/src/tasks/basic_task.h"
+#include "generic/tasklib/src/tasks/impersonation_check.h"
+
+#include <framework/threading/universal_timeout.h>
+#include <tasklib/ended_state.h>
+
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+namespace zel::tasklib {
+
+namespace detail {
+
+template <class Value>
+class task_with_value;
+
+/// A task that gives nothing but its end.
+template <>
+class task_with_value<void> : public basic_task {
+protected:
+    using basic_task::basic_task;
+};
+
+template <class Value, class Proc>
+class task_with_proc;
+
+template <class Proc>
+class task_with_proc<void, Proc> final : public task_with_value<void> {
+public:
+    template <class Body>
+    task_with_proc(std::string name, std::uint32_t tag, Body&& body)
+        : task_with_value<void>(std::move(name), tag), body_(std::forward<Body>(body)) {}
+
+private:
+    void run_body() override {
+        impersonation_check check;
+        (*body_)();
+        check.body_returned(name());
+    }
+    void drop_body() noexcept override { body_.reset(); }
+
+    std::optional<Proc> body_;
+};
+
+} // namespace detail
+
+template <class Value>
+class task;
+
+/// Shares a task with its maker.
+template <>
+class task<void> {
+public:
+    task() = default;
+    explicit task(std::shared_ptr<detail::task_with_value<void>> shared) noexcept
+        : shared_(std::move(shared)) {}
+
+    explicit operator bool() const noexcept { return shared_ != nullptr; }
+    std::shared_ptr<detail::task_with_value<void>> share() const noexcept { return shared_; }
+
+    /// True once the task has ended, false when the time is over first.
+    bool wait(threading::universal_timeout timeout = {}) const {
+        return shared_->get_ended_state()->wait_ended(timeout);
+    }
+
+    /// Waits for the end and throws what the body threw. A failure that is never
+    /// fetched is logged when the task goes.
+    void get() const {
+        wait();
+        if (const auto failure = shared_->fetch_failure())
+            std::rethrow_exception(failure);
+    }
+
+    bool cancel() const { return shared_->cancel(); }
+
+private:
+    std::shared_ptr<detail::task_with_value<void>> shared_;
+};
+
+/// A task that holds the body and belongs to the container, which may be null. It
+/// runs when it is handed to a processor, or stored in a queue that has a runner.
+/// The body and its captures are destroyed before the task leaves the container.
+template <class Body>
+task<void> make_task(std::string name,
+                     const std::shared_ptr<task_container_low_level_ifc>& container, Body&& body,
+                     std::uint32_t tag = 0) {
+    using made = detail::task_with_proc<void, std::decay_t<Body>>;
+    auto shared = std::make_shared<made>(std::move(name), tag, std::forward<Body>(body));
+    shared->enter(container);
+    return task<void>(std::move(shared));
+}
+
+} // namespace zel::tasklib

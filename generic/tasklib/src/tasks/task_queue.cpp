@@ -1,0 +1,184 @@
+#include "generic/tasklib/src/tasks/task_queue.h"
+
+#include "generic/tasklib/src/tasks/cancellable_wait.h"
+#include "generic/tasklib/src/tasks/start_task.h"
+#include "generic/tasklib/src/tasks/tasks_log.h"
+
+#include <platform/cancellation.h>
+#include <platform/diagnostics.h>
+#include <platform/impersonation_watch.h>
+#include <platform/process.h>
+
+#include <array>
+
+namespace zel::tasklib {
+
+namespace {
+
+constinit log::source_position execute_failed(__FILE__, 25);
+constexpr int spins_before_parting = 500; // some ten microseconds
+constexpr threading::universal_timeout patience_of_producers{false, 5'000'000};
+
+} // namespace
+
+// The calling thread as a runner. Its entry goes when the queue is found empty, or
+// when the thread is unwound from inside a task.
+class task_queue::runner {
+public:
+    explicit runner(task_queue& queue) noexcept : queue_(queue) {}
+    ~runner() {
+        if (!has_left_) {
+            platform::scoped_lock inside(queue_.guard_);
+            queue_.leave_runners();
+        }
+    }
+    runner(const runner&) = delete;
+    runner& operator=(const runner&) = delete;
+
+    void found_empty() noexcept { has_left_ = true; }
+
+private:
+    task_queue& queue_;
+    bool has_left_ = false;
+};
+
+bool task_queue::push(const std::shared_ptr<task_ifc>& task) {
+    wait_for_room();
+    platform::scoped_lock inside(guard_);
+    stored_.push_back(task);
+    count_.store(stored_.size(), std::memory_order_relaxed);
+    if (stored_.size() > roomy)
+        not_full_.reset();
+    task->set_queue(this);
+    return runners_.size() < runner_limit_;
+}
+
+// Producers and runners that are about equally quick meet a full or an empty queue
+// all the time. To sleep and be woken, or to end a runner and start another, would
+// cost more than the tasks.
+template <class Condition>
+bool task_queue::comes_soon(const Condition& holds) const noexcept {
+    for (int i = 0; i < spins_before_parting; ++i) {
+        if (holds(count_.load(std::memory_order_relaxed)))
+            return true;
+        platform::pause_processor();
+    }
+    return false;
+}
+
+void task_queue::wait_for_room() {
+    if (comes_soon([](std::size_t stored) { return stored <= roomy; }))
+        return;
+    const std::array<platform::event*, 1> room = {&not_full_};
+    cancellable_wait(room, patience_of_producers); // afterwards the task is stored anyway
+}
+
+void task_queue::run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) {
+    if (!enter_runners())
+        return;
+    runner self(*this);
+    const platform::own_code_only between_the_tasks;
+    while (const auto task = take_next()) {
+        try {
+            processor->execute(task, true);
+        } catch (const std::exception&) {
+            tasks_log.report(log::severity::failed_operation, execute_failed,
+                             std::current_exception(), [] {
+                                 return std::string("zel::tasklib::task_queue::run_all_stored_tasks"
+                                                    " - unexpected exception.");
+                             });
+        }
+    }
+    self.found_empty();
+}
+
+bool task_queue::enter_runners() {
+    platform::scoped_lock inside(guard_);
+    if (runners_.size() >= runner_limit_ || stored_.empty())
+        return false;
+    runners_.push_back(platform::this_thread_id());
+    return true;
+}
+
+void task_queue::leave_runners() {
+    std::erase(runners_, platform::this_thread_id());
+}
+
+// Leaves the runners in the same step in which the queue is found empty, so that a
+// push sees either this runner or the need for another.
+std::shared_ptr<task_ifc> task_queue::take_next() {
+    std::shared_ptr<task_ifc> next;
+    bool has_room_again = false;
+    comes_soon([](std::size_t stored) { return stored > 0; });
+    {
+        platform::scoped_lock inside(guard_);
+        if (stored_.empty()) {
+            leave_runners();
+            return nullptr;
+        }
+        has_room_again = stored_.size() == roomy + 1;
+        next = std::move(stored_.front());
+        stored_.pop_front();
+        count_.store(stored_.size(), std::memory_order_relaxed);
+    }
+    if (has_room_again)
+        not_full_.set();
+    return next;
+}
+
+namespace {
+
+task<void> submit_runner(const std::shared_ptr<task_container_low_level_ifc>& container,
+                         const std::shared_ptr<task_processor_ifc>& processor,
+                         const std::shared_ptr<task_queue_ifc>& queue);
+
+// What a runner task does. A runner that is unwound leaves tasks behind for which
+// nobody else would come.
+class queue_run {
+public:
+    queue_run(std::shared_ptr<task_queue_ifc> queue, std::shared_ptr<task_processor_ifc> processor,
+              std::weak_ptr<task_container_low_level_ifc> container) noexcept
+        : queue_(std::move(queue)), processor_(std::move(processor)),
+          container_(std::move(container)) {}
+
+    void operator()() const {
+        const successor if_unwound{*this, std::uncaught_exceptions()};
+        queue_->run_all_stored_tasks(processor_);
+    }
+
+private:
+    struct successor {
+        const queue_run& run;
+        int exceptions_before;
+        ~successor() {
+            if (std::uncaught_exceptions() == exceptions_before)
+                return;
+            const platform::no_cancellation to_the_end;
+            platform::guarded(
+                [&] { submit_runner(run.container_.lock(), run.processor_, run.queue_); });
+        }
+    };
+
+    std::shared_ptr<task_queue_ifc> queue_;
+    std::shared_ptr<task_processor_ifc> processor_;
+    std::weak_ptr<task_container_low_level_ifc> container_;
+};
+
+task<void> submit_runner(const std::shared_ptr<task_container_low_level_ifc>& container,
+                         const std::shared_ptr<task_processor_ifc>& processor,
+                         const std::shared_ptr<task_queue_ifc>& queue) {
+    auto runner = make_task(queue_runner_name, container, queue_run(queue, processor, container));
+    submit_or_cancel(runner.share(), *processor);
+    return runner;
+}
+
+} // namespace
+
+task<void> submit_run_queue_tasks(const std::shared_ptr<task_container_ifc>& container,
+                                  const std::shared_ptr<task_processor_ifc>& processor,
+                                  const std::shared_ptr<task_queue_ifc>& queue) {
+    return submit_runner(container ? container->get_low_level_container() : nullptr, processor,
+                         queue);
+}
+
+} // namespace zel::tasklib

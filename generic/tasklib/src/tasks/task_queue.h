@@ -1,0 +1,61 @@
+// A queue of tasks and the threads that run them.
+#pragma once
+
+#include "generic/tasklib/src/tasks/task.h"
+
+#include <tasklib/task_container.h>
+#include <tasklib/task_processor.h>
+#include <tasklib/task_queue.h>
+
+#include <platform/event.h>
+
+#include <atomic>
+#include <deque>
+#include <vector>
+
+namespace zel::tasklib {
+
+/// The task that lends its thread to a queue.
+inline constexpr const char* queue_runner_name = "@task queue";
+
+/// Destroying it releases stored tasks without running them.
+class task_queue final : public task_queue_ifc {
+public:
+    /// `runner_limit` threads at most run its tasks at once.
+    explicit task_queue(std::uint32_t runner_limit) noexcept : runner_limit_(runner_limit) {}
+
+    bool push(const std::shared_ptr<task_ifc>& task) override;
+    void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) override;
+
+private:
+    class runner;
+
+    static constexpr std::size_t roomy = 1024; // tasks; beyond that producers are slowed
+
+    void wait_for_room();
+    template <class Condition>
+    bool comes_soon(const Condition& holds) const noexcept;
+    bool enter_runners();
+    void leave_runners() ZEL_REQUIRES(guard_);
+    std::shared_ptr<task_ifc> take_next();
+
+    const std::string name_; // shown by debuggers
+    platform::event not_full_{platform::reset_mode::manual, true};
+    // Guards all below. Never held while a task runs or a producer waits.
+    platform::plain_lock guard_;
+    std::deque<std::shared_ptr<task_ifc>> stored_ ZEL_GUARDED_BY(guard_);
+    // The number of stored tasks. Written under the guard; relaxed for producers that
+    // only look, because room may be gone again anyway.
+    std::atomic<std::size_t> count_{0};
+    std::vector<platform::thread_id> runners_ ZEL_GUARDED_BY(guard_);
+    const std::uint32_t runner_limit_;
+};
+
+/// Makes the task that runs what the queue stores and submits it. When a body
+/// unwinds the thread it runs on, another one is made to go on. The container may
+/// be null.
+task<void> submit_run_queue_tasks(const std::shared_ptr<task_container_ifc>& container,
+                                  const std::shared_ptr<task_processor_ifc>& processor,
+                                  const std::shared_ptr<task_queue_ifc>& queue);
+
+} // namespace zel::tasklib

@@ -1,0 +1,31 @@
+// Who hears what tasks cost, and the kernel's figures.
+#pragma once
+
+#include <tasklib/performance_logger.h>
+
+#include <platform/critical_section.h>
+
+namespace zel::perfstats {
+
+class performance_logger_storage_impl final : public tasklib::performance_logger_storage_module {
+public:
+    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
+    std::shared_ptr<tasklib::performance_logger_ifc> get_performance_logger() override;
+    void set_performance_logger(std::shared_ptr<tasklib::performance_logger_ifc> logger) override;
+    void set_measurement(bool on) override;
+    const std::atomic<bool>& is_measuring() const noexcept override;
+    Data begin_thread_statistics() override;
+    Data end_thread_statistics() override;
+
+    ~performance_logger_storage_impl() override;
+
+private:
+    void update_measuring() ZEL_REQUIRES(guard_);
+
+    // Guards the logger and the switch; never held while a logger is called.
+    platform::plain_lock guard_;
+    std::shared_ptr<tasklib::performance_logger_ifc> logger_ ZEL_GUARDED_BY(guard_);
+    bool switched_on_ ZEL_GUARDED_BY(guard_) = true;
+};
+
+} // namespace zel::perfstats

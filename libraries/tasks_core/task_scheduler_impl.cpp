@@ -1,0 +1,131 @@
+#include "libraries/tasks_core/task_scheduler_impl.h"
+
+#include "framework/exceptions/exceptions.h"
+
+#include <tasklib/task_processor.h>
+
+#include <platform/diagnostics.h>
+
+#include <asio/post.hpp>
+
+namespace zel::tasklib {
+
+namespace {
+
+constexpr auto never = unbiased_clock::time_point::max();
+
+unbiased_clock::time_point moment_after(threading::universal_timeout left) {
+    constexpr std::int64_t ticks_per_microsecond = 10;
+    const auto now = unbiased_clock::now();
+    if (left.infinite || left.microseconds > (never - now).count() / ticks_per_microsecond)
+        return never;
+    return now + unbiased_clock::duration(left.microseconds * ticks_per_microsecond);
+}
+
+} // namespace
+
+task_scheduler_impl::task_scheduler_impl(std::shared_ptr<task_threads> threads)
+    : threads_(std::move(threads)), timer_(threads_->timers()) {}
+
+void task_scheduler_impl::schedule(const std::shared_ptr<task_ifc>& task,
+                                   const std::shared_ptr<task_processor_ifc>& processor,
+                                   const std::shared_ptr<scheduling_parameters_ifc>& parameters,
+                                   std::uint32_t) {
+    const auto when = moment_after(parameters->time_left());
+    task->set_submitter(shared_from_this());
+    try {
+        if (insert(task, processor, when))
+            asio::post(threads_->timers(), [this] { set_timer(); });
+    } catch (...) {
+        withdraw(*task);
+        task->take_submitter();
+        throw;
+    }
+    // Who canceled it a moment ago may have looked for it in vain.
+    if (task->cancellation().is_canceled())
+        withdraw(*task);
+}
+
+// True when the timer has to be set to this one. A task that is here already keeps
+// its time.
+bool task_scheduler_impl::insert(const std::shared_ptr<task_ifc>& task,
+                                 const std::shared_ptr<task_processor_ifc>& processor,
+                                 unbiased_clock::time_point when) {
+    platform::scoped_lock inside(guard_);
+    if (ended_)
+        throw exceptions::fatal("Tasks module already destroyed");
+    const due key{when, ++last_number_};
+    if (!places_.try_emplace(task.get(), key).second)
+        return false;
+    try {
+        delayed_.emplace(key, delayed_task{task, processor});
+    } catch (...) {
+        places_.erase(task.get());
+        throw;
+    }
+    return delayed_.begin()->first == key;
+}
+
+void task_scheduler_impl::withdraw(task_ifc& task) {
+    delayed_task released; // without the lock
+    platform::scoped_lock inside(guard_);
+    const auto place = places_.find(&task);
+    if (place == places_.end())
+        return;
+    const auto entry = delayed_.find(place->second);
+    released = std::move(entry->second);
+    delayed_.erase(entry);
+    places_.erase(place);
+}
+
+std::vector<std::shared_ptr<task_ifc>> task_scheduler_impl::stop_taking() {
+    std::vector<std::shared_ptr<task_ifc>> rest;
+    platform::scoped_lock inside(guard_);
+    ended_ = true;
+    for (auto& [key, entry] : delayed_)
+        rest.push_back(std::move(entry.task));
+    delayed_.clear();
+    places_.clear();
+    return rest;
+}
+
+void task_scheduler_impl::set_timer() {
+    auto next = never;
+    {
+        platform::scoped_lock inside(guard_);
+        if (!delayed_.empty())
+            next = delayed_.begin()->first.first;
+    }
+    timer_.cancel();
+    if (next == never)
+        return;
+    timer_.expires_at(next);
+    timer_.async_wait([this](const std::error_code& canceled) {
+        if (!canceled)
+            submit_due();
+    });
+}
+
+void task_scheduler_impl::submit_due() {
+    for (const auto& [task, processor] : take_due()) {
+        task->take_submitter();
+        if (platform::guarded([&] { processor->submit(task, 0); }))
+            task->cancellation().cancel(); // it must not stay behind
+    }
+    set_timer();
+}
+
+std::vector<task_scheduler_impl::delayed_task> task_scheduler_impl::take_due() {
+    std::vector<delayed_task> taken;
+    const auto now = unbiased_clock::now();
+    const auto is_due = [now](const due& key) { return key.first <= now && key.first != never; };
+    platform::scoped_lock inside(guard_);
+    while (!delayed_.empty() && is_due(delayed_.begin()->first)) {
+        places_.erase(delayed_.begin()->second.task.get());
+        taken.push_back(std::move(delayed_.begin()->second));
+        delayed_.erase(delayed_.begin());
+    }
+    return taken;
+}
+
+} // namespace zel::tasklib

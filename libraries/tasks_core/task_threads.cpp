@@ -1,0 +1,270 @@
+#include "libraries/tasks_core/task_threads.h"
+
+#include "framework/exceptions/exceptions.h"
+#include "libraries/tasks_core/running_task.h"
+
+#include <platform/cancellation.h>
+#include <platform/diagnostics.h>
+#include <platform/impersonation_watch.h>
+#include <platform/process.h>
+
+#include <asio/post.hpp>
+
+namespace zel::tasklib {
+
+namespace {
+
+// Some ten microseconds. To wake a sleeping processor takes as long or longer, in a
+// virtual machine above all.
+constexpr int lingering_spins = 500;
+
+} // namespace
+
+// A thread of the pool while it lives.
+class worker {
+public:
+    explicit worker(task_threads& threads) noexcept : threads_(threads) { current_ = this; }
+    ~worker();
+    worker(const worker&) = delete;
+    worker& operator=(const worker&) = delete;
+
+    static worker* current() noexcept { return current_; }
+    task_threads& threads() noexcept { return threads_; }
+
+    void work() {
+        const platform::own_code_only between_the_tasks;
+        // The loop goes on after a turn, for the next one; it ends when the thread is
+        // sent away or the context is stopped.
+        while (!sent_away_ && threads_.workers_.run_one() != 0) {
+        }
+        unwound_ = false;
+    }
+    void send_away() noexcept { sent_away_ = true; }
+
+    bool inside_turn = false;
+
+private:
+    // Initial-exec: one load, no call, and nothing to destroy.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local worker* current_;
+
+    task_threads& threads_;
+    bool sent_away_ = false;
+    bool unwound_ = true; // unless the work is left in the regular way
+};
+
+constinit thread_local worker* worker::current_ = nullptr;
+
+worker::~worker() {
+    current_ = nullptr;
+    if (unwound_)
+        threads_.unwound(inside_turn);
+    platform::scoped_lock inside(threads_.threads_guard_);
+    threads_.left_.push_back(std::this_thread::get_id());
+}
+
+task_threads::task_threads(const thread_limits& limits)
+    : limits_(limits), timers_(1), workers_stay_(workers_.get_executor()),
+      timers_stay_(timers_.get_executor()), watch_timer_(timers_) {
+    timer_thread_ = std::thread([this] { timers_.run(); });
+}
+
+task_threads::~task_threads() = default;
+
+void task_threads::submit(const std::shared_ptr<task_ifc>& task) {
+    need what = need::nothing;
+    {
+        platform::scoped_lock inside(guard_);
+        if (has_ended())
+            throw exceptions::fatal("Tasks module already destroyed");
+        pending_.push(task);
+        what = next_need();
+    }
+    try {
+        meet(what);
+    } catch (...) {
+        withdraw(*task);
+        throw;
+    }
+    run_begins(); // or would, if a thread were free: the watch has to look
+}
+
+// What brings the next pending task forward. Counts it as done.
+task_threads::need task_threads::next_need() {
+    if (pending_.empty() || has_ended())
+        return need::nothing;
+    if (somebody_lingers_ && pending_.size() == 1) {
+        task_has_come_.store(true, std::memory_order_relaxed);
+        return need::nothing;
+    }
+    need what = need::turn;
+    if (turns_ == threads_) {
+        if (threads_ - waiting_ >= limits_.cores || threads_ >= limits_.most_threads)
+            return need::nothing;
+        ++threads_;
+        what = need::thread;
+    }
+    ++turns_;
+    most_turns_ = std::max(most_turns_, turns_);
+    return what;
+}
+
+void task_threads::meet(need what) {
+    if (what == need::nothing || (what == need::thread && !start_thread()))
+        return;
+    try {
+        asio::post(workers_, [this] { take_turn(); });
+    } catch (...) {
+        platform::scoped_lock inside(guard_);
+        --turns_;
+        throw;
+    }
+}
+
+// False when the system has no thread to give; the watch tries again.
+bool task_threads::start_thread() noexcept {
+    platform::scoped_lock inside_list(threads_guard_);
+    bool started = false;
+    if (!no_more_threads_)
+        started = !platform::guarded([&] {
+            workers_list_.emplace_back([self = shared_from_this()] { worker(*self).work(); });
+        });
+    if (!started) {
+        platform::scoped_lock inside(guard_);
+        --threads_;
+        --turns_;
+    }
+    return started;
+}
+
+void task_threads::take_turn() {
+    worker& self = *worker::current();
+    self.inside_turn = true;
+    while (auto task = take_task()) {
+        run_begins();
+        run_pending(std::move(task));
+    }
+    self.inside_turn = false;
+}
+
+// Null ends the turn.
+std::shared_ptr<task_ifc> task_threads::take_task() {
+    {
+        platform::scoped_lock inside(guard_);
+        if (auto task = take_first())
+            return task;
+        if (somebody_lingers_ || has_ended() || limits_.cores == 1) {
+            --turns_;
+            return nullptr;
+        }
+        somebody_lingers_ = true;
+        task_has_come_.store(false, std::memory_order_relaxed);
+    }
+    linger();
+    platform::scoped_lock inside(guard_);
+    somebody_lingers_ = false;
+    auto task = take_first();
+    turns_ -= task ? 0 : 1;
+    return task;
+}
+
+std::shared_ptr<task_ifc> task_threads::take_first() {
+    auto task = pending_.take_first();
+    taken_ += task ? 1 : 0;
+    return task;
+}
+
+void task_threads::linger() noexcept {
+    for (int i = 0; i < lingering_spins && !task_has_come_.load(std::memory_order_relaxed); ++i)
+        platform::pause_processor();
+}
+
+// A body has ended its thread. Somebody has to take its place.
+void task_threads::unwound(bool inside_turn) noexcept {
+    need what = need::nothing;
+    {
+        platform::scoped_lock inside(guard_);
+        --threads_;
+        turns_ -= inside_turn ? 1 : 0;
+        what = next_need();
+    }
+    const platform::no_cancellation to_the_end;
+    platform::guarded([&] { meet(what); });
+}
+
+std::shared_ptr<task_ifc> task_threads::withdraw(task_ifc& task) {
+    platform::scoped_lock inside(guard_);
+    return pending_.take_out(task);
+}
+
+void task_threads::wait_begins() noexcept {
+    need what = need::nothing;
+    {
+        platform::scoped_lock inside(guard_);
+        ++waiting_;
+        what = next_need();
+    }
+    platform::guarded([&] { meet(what); });
+}
+
+void task_threads::wait_ends() noexcept {
+    platform::scoped_lock inside(guard_);
+    --waiting_;
+}
+
+std::vector<std::shared_ptr<task_ifc>> task_threads::stop_taking() {
+    std::vector<std::shared_ptr<task_ifc>> rest;
+    platform::scoped_lock inside(guard_);
+    ended_.store(true, std::memory_order_release);
+    while (auto task = pending_.take_first())
+        rest.push_back(std::move(task));
+    return rest;
+}
+
+namespace {
+
+// A thread that ends the pool from inside a task cannot wait for itself.
+void join_or_leave(std::thread& thread) {
+    if (thread.get_id() == std::this_thread::get_id())
+        thread.detach();
+    else if (thread.joinable())
+        thread.join();
+}
+
+} // namespace
+
+void task_threads::join() {
+    std::list<std::thread> threads;
+    {
+        platform::scoped_lock inside(threads_guard_);
+        no_more_threads_ = true;
+        threads.swap(workers_list_);
+    }
+    workers_.stop();
+    for (auto& thread : threads)
+        join_or_leave(thread);
+    timers_.stop();
+    join_or_leave(timer_thread_);
+}
+
+std::size_t task_threads::thread_count() const {
+    platform::scoped_lock inside(guard_);
+    return threads_;
+}
+
+void task_threads::send_threads_away(std::size_t count) {
+    for (; count > 0; --count)
+        asio::post(workers_, [] { worker::current()->send_away(); });
+}
+
+announced_wait::announced_wait() noexcept
+    : threads_(worker::current() ? &worker::current()->threads() : nullptr) {
+    if (threads_)
+        threads_->wait_begins();
+}
+
+announced_wait::~announced_wait() {
+    if (threads_)
+        threads_->wait_ends();
+}
+
+} // namespace zel::tasklib

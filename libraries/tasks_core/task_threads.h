@@ -1,0 +1,145 @@
+// The threads that run tasks, and one that keeps time.
+//
+// A thread is either idle, sleeping in the I/O context, or holds a turn: it takes
+// pending tasks until there is none. A turn is given out when a task arrives and a
+// thread has none. When all have one, threads are added while fewer than there are
+// cores run, because the others have announced that they wait; beyond that the
+// watch adds one whenever tasks have been pending for a while and none was taken.
+#pragma once
+
+#include "libraries/tasks_core/pending_tasks.h"
+
+#include <platform/critical_section.h>
+#include <platform/timeout.h>
+
+#include <array>
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/steady_timer.hpp>
+#include <atomic>
+#include <list>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace zel::tasklib {
+
+struct thread_limits {
+    std::size_t cores = std::max(1u, std::thread::hardware_concurrency());
+    std::size_t most_threads = 512;
+    platform::milliseconds stalled{50};  ///< without progress, then a thread is added
+    platform::milliseconds idle{30'000}; ///< then threads beyond the cores leave
+};
+
+class task_threads : public std::enable_shared_from_this<task_threads> {
+public:
+    explicit task_threads(const thread_limits& limits);
+    ~task_threads();
+    task_threads(const task_threads&) = delete;
+    task_threads& operator=(const task_threads&) = delete;
+
+    /// Throws exceptions::fatal after the end.
+    void submit(const std::shared_ptr<task_ifc>& task);
+    /// Null when the task is not pending.
+    std::shared_ptr<task_ifc> withdraw(task_ifc& task);
+    bool has_ended() const noexcept { return ended_.load(std::memory_order_acquire); }
+
+    /// A run begins on some thread. Two instructions as a rule.
+    void run_begins() noexcept {
+        if (watch_is_slow_.load(std::memory_order_relaxed))
+            hurry_watch();
+    }
+
+    /// What the timer thread does besides watching.
+    asio::io_context& timers() noexcept { return timers_; }
+
+    /// Takes nothing on from now; returns what was pending.
+    std::vector<std::shared_ptr<task_ifc>> stop_taking();
+    /// Waits for running tasks, but for those that the calling thread is inside of.
+    void join();
+
+    /// Of the workers; for tests.
+    std::size_t thread_count() const;
+
+private:
+    friend class announced_wait;
+    friend class worker;
+    enum class need { nothing, turn, thread };
+
+    need next_need() ZEL_REQUIRES(guard_);
+    void meet(need what);
+    bool start_thread() noexcept;
+    void take_turn();
+    std::shared_ptr<task_ifc> take_task();
+    std::shared_ptr<task_ifc> take_first() ZEL_REQUIRES(guard_);
+    void linger() noexcept;
+    void unwound(bool inside_turn) noexcept;
+    void wait_begins() noexcept;
+    void wait_ends() noexcept;
+
+    // The watch, on the timer thread.
+    void watch();
+    std::optional<platform::milliseconds> look_around(bool names_follow);
+    bool is_stalled(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
+    std::size_t threads_to_leave(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
+    void hurry_watch() noexcept;
+    void send_threads_away(std::size_t count);
+    void join_those_that_left();
+
+    const thread_limits limits_;
+    asio::io_context workers_;
+    asio::io_context timers_;
+    // Idle threads stay in their context, although there is nothing to do.
+    asio::executor_work_guard<asio::io_context::executor_type> workers_stay_;
+    asio::executor_work_guard<asio::io_context::executor_type> timers_stay_;
+    asio::steady_timer watch_timer_; // of the timer thread alone
+
+    // Guards the row of tasks and the counts; held for a few steps.
+    mutable platform::plain_lock guard_;
+    pending_tasks pending_ ZEL_GUARDED_BY(guard_);
+    std::uint64_t taken_ ZEL_GUARDED_BY(guard_) = 0; // tasks, so far
+    std::size_t threads_ ZEL_GUARDED_BY(guard_) = 0;
+    std::size_t turns_ ZEL_GUARDED_BY(guard_) = 0;   // given out, never more than threads
+    std::size_t waiting_ ZEL_GUARDED_BY(guard_) = 0; // threads in an announced wait
+    // A thread whose turn is over looks for a moment whether the next task comes: to
+    // put it to sleep and wake it costs more than most tasks. One at a time.
+    bool somebody_lingers_ ZEL_GUARDED_BY(guard_) = false;
+    std::size_t most_turns_ ZEL_GUARDED_BY(guard_) = 0; // since the current period began
+    // For the one that lingers. Relaxed: it looks again under the guard.
+    std::atomic<bool> task_has_come_{false};
+    // Written under the guard; acquire and release for those who only look.
+    std::atomic<bool> ended_{false};
+    // Whether the watch pauses for longer than it takes to show what a thread does.
+    // Relaxed: one that is missed is seen after the pause.
+    std::atomic<bool> watch_is_slow_{true};
+
+    // What the watch remembers from look to look. Of the timer thread alone.
+    std::uint64_t taken_before_ = 0;
+    std::optional<std::chrono::steady_clock::time_point> stalled_since_;
+    static constexpr std::size_t periods = 30; // of which one leaves the window at a time
+    std::array<std::size_t, periods> turns_by_period_{};
+    std::size_t period_ = 0;
+    std::chrono::steady_clock::time_point period_began_;
+
+    // Guards the list of threads; held while one is started, never while a task runs.
+    platform::critical_section threads_guard_;
+    std::list<std::thread> workers_list_ ZEL_GUARDED_BY(threads_guard_);
+    std::vector<std::thread::id> left_ ZEL_GUARDED_BY(threads_guard_);
+    bool no_more_threads_ ZEL_GUARDED_BY(threads_guard_) = false;
+    std::thread timer_thread_;
+};
+
+/// For as long as it lives the calling thread waits, and if it is a worker another
+/// one may run tasks in its place.
+class announced_wait {
+public:
+    announced_wait() noexcept;
+    ~announced_wait();
+    announced_wait(const announced_wait&) = delete;
+    announced_wait& operator=(const announced_wait&) = delete;
+
+private:
+    task_threads* threads_;
+};
+
+} // namespace zel::tasklib

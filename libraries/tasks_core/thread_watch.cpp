@@ -1,0 +1,121 @@
+// The watch over the threads: shows what they do, adds one where tasks are stuck,
+// sends idle ones away. Runs on the timer thread, and only while there is a need.
+#include "libraries/tasks_core/task_threads.h"
+
+#include <platform/diagnostics.h>
+#include <platform/thread_description.h>
+
+#include <algorithm>
+#include <asio/post.hpp>
+
+namespace zel::tasklib {
+
+namespace {
+
+// For as long a thread's name may lag behind what the thread does.
+constexpr platform::milliseconds quick{1};
+
+} // namespace
+
+void task_threads::hurry_watch() noexcept {
+    if (watch_is_slow_.exchange(false, std::memory_order_relaxed))
+        platform::guarded([&] { asio::post(timers_, [this] { watch(); }); });
+}
+
+void task_threads::watch() {
+    join_those_that_left();
+    const bool names_follow = platform::publish_thread_descriptions();
+    const auto pause = look_around(names_follow);
+    watch_timer_.cancel();
+    if (!pause)
+        return;
+    watch_timer_.expires_after(*pause);
+    watch_timer_.async_wait([this](const std::error_code& canceled) {
+        if (!canceled)
+            watch();
+    });
+}
+
+// Until when there is nothing to look for; nothing when that is for somebody else
+// to say, with `hurry_watch`.
+std::optional<platform::milliseconds> task_threads::look_around(bool names_follow) {
+    const auto now = std::chrono::steady_clock::now();
+    need what = need::nothing;
+    std::size_t leaving = 0;
+    std::optional<platform::milliseconds> pause;
+    {
+        platform::scoped_lock inside(guard_);
+        const bool progress = taken_ != taken_before_;
+        if (is_stalled(now) && threads_ < limits_.most_threads && !has_ended()) {
+            ++threads_;
+            ++turns_;
+            what = need::thread;
+        }
+        taken_before_ = taken_;
+        leaving = threads_to_leave(now);
+        if (names_follow || progress)
+            pause = quick;
+        else if (turns_ > 0 || !pending_.empty())
+            pause = limits_.stalled;
+        else if (threads_ > limits_.cores)
+            pause = limits_.idle / static_cast<int>(periods);
+        // Under the guard: a task that arrives from now on finds it.
+        watch_is_slow_.store(pause != quick, std::memory_order_relaxed);
+    }
+    platform::guarded([&] {
+        meet(what);
+        send_threads_away(leaving);
+    });
+    return pause;
+}
+
+bool task_threads::is_stalled(std::chrono::steady_clock::time_point now) {
+    if (pending_.empty() || taken_ != taken_before_) {
+        stalled_since_.reset();
+        if (pending_.empty())
+            return false;
+    }
+    if (!stalled_since_)
+        stalled_since_ = now;
+    if (now - *stalled_since_ < limits_.stalled)
+        return false;
+    stalled_since_ = now;
+    return true;
+}
+
+// As many as have not been needed at any moment of the last periods. Which of the
+// idle threads goes does not matter: the context wakes them in turn.
+std::size_t task_threads::threads_to_leave(std::chrono::steady_clock::time_point now) {
+    if (now - period_began_ >= limits_.idle / static_cast<int>(periods)) {
+        period_began_ = now;
+        period_ = (period_ + 1) % periods;
+        turns_by_period_[period_] = most_turns_;
+        most_turns_ = turns_;
+    }
+    const auto needed =
+        std::max({limits_.cores, most_turns_,
+                  *std::max_element(turns_by_period_.begin(), turns_by_period_.end())});
+    if (threads_ <= needed || has_ended())
+        return 0;
+    const auto leaving = threads_ - needed;
+    threads_ = needed;
+    return leaving;
+}
+
+void task_threads::join_those_that_left() {
+    std::list<std::thread> left;
+    {
+        platform::scoped_lock inside(threads_guard_);
+        for (const auto id : left_) {
+            const auto found = std::find_if(workers_list_.begin(), workers_list_.end(),
+                                            [&](const auto& t) { return t.get_id() == id; });
+            if (found != workers_list_.end())
+                left.splice(left.end(), workers_list_, found);
+        }
+        left_.clear();
+    }
+    for (auto& thread : left)
+        thread.join();
+}
+
+} // namespace zel::tasklib
