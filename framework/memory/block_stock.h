@@ -1,0 +1,93 @@
+// Memory for objects that one thread makes and another one releases, all the time.
+//
+// General allocators give each thread a region of its own; a block that comes back
+// from another thread takes that region's lock, and the two threads put each other
+// to sleep. Here threads keep a few blocks each and exchange them by the bundle.
+//
+//     std::allocate_shared<message>(memory::recycling_allocator<message>(), ...)
+#pragma once
+
+#include <platform/critical_section.h>
+
+#include <array>
+#include <cstddef>
+#include <new>
+
+namespace zel::memory {
+
+/// Free blocks of one size. Any thread; what it keeps is bounded.
+class block_stock {
+public:
+    constexpr block_stock() noexcept = default;
+    block_stock(const block_stock&) = delete;
+    block_stock& operator=(const block_stock&) = delete;
+
+    /// Throws std::bad_alloc.
+    void* take(std::size_t size);
+    void give_back(void* memory) noexcept;
+    /// From now on blocks go back to the system, those in stock at once.
+    void close() noexcept;
+
+private:
+    struct block {
+        block* next;
+        block* next_bundle; // of the first block of a bundle
+    };
+    static constexpr std::size_t bundle_size = 32;
+    static constexpr std::size_t most_bundles = 64; // in exchange: 2 MB of the largest blocks
+
+    // Threads share a place when their numbers meet, which costs time only.
+    struct alignas(64) place {
+        platform::plain_lock guard; // held for a few steps
+        block* open ZEL_GUARDED_BY(guard) = nullptr;
+        std::size_t open_count ZEL_GUARDED_BY(guard) = 0; // at most a bundle
+        block* full ZEL_GUARDED_BY(guard) = nullptr;      // a bundle or none
+        bool closed ZEL_GUARDED_BY(guard) = false;
+    };
+
+    static void release(block* first) noexcept;
+    place& own_place() noexcept;
+    block* obtain_bundle() noexcept;
+    /// What there is no room for.
+    [[nodiscard]] block* exchange_bundle(block* bundle) noexcept;
+
+    std::array<place, 8> places_;
+    // Guards what follows; taken inside of a place's guard.
+    platform::plain_lock exchange_guard_;
+    block* bundles_ ZEL_GUARDED_BY(exchange_guard_) = nullptr;
+    std::size_t bundle_count_ ZEL_GUARDED_BY(exchange_guard_) = 0;
+    bool closed_ ZEL_GUARDED_BY(exchange_guard_) = false;
+};
+
+/// The stock of this library for blocks of a size; null for large ones. Closed by
+/// the library's last end-of-life action.
+block_stock* stock_for(std::size_t size) noexcept;
+/// What a block of that stock really has.
+std::size_t stocked_size(std::size_t size) noexcept;
+
+template <class T>
+class recycling_allocator {
+public:
+    using value_type = T;
+
+    recycling_allocator() noexcept = default;
+    template <class Other>
+    recycling_allocator(const recycling_allocator<Other>&) noexcept {}
+
+    T* allocate(std::size_t count) {
+        static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+        auto* const stock = stock_for(count * sizeof(T));
+        return static_cast<T*>(stock ? stock->take(stocked_size(count * sizeof(T)))
+                                     : ::operator new(count * sizeof(T)));
+    }
+    void deallocate(T* memory, std::size_t count) noexcept {
+        if (auto* const stock = stock_for(count * sizeof(T)))
+            stock->give_back(memory);
+        else
+            ::operator delete(memory);
+    }
+
+    friend bool operator==(const recycling_allocator&, const recycling_allocator&) = default;
+};
+
+} // namespace zel::memory
