@@ -54,28 +54,29 @@ bool task_scheduler_impl::insert(const std::shared_ptr<task_ifc>& task,
     platform::scoped_lock inside(guard_);
     if (ended_)
         throw exceptions::fatal("Tasks module already destroyed");
-    const due key{when, ++last_number_};
-    if (!places_.try_emplace(task.get(), key).second)
+    const auto [known, is_new] = places_.try_emplace(task.get());
+    if (!is_new)
         return false;
     try {
-        delayed_.emplace(key, delayed_task{task, processor});
+        // Delays of one length, as most are, come in the order of their ends.
+        known->second = delayed_.emplace_hint(delayed_.end(), due{when, ++last_number_},
+                                              delayed_task{task, processor});
     } catch (...) {
-        places_.erase(task.get());
+        places_.erase(known);
         throw;
     }
-    return delayed_.begin()->first == key;
+    return delayed_.begin() == known->second;
 }
 
 void task_scheduler_impl::withdraw(task_ifc& task) {
     delayed_task released; // without the lock
     platform::scoped_lock inside(guard_);
-    const auto place = places_.find(&task);
-    if (place == places_.end())
+    const auto known = places_.find(&task);
+    if (known == places_.end())
         return;
-    const auto entry = delayed_.find(place->second);
-    released = std::move(entry->second);
-    delayed_.erase(entry);
-    places_.erase(place);
+    released = std::move(known->second->second);
+    delayed_.erase(known->second);
+    places_.erase(known);
 }
 
 std::vector<std::shared_ptr<task_ifc>> task_scheduler_impl::stop_taking() {

@@ -47,7 +47,8 @@ private:
     // Guards what follows; never held while a task is submitted or canceled.
     platform::plain_lock guard_;
     std::map<due, delayed_task> delayed_ ZEL_GUARDED_BY(guard_);
-    std::unordered_map<const task_ifc*, due> places_ ZEL_GUARDED_BY(guard_);
+    using place = std::map<due, delayed_task>::iterator;
+    std::unordered_map<const task_ifc*, place> places_ ZEL_GUARDED_BY(guard_);
     std::uint64_t last_number_ ZEL_GUARDED_BY(guard_) = 0;
     bool ended_ ZEL_GUARDED_BY(guard_) = false;
 };

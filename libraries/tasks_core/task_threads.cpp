@@ -18,6 +18,11 @@ namespace {
 // virtual machine above all.
 constexpr int lingering_spins = 500;
 
+// About what it takes to wake a thread.
+constexpr std::chrono::microseconds short_run{10};
+constexpr std::uint32_t short_runs_to_rely_on = 32;
+constexpr std::size_t short_backlog = 8; // tasks
+
 } // namespace
 
 // A thread of the pool while it lives.
@@ -42,6 +47,7 @@ public:
     void send_away() noexcept { sent_away_ = true; }
 
     bool inside_turn = false;
+    std::chrono::steady_clock::duration last_run{}; // of a task
 
 private:
     // Initial-exec: one load, no call, and nothing to destroy.
@@ -96,6 +102,8 @@ task_threads::need task_threads::next_need() {
         task_has_come_.store(true, std::memory_order_relaxed);
         return need::nothing;
     }
+    if (are_in_hand())
+        return need::nothing;
     need what = need::turn;
     if (turns_ == threads_) {
         if (threads_ - waiting_ >= limits_.cores || threads_ >= limits_.most_threads)
@@ -106,6 +114,13 @@ task_threads::need task_threads::next_need() {
     ++turns_;
     most_turns_ = std::max(most_turns_, turns_);
     return what;
+}
+
+// Whether the threads that run will be through with what is pending before another
+// one could be woken. Should a long task be among it, the watch sees the others wait.
+bool task_threads::are_in_hand() const {
+    return short_runs_ >= short_runs_to_rely_on && turns_ > waiting_ &&
+           pending_.size() <= short_backlog;
 }
 
 void task_threads::meet(need what) {
@@ -141,18 +156,23 @@ void task_threads::take_turn() {
     self.inside_turn = true;
     while (auto task = take_task()) {
         run_begins();
+        const auto began = std::chrono::steady_clock::now();
         run_pending(std::move(task));
+        self.last_run = std::chrono::steady_clock::now() - began;
     }
     self.inside_turn = false;
 }
 
 // Null ends the turn.
 std::shared_ptr<task_ifc> task_threads::take_task() {
+    const bool was_short = worker::current()->last_run < short_run;
     {
         platform::scoped_lock inside(guard_);
+        short_runs_ = was_short ? short_runs_ + 1 : 0;
         if (auto task = take_first())
             return task;
-        if (somebody_lingers_ || has_ended() || limits_.cores == 1) {
+        // Others that run see to the next task, and need the cores.
+        if (somebody_lingers_ || has_ended() || turns_ * 2 > limits_.cores) {
             --turns_;
             return nullptr;
         }

@@ -67,6 +67,7 @@ private:
     enum class need { nothing, turn, thread };
 
     need next_need() ZEL_REQUIRES(guard_);
+    bool are_in_hand() const ZEL_REQUIRES(guard_);
     void meet(need what);
     bool start_thread() noexcept;
     void take_turn();
@@ -78,8 +79,8 @@ private:
     void wait_ends() noexcept;
 
     // The watch, on the timer thread.
-    void watch();
-    std::optional<platform::milliseconds> look_around(bool names_follow);
+    void watch(bool hurried);
+    std::optional<platform::milliseconds> look_around(bool look_again_soon);
     bool is_stalled(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
     std::size_t threads_to_leave(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
     void hurry_watch() noexcept;
@@ -98,6 +99,8 @@ private:
     mutable platform::plain_lock guard_;
     pending_tasks pending_ ZEL_GUARDED_BY(guard_);
     std::uint64_t taken_ ZEL_GUARDED_BY(guard_) = 0; // tasks, so far
+    // In a row, that took less time than it takes to wake a thread.
+    std::uint32_t short_runs_ ZEL_GUARDED_BY(guard_) = 0;
     std::size_t threads_ ZEL_GUARDED_BY(guard_) = 0;
     std::size_t turns_ ZEL_GUARDED_BY(guard_) = 0;   // given out, never more than threads
     std::size_t waiting_ ZEL_GUARDED_BY(guard_) = 0; // threads in an announced wait

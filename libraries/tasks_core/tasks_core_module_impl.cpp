@@ -1,6 +1,7 @@
 #include "libraries/tasks_core/tasks_core_module_impl.h"
 
 #include "framework/lifetime/basic_singleton.h"
+#include "framework/memory/block_stock.h"
 #include "libraries/tasks_core/ended_state_impl.h"
 #include "libraries/tasks_core/running_task.h"
 
@@ -55,7 +56,7 @@ const mi::LibraryDescriptor& tasks_core_module_impl::GetLibraryDescriptor() cons
 }
 
 std::shared_ptr<ended_state_ifc> tasks_core_module_impl::create_ended_state() {
-    return std::make_shared<ended_state_impl>();
+    return std::allocate_shared<ended_state_impl>(memory::recycling_allocator<ended_state_impl>());
 }
 
 std::shared_ptr<task_processor_ifc> tasks_core_module_impl::get_task_processor() {

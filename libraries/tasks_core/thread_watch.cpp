@@ -19,26 +19,26 @@ constexpr platform::milliseconds quick{1};
 
 void task_threads::hurry_watch() noexcept {
     if (watch_is_slow_.exchange(false, std::memory_order_relaxed))
-        platform::guarded([&] { asio::post(timers_, [this] { watch(); }); });
+        platform::guarded([&] { asio::post(timers_, [this] { watch(true); }); });
 }
 
-void task_threads::watch() {
+void task_threads::watch(bool hurried) {
     join_those_that_left();
     const bool names_follow = platform::publish_thread_descriptions();
-    const auto pause = look_around(names_follow);
+    const auto pause = look_around(names_follow || hurried);
     watch_timer_.cancel();
     if (!pause)
         return;
     watch_timer_.expires_after(*pause);
     watch_timer_.async_wait([this](const std::error_code& canceled) {
         if (!canceled)
-            watch();
+            watch(false);
     });
 }
 
 // Until when there is nothing to look for; nothing when that is for somebody else
 // to say, with `hurry_watch`.
-std::optional<platform::milliseconds> task_threads::look_around(bool names_follow) {
+std::optional<platform::milliseconds> task_threads::look_around(bool look_again_soon) {
     const auto now = std::chrono::steady_clock::now();
     need what = need::nothing;
     std::size_t leaving = 0;
@@ -53,7 +53,7 @@ std::optional<platform::milliseconds> task_threads::look_around(bool names_follo
         }
         taken_before_ = taken_;
         leaving = threads_to_leave(now);
-        if (names_follow || progress)
+        if (look_again_soon || progress)
             pause = quick;
         else if (turns_ > 0 || !pending_.empty())
             pause = limits_.stalled;
