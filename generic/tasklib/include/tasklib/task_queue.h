@@ -25,6 +25,12 @@ public:
     /// Runs tasks on the calling thread until none is stored; returns at once when
     /// enough threads do that already.
     virtual void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) = 0;
+
+    /// Before a runner is submitted: false when one that belongs to the same owner is
+    /// on its way already and will come to all that is stored now.
+    virtual bool expect_runner(const void* owner) = 0;
+    /// It has come, or never will.
+    virtual void runner_came() noexcept = 0;
 };
 
 } // namespace zel::tasklib

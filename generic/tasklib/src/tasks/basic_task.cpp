@@ -13,20 +13,10 @@
 
 namespace zel::tasklib {
 
-basic_task::basic_task(std::string name, std::uint32_t tag)
-    : runnable(runnable_kind::task, std::move(name), get_tasks_module()->create_ended_state()),
-      tag_(tag) {}
-
-void basic_task::enter(const std::shared_ptr<task_container_low_level_ifc>& container) {
-    if (container) {
-        {
-            platform::scoped_lock inside(guard_);
-            container_ = container;
-        }
-        container->add(std::static_pointer_cast<basic_task>(shared_from_this()));
-    }
-    followed_task_ = register_cancellation_callback(shared_from_this());
-}
+basic_task::basic_task(tasks_core_module& library, std::string name, std::uint32_t tag,
+                       const std::shared_ptr<task_container_low_level_ifc>& container)
+    : runnable(runnable_kind::task, std::move(name), library.create_ended_state()), tag_(tag),
+      container_(container) {}
 
 void basic_task::add_follow_up(std::shared_ptr<task_ifc> task,
                                std::shared_ptr<task_processor_ifc> processor) {
@@ -142,6 +132,7 @@ void basic_task::leave_holders(const std::shared_ptr<runnable>& self) {
     std::shared_ptr<task_container_low_level_ifc> container;
     {
         platform::scoped_lock inside(guard_);
+        stop_running();
         completed_ = true;
         if (extras_)
             next.swap(extras_->follow_ups);

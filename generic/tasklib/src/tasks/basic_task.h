@@ -6,6 +6,7 @@
 #include <tasklib/keep_registered.h>
 #include <tasklib/task_ifc.h>
 #include <tasklib/task_processor.h>
+#include <tasklib/tasks_core_module.h>
 
 #include <vector>
 
@@ -13,9 +14,10 @@ namespace zel::tasklib {
 
 class basic_task : public runnable, public task_ifc {
 public:
-    /// Enters the container, if there is one, and follows the cancellation of the
-    /// task that the calling thread is inside of. Once, right after the making.
-    void enter(const std::shared_ptr<task_container_low_level_ifc>& container);
+    /// Holds the cookie of what it follows, until it goes. Once, right after the making.
+    void follow(std::shared_ptr<keep_registered> followed_task) noexcept {
+        followed_task_ = std::move(followed_task);
+    }
 
     /// Has another task submitted when this one has ended, at once if it has;
     /// without a processor it is canceled then.
@@ -41,7 +43,9 @@ public:
     task_positions& positions() noexcept override { return positions_; }
 
 protected:
-    basic_task(std::string name, std::uint32_t tag);
+    /// The maker adds it to the container, which may be null.
+    basic_task(tasks_core_module& library, std::string name, std::uint32_t tag,
+               const std::shared_ptr<task_container_low_level_ifc>& container);
 
 private:
     struct follow_up {

@@ -1,7 +1,6 @@
 #include "generic/tasklib/src/tasks/cancellation_propagation.h"
 
 #include "generic/tasklib/src/tasks/reg_cookie.h"
-#include "generic/tasklib/src/tasks/task_library.h"
 
 #include <tasklib/cancellation_companions.h>
 
@@ -22,8 +21,9 @@ private:
 } // namespace
 
 std::shared_ptr<keep_registered>
-register_cancellation_callback(const std::shared_ptr<cancellation_ifc>& made) {
-    const auto current = get_this_taskcancellation();
+register_cancellation_callback(tasks_core_module& library,
+                               const std::shared_ptr<cancellation_ifc>& made) {
+    const auto current = library.get_this_taskcancellation();
     auto* const source = current ? query<companion_source_ifc>(*current) : nullptr;
     const auto companion = source ? source->get_companion(made) : nullptr;
     if (!companion)

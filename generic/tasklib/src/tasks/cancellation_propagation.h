@@ -3,6 +3,7 @@
 
 #include <tasklib/cancellation.h>
 #include <tasklib/keep_registered.h>
+#include <tasklib/tasks_core_module.h>
 
 #include <memory>
 
@@ -12,6 +13,7 @@ namespace zel::tasklib {
 /// at once if it is already, for as long as somebody holds the result. Null outside
 /// of tasks. Keeps neither of the two alive.
 std::shared_ptr<keep_registered>
-register_cancellation_callback(const std::shared_ptr<cancellation_ifc>& made);
+register_cancellation_callback(tasks_core_module& library,
+                               const std::shared_ptr<cancellation_ifc>& made);
 
 } // namespace zel::tasklib

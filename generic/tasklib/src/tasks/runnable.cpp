@@ -98,12 +98,6 @@ void runnable::body_failed(std::exception_ptr failure) {
 
 void runnable::end_run(const std::shared_ptr<runnable>& self, std::string shown_before) noexcept {
     drop_body();
-    {
-        // From here on nobody raises the priority of this thread for the task's
-        // sake: the thread may end, and its number be used again.
-        platform::scoped_lock inside(guard_);
-        ended_state_->set_running_thread(platform::no_thread);
-    }
     platform::guarded([&] { leave_holders(self); });
     restore_thread(std::move(shown_before));
     ended_state_->set_ended();

@@ -38,6 +38,12 @@ protected:
     /// belongs to the end of a run, also when the thread is unwound from inside.
     void run_once(bool skip_body);
 
+    /// From here on nobody raises the priority of the thread for this one's sake: the
+    /// thread may end, and its number be used again.
+    void stop_running() ZEL_REQUIRES(guard_) {
+        ended_state_->set_running_thread(platform::no_thread);
+    }
+
     const std::string& name() const noexcept { return name_; }
 
     // Guards what changes while a task goes from place to place; held for a few
@@ -53,7 +59,7 @@ private:
     virtual void run_body() = 0;
     /// Destroys the body and what it captured.
     virtual void drop_body() noexcept = 0;
-    /// Leaves those who hold the task, which has been given as a shared object.
+    /// Stops running and leaves those who hold the task.
     virtual void leave_holders(const std::shared_ptr<runnable>& self) = 0;
     virtual void restore_thread(std::string shown_before) noexcept = 0;
 

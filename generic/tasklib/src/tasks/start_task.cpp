@@ -43,7 +43,7 @@ void store_or_cancel(const std::shared_ptr<task_ifc>& task,
                      const std::shared_ptr<task_processor_ifc>& processor) {
     canceling_unless_started guard(*task);
     if (queue->push(task))
-        submit_run_queue_tasks(container, processor, queue);
+        ensure_runner(container, processor, queue);
     guard.started();
 }
 

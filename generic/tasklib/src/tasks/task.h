@@ -6,10 +6,15 @@
 #pragma once
 
 #include "generic/tasklib/src/tasks/basic_task.h"
+#include "generic/tasklib/src/tasks/cancellation_propagation.h"
 #include "generic/tasklib/src/tasks/impersonation_check.h"
+#include "generic/tasklib/src/tasks/task_library.h"
+
+#include "framework/memory/block_stock.h"
 
 #include <framework/threading/universal_timeout.h>
 #include <tasklib/ended_state.h>
+#include <tasklib/task_container.h>
 
 #include <optional>
 #include <type_traits>
@@ -36,8 +41,10 @@ template <class Proc>
 class task_with_proc<void, Proc> final : public task_with_value<void> {
 public:
     template <class Body>
-    task_with_proc(std::string name, std::uint32_t tag, Body&& body)
-        : task_with_value<void>(std::move(name), tag), body_(std::forward<Body>(body)) {}
+    task_with_proc(tasks_core_module& library, std::string name, std::uint32_t tag,
+                   const std::shared_ptr<task_container_low_level_ifc>& container, Body&& body)
+        : task_with_value<void>(library, std::move(name), tag, container),
+          body_(std::forward<Body>(body)) {}
 
 private:
     void run_body() override {
@@ -49,6 +56,18 @@ private:
 
     std::optional<Proc> body_;
 };
+
+template <class Body>
+auto make_shared_task(tasks_core_module& library, std::string name, std::uint32_t tag,
+                      const std::shared_ptr<task_container_low_level_ifc>& container, Body&& body) {
+    using made = task_with_proc<void, std::decay_t<Body>>;
+    auto shared =
+        std::allocate_shared<made>(memory::recycling_allocator<made>(), library, std::move(name),
+                                   tag, container, std::forward<Body>(body));
+    if (container)
+        container->add(shared);
+    return shared;
+}
 
 } // namespace detail
 
@@ -85,17 +104,28 @@ private:
     std::shared_ptr<detail::task_with_value<void>> shared_;
 };
 
-/// A task that holds the body and belongs to the container, which may be null. It
-/// runs when it is handed to a processor, or stored in a queue that has a runner.
-/// The body and its captures are destroyed before the task leaves the container.
+/// A task that holds the body and belongs to the container, which may be null. It is
+/// canceled with the task that the calling thread is inside of. It runs when it is
+/// handed to a processor, or stored in a queue that has a runner. The body and its
+/// captures are destroyed before the task leaves the container.
 template <class Body>
 task<void> make_task(std::string name,
                      const std::shared_ptr<task_container_low_level_ifc>& container, Body&& body,
                      std::uint32_t tag = 0) {
-    using made = detail::task_with_proc<void, std::decay_t<Body>>;
-    auto shared = std::make_shared<made>(std::move(name), tag, std::forward<Body>(body));
-    shared->enter(container);
-    return task<void>(std::move(shared));
+    const auto library = get_tasks_module();
+    auto made = detail::make_shared_task(*library, std::move(name), tag, container,
+                                         std::forward<Body>(body));
+    made->follow(register_cancellation_callback(*library, made));
+    return task<void>(std::move(made));
+}
+
+/// The same for work that outlasts the task that the calling thread is inside of.
+template <class Body>
+task<void> make_independent_task(std::string name,
+                                 const std::shared_ptr<task_container_low_level_ifc>& container,
+                                 Body&& body) {
+    return task<void>(detail::make_shared_task(*get_tasks_module(), std::move(name), 0, container,
+                                               std::forward<Body>(body)));
 }
 
 } // namespace zel::tasklib

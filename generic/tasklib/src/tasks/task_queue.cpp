@@ -10,6 +10,7 @@
 #include <platform/process.h>
 
 #include <array>
+#include <utility>
 
 namespace zel::tasklib {
 
@@ -92,8 +93,19 @@ void task_queue::run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>&
     self.found_empty();
 }
 
+bool task_queue::expect_runner(const void* owner) {
+    platform::scoped_lock inside(guard_);
+    return std::exchange(expected_runner_, owner) != owner;
+}
+
+void task_queue::runner_came() noexcept {
+    platform::scoped_lock inside(guard_);
+    expected_runner_ = nullptr;
+}
+
 bool task_queue::enter_runners() {
     platform::scoped_lock inside(guard_);
+    expected_runner_ = nullptr;
     if (runners_.size() >= runner_limit_ || stored_.empty())
         return false;
     runners_.push_back(platform::this_thread_id());
@@ -140,6 +152,12 @@ public:
               std::weak_ptr<task_container_low_level_ifc> container) noexcept
         : queue_(std::move(queue)), processor_(std::move(processor)),
           container_(std::move(container)) {}
+    queue_run(queue_run&&) noexcept = default;
+    // Canceled before it began, as often as not.
+    ~queue_run() {
+        if (queue_)
+            queue_->runner_came();
+    }
 
     void operator()() const {
         const successor if_unwound{*this, std::uncaught_exceptions()};
@@ -167,7 +185,9 @@ private:
 task<void> submit_runner(const std::shared_ptr<task_container_low_level_ifc>& container,
                          const std::shared_ptr<task_processor_ifc>& processor,
                          const std::shared_ptr<task_queue_ifc>& queue) {
-    auto runner = make_task(queue_runner_name, container, queue_run(queue, processor, container));
+    // It serves whoever stores tasks, so it does not end with the task that made it.
+    auto runner =
+        make_independent_task(queue_runner_name, container, queue_run(queue, processor, container));
     submit_or_cancel(runner.share(), *processor);
     return runner;
 }
@@ -179,6 +199,14 @@ task<void> submit_run_queue_tasks(const std::shared_ptr<task_container_ifc>& con
                                   const std::shared_ptr<task_queue_ifc>& queue) {
     return submit_runner(container ? container->get_low_level_container() : nullptr, processor,
                          queue);
+}
+
+void ensure_runner(const std::shared_ptr<task_container_ifc>& container,
+                   const std::shared_ptr<task_processor_ifc>& processor,
+                   const std::shared_ptr<task_queue_ifc>& queue) {
+    const auto owner = container ? container->get_low_level_container() : nullptr;
+    if (!owner || queue->expect_runner(owner.get()))
+        submit_runner(owner, processor, queue);
 }
 
 } // namespace zel::tasklib

@@ -26,6 +26,8 @@ public:
 
     bool push(const std::shared_ptr<task_ifc>& task) override;
     void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) override;
+    bool expect_runner(const void* owner) override;
+    void runner_came() noexcept override;
 
 private:
     class runner;
@@ -48,6 +50,9 @@ private:
     // only look, because room may be gone again anyway.
     std::atomic<std::size_t> count_{0};
     std::vector<platform::thread_id> runners_ ZEL_GUARDED_BY(guard_);
+    // Whose runner has been submitted and has not begun. It takes a while to wake a
+    // thread for it, in which each push would submit another one.
+    const void* expected_runner_ ZEL_GUARDED_BY(guard_) = nullptr;
     const std::uint32_t runner_limit_;
 };
 
@@ -57,5 +62,11 @@ private:
 task<void> submit_run_queue_tasks(const std::shared_ptr<task_container_ifc>& container,
                                   const std::shared_ptr<task_processor_ifc>& processor,
                                   const std::shared_ptr<task_queue_ifc>& queue);
+
+/// The same where a push has told the need for it, unless a runner of the container
+/// is on its way already.
+void ensure_runner(const std::shared_ptr<task_container_ifc>& container,
+                   const std::shared_ptr<task_processor_ifc>& processor,
+                   const std::shared_ptr<task_queue_ifc>& queue);
 
 } // namespace zel::tasklib
