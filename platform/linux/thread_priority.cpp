@@ -1,8 +1,9 @@
 #include <platform/thread_priority.h>
 
+#include "platform/linux/io_priority.h"
+
 #include <algorithm>
 #include <cerrno>
-#include <linux/ioprio.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,17 +16,17 @@ namespace zel::platform {
 namespace {
 
 bool raise_input_output(thread_id thread) noexcept {
-    const long value = syscall(SYS_ioprio_get, IOPRIO_WHO_PROCESS, thread);
+    const long value = syscall(SYS_ioprio_get, io_priority::of_one_thread, thread);
     if (value < 0)
         return errno == ENOSYS; // a kernel without these classes lowers nobody
     // The bits between class and level are hints to the device.
-    const long level = value % IOPRIO_NR_LEVELS;
-    const long kind = IOPRIO_PRIO_CLASS(value);
-    const bool lowered =
-        kind == IOPRIO_CLASS_IDLE || (kind == IOPRIO_CLASS_BE && level > IOPRIO_BE_NORM);
+    const long level = value % io_priority::levels;
+    const auto kind = io_priority::kind_of(value);
+    const bool lowered = kind == io_priority::idle ||
+                         (kind == io_priority::best_effort && level > io_priority::normal_level);
     // Without a class the kernel goes by the nice value.
-    return !lowered || syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, thread,
-                               IOPRIO_PRIO_VALUE(IOPRIO_CLASS_NONE, 0)) == 0;
+    return !lowered || syscall(SYS_ioprio_set, io_priority::of_one_thread, thread,
+                               io_priority::value_of(io_priority::none, 0)) == 0;
 }
 
 } // namespace

@@ -1,10 +1,10 @@
+#include "platform/linux/io_priority.h"
 #include "platform/src/watched_thread_test.h"
 
 #include <platform/thread_priority.h>
 #include <platform/thread_statistics.h>
 
 #include <gtest/gtest.h>
-#include <linux/ioprio.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -17,10 +17,10 @@ TEST(ThreadPriority, IsLoweredFreelyAndRaisedToNormalWhereTheSystemAllows) {
                  raise_to_normal_priority(no_thread) || set_thread_priority(0, -1));
     watched_thread([] {
         const thread_id self = this_thread_id();
-        for (const auto kind : {IOPRIO_CLASS_BE, IOPRIO_CLASS_IDLE}) {
-            syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, 0, IOPRIO_PRIO_VALUE(kind, 7));
+        for (const auto kind : {io_priority::best_effort, io_priority::idle}) {
+            syscall(SYS_ioprio_set, io_priority::of_one_thread, 0, io_priority::value_of(kind, 7));
             EXPECT_TRUE(raise_to_normal_priority(self));
-            EXPECT_EQ(syscall(SYS_ioprio_get, IOPRIO_WHO_PROCESS, 0), 0);
+            EXPECT_EQ(syscall(SYS_ioprio_get, io_priority::of_one_thread, 0), 0);
         }
         EXPECT_TRUE(set_thread_priority(self, -7));
         EXPECT_EQ(thread_priority(self), -7);
