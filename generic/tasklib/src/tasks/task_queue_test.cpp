@@ -1,0 +1,142 @@
+#include "generic/tasklib/src/tasks/task_support_test.h"
+
+#include <barrier>
+
+namespace zel::tasklib::test {
+namespace {
+
+class TaskQueue : public testing::Test {
+protected:
+    std::shared_ptr<basic_task> make(std::function<void()> body) {
+        return make_task("queued", owner->get_low_level_container(), std::move(body)).share();
+    }
+    bool push(std::function<void()> body) { return queue->push(make(std::move(body))); }
+    void store(std::function<void()> body) {
+        store_or_cancel(make(std::move(body)), queue, owner, processor);
+    }
+
+    std::shared_ptr<task_processor_ifc> processor = get_task_processor();
+    std::shared_ptr<waiting_room> room = std::make_shared<waiting_room>();
+    std::shared_ptr<task_queue> queue = std::make_shared<task_queue>(1);
+    std::shared_ptr<task_container> owner = std::make_shared<task_container>("");
+};
+
+TEST_F(TaskQueue, AsksForRunnersUntilItHasEnoughAndAgainWhenTheyHaveLeft) {
+    std::string ran;
+    queue->run_all_stored_tasks(processor); // nothing is stored: nobody becomes a runner
+    EXPECT_TRUE(push([&] { ran += 'a'; }));
+    EXPECT_TRUE(push([&] {
+        ran += 'b';
+        EXPECT_FALSE(push([&] { ran += 'd'; }));
+        queue->run_all_stored_tasks(processor); // one too many
+        ran += 'c';
+    })) << "no runner has come so far";
+    queue->run_all_stored_tasks(processor);
+    EXPECT_EQ(ran, "abcd");
+    EXPECT_TRUE(push([] {}));
+}
+
+TEST_F(TaskQueue, RunsTasksOneAtATimeInTheirOrderAndForgetsNone) {
+    std::atomic<int> inside{0}, ran{0};
+    const auto produce = [&] {
+        int last = 0;
+        for (int number = 1; number <= 600; ++number) {
+            const auto stored = make([&, number] {
+                EXPECT_EQ(++inside, 1);
+                EXPECT_EQ(std::exchange(last, number), number - 1);
+                --inside;
+                ++ran;
+            });
+            store_or_cancel(stored, queue, owner, processor);
+            // The runner leaves again and again, just when the next task comes.
+            if (number % 3 == 0) {
+                ASSERT_TRUE(stored->get_ended_state()->wait_ended(in_time));
+            }
+        }
+    };
+    watched_thread one(produce), two(produce);
+    one.join();
+    two.join();
+    EXPECT_EQ(ran, 1200);
+}
+
+TEST_F(TaskQueue, LetsAsManyTasksOverlapAsItMayHaveRunners) {
+    queue = std::make_shared<task_queue>(2);
+    std::barrier both(2);
+    std::atomic<int> later{0};
+    for (int i = 0; i < 2; ++i)
+        store([&] {
+            both.arrive_and_wait();
+            EXPECT_FALSE(push([&] { ++later; }));
+            both.arrive_and_wait();
+        });
+    EXPECT_TRUE(owner->get_low_level_container()->wait(in_time, 0));
+    EXPECT_EQ(later, 2);
+}
+
+TEST_F(TaskQueue, SlowsProducersWhileItIsFullUnlessTheyAreCanceled) {
+    const milliseconds soon(4000); // who is not let on goes on after 5 s
+    const auto began = std::chrono::steady_clock::now();
+    const auto payload = std::make_shared<int>();
+    for (int i = 0; i < 1025; ++i)
+        push([payload] {});
+    EXPECT_LT(std::chrono::steady_clock::now() - began, soon);
+    sample refused, canceled([&] { store_or_cancel(refused.share(), queue, owner, processor); });
+    signal pushed;
+    watched_thread first([&] { processor->execute(canceled.share(), true); });
+    watched_thread second([&] {
+        push([payload] {});
+        pushed.set();
+    });
+    EXPECT_TRUE(first.falls_asleep() && second.falls_asleep());
+    canceled.handle.cancel();
+    EXPECT_THROW(canceled.handle.get(), canceled_exception);
+    EXPECT_TRUE(refused.is_over() && refused.share().use_count() == 2) << "is not stored";
+    EXPECT_FALSE(pushed.wait(milliseconds(0)));
+    room->executes = [&](const auto&) {
+        EXPECT_TRUE(pushed.wait(soon)) << "there is room with the first one out";
+        throw 1;
+    };
+    EXPECT_THROW(queue->run_all_stored_tasks(room), int);
+    queue.reset();
+    owner->end_and_wait({});
+    EXPECT_EQ(payload.use_count(), 1);
+}
+
+TEST_F(TaskQueue, GoesOnAfterWhatLeavesTheExecutionOfATask) {
+    const zel::test::log_capture log(3);
+    int executed = 0, ran = 0;
+    room->executes = [&](const auto& task) {
+        if (++executed == 1)
+            throw std::runtime_error("why");
+        if (executed == 2)
+            throw 2; // nobody expects this here
+        processor->execute(task, true);
+    };
+    for (int i = 0; i < 3; ++i)
+        push([&] { ++ran; });
+    const auto runner = submit_run_queue_tasks(nullptr, room, queue);
+    room->tasks.at(0)->run(false);
+    EXPECT_THROW(runner.get(), int);
+    ASSERT_EQ(room->tasks.size(), 2u) << "another runner has to come";
+    room->tasks[1]->run(false);
+    EXPECT_EQ(ran, 1);
+    EXPECT_EQ(records(log), texts{"tasks 5 25 zel::tasklib::task_queue::run_all_stored_tasks - "
+                                  "unexpected exception.\nwhy"});
+    EXPECT_TRUE(push([] {})) << "no runner has stayed behind";
+    owner->end_and_wait({});
+}
+
+TEST_F(TaskQueue, GoesOnOnAnotherThreadWhenATaskEndsItsOwn) {
+    signal next;
+    push([] { platform::end_this_thread(); });
+    push([&] { next.set(); });
+    submit_run_queue_tasks(owner, processor, queue);
+    EXPECT_TRUE(next.comes());
+    EXPECT_TRUE(owner->get_low_level_container()->wait(in_time, 0));
+    EXPECT_TRUE(push([] {})) << "no runner has stayed behind";
+    owner->end_and_wait({});
+}
+
+} // namespace
+} // namespace zel::tasklib::test

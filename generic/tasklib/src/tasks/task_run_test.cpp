@@ -1,0 +1,129 @@
+// What a run does with its thread, and what is told of it.
+#include "generic/tasklib/src/tasks/task_support_test.h"
+
+#include <platform/clocks.h>
+#include <platform/credentials.h>
+#include <platform/thread_description.h>
+#include <platform/thread_priority.h>
+
+#include <sstream>
+
+namespace zel::tasklib::test {
+namespace {
+
+using namespace platform;
+
+TEST(TaskRun, ShowsOnItsThreadWhatItIsInsideOf) {
+    texts seen;
+    const auto look = [&] { seen.push_back(thread_description(this_thread_id())); };
+    const auto inner = make_task("inner", nullptr, look);
+    const auto outer = make_task("outer", nullptr, [&] {
+        inner.share()->run(false);
+        look();
+        throw 1; // is put right all the same
+    });
+    watched_thread([&] {
+        outer.share()->run(false);
+        look();
+    }).join();
+    EXPECT_EQ(seen, (texts{"outer - inner", "outer", ""}));
+    EXPECT_THROW(outer.get(), int);
+}
+
+TEST(TaskRun, IsMadeUrgentByCancelButNotWhatItsThreadDoesAfterwards) {
+    signal running, go_on, ended, leave;
+    thread_id thread = no_thread;
+    const auto task = make_task("", nullptr, [&] {
+        thread = this_thread_id();
+        set_thread_priority(thread, -5);
+        running.set();
+        go_on.wait();
+    });
+    const auto other = make_task("", nullptr, [] {});
+    watched_thread runner([&] {
+        task.share()->run(false);
+        set_thread_priority(thread, -5);
+        other.share()->run(false);
+        ended.set();
+        leave.wait();
+    });
+    EXPECT_TRUE(running.comes());
+    task.cancel();
+    const auto while_it_ran = thread_priority(thread);
+    const bool may_raise = raise_to_normal_priority(thread);
+    EXPECT_EQ(while_it_ran, may_raise ? 0 : -5);
+    go_on.set();
+    EXPECT_TRUE(ended.comes());
+    other.cancel();
+    EXPECT_EQ(thread_priority(thread), -5);
+    leave.set();
+}
+
+TEST(TaskRun, EndsEveryImpersonationThatABodyLeavesBehindAndReportsTheFirst) {
+    const report_capture reports;
+    int bodies = 0;
+    const auto act_for_the_own_user = [&] {
+        EXPECT_FALSE(is_impersonating());
+        EXPECT_EQ(impersonate({process_user().user, 0}), 0);
+        bodies += is_impersonating();
+    };
+    const auto queue = std::make_shared<task_queue>(1);
+    for (int i = 0; i < 6; ++i)
+        queue->push(make_task("class x::struct y::z", nullptr, act_for_the_own_user).share());
+    EXPECT_TRUE(submit_run_queue_tasks(nullptr, get_task_processor(), queue).wait(in_time));
+    EXPECT_EQ(bodies, 6);
+    static bool is_first = true; // in the process, in which tests may be repeated
+    EXPECT_EQ(*reports.told, texts(std::exchange(is_first, false) ? 1 : 0,
+                                   "Still Impersonated (self-impersonated)- x. y.z"));
+    act_for_the_own_user();
+    make_task("", nullptr, [] {}).share()->run(false);
+    EXPECT_TRUE(is_impersonating()) << "it was so before";
+    revert_to_self();
+}
+
+// Clocks that go on by a tick whenever they are read.
+std::atomic<std::int64_t> counter{0}, cycles{0};
+
+struct listener final : performance_logger_ifc {
+    void log_task_performance(std::uint32_t kind, const std::string& name, double elapsed,
+                              double processor, const zel::perfstats::Data* statistics) override {
+        told << kind << name << ' ' << elapsed << ' ' << processor << ' '
+             << (statistics && statistics->voluntary_switches > 0) << '\n';
+        if (name.empty())
+            throw std::runtime_error("cannot");
+    }
+    std::ostringstream told;
+};
+
+TEST(TaskRun, IsMeasuredAndReportedWhileSomebodyListens) {
+    using ticks = std::optional<std::int64_t>;
+    const clock_replacement clocks[] = {
+        {clock::performance_counter, [] { return ticks(++counter); }},
+        {clock::performance_frequency, [] { return ticks(1); }},
+        {clock::thread_cycles, [] { return ticks(++cycles); }},
+        {clock::thread_cycle_rate, [] { return ticks(2); }}};
+    const zel::test::log_capture log(0);
+    const auto storage = get_performance_logger_storage_module();
+    const auto logger = std::make_shared<listener>();
+    const auto run = [](const char* name, std::function<void()> body) {
+        make_task(name, nullptr, std::move(body)).share()->run(false);
+    };
+    const auto pause = [] { signal().wait(milliseconds(1)); };
+    cycles = 0;
+    run("begun before", [&] { storage->set_performance_logger(logger); });
+    storage->set_measurement(false);
+    run("switched off", pause);
+    EXPECT_EQ(cycles, 0) << "nothing is measured in vain";
+    storage->set_measurement(true);
+    run("heard", pause);
+    run(queue_runner_name, pause);
+    run("", pause);
+    storage->set_performance_logger(nullptr);
+    run("no more", pause);
+    EXPECT_EQ(logger->told.str(), "2heard 1 0.5 1\n2 1 0.5 1\n");
+    EXPECT_EQ(records(log),
+              texts{"tasks 7 66 Error while stopping log_performance_wrapper\ncannot"});
+}
+
+} // namespace
+} // namespace zel::tasklib::test

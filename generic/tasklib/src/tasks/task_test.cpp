@@ -1,0 +1,128 @@
+#include "generic/tasklib/src/tasks/task_support_test.h"
+
+#include <latch>
+
+namespace zel::tasklib::test {
+namespace {
+
+TEST(Task, RunsOnceOrIsCanceledWhicheverComesFirst) {
+    const auto processor = get_task_processor();
+    for (int round = 0; round < 300; ++round) {
+        sample task;
+        {
+            std::latch start(4);
+            const auto beside = [&](auto action) {
+                return std::jthread([&start, action] { start.arrive_and_wait(), action(); });
+            };
+            const auto again = beside([&] { task.share()->run(round % 2 == 0); });
+            const auto canceler = beside([&] { task.handle.cancel(); });
+            const auto other = beside([&] { processor->execute(task.share(), true); });
+            start.arrive_and_wait();
+            submit_or_cancel(task.share(), *processor);
+            EXPECT_TRUE(task.handle.wait(in_time));
+        }
+        EXPECT_LE(task.bodies, 1);
+        EXPECT_TRUE(task.is_over());
+    }
+}
+
+TEST(Task, IsEndedByCancelBeforeItsStartWhereverItIsKept) {
+    const auto room = std::make_shared<waiting_room>();
+    const auto queue = std::make_shared<task_queue>(1);
+    const auto never = std::make_shared<basic_single_run_sch_params<unbiased_clock>>(
+        unbiased_clock::time_point::max());
+    const std::vector<std::function<void(const shared_task&)>> places = {
+        [](const auto&) {}, [&](const auto& t) { room->submit(t, 0); },
+        [&](const auto& t) { get_task_scheduler()->schedule(t, room, never, 0); },
+        [&](const auto& t) { queue->push(t); }};
+    for (const auto& put : places) {
+        sample task;
+        put(task.share());
+        EXPECT_FALSE(task.handle.cancel());
+        EXPECT_TRUE(task.is_over());
+        EXPECT_EQ(task.share().use_count(), &put == &places.back() ? 3 : 2)
+            << "only a queue keeps the task itself";
+        queue->run_all_stored_tasks(get_task_processor()); // passes it over
+        EXPECT_TRUE(task.handle.cancel());
+        EXPECT_EQ(task.bodies, 0);
+    }
+}
+
+TEST(Task, IsOnlyAskedByCancelWhileItRunsAndNotTouchedAfterwards) {
+    sample ended, asked([&] {
+        EXPECT_FALSE(asked.handle.cancel());
+        EXPECT_TRUE(asked.share()->is_canceled() && !asked.handle.wait(at_once));
+    });
+    for (const auto* task : {&asked, &ended}) {
+        task->share()->run(false);
+        EXPECT_TRUE(task->is_over());
+        task->share()->cancel();
+        EXPECT_EQ(task->bodies, 1);
+    }
+}
+
+TEST(Task, DoesAllOfARunButItsBodyWhenThatIsSkipped) {
+    const auto room = std::make_shared<waiting_room>(), closed = std::make_shared<waiting_room>();
+    closed->is_closed = true;
+    sample first, submitted, without_processor, refused, late;
+    first.share()->add_follow_up(submitted.share(), room);
+    first.share()->add_follow_up(without_processor.share(), nullptr);
+    first.share()->add_follow_up(refused.share(), closed);
+    EXPECT_TRUE(room->tasks.empty());
+    first.share()->run(true);
+    EXPECT_TRUE(first.is_over() && without_processor.is_over() && refused.is_over());
+    EXPECT_EQ(first.bodies, 0);
+    first.share()->add_follow_up(late.share(), room);
+    EXPECT_EQ(room->tasks, (std::vector<shared_task>{submitted.share(), late.share()}));
+}
+
+TEST(Task, BelongsToOnePlaceAndIsCanceledWhenThatRefusesIt) {
+    const auto room = std::make_shared<waiting_room>();
+    sample task, stored;
+    room->submit(task.share(), 0);
+    room->submit(task.share(), 0);
+    try {
+        get_task_processor()->submit(task.share(), 0);
+        ADD_FAILURE() << "handed over twice";
+    } catch (const task_is_already_submitted& refusal) {
+        EXPECT_STREQ(refusal.what(), "The task was already submitted.");
+    }
+    EXPECT_EQ(task.share()->take_submitter(), room);
+    std::make_shared<waiting_room>()->submit(task.share(), 0); // and has gone
+    room->submit(task.share(), 0);
+    room->is_closed = true;
+    EXPECT_THROW(submit_or_cancel(task.share(), *room), exceptions::fatal);
+    const auto queue = std::make_shared<task_queue>(1);
+    EXPECT_THROW(store_or_cancel(stored.share(), queue, nullptr, room), exceptions::fatal);
+    EXPECT_TRUE(task.is_over() && stored.is_over());
+}
+
+TEST(Task, ReportsWhatItsBodyThrewToTheHostOrTheLogAndAgainWhenNobodyFetchedIt) {
+    const zel::test::log_capture log(2);
+    const auto failing = [](const char* name) {
+        auto made = make_task(name, nullptr, [] { throw std::runtime_error("why"); });
+        made.share()->run(false);
+        return made;
+    };
+    EXPECT_THROW(failing("fetched").get(), std::runtime_error);
+    failing("task");
+    failing("");
+    auto& host = get_tasks_module()->log_exception_function();
+    std::string told;
+    host.set([&](const std::exception_ptr& failure) {
+        told += exceptions::brief_text(failure);
+        throw 1;
+    });
+    EXPECT_THROW(failing("told").get(), std::runtime_error);
+    host.set({});
+    EXPECT_EQ(told, "why");
+    EXPECT_EQ(
+        records(log),
+        (texts{"tasks 2 374 task fetched: failed.\nwhy", "tasks 2 374 task task: failed.\nwhy",
+               "tasks 7 400 task task: failed without a caller check.\nwhy",
+               "tasks 2 376 Unnamed task: failed.\nwhy",
+               "tasks 7 402 Unnamed task: failed without a caller check.\nwhy"}));
+}
+
+} // namespace
+} // namespace zel::tasklib::test
