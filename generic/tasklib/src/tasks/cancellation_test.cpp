@@ -60,7 +60,7 @@ TEST(Cancellation, ReachesTheTasksMadeInsideOfATask) {
             make();
             EXPECT_FALSE(made[0]->is_over() || made[1]->is_over());
             outer.handle.cancel();
-            EXPECT_TRUE(inner.share()->is_canceled());
+            EXPECT_TRUE(inner.share()->is_canceled() && !inner.handle.wait(at_once));
             EXPECT_TRUE(made[0]->is_over() && made[1]->is_over());
             make();
             EXPECT_TRUE(made[2]->is_over()) << "comes too late";

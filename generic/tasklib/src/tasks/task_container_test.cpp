@@ -3,7 +3,6 @@
 #include <platform/clocks.h>
 
 #include <future>
-#include <latch>
 
 namespace zel::tasklib::test {
 namespace {
@@ -132,47 +131,6 @@ TEST_F(TaskContainer, HoldsATaskUntilItsCapturesAreGone) {
         EXPECT_TRUE(container->wait(at_once, report));
     }
     EXPECT_EQ(*reports.told, texts(2, "task container timed out: task"));
-}
-
-TEST_F(TaskContainer, IsDrainedByItsDestruction) {
-    const auto payload = std::make_shared<int>();
-    signal running, go_on;
-    const auto body = [&, payload] {
-        running.set();
-        go_on.wait();
-    };
-    const auto runs = make_task("runs", container, body), waits = make_task("", container, body);
-    submit_or_cancel(runs.share(), *processor);
-    EXPECT_TRUE(running.comes());
-    watched_thread destroyer([&] {
-        owner.reset();
-        EXPECT_EQ(payload.use_count(), 2) << "this one and that in the local body";
-    });
-    EXPECT_TRUE(destroyer.falls_asleep());
-    EXPECT_TRUE(runs.share()->is_canceled() && waits.wait(at_once));
-    go_on.set();
-}
-
-TEST_F(TaskContainer, LosesNoTaskThatIsAddedOrEndsWhileItIsWaitedForAndEnded) {
-    for (int round = 0; round < 200; ++round) {
-        const auto payload = std::make_shared<int>();
-        const auto held = std::make_shared<low_level_task_container>("");
-        {
-            std::latch start(2);
-            const std::jthread adder([&] {
-                start.arrive_and_wait();
-                for (int i = 0; i < 8; ++i)
-                    submit_or_cancel(make_task("", held, [payload] {}).share(), *processor);
-            });
-            start.arrive_and_wait();
-            for (int i = 0; i < round % 4; ++i)
-                EXPECT_TRUE(held->wait(in_time, 0));
-            held->end();
-            EXPECT_TRUE(held->wait(in_time, 0));
-        }
-        EXPECT_TRUE(held->wait(in_time, 0));
-        EXPECT_EQ(payload.use_count(), 1);
-    }
 }
 
 } // namespace

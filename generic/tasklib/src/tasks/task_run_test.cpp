@@ -33,28 +33,26 @@ TEST(TaskRun, ShowsOnItsThreadWhatItIsInsideOf) {
 TEST(TaskRun, IsMadeUrgentByCancelButNotWhatItsThreadDoesAfterwards) {
     signal running, go_on, ended, leave;
     thread_id thread = no_thread;
-    const auto task = make_task("", nullptr, [&] {
-        thread = this_thread_id();
-        set_thread_priority(thread, -5);
+    sample task([&] {
+        set_thread_priority(thread = this_thread_id(), -5);
         running.set();
         go_on.wait();
     });
-    const auto other = make_task("", nullptr, [] {});
+    sample other;
     watched_thread runner([&] {
         task.share()->run(false);
-        set_thread_priority(thread, -5);
         other.share()->run(false);
+        set_thread_priority(thread, -5);
         ended.set();
         leave.wait();
     });
     EXPECT_TRUE(running.comes());
-    task.cancel();
+    task.handle.cancel();
     const auto while_it_ran = thread_priority(thread);
-    const bool may_raise = raise_to_normal_priority(thread);
-    EXPECT_EQ(while_it_ran, may_raise ? 0 : -5);
+    EXPECT_EQ(while_it_ran, raise_to_normal_priority(thread) ? 0 : -5) << "as far as is allowed";
     go_on.set();
     EXPECT_TRUE(ended.comes());
-    other.cancel();
+    other.handle.cancel();
     EXPECT_EQ(thread_priority(thread), -5);
     leave.set();
 }

@@ -5,22 +5,28 @@
 namespace zel::tasklib::test {
 namespace {
 
+// Starts, cancels, ends, waits for and adds to the container of one task at once.
 TEST(Task, RunsOnceOrIsCanceledWhicheverComesFirst) {
     const auto processor = get_task_processor();
     for (int round = 0; round < 300; ++round) {
         sample task;
         {
-            std::latch start(4);
+            std::latch start(5);
             const auto beside = [&](auto action) {
                 return std::jthread([&start, action] { start.arrive_and_wait(), action(); });
             };
+            const auto submit = [&](const shared_task& t) { submit_or_cancel(t, *processor); };
             const auto again = beside([&] { task.share()->run(round % 2 == 0); });
-            const auto canceler = beside([&] { task.handle.cancel(); });
             const auto other = beside([&] { processor->execute(task.share(), true); });
+            const auto canceler = beside(
+                [&] { round % 3 == 0 ? task.container->end() : void(task.handle.cancel()); });
+            const auto adder = beside(
+                [&] { submit(make_task("", task.container, [held = task.payload] {}).share()); });
             start.arrive_and_wait();
-            submit_or_cancel(task.share(), *processor);
-            EXPECT_TRUE(task.handle.wait(in_time));
+            submit(task.share());
+            EXPECT_TRUE(task.container->wait(in_time, 0));
         }
+        EXPECT_TRUE(task.container->wait(in_time, 0));
         EXPECT_LE(task.bodies, 1);
         EXPECT_TRUE(task.is_over());
     }
@@ -45,19 +51,6 @@ TEST(Task, IsEndedByCancelBeforeItsStartWhereverItIsKept) {
         queue->run_all_stored_tasks(get_task_processor()); // passes it over
         EXPECT_TRUE(task.handle.cancel());
         EXPECT_EQ(task.bodies, 0);
-    }
-}
-
-TEST(Task, IsOnlyAskedByCancelWhileItRunsAndNotTouchedAfterwards) {
-    sample ended, asked([&] {
-        EXPECT_FALSE(asked.handle.cancel());
-        EXPECT_TRUE(asked.share()->is_canceled() && !asked.handle.wait(at_once));
-    });
-    for (const auto* task : {&asked, &ended}) {
-        task->share()->run(false);
-        EXPECT_TRUE(task->is_over());
-        task->share()->cancel();
-        EXPECT_EQ(task->bodies, 1);
     }
 }
 
