@@ -10,7 +10,8 @@
 
 namespace zel::platform {
 
-struct user_identity {
+// Aligned to its size, so that it can be read and written in one step.
+struct alignas(8) user_identity {
     std::uint32_t user = 0;
     std::uint32_t group = 0;
 };
