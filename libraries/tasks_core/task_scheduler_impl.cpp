@@ -108,10 +108,10 @@ void task_scheduler_impl::set_timer() {
 }
 
 void task_scheduler_impl::submit_due() {
-    for (const auto& [task, processor] : take_due()) {
-        task->take_submitter();
-        if (platform::guarded([&] { processor->submit(task, 0); }))
-            task->cancellation().cancel(); // it must not stay behind
+    for (const auto& due_now : take_due()) {
+        due_now.task->take_submitter();
+        if (platform::guarded([&] { due_now.processor->submit(due_now.task, 0); }))
+            due_now.task->cancellation().cancel(); // it must not stay behind
     }
     set_timer();
 }

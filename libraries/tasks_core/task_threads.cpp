@@ -139,10 +139,12 @@ void task_threads::meet(need what) {
 bool task_threads::start_thread() noexcept {
     platform::scoped_lock inside_list(threads_guard_);
     bool started = false;
-    if (!no_more_threads_)
-        started = !platform::guarded([&] {
+    if (!no_more_threads_) {
+        // The analysis does not see that the lambda is called here.
+        started = !platform::guarded([&]() ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
             workers_list_.emplace_back([self = shared_from_this()] { worker(*self).work(); });
         });
+    }
     if (!started) {
         platform::scoped_lock inside(guard_);
         --threads_;
