@@ -44,10 +44,13 @@ TEST_F(TaskContainer, CancelsItsTasksOnceAndLaterOnesWhenTheyCome) {
     EXPECT_TRUE(container->wait(at_once, report)) << "there is nothing to wait for";
     const auto a = add("a"), b = add("b"), c = add("c"), d = add("d");
     b->run(false);
+    EXPECT_TRUE(a->try_claim()); // about to start: stays
     container->end();
     const auto late = add("e");
     container->end();
     EXPECT_EQ(canceled, "adce") << "the last one moved into the gap";
+    EXPECT_FALSE(container->wait(at_once, 0));
+    a->run(false);
     EXPECT_TRUE(container->wait(at_once, report));
 }
 

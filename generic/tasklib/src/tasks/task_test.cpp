@@ -1,34 +1,43 @@
 #include "generic/tasklib/src/tasks/task_support_test.h"
 
+#include <deque>
 #include <latch>
 
 namespace zel::tasklib::test {
 namespace {
 
-// Starts, cancels, ends, waits for and adds to the container of one task at once.
 TEST(Task, RunsOnceOrIsCanceledWhicheverComesFirst) {
     const auto processor = get_task_processor();
-    for (int round = 0; round < 300; ++round) {
-        sample task;
+    const auto submit = [&](const shared_task& t) { submit_or_cancel(t, *processor); };
+    for (int round = 0; round < 20; ++round) {
+        std::deque<sample> tasks(200);
         {
-            std::latch start(5);
-            const auto beside = [&](auto action) {
-                return std::jthread([&start, action] { start.arrive_and_wait(), action(); });
+            std::latch start(6);
+            const auto with_each = [&](auto action) {
+                return std::jthread([&, action] {
+                    start.arrive_and_wait();
+                    for (auto& task : tasks)
+                        action(task);
+                });
             };
-            const auto submit = [&](const shared_task& t) { submit_or_cancel(t, *processor); };
-            const auto again = beside([&] { task.share()->run(round % 2 == 0); });
-            const auto other = beside([&] { processor->execute(task.share(), true); });
-            const auto canceler = beside(
-                [&] { round % 3 == 0 ? task.container->end() : void(task.handle.cancel()); });
-            const auto adder = beside(
-                [&] { submit(make_task("", task.container, [held = task.payload] {}).share()); });
-            start.arrive_and_wait();
-            submit(task.share());
-            EXPECT_TRUE(task.container->wait(in_time, 0));
+            const auto claim = [](sample& t) {
+                t.claims += t.share()->try_claim();
+                t.share()->run(false);
+            };
+            const auto one = with_each(claim), two = with_each(claim);
+            const auto submitter = with_each([&](sample& t) { submit(t.share()); });
+            const auto runner = with_each([&](sample& t) { processor->execute(t.share(), true); });
+            const auto canceler = with_each([&](sample& t) {
+                round % 3 == 0 ? t.container->end() : void(t.handle.cancel());
+                submit(make_task("", t.container, [held = t.payload] {}).share());
+            });
+            const auto waiter =
+                with_each([&](sample& t) { EXPECT_TRUE(t.container->wait(in_time, 0)); });
         }
-        EXPECT_TRUE(task.container->wait(in_time, 0));
-        EXPECT_LE(task.bodies, 1);
-        EXPECT_TRUE(task.is_over());
+        for (auto& task : tasks) {
+            EXPECT_TRUE(task.container->wait(in_time, 0) && task.is_over());
+            EXPECT_TRUE(task.bodies <= 1 && task.claims <= 1);
+        }
     }
 }
 
@@ -57,13 +66,18 @@ TEST(Task, IsEndedByCancelBeforeItsStartWhereverItIsKept) {
 TEST(Task, DoesAllOfARunButItsBodyWhenThatIsSkipped) {
     const auto room = std::make_shared<waiting_room>(), closed = std::make_shared<waiting_room>();
     closed->is_closed = true;
-    sample first, submitted, without_processor, refused, late;
+    sample first, submitted, refused, late;
+    bool was_over = true;
+    const auto look = [&](int*) { was_over = first.handle.wait(at_once); };
+    auto without_processor =
+        make_task("", nullptr, [held = std::shared_ptr<int>(nullptr, look)] {});
     first.share()->add_follow_up(submitted.share(), room);
     first.share()->add_follow_up(without_processor.share(), nullptr);
     first.share()->add_follow_up(refused.share(), closed);
     EXPECT_TRUE(room->tasks.empty());
     first.share()->run(true);
-    EXPECT_TRUE(first.is_over() && without_processor.is_over() && refused.is_over());
+    EXPECT_TRUE(first.is_over() && without_processor.wait(at_once) && refused.is_over());
+    EXPECT_FALSE(was_over) << "what follows a task starts before it has ended";
     EXPECT_EQ(first.bodies, 0);
     first.share()->add_follow_up(late.share(), room);
     EXPECT_EQ(room->tasks, (std::vector<shared_task>{submitted.share(), late.share()}));
