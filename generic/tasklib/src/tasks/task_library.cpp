@@ -4,6 +4,8 @@
 #include "framework/module_interface/neighbour_module.h"
 #include "generic/tasklib/src/tasks/tasks_log.h"
 
+#include <platform/process.h>
+
 #include <atomic>
 
 namespace zel::tasklib {
@@ -11,6 +13,7 @@ namespace zel::tasklib {
 namespace {
 
 constinit log::source_position measurement_missing(__FILE__, 30);
+constexpr int most_pauses = 50;
 
 class tasks_core_library : public mi::neighbour_module<tasks_core_module> {
 public:
@@ -20,6 +23,10 @@ public:
 
     /// Refuses, and leaves the library loaded, while its objects are in use.
     void end() {
+        // A thread lets go of a task a moment after that has told of its end, on which
+        // its maker may have waited.
+        for (int pause = 0; pause < most_pauses && is_used(); ++pause)
+            platform::sleep_for(platform::milliseconds(1));
         if (is_used())
             throw exceptions::fatal("Attempt to unload a module which is still used by another");
     }
