@@ -6,6 +6,7 @@
 
 #include <platform/diagnostics.h>
 
+#include <algorithm>
 #include <asio/post.hpp>
 
 namespace zel::tasklib {
@@ -19,7 +20,8 @@ unbiased_clock::time_point moment_after(threading::universal_timeout left) {
     const auto now = unbiased_clock::now();
     if (left.infinite || left.microseconds > (never - now).count() / ticks_per_microsecond)
         return never;
-    return now + unbiased_clock::duration(left.microseconds * ticks_per_microsecond);
+    const auto microseconds = std::max<std::int64_t>(left.microseconds, 0);
+    return now + unbiased_clock::duration(microseconds * ticks_per_microsecond);
 }
 
 } // namespace
