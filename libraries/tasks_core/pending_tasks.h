@@ -10,7 +10,8 @@
 namespace zel::tasklib {
 
 /// Not synchronised. A task knows its number in the row, so taking it out costs no
-/// search; it leaves a gap behind, which holds nothing.
+/// search; it leaves a gap behind, which holds nothing. Gaps are closed before they
+/// outnumber the tasks by far.
 class pending_tasks {
 public:
     bool empty() const noexcept { return count_ == 0; }
@@ -43,14 +44,25 @@ public:
         if (!place)
             return nullptr;
         auto task_itself = std::exchange(*place, nullptr);
-        if (--count_ == 0) {
-            first_number_ += row_.size();
-            row_.clear(); // nothing but gaps
-        }
+        --count_;
+        if (row_.size() > 2 * count_ + bearable_gaps)
+            close_gaps();
         return task_itself;
     }
 
+    /// With the gaps; for tests.
+    std::size_t length() const noexcept { return row_.size(); }
+
 private:
+    static constexpr std::size_t bearable_gaps = 64;
+
+    // Costs no more than the withdrawals that made it necessary.
+    void close_gaps() {
+        std::erase(row_, nullptr);
+        for (std::size_t i = 0; i < row_.size(); ++i)
+            row_[i]->positions().in_processor = first_number_ + i;
+    }
+
     std::shared_ptr<task_ifc>* find(task_ifc& task) {
         // Below the first number the difference is beyond every row.
         const std::size_t index = task.positions().in_processor - first_number_;
