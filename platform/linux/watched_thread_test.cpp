@@ -2,10 +2,13 @@
 
 #include <platform/process.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <pthread.h>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace zel::platform {
 
@@ -32,6 +35,15 @@ bool wait_until_asleep(thread_id thread) {
 
 void end_this_thread() {
     pthread_exit(nullptr);
+}
+
+int exit_code_of_forked_copy() {
+    const pid_t child = fork();
+    if (child == 0)
+        std::exit(0);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace zel::platform

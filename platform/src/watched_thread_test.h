@@ -17,6 +17,9 @@ bool wait_until_asleep(thread_id thread);
 /// Ends the calling thread by unwinding it.
 [[noreturn]] void end_this_thread();
 
+/// Lets a copy of the process exit and returns its exit code; -1 when it crashed.
+int exit_code_of_forked_copy();
+
 class watched_thread {
 public:
     explicit watched_thread(auto body)

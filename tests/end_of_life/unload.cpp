@@ -15,10 +15,10 @@ namespace {
 using namespace zel;
 using namespace zel::event_routing;
 
-bool is_mapped() {
+bool is_mapped(const std::string& file = "libevent_routing.so") {
     std::ifstream maps("/proc/self/maps");
     for (std::string line; std::getline(maps, line);)
-        if (line.find("/libevent_routing.so") != std::string::npos)
+        if (line.find("/" + file) != std::string::npos)
             return true;
     return false;
 }
@@ -75,6 +75,16 @@ TEST_F(Unload, KeepsItsCodeWhileAnObjectIsAlive) {
     EXPECT_TRUE(free());
     EXPECT_FALSE(is_mapped());
     EXPECT_THROW(free(), std::exception) << "freed once too often";
+}
+
+TEST_F(Unload, TakesTheNeighboursAlongThatOnlyTheLibraryUsed) {
+    for (int round = 0; round < 100; ++round) {
+        image = mi::loader().load_dll("task_user", mi::implementation_address());
+        reinterpret_cast<void (*)()>(platform::find_symbol(image, "run_a_task"))();
+        ASSERT_TRUE(free());
+        for (const char* file : {"libtask_user.so", "libzel_tasks_core.so", "libzel_perfstats.so"})
+            ASSERT_FALSE(is_mapped(file)) << file << ", round " << round;
+    }
 }
 
 } // namespace

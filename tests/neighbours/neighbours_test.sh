@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # What a client is told when a neighbouring library is missing, damaged or of
-# another version: neighbours_test.sh PROGRAM LIBRARY_FOLDER WRONG_LOG THROWING_LOG
+# another version: neighbours_test.sh REGISTER_ONE LIBRARY_FOLDER WRONG_LOG THROWING_LOG
+# ASK_FOR_TASKS ODD_TASKS_CORE
 set -euo pipefail
 
-program=$1 libraries=$2 wrong_log=$3 throwing_log=$4
+program=$1 libraries=$2 wrong_log=$3 throwing_log=$4 ask_for_tasks=$5 odd_tasks_core=$6
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -50,3 +51,25 @@ expect "$failure
 0 handlers
 $failure
 0 handlers"
+
+program=$ask_for_tasks
+fresh_copy
+expect "fine
+fine
+fine"
+
+cp "$odd_tasks_core" "$scratch/lib/libzel_tasks_core.so"
+export NEWER=1
+expect "	Interface: class zel::tasklib::tasks_core_module
+	Version: 6
+Module: $scratch/lib/libzel_tasks_core.so" "odd_module
+	Version: 7"
+unset NEWER
+expect "fine
+Wrong interface version implemented." "class zel::tasklib::task_processor_ifc
+	Version: 4" "newer_processor
+	Version: 5
+Wrong interface version implemented." "class zel::tasklib::task_scheduler_ifc
+	Version: 9" "newer_scheduler
+	Version: 10
+Attempt to unload a module which is still used by another"

@@ -1,0 +1,220 @@
+#include "generic/tasklib/src/tasks/task.h"
+#include "libraries/tasks_core/ended_state_impl.h"
+#include "libraries/tasks_core/running_task.h"
+#include "libraries/tasks_core/task_processor_impl.h"
+#include "libraries/tasks_core/task_scheduler_impl.h"
+#include "platform/src/watched_thread_test.h"
+
+#include <gtest/gtest.h>
+#include <semaphore>
+
+namespace {
+
+using namespace zel::tasklib;
+using namespace std::chrono_literals;
+using zel::platform::clock;
+using zel::platform::clock_replacement;
+
+constexpr zel::platform::milliseconds hours{10'000'000}; // do not pass in a test
+constexpr thread_limits one_thread{.cores = 1, .most_threads = 1, .stalled = hours, .idle = hours};
+
+struct signal : zel::platform::event {
+    signal() noexcept : event(zel::platform::reset_mode::manual, false) {}
+};
+
+using parameters = std::shared_ptr<scheduling_parameters_ifc>;
+using moment = unbiased_clock::time_point;
+using ticks = unbiased_clock::duration;
+
+parameters at(moment when) {
+    return std::make_shared<basic_single_run_sch_params<unbiased_clock>>(when);
+}
+
+parameters after(std::int64_t microseconds) {
+    struct fixed final : scheduling_parameters_ifc {
+        zel::threading::universal_timeout time_left() const override { return left; }
+        zel::threading::universal_timeout left;
+    };
+    const auto made = std::make_shared<fixed>();
+    made->left = {false, microseconds};
+    return made;
+}
+
+struct pool {
+    explicit pool(const thread_limits& limits) : threads(std::make_shared<task_threads>(limits)) {}
+    ~pool() {
+        for (const auto& rest : {scheduler->stop_taking(), threads->stop_taking()})
+            for (const auto& task : rest)
+                task->cancellation().cancel();
+        threads->join();
+    }
+    task<void> submit(auto body) {
+        auto made = make_task("", nullptr, std::move(body));
+        processor->submit(made.share(), 0);
+        return made;
+    }
+    void schedule(const task<void>& t, const parameters& when) {
+        scheduler->schedule(t.share(), processor, when, 0);
+    }
+
+    std::shared_ptr<task_threads> threads;
+    std::shared_ptr<task_processor_impl> processor = std::make_shared<task_processor_impl>(threads);
+    std::shared_ptr<task_scheduler_impl> scheduler = std::make_shared<task_scheduler_impl>(threads);
+};
+
+TEST(TaskThreads, LetTheLastOfManyTasksReleaseAllThatBlockBeforeIt) {
+    pool p({.stalled = 1ms});
+    signal opened;
+    std::vector<task<void>> tasks;
+    for (int i = 0; i < 200; ++i)
+        tasks.push_back(p.submit([&] { opened.wait(); }));
+    p.submit([&] { opened.set(); });
+    for (const auto& t : tasks)
+        EXPECT_TRUE(t.wait());
+}
+
+TEST(TaskThreads, TakeOverAtOnceFromATaskThatWaitsThroughTheLibrary) {
+    pool p({.cores = 1, .stalled = hours});
+    signal ended;
+    ended_state_impl state;
+    for (int i = 0; i < 20; ++i) {
+        p.submit([&] { state.wait_ended({}); });
+        p.submit([&, event = static_cast<zel::platform::event*>(&ended)] {
+            auto* const source = query<companion_source_ifc>(*this_task_cancellation());
+            const auto companion = source->get_companion({});
+            EXPECT_EQ(query<cancellable_wait_ifc>(*companion)->wait(&event, 1, hours), 0);
+        });
+    }
+    EXPECT_TRUE(p.submit([] {}).wait());
+    ended.set();
+    state.set_ended();
+}
+
+std::counting_semaphore threads_gone(0);
+struct thread_end {
+    ~thread_end() { threads_gone.release(); }
+};
+
+TEST(TaskThreads, GrowByOneWithEveryStallUpToTheMostAndShrinkWhenIdle) {
+    pool p({.cores = 1, .most_threads = 3, .stalled = 30ms, .idle = 60ms});
+    std::counting_semaphore started(0);
+    signal go_on;
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 4; ++i)
+        p.submit([&] {
+            [[maybe_unused]] thread_local const thread_end noticed;
+            started.release();
+            go_on.wait();
+        });
+    for (int i = 0; i < 3; ++i)
+        started.acquire();
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 60ms);
+    EXPECT_FALSE(started.try_acquire_for(100ms)) << "more threads than the most";
+    go_on.set();
+    for (int i = 0; i < 2; ++i)
+        threads_gone.acquire();
+    EXPECT_EQ(p.threads->thread_count(), 1u);
+    EXPECT_TRUE(p.submit([] {}).wait()) << "the one that stays works";
+}
+
+TEST(TaskThreads, ReplaceAThreadThatATaskEnds) {
+    pool p(one_thread);
+    const auto last = p.submit(&zel::platform::end_this_thread);
+    EXPECT_TRUE(p.submit([] {}).wait());
+    EXPECT_TRUE(last.wait({false, 0})) << "the task has ended nevertheless";
+    EXPECT_EQ(p.threads->thread_count(), 1u);
+}
+
+TEST(TaskThreads, KeepNothingOfCanceledTasksBeTheyManyAndCheaply) {
+    pool p(one_thread);
+    signal go_on;
+    p.submit([&] { go_on.wait(); });
+    const auto captured = std::make_shared<int>();
+    std::vector<task<void>> tasks;
+    const auto made = [&] {
+        tasks.push_back(make_task("", nullptr, [captured] { ADD_FAILURE(); }));
+        return tasks.back();
+    };
+    const auto begin = std::chrono::steady_clock::now();
+    for (std::int64_t i = 0; i < 100'000; ++i)
+        p.schedule(made(), after(3'600'000'000 + i * 7919 % 100'000)); // scattered
+    for (int i = 0; i < 1'000; ++i)
+        p.processor->submit(made().share(), 0);
+    for (const auto& t : tasks)
+        t.cancel();
+    p.schedule(tasks.front(), after(0));
+    p.processor->submit(tasks.back().share(), 0);
+    EXPECT_EQ(captured.use_count(), 1);
+    EXPECT_EQ(tasks.front().share().use_count(), 2);
+    EXPECT_EQ(tasks.back().share().use_count(), 2);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
+    go_on.set();
+}
+
+TEST(PendingTasks, KeepTheirOrderAroundGapsWhichDoNotPileUp) {
+    pending_tasks row;
+    const auto made = [] { return make_task("", nullptr, [] {}).share(); };
+    const auto first = made();
+    auto oldest = made();
+    for (const auto& t : {first, oldest, first})
+        row.push(t);
+    // The oldest but one goes each time, while the first is stuck.
+    for (int i = 0; i < 10'000; ++i) {
+        const auto next = made();
+        row.push(next);
+        EXPECT_NE(row.take_out(*std::exchange(oldest, next)), nullptr);
+    }
+    EXPECT_LT(row.length(), 1'000u);
+    EXPECT_EQ(row.take_first(), first);
+    EXPECT_EQ(row.take_out(*first), nullptr) << "not there any more";
+    EXPECT_EQ(row.take_first(), oldest);
+    EXPECT_EQ(row.take_first(), nullptr);
+}
+
+// Clocks of a test, in the system's place.
+using reading = std::optional<std::int64_t>;
+std::atomic<std::int64_t> shown{0};
+std::atomic<std::int64_t> rate{0};
+
+TEST(UnbiasedClock, CountsTheSameTicksFromThePerformanceCounterWhereItHasNoOther) {
+    const clock_replacement missing(clock::unbiased_time, [] { return reading(); });
+    const clock_replacement counter(clock::performance_counter, [] { return reading(shown); });
+    const clock_replacement its_rate(clock::performance_frequency, [] { return reading(rate); });
+    shown = 7;
+    rate = 3;
+    EXPECT_EQ(unbiased_clock::now(), moment(ticks(23'333'333)));
+    shown = std::chrono::nanoseconds(24h * 366).count() + 100;
+    rate = 1'000'000'000;
+    EXPECT_EQ(unbiased_clock::now(), moment(24h * 366 + ticks(1)));
+}
+
+TEST(TaskScheduler, RunsWhatIsDueInTheOrderOfTimesAndOfArrivalAndNothingElse) {
+    const clock_replacement stopped(clock::unbiased_time, [] { return reading(shown); });
+    shown = 1'000'000;
+    pool p(one_thread);
+    std::string ran;
+    const auto schedule = [&](char name, const parameters& when) {
+        auto t = make_task("", nullptr, [&ran, name] { ran += name; });
+        p.schedule(t, when);
+        return t;
+    };
+    constexpr auto most = std::numeric_limits<std::int64_t>::max();
+    schedule('x', at(moment::max()));
+    schedule('x', after(most));
+    const auto late = schedule('d', at(moment::max() - ticks(20)));
+    const auto third = schedule('c', after(2'000));
+    schedule('a', at(moment(ticks(1'009'991)))); // the same moment, rounded up
+    schedule('b', after(1'000));
+    p.schedule(third, after(0));
+    schedule('1', at(moment::min())).wait();
+    EXPECT_TRUE(schedule('2', after(-1'000'000'000'000'000'000)).wait({false, 10'000'000}));
+    EXPECT_EQ(ran, "12") << "the clock stands still";
+    shown = 2'000'000;
+    third.wait();
+    EXPECT_EQ(ran, "12abc") << "scheduled again, a task keeps its time";
+    shown = most - 1;
+    schedule('e', after(0)).wait();
+    EXPECT_TRUE(late.wait({false, 0}) && ran == "12abcde") << ran;
+}
+
+} // namespace

@@ -1,0 +1,128 @@
+// One way for a process to end while there are tasks per call: task_end SCENARIO.
+// What has to hold in the end is checked by the exit handler that runs last.
+#include "generic/tasklib/src/tasks/start_task.h"
+#include "generic/tasklib/src/tasks/task_library.h"
+#include "generic/tasklib/src/tasks/task_queue.h"
+#include "platform/src/watched_thread_test.h"
+
+#include <iostream>
+
+namespace {
+
+using namespace zel;
+using namespace zel::tasklib;
+
+void require(bool condition, const std::string& what) {
+    if (condition)
+        return;
+    std::cerr << "failed: " << what << '\n';
+    std::_Exit(1);
+}
+
+struct signal : platform::event {
+    signal() noexcept : event(platform::reset_mode::manual, false) {}
+} first_runs, work_is_left, released, never;
+
+std::atomic<int> started{0};
+std::atomic<int> ended{0};
+const auto captured = std::make_shared<int>(); // by every task
+
+// What a user kept until the end.
+std::shared_ptr<task_processor_ifc> processor;
+task<void> unsubmitted;
+
+template <class Function>
+void require_refusal(const std::string& text, const Function& use) {
+    std::string refusal;
+    try {
+        use();
+    } catch (const exceptions::fatal& failure) {
+        refusal = failure.what();
+    }
+    require(refusal == text, text);
+}
+
+void check_the_end() {
+    require(started == ended, "a running task is waited for");
+    require(captured.use_count() == 1, "nothing is left of the others");
+    const std::string gone = "Tasks module already destroyed";
+    require_refusal(gone, &get_tasks_module);
+    require_refusal("Task performance logger storage module already destroyed",
+                    &get_performance_logger_storage_module);
+    if (!processor)
+        return;
+    require_refusal(gone, [] { submit_or_cancel(unsubmitted.share(), *processor); });
+    require(unsubmitted.wait({false, 0}), "a refused task has ended");
+}
+
+task<void> task_that_waits(const std::shared_ptr<void>& kept = captured) {
+    return make_task("", nullptr, [kept] {
+        ++started;
+        first_runs.set();
+        released.wait();
+        ++ended;
+    });
+}
+
+task<void> task_that_never_runs() {
+    return make_task("", nullptr, [kept = captured] { require(false, "runs after the end"); });
+}
+
+// Running, stored, delayed and queued ones.
+void leave_work() {
+    processor = get_task_processor();
+    unsubmitted = make_task("", nullptr, [] {});
+    const auto queue = std::make_shared<task_queue>(1);
+    store_or_cancel(task_that_waits().share(), queue, nullptr, processor);
+    first_runs.wait();
+    store_or_cancel(task_that_never_runs().share(), queue, nullptr, processor);
+    for (const auto when :
+         {unbiased_clock::now() + std::chrono::hours(1), unbiased_clock::time_point::max()})
+        get_task_scheduler()->schedule(
+            task_that_never_runs().share(), processor,
+            std::make_shared<basic_single_run_sch_params<unbiased_clock>>(when), 0);
+    // More than there will ever be threads: the last is still there when the end
+    // comes, and its going lets the running ones end.
+    for (int i = 0; i < 600; ++i)
+        processor->submit(task_that_waits().share(), 0);
+    const std::shared_ptr<void> releasing(nullptr, [](auto) { released.set(); });
+    processor->submit(task_that_waits(releasing).share(), 0);
+}
+
+int exit_with_work() {
+    leave_work();
+    return 0;
+}
+
+int exit_inside_a_task() {
+    const auto exiting = make_task("", nullptr, [] {
+        work_is_left.wait();
+        std::exit(0);
+    });
+    get_task_processor()->submit(exiting.share(), 0);
+    leave_work();
+    work_is_left.set();
+    return never.wait();
+}
+
+int exit_of_a_forked_child() {
+    const auto running = make_task("", nullptr, [] {
+        first_runs.set();
+        released.wait();
+    });
+    get_task_processor()->submit(running.share(), 0);
+    first_runs.wait();
+    require(platform::exit_code_of_forked_copy() == 0, "a child ends without the threads");
+    released.set();
+    return 0;
+}
+
+} // namespace
+
+int main(int, char** argv) {
+    std::atexit(&check_the_end);
+    const std::string scenario = argv[1];
+    return scenario == "exit_with_work"       ? exit_with_work()
+           : scenario == "exit_inside_a_task" ? exit_inside_a_task()
+                                              : exit_of_a_forked_child();
+}
