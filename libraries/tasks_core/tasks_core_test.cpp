@@ -90,6 +90,20 @@ TEST(TaskThreads, TakeOverAtOnceFromATaskThatWaitsThroughTheLibrary) {
     state.set_ended();
 }
 
+TEST(TaskThreads, SoonRunWhatComesBehindALongTaskAmongShortOnes) {
+    pool p({.cores = 2, .most_threads = 2, .stalled = hours});
+    for (int i = 0; i < 200; ++i) // now the next ones are expected to be short, too
+        p.submit([] {}).wait();
+    signal began, overtaken;
+    const auto long_one = p.submit([&] {
+        began.set();
+        overtaken.wait();
+    });
+    began.wait();
+    p.submit([&] { overtaken.set(); });
+    EXPECT_TRUE(long_one.wait());
+}
+
 std::counting_semaphore threads_gone(0);
 struct thread_end {
     ~thread_end() { threads_gone.release(); }

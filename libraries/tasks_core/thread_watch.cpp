@@ -50,6 +50,9 @@ std::optional<platform::milliseconds> task_threads::look_around(bool look_again_
             ++threads_;
             ++turns_;
             what = need::thread;
+        } else if (!progress) {
+            short_runs_ = 0; // what is pending is not in hand after all
+            what = next_need();
         }
         taken_before_ = taken_;
         leaving = threads_to_leave(now);

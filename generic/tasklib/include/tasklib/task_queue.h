@@ -26,11 +26,11 @@ public:
     /// enough threads do that already.
     virtual void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) = 0;
 
-    /// Before a runner is submitted: false when one that belongs to the same owner is
-    /// on its way already and will come to all that is stored now.
+    /// Before a runner of a container is submitted: false when as many as there may be
+    /// run, or are expected by this owner already, and will come to all that is stored.
     virtual bool expect_runner(const void* owner) = 0;
-    /// It has come, or never will.
-    virtual void runner_came() noexcept = 0;
+    /// An expected one begins, or never will.
+    virtual void runner_came(const void* owner) noexcept = 0;
 };
 
 } // namespace zel::tasklib

@@ -11,7 +11,8 @@ constexpr auto report = task_container_low_level_ifc::report_timeout;
 
 // Lets a test into what a container wants from its tasks.
 struct open_task final : detail::task_with_value<void> {
-    explicit open_task(std::string name) : task_with_value<void>(std::move(name), 0) {}
+    open_task(std::string name, const std::shared_ptr<task_container_low_level_ifc>& container)
+        : task_with_value<void>(*get_tasks_module(), std::move(name), 0, container) {}
     bool cancel() override { return on_cancel(), task_with_value<void>::cancel(); }
     std::shared_ptr<ended_state_ifc> get_ended_state() const override {
         on_asked();
@@ -27,9 +28,9 @@ struct open_task final : detail::task_with_value<void> {
 class TaskContainer : public testing::Test {
 protected:
     std::shared_ptr<open_task> add(std::string name) {
-        auto made = std::make_shared<open_task>(name);
+        auto made = std::make_shared<open_task>(name, container);
         made->on_cancel = [this, name] { canceled += name; };
-        made->enter(container);
+        container->add(made);
         return made;
     }
 

@@ -95,17 +95,22 @@ void task_queue::run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>&
 
 bool task_queue::expect_runner(const void* owner) {
     platform::scoped_lock inside(guard_);
-    return std::exchange(expected_runner_, owner) != owner;
+    if (std::exchange(expected_owner_, owner) != owner)
+        expected_runners_ = 0;
+    if (runners_.size() + expected_runners_ >= runner_limit_)
+        return false;
+    ++expected_runners_;
+    return true;
 }
 
-void task_queue::runner_came() noexcept {
+void task_queue::runner_came(const void* owner) noexcept {
     platform::scoped_lock inside(guard_);
-    expected_runner_ = nullptr;
+    if (expected_owner_ == owner && expected_runners_ > 0)
+        --expected_runners_;
 }
 
 bool task_queue::enter_runners() {
     platform::scoped_lock inside(guard_);
-    expected_runner_ = nullptr;
     if (runners_.size() >= runner_limit_ || stored_.empty())
         return false;
     runners_.push_back(platform::this_thread_id());
@@ -142,24 +147,25 @@ namespace {
 
 task<void> submit_runner(const std::shared_ptr<task_container_low_level_ifc>& container,
                          const std::shared_ptr<task_processor_ifc>& processor,
-                         const std::shared_ptr<task_queue_ifc>& queue);
+                         const std::shared_ptr<task_queue_ifc>& queue, const void* expected_by);
 
 // What a runner task does. A runner that is unwound leaves tasks behind for which
 // nobody else would come.
 class queue_run {
 public:
     queue_run(std::shared_ptr<task_queue_ifc> queue, std::shared_ptr<task_processor_ifc> processor,
-              std::weak_ptr<task_container_low_level_ifc> container) noexcept
+              std::weak_ptr<task_container_low_level_ifc> container,
+              const void* expected_by) noexcept
         : queue_(std::move(queue)), processor_(std::move(processor)),
-          container_(std::move(container)) {}
-    queue_run(queue_run&&) noexcept = default;
-    // Canceled before it began, as often as not.
-    ~queue_run() {
-        if (queue_)
-            queue_->runner_came();
-    }
+          container_(std::move(container)), expected_by_(expected_by) {}
+    queue_run(queue_run&& other) noexcept
+        : queue_(std::move(other.queue_)), processor_(std::move(other.processor_)),
+          container_(std::move(other.container_)),
+          expected_by_(std::exchange(other.expected_by_, nullptr)) {}
+    ~queue_run() { is_no_longer_expected(); } // also when it was canceled before it began
 
-    void operator()() const {
+    void operator()() {
+        is_no_longer_expected();
         const successor if_unwound{*this, std::uncaught_exceptions()};
         queue_->run_all_stored_tasks(processor_);
     }
@@ -173,21 +179,27 @@ private:
                 return;
             const platform::no_cancellation to_the_end;
             platform::guarded(
-                [&] { submit_runner(run.container_.lock(), run.processor_, run.queue_); });
+                [&] { submit_runner(run.container_.lock(), run.processor_, run.queue_, nullptr); });
         }
     };
+
+    void is_no_longer_expected() noexcept {
+        if (const auto* owner = std::exchange(expected_by_, nullptr))
+            queue_->runner_came(owner);
+    }
 
     std::shared_ptr<task_queue_ifc> queue_;
     std::shared_ptr<task_processor_ifc> processor_;
     std::weak_ptr<task_container_low_level_ifc> container_;
+    const void* expected_by_;
 };
 
 task<void> submit_runner(const std::shared_ptr<task_container_low_level_ifc>& container,
                          const std::shared_ptr<task_processor_ifc>& processor,
-                         const std::shared_ptr<task_queue_ifc>& queue) {
+                         const std::shared_ptr<task_queue_ifc>& queue, const void* expected_by) {
     // It serves whoever stores tasks, so it does not end with the task that made it.
-    auto runner =
-        make_independent_task(queue_runner_name, container, queue_run(queue, processor, container));
+    auto runner = make_independent_task(queue_runner_name, container,
+                                        queue_run(queue, processor, container, expected_by));
     submit_or_cancel(runner.share(), *processor);
     return runner;
 }
@@ -198,7 +210,7 @@ task<void> submit_run_queue_tasks(const std::shared_ptr<task_container_ifc>& con
                                   const std::shared_ptr<task_processor_ifc>& processor,
                                   const std::shared_ptr<task_queue_ifc>& queue) {
     return submit_runner(container ? container->get_low_level_container() : nullptr, processor,
-                         queue);
+                         queue, nullptr);
 }
 
 void ensure_runner(const std::shared_ptr<task_container_ifc>& container,
@@ -206,7 +218,7 @@ void ensure_runner(const std::shared_ptr<task_container_ifc>& container,
                    const std::shared_ptr<task_queue_ifc>& queue) {
     const auto owner = container ? container->get_low_level_container() : nullptr;
     if (!owner || queue->expect_runner(owner.get()))
-        submit_runner(owner, processor, queue);
+        submit_runner(owner, processor, queue, owner.get());
 }
 
 } // namespace zel::tasklib

@@ -27,7 +27,7 @@ public:
     bool push(const std::shared_ptr<task_ifc>& task) override;
     void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) override;
     bool expect_runner(const void* owner) override;
-    void runner_came() noexcept override;
+    void runner_came(const void* owner) noexcept override;
 
 private:
     class runner;
@@ -50,9 +50,10 @@ private:
     // only look, because room may be gone again anyway.
     std::atomic<std::size_t> count_{0};
     std::vector<platform::thread_id> runners_ ZEL_GUARDED_BY(guard_);
-    // Whose runner has been submitted and has not begun. It takes a while to wake a
-    // thread for it, in which each push would submit another one.
-    const void* expected_runner_ ZEL_GUARDED_BY(guard_) = nullptr;
+    // Runners of one owner that have been submitted and have not begun. It takes a while
+    // to wake a thread for one, in which each push would submit another.
+    const void* expected_owner_ ZEL_GUARDED_BY(guard_) = nullptr;
+    std::size_t expected_runners_ ZEL_GUARDED_BY(guard_) = 0;
     const std::uint32_t runner_limit_;
 };
 
