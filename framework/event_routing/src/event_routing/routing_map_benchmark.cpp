@@ -1,40 +1,20 @@
+#include "framework/event_routing/src/event_routing/benchmark_paths.h"
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
 
 #include <benchmark/benchmark.h>
 
 #include <array>
-#include <cmath>
 #include <unordered_map>
 
 namespace {
 
+using zel::event_routing::four_level_path;
+using zel::event_routing::path_on_every_level;
 using zel::event_routing::impl::event_routing_node;
-
-// Registered paths are spread evenly over four levels.
-std::string four_level_path(int number, int registered) {
-    const int fan_out = static_cast<int>(std::ceil(std::pow(registered, 0.25)));
-    std::string path;
-    for (const char* const level : {"subsystem", "component", "object", "change"}) {
-        if (!path.empty())
-            path += '.';
-        path += level + std::to_string(number % fan_out);
-        number /= fan_out;
-    }
-    return path;
-}
 
 void add(event_routing_node& map, const std::string& path) {
     using zel::event_routing::impl::registration_path;
     map.InsertHandler(registration_path(path), event_routing_node::make_item({}, {}, "handler"));
-}
-
-// One subnode after the other off the end, each with a wildcard handler.
-void add_on_every_level(event_routing_node& map, std::string path) {
-    add(map, path);
-    for (auto dot = path.rfind('.'); dot != std::string::npos; dot = path.rfind('.')) {
-        path.resize(dot);
-        add(map, path + ".*");
-    }
 }
 
 void collect_many(benchmark::State& state, const event_routing_node& map, const std::string& path) {
@@ -70,7 +50,8 @@ void collect(benchmark::State& state) {
     for (int i = 0; i < registered; ++i)
         if (i != hot)
             add(map, four_level_path(i, registered));
-    add_on_every_level(map, four_level_path(hot, registered));
+    for (const auto& level : path_on_every_level(four_level_path(hot, registered)))
+        add(map, level);
     collect_many(state, map, four_level_path(hot, registered));
 }
 BENCHMARK(collect)->Name("collect")->ArgName("registered")->Arg(1'000)->Arg(10'000)->Arg(100'000);
