@@ -1,49 +1,24 @@
 // Runs the benchmarks and ends with a table of the promised ratios. Both sides of
 // a ratio are measured in the same run; of several repetitions the fastest counts,
-// because everything else a machine does can only slow a run down.
+// because everything else a machine does can only slow a run down. Of several
+// threads the median counts: they are fastest when they happen to take turns on one
+// core. The results come at the end because the order of the runs may be shuffled.
+#include "benchmarks/targets.h"
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstdio>
 #include <map>
+#include <span>
 #include <string>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
-
-struct target {
-    const char* what;
-    const char* measured; // a time, or "benchmark:counter"
-    const char* against;  // null for a limit in the counter's own unit
-    double limit;
-};
-
-constexpr std::array targets = {
-    target{"collect 4 handlers on 4 levels / find of the path in 1 000", //
-           "collect/registered:1000", "unordered_map_find/registered:1000", 8.0},
-    target{"collect 4 handlers on 4 levels / find of the path in 10 000",
-           "collect/registered:10000", "unordered_map_find/registered:10000", 8.0},
-    target{"collect 4 handlers on 4 levels / find of the path in 100 000",
-           "collect/registered:100000", "unordered_map_find/registered:100000", 8.0},
-    target{"collect among 100 000 / among 1 000", //
-           "collect/registered:100000", "collect/registered:1000", 1.3},
-    target{"shared hold taken and given back / std::mutex pair", //
-           "shared_hold/real_time/threads:1", "std_mutex_pair/real_time", 2.5},
-    target{"task made, submitted, run and ended / asio::post", //
-           "tasks/submitters:1/real_time", "asio_post/submitters:1/real_time", 2.0},
-    target{"the same number of tasks from two threads / from one", //
-           "tasks/submitters:2/real_time", "tasks/submitters:1/real_time", 1.0},
-    target{"task in a queue with one runner / asio::strand", //
-           "queued_tasks/real_time", "asio_strand/real_time", 1 / 0.7},
-    target{"1 000 000 pending tasks ended / 100 000", //
-           "pending_tasks_end/tasks:1000000/iterations:1/real_time",
-           "pending_tasks_end/tasks:100000/iterations:1/real_time", 12.0},
-    target{"bytes of a pending task", //
-           "pending_task_memory/iterations:1/real_time:bytes", nullptr, 768.0},
-};
 
 // A process with one thread only gets cheaper locks and reference counts than any
 // real user of this library, so a second thread sleeps beside the benchmarks.
@@ -63,31 +38,48 @@ class ratio_reporter : public benchmark::ConsoleReporter {
 public:
     ratio_reporter() : ConsoleReporter(OO_Tabular) {} // no colours in files
 
-    /// Shows the median of the repetitions and remembers the fastest.
-    void ReportRuns(const std::vector<Run>& runs) override {
-        std::vector<Run> shown;
-        for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred)
-                remember(run);
-            if (run.aggregate_name == "median" || run.error_occurred)
-                shown.push_back(run);
-        }
-        if (!shown.empty())
-            ConsoleReporter::ReportRuns(shown);
+    bool ReportContext(const Context& context) override {
+        const bool go_on = ConsoleReporter::ReportContext(context);
+        std::fprintf(stderr, "measuring; the results come at the end\n");
+        return go_on;
     }
 
-    /// False when one misses its limit.
+    /// Keeps the median of the repetitions to be shown and remembers what counts.
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (Run run : runs) {
+            // How often is no part of what.
+            run.run_name.repetitions.clear();
+            run.run_name.iterations.clear();
+            const bool is_median = run.aggregate_name == "median";
+            if (is_median || run.error_occurred)
+                shown_.push_back(run);
+            const bool counts = run.threads > 1 ? is_median : run.run_type == Run::RT_Iteration;
+            if (counts && !run.error_occurred)
+                remember(run);
+        }
+    }
+
+    /// In the order of their registration, whatever the order of the runs was.
+    void Finalize() override {
+        std::ranges::sort(shown_, {}, [](const Run& run) {
+            return std::pair(run.family_index, run.per_family_instance_index);
+        });
+        ConsoleReporter::ReportRuns(shown_);
+    }
+
+    /// False when one misses its limit or a benchmark found itself wrong.
     bool print_ratios() const {
-        bool all_met = true;
+        bool all_met = std::ranges::none_of(shown_, &Run::error_occurred);
         std::printf("\n%-64s %8s %8s\n", "ratio", "measured", "limit");
-        for (const target& t : targets) {
-            const auto measured = fastest_.find(t.measured);
-            const auto against = t.against ? fastest_.find(t.against) : measured;
-            if (measured == fastest_.end() || against == fastest_.end())
+        for (const auto& t : zel::benchmarks::targets()) {
+            const auto measured = best_.find(t.measured);
+            const auto against = t.against.empty() ? measured : best_.find(t.against);
+            if (measured == best_.end() || against == best_.end())
                 continue;
-            const double ratio = measured->second / (t.against ? against->second : 1);
+            const double ratio = measured->second / (t.against.empty() ? 1 : against->second);
             const bool met = ratio <= t.limit;
-            std::printf("%-64s %8.2f %8.2f%s\n", t.what, ratio, t.limit, met ? "" : "  MISSED");
+            std::printf("%-64s %8.2f %8.2f%s\n", t.what.c_str(), ratio, t.limit,
+                        met ? "" : "  MISSED");
             all_met = all_met && met;
         }
         return all_met;
@@ -95,30 +87,33 @@ public:
 
 private:
     void remember(const Run& run) {
-        auto name = run.run_name;
-        name.repetitions.clear();
-        const bool wall_clock = !name.time_type.empty();
-        const double time = wall_clock ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
-        remember(name.str(), time);
+        const std::string name = run.run_name.str();
+        const bool wall_clock = !run.run_name.time_type.empty();
+        remember(name, wall_clock ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime());
         for (const auto& [counter, value] : run.counters)
-            remember(name.str() + ":" + counter, value);
+            remember(name + ":" + counter, value);
     }
 
     void remember(const std::string& name, double value) {
-        const auto [known, is_new] = fastest_.emplace(name, value);
+        const auto [known, is_new] = best_.emplace(name, value);
         known->second = std::min(known->second, value);
     }
 
-    std::map<std::string, double> fastest_;
+    std::vector<Run> shown_;
+    std::map<std::string, double> best_;
 };
 
 } // namespace
 
 int main(int argc, char** argv) {
+    std::vector<std::string> defaults = {"--benchmark_repetitions=5", "--benchmark_min_time=0.05"};
+    // The comparison takes turns, so that a slow moment of the machine meets all sides.
+    // The rest does not: heaps and thread pools remember what ran before.
+    const std::span given(argv + 1, argv + argc);
+    if (std::ranges::find(given, std::string_view("--benchmark_filter=peers")) != given.end())
+        defaults.push_back("--benchmark_enable_random_interleaving=true");
     // Before the user's own arguments, which win.
     std::vector<char*> arguments(argv, argv + argc);
-    std::array<std::string, 2> defaults = {"--benchmark_repetitions=5",
-                                           "--benchmark_min_time=0.05"};
     for (auto& text : defaults)
         arguments.insert(arguments.begin() + 1, text.data());
     int count = static_cast<int>(arguments.size());
