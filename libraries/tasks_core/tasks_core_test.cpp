@@ -156,7 +156,7 @@ TEST(TaskThreads, KeepNothingOfCanceledTasksBeTheyManyAndCheaply) {
         p.processor->submit(made().share(), 0);
     for (const auto& t : tasks)
         t.cancel();
-    p.schedule(tasks.front(), after(0));
+    p.schedule(tasks.front(), at(moment::max()));
     p.processor->submit(tasks.back().share(), 0);
     EXPECT_EQ(captured.use_count(), 1);
     EXPECT_EQ(tasks.front().share().use_count(), 2);

@@ -5,6 +5,8 @@
 #include "generic/tasklib/src/tasks/task_queue.h"
 #include "platform/src/watched_thread_test.h"
 
+#include <platform/process.h>
+
 #include <iostream>
 
 namespace {
@@ -23,9 +25,8 @@ struct signal : platform::event {
     signal() noexcept : event(platform::reset_mode::manual, false) {}
 } first_runs, work_is_left, released, never;
 
-std::atomic<int> started{0};
-std::atomic<int> ended{0};
-const auto captured = std::make_shared<int>(); // by every task
+std::vector<std::shared_ptr<ended_state_ifc>> all; // tasks
+const auto captured = std::make_shared<int>();     // by all tasks
 
 // What a user kept until the end.
 std::shared_ptr<task_processor_ifc> processor;
@@ -43,8 +44,9 @@ void require_refusal(const std::string& text, const Function& use) {
 }
 
 void check_the_end() {
-    require(started == ended, "a running task is waited for");
-    require(captured.use_count() == 1, "nothing is left of the others");
+    for (const auto& state : all)
+        require(state->is_ended(), "running tasks are waited for, the others canceled");
+    require(captured.use_count() == 1, "nothing is left of them");
     const std::string gone = "Tasks module already destroyed";
     require_refusal(gone, &get_tasks_module);
     require_refusal("Task performance logger storage module already destroyed",
@@ -55,17 +57,25 @@ void check_the_end() {
     require(unsubmitted.wait({false, 0}), "a refused task has ended");
 }
 
-task<void> task_that_waits(const std::shared_ptr<void>& kept = captured) {
-    return make_task("", nullptr, [kept] {
-        ++started;
-        first_runs.set();
-        released.wait();
-        ++ended;
-    });
+task<void> made(auto body) {
+    auto t = make_task("", nullptr, [body, kept = captured] { body(); });
+    all.push_back(t.share()->get_ended_state());
+    return t;
 }
 
-task<void> task_that_never_runs() {
-    return make_task("", nullptr, [kept = captured] { require(false, "runs after the end"); });
+void wait_in_vain() {
+    first_runs.set();
+    released.wait();
+    never.wait(platform::milliseconds(100)); // an exit that does not wait is over by then
+}
+
+void must_not_run() {
+    require(false, "a task that had not started is canceled");
+}
+
+void schedule(const task<void>& t, unbiased_clock::time_point when) {
+    using at = basic_single_run_sch_params<unbiased_clock>;
+    get_task_scheduler()->schedule(t.share(), get_task_processor(), std::make_shared<at>(when), 0);
 }
 
 // Running, stored, delayed and queued ones.
@@ -73,20 +83,17 @@ void leave_work() {
     processor = get_task_processor();
     unsubmitted = make_task("", nullptr, [] {});
     const auto queue = std::make_shared<task_queue>(1);
-    store_or_cancel(task_that_waits().share(), queue, nullptr, processor);
+    store_or_cancel(made(wait_in_vain).share(), queue, nullptr, processor);
     first_runs.wait();
-    store_or_cancel(task_that_never_runs().share(), queue, nullptr, processor);
-    for (const auto when :
-         {unbiased_clock::now() + std::chrono::hours(1), unbiased_clock::time_point::max()})
-        get_task_scheduler()->schedule(
-            task_that_never_runs().share(), processor,
-            std::make_shared<basic_single_run_sch_params<unbiased_clock>>(when), 0);
+    store_or_cancel(made(must_not_run).share(), queue, nullptr, processor);
+    schedule(made(must_not_run), unbiased_clock::now() + std::chrono::hours(1));
+    schedule(made(must_not_run), unbiased_clock::time_point::max());
     // More than there will ever be threads: the last is still there when the end
     // comes, and its going lets the running ones end.
     for (int i = 0; i < 600; ++i)
-        processor->submit(task_that_waits().share(), 0);
+        processor->submit(made(wait_in_vain).share(), 0);
     const std::shared_ptr<void> releasing(nullptr, [](auto) { released.set(); });
-    processor->submit(task_that_waits(releasing).share(), 0);
+    processor->submit(made([releasing] { must_not_run(); }).share(), 0);
 }
 
 int exit_with_work() {
@@ -105,7 +112,12 @@ int exit_inside_a_task() {
     return never.wait();
 }
 
+// Its threads are not there, and its tasks are those of its parent.
 int exit_of_a_forked_child() {
+    const std::shared_ptr<void> parents(nullptr, [parent = platform::process_id()](auto) {
+        require(platform::process_id() == parent, "a child leaves its parent's tasks alone");
+    });
+    schedule(make_task("", nullptr, [parents] {}), unbiased_clock::time_point::max());
     const auto running = make_task("", nullptr, [] {
         first_runs.set();
         released.wait();
