@@ -20,6 +20,7 @@ set(installed_targets
     zel_log
     zel_module_lifetime
     zel_perfstats
+    zel_serialization
     zel_tasks_core)
 
 # Users compile our headers with their own options.

@@ -1,0 +1,24 @@
+// JSON documents as text.
+#pragma once
+
+#include <json/value.h>
+#include <string>
+#include <string_view>
+
+namespace zel::serialization {
+
+/// One line of UTF-8. Bytes of strings that are not UTF-8 become U+FFFD. Throws
+/// conversion_error for a document that no reader would take: one that is nested too
+/// deeply or holds a number that is none or infinite.
+std::string json_to_text(const Json::Value& document);
+
+/// One document and nothing else: no comments, no member twice. Throws
+/// exceptions::error with what is wrong and where.
+Json::Value json_from_text(std::string_view text);
+
+bool is_utf8(std::string_view bytes) noexcept;
+
+/// The same text with every byte that is not part of well-formed UTF-8 as U+FFFD.
+std::string as_utf8(std::string_view bytes);
+
+} // namespace zel::serialization
