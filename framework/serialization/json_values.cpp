@@ -46,21 +46,22 @@ namespace {
     place.fail("zel::serialization::FromJson: Numeric value expected.");
 }
 
-// Whole part of a real that lies in [lowest, end), both powers of two or zero and so
-// exact. Not a number lies nowhere.
-double whole_part(const Json::Value& json, double lowest, double end, const json_place& place) {
+// Whole part of a real between two powers of two, without the ends. The lower end could
+// stand for a number beyond it: JsonCpp makes a real of what does not fit into 64 bits.
+// Not a number lies nowhere.
+double whole_part(const Json::Value& json, double lower_end, double end, const json_place& place) {
     const double whole = std::trunc(json.asDouble());
-    if (!(whole >= lowest && whole < end))
+    if (!(whole > lower_end && whole < end))
         place.fail(overflow);
     return whole;
 }
 
-bool has_elements(const Json::Value& json) {
-    return (json.isArray() || json.isObject()) && !json.empty();
+bool is_container(const Json::Value& json) {
+    return json.isArray() || json.isObject();
 }
 
 bool is_deeper(const Json::Value& json, unsigned levels) {
-    if (!has_elements(json))
+    if (!is_container(json))
         return false;
     if (levels == 0)
         return true;
@@ -129,7 +130,7 @@ std::uint64_t unsigned_of(const Json::Value& json, std::uint64_t highest, const 
         value = json.asUInt64();
         break;
     case Json::realValue:
-        value = static_cast<std::uint64_t>(whole_part(json, 0, end, place));
+        value = static_cast<std::uint64_t>(whole_part(json, -1, end, place));
         break;
     default:
         not_numeric(place);
@@ -182,7 +183,7 @@ void dismantle(Json::Value& json) noexcept {
         Json::Value taken = std::move(left.back());
         left.pop_back();
         for (auto& element : taken)
-            if (has_elements(element))
+            if (is_container(element))
                 left.push_back(std::exchange(element, Json::Value()));
     }
 }

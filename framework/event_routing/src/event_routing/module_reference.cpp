@@ -1,5 +1,6 @@
 #include "framework/event_routing/src/event_routing/module_reference.h"
 
+#include "framework/event_routing/src/event_routing/enumeration_types.h"
 #include "framework/event_routing/src/event_routing/message_counters.h"
 #include "framework/event_routing/src/event_routing/not_yet_available.h"
 #include "framework/event_routing/src/event_routing/parameter_bytes.h"
@@ -19,7 +20,9 @@ std::string unique_name(std::string_view base, std::uint32_t number) {
     return name;
 }
 
-ThisModule::ThisModule() : event_routing_(std::make_shared<EventRoutingImpl>()) {}
+ThisModule::ThisModule() : event_routing_(std::make_shared<EventRoutingImpl>()) {
+    register_enumeration_types();
+}
 
 const mi::LibraryDescriptor& ThisModule::GetLibraryDescriptor() const {
     static const mi::LibraryDescriptor descriptor;

@@ -1,0 +1,201 @@
+#include "framework/serialization/payload_test.h"
+
+#include <cmath>
+
+namespace zel::serialization {
+namespace {
+
+template <class T>
+T value_of(const Json::Value& document) {
+    T value{};
+    FromJson(document, value);
+    return value;
+}
+
+template <class T>
+T value_of(const char* text) {
+    return value_of<T>(json_from_text(text));
+}
+
+template <class T>
+std::string failure_of_reading(const char* text) {
+    return failure_of([&] { value_of<T>(text); });
+}
+
+template <class T>
+std::string text_of(const T& value) {
+    return json_to_text(ToJson(value));
+}
+
+const std::string overflow = "zel::serialization::FromJson: Numeric value overflow.";
+const std::string too_deep = "zel::serialization: The data are nested too deeply.";
+
+Json::Value nested(unsigned levels) {
+    Json::Value document(Json::arrayValue);
+    for (unsigned level = 1; level < levels; ++level) {
+        Json::Value outer(Json::arrayValue);
+        outer.append(std::move(document));
+        document = std::move(outer);
+    }
+    return document;
+}
+
+TEST(JsonForm, HasAMemberPerFieldAndReadsBack) {
+    sample value = filled_sample();
+    EXPECT_EQ(value_of<sample>(text_of(value).c_str()), value);
+    value.named.clear();
+    value.inside.clear();
+    EXPECT_EQ(text_of(value),
+              R"({"bits":[true,false],"flag":true,"inside":[],"large":18446744073709551614,)"
+              R"("maybe":-3,"named":{},"ratio":1.5,"sorted":{"k":6},"text":")"
+              "a\xC3\xA9"
+              R"(","tiny":-2,"two":[4,5],"where":{"name":"right","value":7}})");
+    EXPECT_EQ(ToJson(value), json_from_text(text_of(value))) << "equal numbers are equal";
+    EXPECT_EQ(text_of(std::tuple<>()), "[]");
+    EXPECT_EQ(value_of<std::tuple<>>("[]"), std::tuple<>());
+    EXPECT_EQ(text_of(std::pair(std::optional<int>(), std::vector<std::string>())), "[null,[]]");
+}
+
+TEST(JsonForm, SaysWhatIsWrongAndWhere) {
+    const std::string text = "zel::serialization::FromJson: ";
+    EXPECT_EQ(failure_of_reading<std::tuple<>>("[1]"),
+              text + "Array size is not he same as tuple size.");
+    EXPECT_EQ(failure_of_reading<std::tuple<>>("{}"), text + "Array value expected.");
+    using pair = std::pair<int, std::string>;
+    EXPECT_EQ(failure_of_reading<pair>("[1,2,3]"), text + "Array size should be exactly 2.");
+    EXPECT_EQ(failure_of_reading<pair>("7"), text + "Array value expected.");
+    EXPECT_EQ(failure_of_reading<pair>("[1,2]"), text + "String value expected. at [1]");
+    using three = std::array<int, 3>;
+    EXPECT_EQ(failure_of_reading<three>("[1]"), text + "Array size should be exactly 3.");
+    EXPECT_EQ(value_of<std::vector<int>>("null"), std::vector<int>());
+    EXPECT_EQ(failure_of_reading<std::vector<int>>("4"),
+              "zel::serialization::SeqContainerFromJson: Array value expected.");
+    EXPECT_EQ(failure_of_reading<bool>("1"), text + "Boolean value expected.");
+    EXPECT_EQ(failure_of_reading<std::vector<int>>("[1,true]"),
+              text + "Numeric value expected. at [1]");
+    EXPECT_EQ(failure_of_reading<sample>("12"), text + "Boolean value expected. at flag");
+    Json::Value document = ToJson(filled_sample());
+    document["named"]["n"]["inside"][0] = ToJson(sample());
+    document["named"]["n"]["inside"][0].removeMember("text");
+    EXPECT_EQ(failure_of([&] { value_of<sample>(document); }),
+              text + "String value expected. at named.n.inside[0].text");
+    document["named"] = 1;
+    EXPECT_EQ(failure_of([&] { value_of<sample>(document); }),
+              "zel::serialization::MapFromJson: Object value expected. at named");
+}
+
+template <class Integer>
+void expect_exact_limits() {
+    using limits = std::numeric_limits<Integer>;
+    for (const Integer value : {limits::min(), limits::max()})
+        EXPECT_EQ(value_of<Integer>(text_of(value).c_str()), value);
+    for (const char* beyond : {"18446744073709551616", "-9223372036854775809", "1e300", "-1e300"})
+        EXPECT_EQ(failure_of_reading<Integer>(beyond), overflow) << beyond;
+    for (const double none : {std::nan(""), static_cast<double>(INFINITY)})
+        EXPECT_EQ(failure_of([&] { value_of<Integer>(Json::Value(none)); }), overflow);
+}
+
+TEST(JsonForm, KeepsNumbersExactOrRefusesThem) {
+    expect_exact_limits<std::int8_t>();
+    expect_exact_limits<std::uint8_t>();
+    expect_exact_limits<std::int16_t>();
+    expect_exact_limits<std::uint32_t>();
+    expect_exact_limits<std::int64_t>();
+    expect_exact_limits<std::uint64_t>();
+    EXPECT_EQ(failure_of_reading<std::int8_t>("128"), overflow);
+    EXPECT_EQ(failure_of_reading<std::int64_t>("9223372036854775808"), overflow);
+    EXPECT_EQ(failure_of_reading<std::uint64_t>("-1"), overflow);
+    EXPECT_EQ(value_of<int>("2.75"), 2);
+    EXPECT_EQ(value_of<std::uint8_t>("-0.5"), 0);
+    EXPECT_EQ(value_of<double>("0.1"), 0.1);
+    EXPECT_EQ(value_of<double>(text_of(1.0 / 3).c_str()), 1.0 / 3);
+    EXPECT_EQ(failure_of_reading<float>("1e39"), overflow);
+    EXPECT_EQ(failure_of_reading<double>("1e400"), overflow);
+    EXPECT_EQ(failure_of([] {
+                  ToJson(std::vector<double>{0, NAN});
+              }),
+              "zel::serialization::ToJson: Numeric value overflow. at [1]");
+}
+
+TEST(JsonForm, KnowsAnEnumerationByNumberAndByName) {
+    const std::string text = "zel::serialization::impl::EnumConversionMaps<enum side>::";
+    EXPECT_EQ(text_of(side::right), R"({"name":"right","value":7})");
+    EXPECT_EQ(text_of(side(8)), R"({"value":8})");
+    for (const char* right : {"7", "7.0", R"("right")", R"({"name":"right"})",
+                              R"({"value":7,"name":"left"})", R"({"value":7,"name":5})"})
+        EXPECT_EQ(value_of<side>(right), side::right) << right;
+    EXPECT_EQ(value_of<side>("12"), side(12));
+    EXPECT_EQ(failure_of_reading<side>("2147483648"), overflow);
+    EXPECT_EQ(failure_of_reading<side>(R"({"value":1e300})"), overflow + " at value");
+    EXPECT_EQ(failure_of_reading<side>(R"("Right")"), text + "FromString: unknown enum name.");
+    EXPECT_EQ(failure_of_reading<side>("null"), text + "EnumFromJson: Object value expected.");
+    EXPECT_EQ(failure_of_reading<side>(R"({"value":"7"})"),
+              text + "FromNumber: numeric value expected. at value");
+    EXPECT_EQ(failure_of_reading<side>(R"({"name":7})"),
+              text + "FromString: string value expected. at name");
+    EXPECT_EQ(failure_of_reading<side>("{}"),
+              text + "EnumFromJson: Neither 'value' nor 'name' is member of JSON value");
+
+    impl::EnumConversionMaps<side> maps;
+    EXPECT_EQ(failure_of([&] { maps.Add(side::left, "new"); }),
+              "Duplcate values are not supported");
+    EXPECT_EQ(failure_of([&] { maps.Add(side(3), "left"); }), "Duplcate names are not supported");
+    EXPECT_EQ(maps.EnumToJson(side(3)).size(), 1u) << "a refused entry leaves nothing behind";
+}
+
+TEST(JsonForm, ReplacesBytesThatAreNotUtf8) {
+    const std::string well_formed("\0 \x7F \xC2\x80 \xEF\xBF\xBF \xF0\x90\x80\x80", 15);
+    EXPECT_EQ(ToJson(well_formed).asString(), well_formed);
+    EXPECT_EQ(value_of<std::string>(text_of(well_formed).c_str()), well_formed);
+    const std::string replaced = "\xEF\xBF\xBD";
+    for (const char* one : {"\x80", "\xC1", "\xE2", "\xFF"})
+        EXPECT_EQ(ToJson("a" + std::string(one) + "z").asString(), "a" + replaced + "z");
+    for (const char* two : {"\xC0\x80", "\xF5\x80", "\xE2\x82"})
+        EXPECT_EQ(ToJson(std::string(two)).asString(), replaced + replaced);
+    for (const char* three : {"\xE0\x80\x80", "\xED\xA0\x80"}) // too long, a surrogate
+        EXPECT_EQ(ToJson(std::string(three)).asString(), replaced + replaced + replaced);
+    EXPECT_EQ(json_to_text(Json::Value("\xFF")), '"' + replaced + '"');
+    using numbers = std::map<std::string, int>;
+    EXPECT_EQ(failure_of([] {
+                  ToJson(numbers{{"\xFE", 1}, {"\xFF", 2}});
+              }),
+              "zel::serialization::ToJson: Two keys look the same in JSON. at \xFF");
+}
+
+TEST(JsonText, IsOneStrictDocument) {
+    EXPECT_EQ(json_from_text(" 3 "), Json::Value(3));
+    for (const char* wrong : {"", "{", "1 2", "[1,]", "{\"a\":1,\"a\":2}", "// c\n1", "nan"})
+        EXPECT_EQ(failure_of([&] {
+                      json_from_text(wrong);
+                  }).find("zel::serialization: Not a JSON document: "),
+                  0u)
+            << wrong;
+}
+
+TEST(JsonText, GoesNoDeeperThanItsLimitInEitherDirection) {
+    const std::string deepest = json_to_text(nested(deepest_nesting));
+    EXPECT_EQ(json_from_text(deepest), nested(deepest_nesting));
+    EXPECT_EQ(failure_of([] { json_to_text(nested(deepest_nesting + 1)); }), too_deep);
+    EXPECT_NE(failure_of([&] { json_from_text('[' + deepest + ']'); }), "");
+    EXPECT_NE(failure_of([&] { json_from_text(std::string(1000000, '[')); }), "");
+
+    sample chain;
+    for (unsigned level = 0; level < deepest_nesting; ++level) {
+        sample outer;
+        outer.inside.push_back(std::move(chain));
+        chain = std::move(outer);
+    }
+    EXPECT_EQ(failure_of([&] { ToJson(chain); }).find(too_deep + " at inside[0].inside[0]"), 0u);
+}
+
+// Far more than a stack holds.
+TEST(JsonText, DestroysDocumentsOfAnyDepthThatAPayloadHolds) {
+    const auto document = std::make_unique<json_data_t>();
+    document->MutableValue() = nested(1000000);
+    const std::uint8_t* data = nullptr;
+    std::size_t size = 0;
+    EXPECT_EQ(failure_of([&] { document->GetSerializedData(&data, &size); }), too_deep);
+}
+
+} // namespace
+} // namespace zel::serialization

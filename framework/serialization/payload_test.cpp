@@ -1,0 +1,240 @@
+#include "framework/serialization/payload_test.h"
+
+#include <platform/event.h>
+#include <thread>
+
+namespace zel::serialization {
+
+/// Counts how often it is converted.
+struct counted {
+    int number = 0;
+};
+
+template <>
+struct binary_form<counted> {
+    static inline std::atomic<int> writes{0};
+    static inline std::atomic<int> reads{0};
+
+    static void write(out_blob_stream& out, const counted& value) {
+        ++writes;
+        std::this_thread::yield();
+        Serialize(out, value.number);
+    }
+    static void read(in_blob_stream_base& in, counted& value) {
+        ++reads;
+        std::this_thread::yield();
+        Deserialize(in, value.number);
+    }
+};
+
+struct unknown {
+    int number = 0;
+};
+
+template <>
+struct record<unknown> {
+    static constexpr std::string_view name = "struct unknown";
+    static constexpr std::tuple fields{field("number", &unknown::number)};
+};
+
+} // namespace zel::serialization
+
+template <>
+struct zel::declared_type_name<zel::serialization::counted> {
+    static std::string text() { return "struct counted"; }
+};
+
+namespace zel::serialization {
+namespace {
+
+template <class Call>
+void on_many_threads(Call call) {
+    platform::event start{platform::reset_mode::manual, false};
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < 8; ++thread)
+        threads.emplace_back([&] {
+            start.wait();
+            call();
+        });
+    start.set();
+}
+
+byte_vector bytes_of(const IData& data) {
+    const std::uint8_t* bytes = nullptr;
+    std::size_t size = 0;
+    data.GetSerializedData(&bytes, &size);
+    EXPECT_NE(bytes, nullptr);
+    return {bytes, bytes + size};
+}
+
+TEST(ConcreteData, HoldsAValueOrBytesOrBoth) {
+    SerializableData<std::string> data;
+    const std::string name = "zel::serialization::ConcreteData<class std::basic_string<char,struct "
+                             "std::char_traits<char>,class std::allocator<char> > >::";
+    EXPECT_EQ(failure_of([&] { data.Value(); }), name + "Value: Invalid data.");
+    EXPECT_EQ(failure_of([&] { bytes_of(data); }), name + "GetSerializedData: Invalid data.");
+
+    data.MutableValue() = "ab";
+    const byte_vector bytes = {2, 0, 0, 0, 'a', 'b'};
+    EXPECT_EQ(bytes_of(data), bytes);
+    data.SetSerializedData(byte_vector{1, 0, 0, 0, 'c'}.data(), 5);
+    EXPECT_EQ(data.MutableValue(), "c") << "the bytes became the value";
+    data.MutableValue() = "ab";
+    EXPECT_EQ(bytes_of(data), bytes) << "the bytes became those of the new value";
+
+    data.SetSerializedData(bytes.data(), 5);
+    EXPECT_THROW(data.Value(), std::runtime_error);
+    EXPECT_EQ(bytes_of(data).size(), 5u) << "a value that cannot be read leaves the bytes";
+    EXPECT_THROW(data.Value(), std::runtime_error);
+
+    SerializableData<std::tuple<>> nothing;
+    nothing.SetSerializedData(nullptr, 0);
+    EXPECT_EQ(nothing.Value(), std::tuple<>());
+    EXPECT_EQ(bytes_of(nothing), byte_vector()); // and their address is not null
+    EXPECT_EQ(failure_of([] { SerializableData<std::tuple<>>().Value(); }),
+              "zel::serialization::ConcreteData<class std::tuple<> >::Value: Invalid data.");
+
+    struct local_data : SerializableData<std::tuple<>> {
+        bool IsSerializable() const override { return false; }
+    } local;
+    local.MutableValue();
+    EXPECT_EQ(failure_of([&] { bytes_of(local); }),
+              "zel::serialization::ConcreteData<class std::tuple<> >::GetSerializedData: "
+              "Not a serializeable data.");
+}
+
+TEST(ConcreteData, ConvertsOnceHoweverManyThreadsAsk) {
+    SerializableData<counted> made;
+    made.MutableValue().number = 5;
+    std::atomic<int> sum{0};
+    on_many_threads([&] { sum += bytes_of(made)[0]; });
+    EXPECT_EQ(sum, 40);
+    EXPECT_EQ(binary_form<counted>::writes, 1);
+
+    SerializableData<counted> received;
+    received.SetSerializedData(byte_vector{6, 0, 0, 0}.data(), 4);
+    on_many_threads([&] { sum += received.Value().number; });
+    EXPECT_EQ(sum, 88);
+    EXPECT_EQ(binary_form<counted>::reads, 1);
+}
+
+TEST(Payload, IsReadWhereItLiesOrFromJson) {
+    const auto data = make_payload(filled_sample());
+    sample scratch;
+    const sample* const value = GetDataValue(data, scratch);
+    ASSERT_NE(value, nullptr);
+    EXPECT_NE(value, &scratch);
+    EXPECT_EQ(*value, filled_sample());
+
+    const Json::Value document = ToJson(*value);
+    EXPECT_EQ(GetDataValue(make_json_payload(document), scratch), &scratch);
+    EXPECT_EQ(scratch, filled_sample());
+    const auto json = get_json_conversion_module();
+    scratch = {};
+    EXPECT_EQ(
+        GetDataValue(make_json_payload(json->WrapDocument("struct sample", document)), scratch),
+        &scratch);
+    EXPECT_EQ(scratch, filled_sample());
+
+    // Another type, another type's document, nothing.
+    std::tuple<> other;
+    EXPECT_EQ(GetDataValue(data, other), nullptr);
+    EXPECT_EQ(
+        GetDataValue(make_json_payload(json->WrapDocument("struct other", document)), scratch),
+        nullptr);
+    EXPECT_EQ(GetDataValue<sample>(nullptr, scratch), nullptr);
+
+    Json::Value wrong = document;
+    wrong["inside"][1]["tiny"] = 1000;
+    wrong["text"] = "replaced";
+    const auto wrapped = make_json_payload(json->WrapDocument("struct sample", wrong));
+    EXPECT_EQ(failure_of([&] { GetDataValue(wrapped, scratch); }),
+              "zel::serialization::FromJson: Numeric value overflow. at zel.data.inside[1].tiny");
+    EXPECT_EQ(scratch, filled_sample()) << "what fails leaves the scratch value alone";
+}
+
+TEST(Payload, OfAnUnregisteredTypeIsNotMade) {
+    auto holder = make_payload(std::string("before"));
+    EXPECT_EQ(MakeDataValue<unknown>(holder), nullptr);
+    EXPECT_EQ(holder, nullptr) << "what was there is gone all the same";
+    const auto json = get_json_conversion_module();
+    EXPECT_EQ(json->CreateFromJson("struct unknown", json_from_text(R"({"number":1})")), nullptr);
+    EXPECT_EQ(DataFromJsonLambda<unknown>()(json_from_text(R"({"number":1})")), nullptr);
+    on_many_threads([] { register_data_type<unknown>(); });
+    ASSERT_NE(MakeDataValue<unknown>(holder), nullptr);
+    EXPECT_EQ(bytes_of(*holder->GetData()), byte_vector(4));
+}
+
+TEST(Payload, IsConvertedByTheNameOfItsType) {
+    register_data_type<sample>();
+    const auto json = get_json_conversion_module();
+    const Json::Value document = ToJson(filled_sample());
+    const auto holder = json->CreateFromJson("struct sample", document);
+    ASSERT_NE(holder, nullptr);
+    EXPECT_EQ(holder->GetData()->GetTypeName(), "struct sample");
+    EXPECT_EQ(json->ToJson(holder), document);
+    EXPECT_EQ(json->CreateFromJson("struct sample", Json::Value()), nullptr);
+    EXPECT_THROW(json->CreateFromJson("struct sample", 1), conversion_error);
+    EXPECT_EQ(DataToJsonLambda<std::tuple<>>()(holder), Json::Value()) << "of another type";
+    EXPECT_EQ(json->ToJson(nullptr), Json::Value());
+
+    const auto text = json->CreateFromJson("string", "a");
+    std::string scratch;
+    ASSERT_NE(dynamic_cast<const string_data_t*>(text->GetData().get()), nullptr);
+    EXPECT_EQ(*GetDataValue(text, scratch), "a");
+    EXPECT_EQ(json->ToJson(text), "a");
+    const auto any = get_bin_serialization_module()->CreateData("json");
+    any->GetData()->SetSerializedData(reinterpret_cast<const std::uint8_t*>("[1]"), 3);
+    EXPECT_EQ(json->ToJson(any), json_from_text("[1]"));
+    any->GetData()->SetSerializedData(reinterpret_cast<const std::uint8_t*>("[1"), 2);
+    EXPECT_THROW(json->ToJson(any), exceptions::error);
+}
+
+TEST(JsonConversionModule, TakesOnlyOneShapeForAWrappedDocument) {
+    const auto json = get_json_conversion_module();
+    std::string name = "untouched";
+    Json::Value value;
+    for (const char* ordinary :
+         {"null", "[]", R"("zel.data_type")", R"({"zel.data_type":"a"})", R"({"zel.data":1})",
+          R"({"zel.data_type":1,"zel.data":1})", R"({"zel.data_type":"a","zel.data":1,"b":2})",
+          R"({"type":"a","data":1})"})
+        EXPECT_FALSE(json->UnwrapDocument(json_from_text(ordinary), name, value, 0)) << ordinary;
+    EXPECT_EQ(name, "untouched");
+    EXPECT_TRUE(json->UnwrapDocument(json_from_text(R"({"zel.data_type":"a","zel.data":[1]})"),
+                                     name, value, 0));
+    EXPECT_EQ(name, "a");
+    EXPECT_EQ(value, json_from_text("[1]"));
+    EXPECT_EQ(json_to_text(json->WrapDocument("a", value)),
+              R"({"zel.data":[1],"zel.data_type":"a"})");
+}
+
+TEST(BinSerializationModule, UsesTheFirstOfSeveralFactoriesWhileItIsRegistered) {
+    const auto module = get_bin_serialization_module();
+    const auto first_data = std::make_shared<string_data_t>();
+    const auto second_data = std::make_shared<string_data_t>();
+    auto first = module->RegisterDataType("twice", [=] { return first_data; });
+    auto second = module->RegisterDataType("twice", [=] { return second_data; });
+    EXPECT_EQ(module->CreateData("twice")->GetData(), first_data);
+    first.reset();
+    EXPECT_EQ(module->CreateData("twice")->GetData(), second_data);
+    second.reset();
+    EXPECT_EQ(module->CreateData("twice"), nullptr);
+    EXPECT_EQ(first_data.use_count(), 1) << "a dropped factory is destroyed";
+    EXPECT_EQ(failure_of([&] { module->RegisterDataType("none", nullptr); }),
+              "RegisterDataType: no factory for 'none'.");
+}
+
+TEST(TypeNames, AreComposedOfTheNamesOfTheirParts) {
+    EXPECT_EQ((type_name<std::pair<std::vector<bool>, std::tuple<>>>()),
+              "struct std::pair<class std::vector<bool,class std::allocator<bool> >,"
+              "class std::tuple<> >");
+    EXPECT_EQ((type_name<std::map<int, std::optional<side>>>()),
+              "class std::map<int,class std::optional<enum side>,struct std::less<int>,"
+              "class std::allocator<struct std::pair<int const ,class std::optional<enum side> > > "
+              ">");
+    EXPECT_EQ((type_name<std::array<std::uint64_t, 3>>()), "class std::array<unsigned __int64,3>");
+    EXPECT_EQ(kept_type_name<sample>(), "struct sample");
+}
+
+} // namespace
+} // namespace zel::serialization
