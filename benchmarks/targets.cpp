@@ -13,6 +13,10 @@ const std::vector<target> own_targets = {
      "collect/registered:100000", "unordered_map_find/registered:100000", 8.0},
     {"collect among 100 000 / among 1 000", //
      "collect/registered:100000", "collect/registered:1000", 1.3},
+    {"value of a payload asked for again / one atomic load", //
+     "payload_value_again", "atomic_load", 1.5},
+    {"data type found by name among 1 000 / find in an unordered_map", //
+     "data_type_find", "unordered_map_find_type", 5.0},
     {"shared hold taken and given back / std::mutex pair", //
      "shared_hold/real_time/threads:1", "std_mutex_pair/real_time", 2.5},
     {"task made, submitted, run and ended / asio::post", //

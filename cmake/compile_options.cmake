@@ -70,11 +70,12 @@ elseif(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(project_options INTERFACE -Wthread-safety)
 endif()
 
+# --as-needed: what a library does not use of its dependencies is not loaded with it.
 # -Bsymbolic: two libraries that hold the same code keep their own state.
 # --no-undefined: a missing symbol shows when the library is linked, not when a
 # user loads it. Clang puts the sanitizer's run time into the program only, so
 # there a library has to leave those symbols open.
-set(shared_library_options -Wl,-Bsymbolic)
+set(shared_library_options -Wl,--as-needed -Wl,-Bsymbolic)
 if(NOT (EVENT_ROUTING_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang"))
     list(APPEND shared_library_options -Wl,--no-undefined)
 endif()

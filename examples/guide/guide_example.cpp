@@ -3,6 +3,7 @@
 #include <event_routing/client.h>
 
 #include <framework/log/log_module.h>
+#include <framework/serialization/payload.h>
 #include <platform/diagnostics.h>
 
 #include <cstdio>
@@ -11,13 +12,29 @@
 #include <vector>
 
 using namespace zel::event_routing;
+using namespace zel::serialization;
 
-class document_data final : public zel::serialization::IDataHolder {
-public:
-    explicit document_data(int page_count) : pages(page_count) {}
-    std::shared_ptr<zel::serialization::IData> GetData() const override { return nullptr; }
+enum class paper : std::int32_t { a4 = 0, letter = 1 };
 
-    const int pages;
+struct document {
+    int pages = 0;
+    paper size = paper::a4;
+    std::vector<std::string> authors;
+};
+
+template <>
+struct zel::serialization::enumeration<paper> {
+    static constexpr std::string_view name = "enum paper";
+    static constexpr std::pair<paper, std::string_view> values[] = {{paper::a4, "a4"},
+                                                                    {paper::letter, "letter"}};
+};
+
+template <>
+struct zel::serialization::record<document> {
+    static constexpr std::string_view name = "struct document";
+    static constexpr std::tuple fields{field("pages", &document::pages),
+                                       field("size", &document::size),
+                                       field("authors", &document::authors)};
 };
 
 // One thread logs in this program; where several do, the list needs a lock.
@@ -44,8 +61,9 @@ int main() {
         nullptr, "document.*",
         [&](const std::string& path, const event_data& data, const routing_parameters& about) {
             seen = path;
-            if (const auto document = std::dynamic_pointer_cast<const document_data>(data))
-                seen += " " + std::to_string(document->pages);
+            document scratch;
+            if (const document* saved = GetDataValue(data, scratch))
+                seen += " " + std::to_string(saved->pages);
             if (const auto reason = about.find("reason"); reason != about.end())
                 seen += " " + reason->second.text;
             return true;
@@ -55,11 +73,26 @@ int main() {
     routing_parameters about;
     about["reason"] = "shutdown"; // a text
     about["attempt"] = 2;         // a number
-    const auto data = std::make_shared<const document_data>(3);
+    const auto data = make_payload(document{3, paper::a4, {"A"}});
     events->BroadcastEvent("document.saved;document.closed", data, about, nullptr);
     require(seen == "document.saved;document.closed 3 shutdown", "one call with both paths");
     events->BroadcastEvent("document.saved", nullptr, {}, nullptr);
     require(seen == "document.saved", "no payload and no parameters are fine");
+
+    Json::Value text = json_from_text(R"({"pages": 4, "size": "letter", "authors": ["A", 5]})");
+    try {
+        events->BroadcastEvent("document.saved", make_json_payload(text), {}, nullptr);
+        document read;
+        FromJson(text, read);
+    } catch (const conversion_error& failure) {
+        require(failure.what() ==
+                        std::string("zel::serialization::FromJson: String value expected.") &&
+                    failure.place() == "authors[1]",
+                "a failure names the place");
+    }
+    text["authors"][1] = "B";
+    events->BroadcastEvent("document.saved", make_json_payload(text), {}, nullptr);
+    require(seen == "document.saved 4", "JSON is read as the type that the handler asks for");
 
     const auto log = zel::log::get_log_module();
     const auto sink = std::make_shared<collecting_sink>();

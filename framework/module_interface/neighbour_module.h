@@ -25,8 +25,7 @@ struct neighbour_names {
 /// One reference to a library, taken and given back through the loader.
 class loaded_library {
 public:
-    explicit loaded_library(const std::string& library)
-        : image_(loader().load_dll(library, implementation_address())) {}
+    explicit loaded_library(const std::string& library) : image_(load(library)) {}
     ~loaded_library() { loader().free_dll(image_); }
     loaded_library(const loaded_library&) = delete;
     loaded_library& operator=(const loaded_library&) = delete;
@@ -37,6 +36,12 @@ public:
     }
 
 private:
+    static platform::image_handle load(const std::string& library) {
+        // First, so that what is loaded will be given back.
+        announce_this_image();
+        return loader().load_dll(library, implementation_address());
+    }
+
     platform::image_handle image_;
 };
 
@@ -46,7 +51,6 @@ template <class Interface>
 class neighbour_module {
 public:
     explicit neighbour_module(const neighbour_names& names) : library_(names.library) {
-        announce_this_image(); // so that this object gets its end
         const auto module = obtain(names);
         RequireInterface(*module);
         module_ = module;

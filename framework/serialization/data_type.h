@@ -58,6 +58,9 @@ inline constinit std::atomic<bool> is_registered{false};
 /// further calls cost a load. Throws when the serialization library cannot be had.
 template <class T>
 void register_data_type() {
+    static_assert(
+        requires { sizeof(binary_form<T>) + sizeof(json_form<T>); },
+        "a payload type is declared as record.h or enumeration.h show");
     // Acquire and release: who finds it set finds the type registered. Two first callers
     // may both register, which does no harm.
     if (detail::is_registered<T>.load(std::memory_order_acquire))

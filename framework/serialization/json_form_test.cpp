@@ -191,7 +191,7 @@ TEST(JsonText, GoesNoDeeperThanItsLimitInEitherDirection) {
 // Far more than a stack holds.
 TEST(JsonText, DestroysDocumentsOfAnyDepthThatAPayloadHolds) {
     const auto document = std::make_unique<json_data_t>();
-    document->MutableValue() = nested(1000000);
+    document->MutableValue() = nested(300000);
     const std::uint8_t* data = nullptr;
     std::size_t size = 0;
     EXPECT_EQ(failure_of([&] { document->GetSerializedData(&data, &size); }), too_deep);

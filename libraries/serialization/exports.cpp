@@ -26,36 +26,41 @@ using longevity = lifetime::const_longevity_traits<201008>;
 constinit lifetime::basic_singleton<bin_wrapper, longevity> bin_module;
 constinit lifetime::basic_singleton<json_wrapper, longevity> json_module;
 
-// Whether somebody holds the module itself; says whether there is one, too.
 template <class Singleton>
-bool is_held(Singleton& module, int& modules) {
-    const auto uses =
-        module.read_if_created([](const auto& wrapper) { return wrapper.module().use_count(); });
-    modules += uses.has_value();
-    return uses.value_or(1) > 1;
+bool is_held(Singleton& module) {
+    return module.read_if_created([](const auto& w) { return w.module().use_count() > 1; })
+        .value_or(false);
 }
 
-template <class Wrapper>
-class serialization_lifetime final : public mi::ModuleLifetime {
+template <class Singleton>
+int count_of(Singleton& module) {
+    return module.read_if_created([](const auto&) { return 1; }).value_or(0);
+}
+
+class bin_lifetime final : public mi::ModuleLifetime {
 public:
     // Besides the modules every object is a payload, except for cookies: who holds one
     // of those has a reference to this library of its own.
     bool IsModuleUsed() const override {
-        int own = live_cookies.load(std::memory_order_relaxed);
-        const bool bin_held = is_held(bin_module, own);
-        const bool json_held = is_held(json_module, own);
-        return bin_held || json_held || mi::live_objects::current().objects > own;
+        const int own = live_cookies.load(std::memory_order_relaxed) + count_of(bin_module) +
+                        count_of(json_module);
+        return is_held(bin_module) || mi::live_objects::current().objects > own;
     }
+};
+
+class json_lifetime final : public mi::ModuleLifetime {
+public:
+    bool IsModuleUsed() const override { return is_held(json_module); }
 };
 
 } // namespace
 
 std::shared_ptr<mi::IModuleLifetime> bin_ser::GetModuleLifetimeObject() {
-    return mi::shared_lifetime<serialization_lifetime<bin_wrapper>>();
+    return mi::shared_lifetime<bin_lifetime>();
 }
 
 std::shared_ptr<mi::IModuleLifetime> json_conv::GetModuleLifetimeObject() {
-    return mi::shared_lifetime<serialization_lifetime<json_wrapper>>();
+    return mi::shared_lifetime<json_lifetime>();
 }
 
 std::shared_ptr<IBinSerializationModule> bin_ser::CreateBinSerializationModule() {

@@ -3,6 +3,7 @@
 #include <event_routing/client.h>
 
 #include <framework/lifetime/basic_singleton.h>
+#include <framework/serialization/payload.h>
 #include <platform/diagnostics.h>
 #include <tasklib/keep_registered.h>
 
@@ -74,13 +75,42 @@ int still_held() {
     return 0;
 }
 
+int payload_still_held() {
+    const auto events = get_event_routing(*get_module());
+    auto data = serialization::make_payload(std::string("a"));
+    on_morna_dll_unload();
+    require(reported == "Atexit action throws exception! "
+                        "Attempt to unload a module which is still used by another",
+            "the routing library does not give back what payloads need");
+    events->BroadcastEvent("a", data, {}, nullptr);
+    data = serialization::make_payload(std::string("b"));
+    std::string scratch;
+    require(*serialization::GetDataValue(data, scratch) == "b", "the client goes on");
+    data.reset();
+
+    lifetime::run_end_of_life_actions(lifetime::unload_threshold);
+    require(serialization::get_bin_serialization_module()->CreateData(type_name<std::string>()) ==
+                nullptr,
+            "the client's types go first");
+    lifetime::run_end_of_life_actions(lifetime::host_threshold);
+    try {
+        serialization::get_json_conversion_module();
+    } catch (const exceptions::error& failure) {
+        require(failure.what() == std::string("JSON Conversion Module already unloaded."), "text");
+        return 0;
+    }
+    return 1;
+}
+
 // Static objects of the client: gone before or after the library's own end,
 // depending on when they were made.
 std::shared_ptr<IModule> global_module;
+std::shared_ptr<serialization::IDataHolder> global_payload;
 std::shared_ptr<tasklib::keep_registered> global_cookie;
 
 int exit_without_clean_up() {
     global_module = get_module();
+    global_payload = serialization::make_payload(std::string("a"));
     static const auto local_static = get_module();
     const auto events = get_event_routing(*global_module);
     global_cookie = events->RegisterEventHandler(nullptr, "a.*", count, nullptr, "d");
@@ -88,7 +118,7 @@ int exit_without_clean_up() {
     std::thread([events] {
         for (;;) {
             const auto cookie = events->RegisterEventHandler(nullptr, "a.b", count, nullptr, "");
-            events->BroadcastEvent("a.b;a", nullptr, {}, nullptr);
+            events->BroadcastEvent("a.b;a", global_payload, {}, nullptr);
         }
     }).detach();
     while (calls == 0)
@@ -110,6 +140,7 @@ int main(int, char** argv) {
     const std::map<std::string, int (*)()> scenarios = {
         {"clean_end", clean_end},
         {"still_held", still_held},
+        {"payload_still_held", payload_still_held},
         {"exit_without_clean_up", exit_without_clean_up},
         {"exit_inside_a_handler", exit_inside_a_handler},
     };

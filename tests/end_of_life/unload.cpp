@@ -59,8 +59,10 @@ TEST_F(Unload, LeavesTheAddressSpaceAndCanBeLoadedAgain) {
         load(); // a second reference
         EXPECT_FALSE(free());
         EXPECT_TRUE(is_mapped());
+        EXPECT_TRUE(is_mapped("libzel_serialization.so"));
         EXPECT_TRUE(free());
         EXPECT_FALSE(is_mapped());
+        EXPECT_FALSE(is_mapped("libzel_serialization.so")) << "nobody else uses it";
     }
 }
 

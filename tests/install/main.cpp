@@ -1,8 +1,19 @@
 #include <event_routing/client.h>
+#include <framework/serialization/payload.h>
 
 #include <iostream>
 #include <memory>
 #include <string>
+
+struct greeting {
+    std::string text;
+};
+
+template <>
+struct zel::serialization::record<greeting> {
+    static constexpr std::string_view name = "struct greeting";
+    static constexpr std::tuple fields{field("text", &greeting::text)};
+};
 
 int main() {
     const auto module = zel::event_routing::get_module();
@@ -10,13 +21,16 @@ int main() {
 
     const auto cookie = events->RegisterEventHandler(
         nullptr, "a.*",
-        [](const std::string& path, const std::shared_ptr<const zel::serialization::IDataHolder>&,
+        [](const std::string& path, const zel::event_routing::event_data& data,
            const zel::event_routing::routing_parameters&) {
-            std::cout << "handled " << path << '\n';
+            greeting scratch;
+            std::cout << zel::serialization::GetDataValue(data, scratch)->text << ' ' << path
+                      << '\n';
             return true;
         },
-        nullptr, "prints the path");
+        nullptr, "prints text and path");
 
-    events->BroadcastEvent("a.b", nullptr, {}, nullptr);
-    events->BroadcastEvent("c.d", nullptr, {}, nullptr);
+    const auto data = zel::serialization::make_payload(greeting{"handled"});
+    events->BroadcastEvent("a.b", data, {}, nullptr);
+    events->BroadcastEvent("c.d", data, {}, nullptr);
 }

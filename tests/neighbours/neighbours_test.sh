@@ -33,6 +33,10 @@ expect "$missing" "
 $missing" # to every caller
 
 fresh_copy
+rm "$scratch/lib/libzel_serialization.so"
+expect "The library zel_serialization could not be loaded: libzel_serialization.so: cannot open shared object file"
+
+fresh_copy
 echo damaged >"$scratch/lib/libzel_log.so"
 expect "The library zel_log could not be loaded: $scratch/lib/libzel_log.so: " "0 handlers"
 
