@@ -8,6 +8,9 @@ mapfile -d '' headers < <(git ls-files -z --cached --others --exclude-standard -
 
 # A header is named by its path in the repository or below a folder "include".
 flags=(-I.)
+for folder in $(pkg-config --cflags-only-I jsoncpp); do
+    flags+=(-isystem "${folder#-I}")
+done
 while read -r folder; do
     flags+=("-I$folder")
 done < <(printf '%s\n' "${headers[@]}" | sed -n 's|^\(.*/include\)/.*|\1|p' | sort -u)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "framework/exceptions/exceptions.h"
+#include "framework/lifetime/basic_singleton.h"
 #include "framework/module_interface/lifetime_service.h"
 #include "framework/module_interface/load_library.h"
 #include "framework/module_interface/loader.h"
@@ -62,6 +63,13 @@ public:
     /// Whether somebody besides the neighbour itself holds one of its objects.
     bool is_used() const { return lifetime_->IsModuleUsed(); }
 
+protected:
+    /// For the end of those that leave the library loaded while its objects are in use.
+    void refuse_while_used() const {
+        if (is_used())
+            throw exceptions::fatal("Attempt to unload a module which is still used by another");
+    }
+
 private:
     std::shared_ptr<Interface> obtain(const neighbour_names& names) {
         const auto create = library_.function<std::shared_ptr<Interface>()>(names.create_module);
@@ -86,5 +94,17 @@ private:
     std::shared_ptr<IModuleLifetime> lifetime_;
     std::weak_ptr<Interface> module_;
 };
+
+/// The module behind a singleton of a neighbour_module. Throws a `Failure` with the text
+/// when either of them has ended, and to everybody what kept the singleton from being made.
+template <class Failure, class Singleton>
+auto require_module(Singleton& neighbour, const char* text) {
+    try {
+        if (auto module = neighbour.read([](const auto& n) { return n.lock(); }))
+            return module;
+    } catch (const lifetime::object_already_destroyed&) {
+    }
+    throw Failure(text);
+}
 
 } // namespace zel::mi

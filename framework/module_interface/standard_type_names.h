@@ -98,75 +98,59 @@ struct declared_type_name<std::array<Element, Size>> {
     }
 };
 
-template <>
-struct declared_type_name<bool> {
-    static std::string text() { return "bool"; }
-};
+namespace detail {
 
-template <>
-struct declared_type_name<float> {
-    static std::string text() { return "float"; }
-};
+// The 64-bit integers go by their width; of the two long types, the one that they are
+// not has its own name. Characters are not numbers.
+template <class Other>
+const char* number_name(Other) = delete;
+constexpr const char* number_name(bool) {
+    return "bool";
+}
+constexpr const char* number_name(float) {
+    return "float";
+}
+constexpr const char* number_name(double) {
+    return "double";
+}
+constexpr const char* number_name(signed char) {
+    return "signed char";
+}
+constexpr const char* number_name(unsigned char) {
+    return "unsigned char";
+}
+constexpr const char* number_name(short) {
+    return "short";
+}
+constexpr const char* number_name(unsigned short) {
+    return "unsigned short";
+}
+constexpr const char* number_name(int) {
+    return "int";
+}
+constexpr const char* number_name(unsigned int) {
+    return "unsigned int";
+}
+constexpr const char* number_name(long) {
+    return std::same_as<long, std::int64_t> ? "__int64" : "long";
+}
+constexpr const char* number_name(unsigned long) {
+    return std::same_as<unsigned long, std::uint64_t> ? "unsigned __int64" : "unsigned long";
+}
+constexpr const char* number_name(long long) {
+    return std::same_as<long long, std::int64_t> ? "__int64" : "long long";
+}
+constexpr const char* number_name(unsigned long long) {
+    return std::same_as<unsigned long long, std::uint64_t> ? "unsigned __int64"
+                                                           : "unsigned long long";
+}
 
-template <>
-struct declared_type_name<double> {
-    static std::string text() { return "double"; }
-};
+} // namespace detail
 
-template <>
-struct declared_type_name<signed char> {
-    static std::string text() { return "signed char"; }
-};
-
-template <>
-struct declared_type_name<unsigned char> {
-    static std::string text() { return "unsigned char"; }
-};
-
-template <>
-struct declared_type_name<short> {
-    static std::string text() { return "short"; }
-};
-
-template <>
-struct declared_type_name<unsigned short> {
-    static std::string text() { return "unsigned short"; }
-};
-
-template <>
-struct declared_type_name<int> {
-    static std::string text() { return "int"; }
-};
-
-template <>
-struct declared_type_name<unsigned int> {
-    static std::string text() { return "unsigned int"; }
-};
-
-// The 64-bit integers go by their width, whichever of the two long types they are; the
-// other one of the two keeps its own name.
-template <>
-struct declared_type_name<std::int64_t> {
-    static std::string text() { return "__int64"; }
-};
-
-template <>
-struct declared_type_name<std::uint64_t> {
-    static std::string text() { return "unsigned __int64"; }
-};
-
-template <class Integer>
-requires(std::same_as<Integer, long> || std::same_as<Integer, long long>) &&
-    (!std::same_as<Integer, std::int64_t>)struct declared_type_name<Integer> {
-    static std::string text() { return std::same_as<Integer, long> ? "long" : "long long"; }
-};
-
-template <class Integer>
-requires(std::same_as<Integer, unsigned long> || std::same_as<Integer, unsigned long long>) &&
-    (!std::same_as<Integer, std::uint64_t>)struct declared_type_name<Integer> {
-    static std::string text() {
-        return std::same_as<Integer, unsigned long> ? "unsigned long" : "unsigned long long";
-    }
+template <class Number>
+requires std::is_arithmetic_v<Number>
+struct declared_type_name<Number> {
+    static std::string text() { return detail::number_name(Number()); }
 };
 
 } // namespace zel

@@ -116,6 +116,8 @@ Json::Value json_from_text(std::string_view text) {
     }
     if (names_huge_number(failure))
         throw exceptions::error("zel::serialization::FromJson: Numeric value overflow.");
+    while (!failure.empty() && failure.back() == '\n')
+        failure.pop_back();
     throw exceptions::error("zel::serialization: Not a JSON document: " + failure);
 }
 

@@ -13,10 +13,7 @@ public:
     using mi::neighbour_module<Interface>::neighbour_module;
 
     /// Refuses, and leaves the library loaded, while its objects are in use.
-    void end() {
-        if (this->is_used())
-            throw exceptions::fatal("Attempt to unload a module which is still used by another");
-    }
+    void end() { this->refuse_while_used(); }
 };
 
 class bin_serialization_library : public serialization_library<IBinSerializationModule> {
@@ -41,16 +38,6 @@ using library_longevity = lifetime::const_longevity_traits<200999>;
 constinit lifetime::basic_singleton<bin_serialization_library, library_longevity> bin_serialization;
 constinit lifetime::basic_singleton<json_conversion_library, library_longevity> json_conversion;
 
-template <class Library>
-auto require(Library& library, const char* text) {
-    try {
-        if (auto module = library.read([](const auto& l) { return l.lock(); }))
-            return module;
-    } catch (const lifetime::object_already_destroyed&) {
-    }
-    throw exceptions::error(text);
-}
-
 // Registrations end right before what they were made through.
 struct registrations_longevity {
     struct from_module {
@@ -67,11 +54,13 @@ constinit lifetime::basic_singleton<ModuleTypeRegistrations, registrations_longe
 } // namespace
 
 std::shared_ptr<IBinSerializationModule> get_bin_serialization_module() {
-    return require(bin_serialization, "Binary Serialization Module already unloaded.");
+    return mi::require_module<exceptions::error>(bin_serialization,
+                                                 "Binary Serialization Module already unloaded.");
 }
 
 std::shared_ptr<IJsonConversionModule> get_json_conversion_module() {
-    return require(json_conversion, "JSON Conversion Module already unloaded.");
+    return mi::require_module<exceptions::error>(json_conversion,
+                                                 "JSON Conversion Module already unloaded.");
 }
 
 void use_type_registrations(const std::function<void(tasklib::registrations&)>& use) {

@@ -10,6 +10,7 @@
 #include "framework/serialization/serializable_data.h"
 
 #include <json/value.h>
+#include <stdexcept>
 #include <string>
 
 template <>
@@ -38,6 +39,8 @@ public:
 
     void Serialize(const Json::Value& value, byte_vector& out) const override {
         const std::string text = json_to_text(value);
+        if (text.size() > longest_blob)
+            throw std::length_error("vector too long");
         out.assign(text.begin(), text.end());
     }
 

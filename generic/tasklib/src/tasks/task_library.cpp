@@ -27,8 +27,7 @@ public:
         // its maker may have waited.
         for (int pause = 0; pause < most_pauses && is_used(); ++pause)
             platform::sleep_for(platform::milliseconds(1));
-        if (is_used())
-            throw exceptions::fatal("Attempt to unload a module which is still used by another");
+        refuse_while_used();
     }
 };
 
@@ -54,16 +53,6 @@ constinit lifetime::basic_singleton<tasks_core_library, lifetime::const_longevit
 constinit lifetime::basic_singleton<perfstats_library, lifetime::const_longevity_traits<longevity>>
     perfstats;
 
-template <class Library>
-auto require(Library& library, const char* text) {
-    try {
-        if (auto module = library.read([](const auto& l) { return l.lock(); }))
-            return module;
-    } catch (const lifetime::object_already_destroyed&) {
-    }
-    throw exceptions::fatal(text);
-}
-
 bool find_measurement() {
     const std::atomic<bool>* found = &never;
     if (const auto failure = platform::guarded(
@@ -79,11 +68,12 @@ bool find_measurement() {
 } // namespace
 
 std::shared_ptr<tasks_core_module> get_tasks_module() {
-    return require(tasks_core, "Tasks module already destroyed");
+    return mi::require_module<exceptions::fatal>(tasks_core, "Tasks module already destroyed");
 }
 
 std::shared_ptr<performance_logger_storage_module> get_performance_logger_storage_module() {
-    return require(perfstats, "Task performance logger storage module already destroyed");
+    return mi::require_module<exceptions::fatal>(
+        perfstats, "Task performance logger storage module already destroyed");
 }
 
 std::shared_ptr<task_processor_ifc> get_task_processor() {
