@@ -94,6 +94,8 @@ void block_stock::give_back(void* memory) noexcept {
             own.full = std::exchange(own.open, nullptr);
             own.open_count = 0;
         }
+        if (!own.open)
+            see_to_closing();
         own.open = ::new (memory) block{own.open, nullptr};
         ++own.open_count;
     }
@@ -127,7 +129,6 @@ block_stock::block* block_stock::obtain_bundle() noexcept {
 }
 
 block_stock::block* block_stock::exchange_bundle(block* bundle) noexcept {
-    see_to_closing();
     platform::scoped_lock inside(exchange_guard_);
     if (closed_ || bundle_count_ == most_bundles)
         return bundle;

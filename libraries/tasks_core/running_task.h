@@ -14,7 +14,7 @@ namespace zel::tasklib {
 void run_pending(std::shared_ptr<task_ifc> task);
 
 /// Runs a claimed task on the calling thread.
-void run_inside(const std::shared_ptr<task_ifc>& task);
+void run_inside(std::shared_ptr<task_ifc> task);
 
 /// Of the calling thread's innermost task; null outside of tasks.
 std::shared_ptr<cancellation_ifc> this_task_cancellation();

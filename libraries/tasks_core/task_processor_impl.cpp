@@ -20,6 +20,8 @@ void task_processor_impl::submit(const std::shared_ptr<task_ifc>& task, std::uin
 void task_processor_impl::execute(const std::shared_ptr<task_ifc>& task, bool claim) {
     if (threads_->has_ended()) {
         task->cancellation().cancel();
+        if (!claim)
+            task->run(true); // it is the caller's, and nobody else ends it
         return;
     }
     if (claim && !task->try_claim())

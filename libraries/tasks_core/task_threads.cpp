@@ -47,7 +47,6 @@ public:
     void send_away() noexcept { sent_away_ = true; }
 
     bool inside_turn = false;
-    std::chrono::steady_clock::duration last_run{}; // of a task
 
 private:
     // Initial-exec: one load, no call, and nothing to destroy.
@@ -106,14 +105,18 @@ task_threads::need task_threads::next_need() {
         return need::nothing;
     need what = need::turn;
     if (turns_ == threads_) {
-        if (threads_ - waiting_ >= limits_.cores || threads_ >= limits_.most_threads)
+        if (threads_ >= limits_.cores + waiting_ + added_ || threads_ >= limits_.most_threads)
             return need::nothing;
         ++threads_;
         what = need::thread;
     }
+    give_turn();
+    return what;
+}
+
+void task_threads::give_turn() {
     ++turns_;
     most_turns_ = std::max(most_turns_, turns_);
-    return what;
 }
 
 // Whether the threads that run will be through with what is pending before another
@@ -156,21 +159,23 @@ bool task_threads::start_thread() noexcept {
 void task_threads::take_turn() {
     worker& self = *worker::current();
     self.inside_turn = true;
-    while (auto task = take_task()) {
+    std::optional<std::chrono::steady_clock::duration> last_run;
+    while (auto task = take_task(last_run)) {
         run_begins();
         const auto began = std::chrono::steady_clock::now();
         run_pending(std::move(task));
-        self.last_run = std::chrono::steady_clock::now() - began;
+        last_run = std::chrono::steady_clock::now() - began;
     }
     self.inside_turn = false;
 }
 
 // Null ends the turn.
-std::shared_ptr<task_ifc> task_threads::take_task() {
-    const bool was_short = worker::current()->last_run < short_run;
+std::shared_ptr<task_ifc>
+task_threads::take_task(std::optional<std::chrono::steady_clock::duration> last_run) {
     {
         platform::scoped_lock inside(guard_);
-        short_runs_ = was_short ? short_runs_ + 1 : 0;
+        if (last_run)
+            short_runs_ = *last_run < short_run ? short_runs_ + 1 : 0;
         if (auto task = take_first())
             return task;
         // Others that run see to the next task, and need the cores.

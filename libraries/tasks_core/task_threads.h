@@ -67,11 +67,13 @@ private:
     enum class need { nothing, turn, thread };
 
     need next_need() ZEL_REQUIRES(guard_);
+    void give_turn() ZEL_REQUIRES(guard_);
     bool are_in_hand() const ZEL_REQUIRES(guard_);
     void meet(need what);
     bool start_thread() noexcept;
     void take_turn();
-    std::shared_ptr<task_ifc> take_task();
+    std::shared_ptr<task_ifc>
+    take_task(std::optional<std::chrono::steady_clock::duration> last_run);
     std::shared_ptr<task_ifc> take_first() ZEL_REQUIRES(guard_);
     void linger() noexcept;
     void unwound(bool inside_turn) noexcept;
@@ -104,6 +106,7 @@ private:
     std::size_t threads_ ZEL_GUARDED_BY(guard_) = 0;
     std::size_t turns_ ZEL_GUARDED_BY(guard_) = 0;   // given out, never more than threads
     std::size_t waiting_ ZEL_GUARDED_BY(guard_) = 0; // threads in an announced wait
+    std::size_t added_ ZEL_GUARDED_BY(guard_) = 0;   // threads, for others that block unseen
     // A thread whose turn is over looks for a moment whether the next task comes: to
     // put it to sleep and wake it costs more than most tasks. One at a time.
     bool somebody_lingers_ ZEL_GUARDED_BY(guard_) = false;

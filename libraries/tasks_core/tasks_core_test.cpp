@@ -131,6 +131,21 @@ TEST(TaskThreads, GrowByOneWithEveryStallUpToTheMostAndShrinkWhenIdle) {
     EXPECT_TRUE(p.submit([] {}).wait()) << "the one that stays works";
 }
 
+TEST(TaskThreads, KeepThoseThatAStallHasAdded) {
+    pool p({.cores = 1, .most_threads = 4, .stalled = 5ms, .idle = hours});
+    std::counting_semaphore started(0);
+    signal go_on;
+    for (int i = 0; i < 4; ++i)
+        p.submit([&] {
+            started.release();
+            go_on.wait();
+        });
+    for (int i = 0; i < 4; ++i)
+        started.acquire();
+    EXPECT_EQ(p.threads->thread_count(), 4u);
+    go_on.set();
+}
+
 TEST(TaskThreads, ReplaceAThreadThatATaskEnds) {
     pool p(one_thread);
     const auto last = p.submit(&zel::platform::end_this_thread);

@@ -18,8 +18,9 @@ constexpr platform::milliseconds quick{1};
 } // namespace
 
 void task_threads::hurry_watch() noexcept {
-    if (watch_is_slow_.exchange(false, std::memory_order_relaxed))
-        platform::guarded([&] { asio::post(timers_, [this] { watch(true); }); });
+    if (watch_is_slow_.exchange(false, std::memory_order_relaxed) &&
+        platform::guarded([&] { asio::post(timers_, [this] { watch(true); }); }))
+        watch_is_slow_.store(true, std::memory_order_relaxed); // the next run tries again
 }
 
 void task_threads::watch(bool hurried) {
@@ -48,7 +49,8 @@ std::optional<platform::milliseconds> task_threads::look_around(bool look_again_
         const bool progress = taken_ != taken_before_;
         if (is_stalled(now) && threads_ < limits_.most_threads && !has_ended()) {
             ++threads_;
-            ++turns_;
+            ++added_;
+            give_turn();
             what = need::thread;
         } else if (!progress) {
             short_runs_ = 0; // what is pending is not in hand after all
@@ -102,6 +104,7 @@ std::size_t task_threads::threads_to_leave(std::chrono::steady_clock::time_point
         return 0;
     const auto leaving = threads_ - needed;
     threads_ = needed;
+    added_ -= std::min(added_, leaving);
     return leaving;
 }
 

@@ -44,19 +44,26 @@ impersonation_watch::impersonation_watch() noexcept
     : own_code_around_(known.own_code),
       impersonated_before_(!(known.own_code && known.clean) && is_impersonating()) {
     known.own_code = false;
-    began_ = ticks();
+    looked_ = ticks();
 }
 
 impersonation_watch::~impersonation_watch() {
-    known = {own_code_around_, found_clean_};
+    // What ran since the look, destructors above all, may have begun to act, too.
+    known = {own_code_around_, found_clean_ && ticks() - looked_ < too_short};
 }
 
 bool impersonation_watch::finds_impersonation() noexcept {
     if (impersonated_before_)
         return false;
     // A counter that went back, on another core, gives a huge difference.
-    found_clean_ = ticks() - began_ < too_short || !is_impersonating();
+    const auto now = ticks();
+    found_clean_ = now - looked_ < too_short || !is_impersonating();
+    looked_ = now;
     return !found_clean_;
+}
+
+void foreign_code_runs() noexcept {
+    known.clean = false;
 }
 
 own_code_only::own_code_only() noexcept : before_(known.own_code) {

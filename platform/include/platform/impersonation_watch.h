@@ -27,8 +27,11 @@ private:
     bool own_code_around_;
     bool impersonated_before_;
     bool found_clean_ = false;
-    std::uint64_t began_;
+    std::uint64_t looked_; // at the beginning or since
 };
+
+/// Foreign code is about to run that no watch sees.
+ZEL_EXPORT void foreign_code_runs() noexcept;
 
 /// For as long as it lives, the calling thread changes its credentials under
 /// watches only. May stand inside of a watch.

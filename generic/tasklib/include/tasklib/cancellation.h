@@ -18,7 +18,7 @@ public:
     virtual ~cancellation_callback() = default;
     /// Runs on the cancelling thread under the lock of the cancelled object, so it
     /// must not wait for a thread that cancels the same object. It may add and
-    /// remove callbacks, itself too.
+    /// remove callbacks, itself too. What it throws is logged.
     virtual void on_cancel(cancellation_ifc& canceled) = 0;
 };
 

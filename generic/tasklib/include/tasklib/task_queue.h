@@ -26,10 +26,12 @@ public:
     /// enough threads do that already.
     virtual void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) = 0;
 
-    /// Before a runner of a container is submitted: false when as many as there may be
-    /// run, or are expected by this owner already, and will come to all that is stored.
-    virtual bool expect_runner(const void* owner) = 0;
-    /// An expected one begins, or never will.
+    /// Before a runner of an owner's is submitted: false when as many as there may be run
+    /// or have been submitted by this owner, and will come to all that is stored.
+    virtual bool needs_runner(const void* owner) = 0;
+    /// One has been submitted; it may have begun already.
+    virtual void runner_submitted(const void* owner) noexcept = 0;
+    /// One that is or will be submitted has begun, or never will.
     virtual void runner_came(const void* owner) noexcept = 0;
 };
 

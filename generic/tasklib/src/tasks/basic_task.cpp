@@ -15,7 +15,7 @@ namespace zel::tasklib {
 
 basic_task::basic_task(tasks_core_module& library, std::string name, std::uint32_t tag,
                        const std::shared_ptr<task_container_low_level_ifc>& container)
-    : runnable(runnable_kind::task, std::move(name), library.create_ended_state()), tag_(tag),
+    : runnable(runnable_kind::task, std::move(name), new_ended_state(library)), tag_(tag),
       container_(container) {}
 
 void basic_task::add_follow_up(std::shared_ptr<task_ifc> task,
@@ -116,11 +116,10 @@ basic_task::extras& basic_task::with_extras() {
 }
 
 // A thread that is inside of something already shows both.
-std::string basic_task::prepare_thread() {
-    auto shown_before = platform::replace_thread_description(name());
+void basic_task::prepare_thread(std::string& shown_before) {
+    shown_before = platform::replace_thread_description(name());
     if (!shown_before.empty())
         platform::replace_thread_description(shown_before + " - " + name());
-    return shown_before;
 }
 
 void basic_task::restore_thread(std::string shown_before) noexcept {

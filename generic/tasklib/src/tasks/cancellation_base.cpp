@@ -1,8 +1,14 @@
 #include "generic/tasklib/src/tasks/cancellation_base.h"
 
+#include "generic/tasklib/src/tasks/tasks_log.h"
+
+#include <platform/diagnostics.h>
+
 #include <algorithm>
 
 namespace zel::tasklib {
+
+static constinit log::source_position callback_failed(__FILE__, 20);
 
 versioned_ifc* cancellation_base::query_interface(const interface_id& wanted) {
     return wanted == versioned_ifc::id || wanted == cancellation_ifc::id ? this : nullptr;
@@ -17,7 +23,10 @@ bool cancellation_base::cancel() {
     const auto called = *callbacks_; // callbacks change the list
     for (auto* callback : called)
         if (std::find(callbacks_->begin(), callbacks_->end(), callback) != callbacks_->end())
-            callback->on_cancel(*this);
+            if (const auto failure = platform::guarded([&] { callback->on_cancel(*this); }))
+                tasks_log.report_handler_failure(callback_failed, failure, [] {
+                    return std::string("A cancellation callback throws exception!");
+                });
     return false;
 }
 

@@ -7,6 +7,7 @@
 #include "framework/module_interface/version_check.h"
 
 #include <platform/clocks.h>
+#include <platform/impersonation_watch.h>
 
 namespace zel::tasklib {
 
@@ -34,8 +35,8 @@ log_performance_wrapper::log_performance_wrapper(std::uint32_t kind, const std::
 }
 
 void log_performance_wrapper::begin() {
-    start_ = {now(platform::clock::system_time), now(platform::clock::performance_counter),
-              now(platform::clock::thread_cycles)};
+    start_.performance_counter = now(platform::clock::performance_counter);
+    start_.thread_cycles = now(platform::clock::thread_cycles);
     // A run is worth reporting without these.
     platform::guarded(
         [&] { statistics_ = get_performance_logger_storage_module()->begin_thread_statistics(); });
@@ -62,6 +63,7 @@ void log_performance_wrapper::report() const {
     if (!logger || name_ == queue_runner_name)
         return;
     RequireInterface(*logger);
+    platform::foreign_code_runs();
     logger->log_task_performance(
         kind_, name_, seconds(elapsed, platform::clock::performance_frequency),
         seconds(cycles, platform::clock::thread_cycle_rate), statistics_ ? &difference : nullptr);

@@ -94,8 +94,13 @@ bool low_level_task_container::wait_for_tasks(const remaining_time& remaining, s
         return true;
     const auto current = get_this_taskcancellation();
     auto* const exclusion = current ? query<wait_exclusion_ifc>(*current) : nullptr;
-    while (const auto task = first_to_wait_for(exclusion)) {
+    std::vector<const task_ifc*> own; // which this thread ends, because it canceled them
+    while (const auto task = first_to_wait_for(exclusion, own)) {
         const auto waited_for = task->get_ended_state();
+        if (waited_for->running_thread() == platform::this_thread_id()) {
+            own.push_back(task.get());
+            continue;
+        }
         bool has_ended = waited_for->wait_ended(remaining.now());
         if (const auto latest = task->get_ended_state(); has_ended && latest != waited_for)
             has_ended = latest->wait_ended(remaining.now());
@@ -112,10 +117,12 @@ bool low_level_task_container::holds_nothing() {
 }
 
 std::shared_ptr<task_ifc>
-low_level_task_container::first_to_wait_for(wait_exclusion_ifc* exclusion) {
+low_level_task_container::first_to_wait_for(wait_exclusion_ifc* exclusion,
+                                            const std::vector<const task_ifc*>& own) {
     platform::scoped_lock inside(guard_);
     for (const auto& task : held_)
-        if (!exclusion || !exclusion->excludes_from_wait(task->cancellation()))
+        if (std::find(own.begin(), own.end(), task.get()) == own.end() &&
+            !(exclusion && exclusion->excludes_from_wait(task->cancellation())))
             return task;
     return nullptr;
 }

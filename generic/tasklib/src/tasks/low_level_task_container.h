@@ -28,7 +28,8 @@ private:
     bool wait_for_tasks(const remaining_time& remaining, std::int32_t mode);
     bool wait_for_ended_states(const remaining_time& remaining, std::int32_t mode);
     bool holds_nothing();
-    std::shared_ptr<task_ifc> first_to_wait_for(wait_exclusion_ifc* exclusion);
+    std::shared_ptr<task_ifc> first_to_wait_for(wait_exclusion_ifc* exclusion,
+                                                const std::vector<const task_ifc*>& own);
     bool report_held_tasks();
     std::shared_ptr<ended_state_ifc> last_ended_state();
     void drop_from_held(task_ifc& task);

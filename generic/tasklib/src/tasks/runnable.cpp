@@ -68,32 +68,35 @@ runnable::runnable(runnable_kind kind, std::string name,
 runnable::~runnable() {
     if (!failure_ || failure_fetched_)
         return;
-    tasks_log.report(
-        log::severity::handler_failed, name_.empty() ? unnamed_unchecked : named_unchecked,
-        failure_, [&] { return failure_text(kind_, name_, ": failed without a caller check."); });
+    tasks_log.report_handler_failure(
+        name_.empty() ? unnamed_unchecked : named_unchecked, failure_,
+        [&] { return failure_text(kind_, name_, ": failed without a caller check."); });
 }
 
 void runnable::run_once(bool skip_body) {
     if (started_.exchange(1, std::memory_order_relaxed) != 0)
         return;
     ending at_the_end(shared_from_this());
-    std::exception_ptr failure =
-        platform::guarded([&] { at_the_end.shown_before = prepare_thread(); });
+    // A thread that does not show what it does is no reason not to do it.
+    platform::guarded([&] { prepare_thread(at_the_end.shown_before); });
     ended_state_->set_running_thread(platform::this_thread_id());
     const log_performance_wrapper measurement(static_cast<std::uint32_t>(kind_), name_);
-    if (!failure && !skip_body)
+    std::exception_ptr failure;
+    if (!skip_body)
         failure = platform::guarded([&] { run_body(); });
     if (failure)
-        body_failed(std::move(failure));
+        body_failed(failure);
 }
 
-void runnable::body_failed(std::exception_ptr failure) {
+void runnable::body_failed(const std::exception_ptr& failure) {
     const platform::no_cancellation to_the_end;
+    {
+        platform::scoped_lock inside(guard_);
+        failure_ = failure;
+    }
     if (!host_was_told(failure))
         tasks_log.report(log::severity::task_failed, name_.empty() ? unnamed_failed : named_failed,
                          failure, [&] { return failure_text(kind_, name_, ": failed."); });
-    platform::scoped_lock inside(guard_);
-    failure_ = std::move(failure);
 }
 
 void runnable::end_run(const std::shared_ptr<runnable>& self, std::string shown_before) noexcept {

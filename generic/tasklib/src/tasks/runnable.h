@@ -54,8 +54,8 @@ protected:
 private:
     struct ending;
 
-    /// Shows on the thread what it does; returns what it showed before.
-    virtual std::string prepare_thread() = 0;
+    /// Shows on the thread what it does, after keeping what it showed before.
+    virtual void prepare_thread(std::string& shown_before) = 0;
     virtual void run_body() = 0;
     /// Destroys the body and what it captured.
     virtual void drop_body() noexcept = 0;
@@ -63,7 +63,7 @@ private:
     virtual void leave_holders(const std::shared_ptr<runnable>& self) = 0;
     virtual void restore_thread(std::string shown_before) noexcept = 0;
 
-    void body_failed(std::exception_ptr failure);
+    void body_failed(const std::exception_ptr& failure);
     void end_run(const std::shared_ptr<runnable>& self, std::string shown_before) noexcept;
 
     const runnable_kind kind_;

@@ -51,6 +51,7 @@ private:
         impersonation_check check;
         (*body_)();
         check.body_returned(name());
+        body_.reset(); // what it captured is foreign code, too
     }
     void drop_body() noexcept override { body_.reset(); }
 
@@ -115,7 +116,12 @@ task<void> make_task(std::string name,
     const auto library = get_tasks_module();
     auto made = detail::make_shared_task(*library, std::move(name), tag, container,
                                          std::forward<Body>(body));
-    made->follow(register_cancellation_callback(*library, made));
+    try {
+        made->follow(register_cancellation_callback(*library, made));
+    } catch (...) {
+        made->cancel(); // the container must not wait for it
+        throw;
+    }
     return task<void>(std::move(made));
 }
 

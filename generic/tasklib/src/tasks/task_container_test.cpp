@@ -137,5 +137,12 @@ TEST_F(TaskContainer, HoldsATaskUntilItsCapturesAreGone) {
     EXPECT_EQ(*reports.told, texts(2, "task container timed out: task"));
 }
 
+TEST_F(TaskContainer, EndsWithACanceledTaskThatAloneHeldIt) {
+    const auto last = make_task("", container, [held = std::move(owner)] {});
+    container.reset();
+    last.cancel();
+    EXPECT_TRUE(last.wait(at_once));
+}
+
 } // namespace
 } // namespace zel::tasklib::test

@@ -88,6 +88,17 @@ std::shared_ptr<task_scheduler_ifc> get_task_scheduler() {
     return scheduler;
 }
 
+std::shared_ptr<ended_state_ifc> new_ended_state(tasks_core_module& library) {
+    // Relaxed: to check more than one does no harm.
+    static constinit std::atomic<bool> is_checked{false};
+    auto state = library.create_ended_state();
+    if (!is_checked.load(std::memory_order_relaxed)) {
+        RequireInterface(*state);
+        is_checked.store(true, std::memory_order_relaxed);
+    }
+    return state;
+}
+
 std::shared_ptr<cancellation_ifc> get_this_taskcancellation() {
     return get_tasks_module()->get_this_taskcancellation();
 }

@@ -18,6 +18,9 @@ std::shared_ptr<tasks_core_module> get_tasks_module();
 std::shared_ptr<task_processor_ifc> get_task_processor();
 std::shared_ptr<task_scheduler_ifc> get_task_scheduler();
 
+/// For a task that is about to be made.
+std::shared_ptr<ended_state_ifc> new_ended_state(tasks_core_module& library);
+
 /// The calling thread's cancellation object; null outside of tasks.
 std::shared_ptr<cancellation_ifc> get_this_taskcancellation();
 

@@ -93,20 +93,21 @@ void task_queue::run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>&
     self.found_empty();
 }
 
-bool task_queue::expect_runner(const void* owner) {
+bool task_queue::needs_runner(const void* owner) {
     platform::scoped_lock inside(guard_);
-    if (std::exchange(expected_owner_, owner) != owner)
-        expected_runners_ = 0;
-    if (runners_.size() + expected_runners_ >= runner_limit_)
-        return false;
-    ++expected_runners_;
-    return true;
+    if (!expecting_owner_)
+        expecting_owner_ = owner;
+    return owner != expecting_owner_ || std::ssize(runners_) + expected_runners_ < runner_limit_;
+}
+
+void task_queue::runner_submitted(const void* owner) noexcept {
+    platform::scoped_lock inside(guard_);
+    expected_runners_ += owner == expecting_owner_ ? 1 : 0;
 }
 
 void task_queue::runner_came(const void* owner) noexcept {
     platform::scoped_lock inside(guard_);
-    if (expected_owner_ == owner && expected_runners_ > 0)
-        --expected_runners_;
+    expected_runners_ -= owner == expecting_owner_ ? 1 : 0;
 }
 
 bool task_queue::enter_runners() {
@@ -194,6 +195,14 @@ private:
     const void* expected_by_;
 };
 
+// Counts a runner when it has been handed over, so that nobody relies on one that cannot
+// be; then what it would have done counts it out all the same.
+struct submission {
+    task_queue_ifc& queue;
+    const void* owner;
+    ~submission() { queue.runner_submitted(owner); }
+};
+
 task<void> submit_runner(const std::shared_ptr<task_container_low_level_ifc>& container,
                          const std::shared_ptr<task_processor_ifc>& processor,
                          const std::shared_ptr<task_queue_ifc>& queue, const void* expected_by) {
@@ -217,8 +226,12 @@ void ensure_runner(const std::shared_ptr<task_container_ifc>& container,
                    const std::shared_ptr<task_processor_ifc>& processor,
                    const std::shared_ptr<task_queue_ifc>& queue) {
     const auto owner = container ? container->get_low_level_container() : nullptr;
-    if (!owner || queue->expect_runner(owner.get()))
+    if (!owner) {
+        submit_runner(owner, processor, queue, nullptr);
+    } else if (queue->needs_runner(owner.get())) {
+        const submission counted_at_the_end{*queue, owner.get()};
         submit_runner(owner, processor, queue, owner.get());
+    }
 }
 
 } // namespace zel::tasklib

@@ -26,7 +26,8 @@ public:
 
     bool push(const std::shared_ptr<task_ifc>& task) override;
     void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) override;
-    bool expect_runner(const void* owner) override;
+    bool needs_runner(const void* owner) override;
+    void runner_submitted(const void* owner) noexcept override;
     void runner_came(const void* owner) noexcept override;
 
 private:
@@ -50,10 +51,11 @@ private:
     // only look, because room may be gone again anyway.
     std::atomic<std::size_t> count_{0};
     std::vector<platform::thread_id> runners_ ZEL_GUARDED_BY(guard_);
-    // Runners of one owner that have been submitted and have not begun. It takes a while
-    // to wake a thread for one, in which each push would submit another.
-    const void* expected_owner_ ZEL_GUARDED_BY(guard_) = nullptr;
-    std::size_t expected_runners_ ZEL_GUARDED_BY(guard_) = 0;
+    // Runners of the first owner that have been submitted and have not begun; below zero
+    // when one began first. It takes a while to wake a thread for one, in which each push
+    // would submit another. Others than the first owner do without.
+    const void* expecting_owner_ ZEL_GUARDED_BY(guard_) = nullptr;
+    std::ptrdiff_t expected_runners_ ZEL_GUARDED_BY(guard_) = 0;
     const std::uint32_t runner_limit_;
 };
 

@@ -83,6 +83,27 @@ TEST_F(TaskQueue, LetsAsManyTasksOverlapAsItMayHaveRunners) {
     EXPECT_EQ(later, 1);
 }
 
+TEST_F(TaskQueue, SubmitsOneRunnerForAllThatIsStoredUnlessItWillNotCome) {
+    int ran = 0;
+    const auto store_here = [&] { store_or_cancel(make([&] { ++ran; }), queue, owner, room); };
+    room->executes = [&](const auto& task) { processor->execute(task, true); };
+    room->is_closed = true;
+    EXPECT_THROW(store_here(), exceptions::fatal);
+    room->is_closed = false;
+    for (int i = 0; i < 3; ++i)
+        store_here();
+    ASSERT_EQ(room->tasks.size(), 1u);
+    room->tasks.front()->cancellation().cancel();
+    for (int i = 0; i < 3; ++i)
+        store_here();
+    ASSERT_EQ(room->tasks.size(), 1u) << "in place of the canceled one";
+    room->tasks.front()->run(false);
+    EXPECT_EQ(ran, 6);
+    store_here();
+    EXPECT_EQ(room->tasks.size(), 2u);
+    owner->end_and_wait({});
+}
+
 TEST_F(TaskQueue, SlowsProducersWhileItIsFullUnlessTheyAreCanceled) {
     const milliseconds soon(4000); // who is not let on goes on after 5 s
     const auto began = std::chrono::steady_clock::now();
