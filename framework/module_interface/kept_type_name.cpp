@@ -12,7 +12,7 @@ namespace {
 
 // Part of the library's own image, so that nothing has to be given back when it is
 // unmapped, and other threads may use names to the very end.
-constinit std::array<char, 32768> storage;
+constinit std::array<char, 32768> storage{};
 constinit platform::plain_lock guard;
 constinit std::size_t used ZEL_GUARDED_BY(guard) = 0;
 

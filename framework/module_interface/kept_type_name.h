@@ -18,7 +18,7 @@ std::string_view keep_text(const std::string& text);
 /// The same as type_name, put together only once. For types, not for names that vary:
 /// the memory is never given back.
 template <class T>
-std::string_view kept_type_name() {
+[[gnu::visibility("hidden")]] std::string_view kept_type_name() {
     static const std::string_view text = detail::keep_text(type_name<T>());
     return text;
 }

@@ -49,8 +49,9 @@ struct serialization_traits_impl<T, SerializableData<T>, 1> {
 
 namespace detail {
 
+// Hidden, so that each library has its own however its users compile.
 template <class T>
-inline constinit std::atomic<bool> is_registered{false};
+[[gnu::visibility("hidden")]] inline constinit std::atomic<bool> is_registered{false};
 
 } // namespace detail
 

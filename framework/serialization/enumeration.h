@@ -113,10 +113,11 @@ private:
 
 } // namespace impl
 
-/// One per library, made when first used.
+/// One per library, made when first used. Hidden, so that it is one per library however
+/// its users compile.
 template <described_enumeration Enumeration>
-inline constinit lifetime::basic_singleton<impl::EnumConversionMaps<Enumeration>,
-                                           lifetime::const_longevity_traits<10>>
+[[gnu::visibility("hidden")]] inline constinit lifetime::basic_singleton<
+    impl::EnumConversionMaps<Enumeration>, lifetime::const_longevity_traits<10>>
     enum_conversion_maps;
 
 } // namespace zel::serialization
