@@ -115,10 +115,10 @@ int exit_without_clean_up() {
     const auto events = get_event_routing(*global_module);
     global_cookie = events->RegisterEventHandler(nullptr, "a.*", count, nullptr, "d");
     // Broadcasts and registers until the process is gone.
-    std::thread([events] {
+    std::thread([events, data = global_payload] {
         for (;;) {
             const auto cookie = events->RegisterEventHandler(nullptr, "a.b", count, nullptr, "");
-            events->BroadcastEvent("a.b;a", global_payload, {}, nullptr);
+            events->BroadcastEvent("a.b;a", data, {}, nullptr);
         }
     }).detach();
     while (calls == 0)
