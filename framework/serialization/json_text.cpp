@@ -9,6 +9,7 @@
 #include <json/reader.h>
 #include <json/writer.h>
 #include <memory>
+#include <set>
 
 namespace zel::serialization {
 
@@ -45,15 +46,30 @@ std::size_t well_formed_length(std::string_view bytes) noexcept {
     return length;
 }
 
-void require_finite(const Json::Value& json, const json_place& place) {
+void require_writable(const Json::Value& json, const json_place& place);
+
+void require_writable_members(const Json::Value& object, const json_place& place) {
+    std::set<std::string> replaced; // names that will be other ones
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        const std::string name = member.name();
+        const json_place inside(place, name);
+        if (!is_utf8(name)) {
+            std::string replacement = as_utf8(name);
+            if (object.isMember(replacement) || !replaced.insert(std::move(replacement)).second)
+                json_values::refuse_alike(inside);
+        }
+        require_writable(*member, inside);
+    }
+}
+
+void require_writable(const Json::Value& json, const json_place& place) {
     if (json.isDouble())
         json_values::real(json.asDouble(), place);
     else if (json.isArray())
         for (Json::ArrayIndex i = 0; i < json.size(); ++i)
-            require_finite(json[i], json_place(place, i));
+            require_writable(json[i], json_place(place, i));
     else if (json.isObject())
-        for (auto member = json.begin(); member != json.end(); ++member)
-            require_finite(*member, json_place(place, member.name()));
+        require_writable_members(json, place);
 }
 
 std::unique_ptr<Json::CharReader> strict_reader() {
@@ -97,7 +113,7 @@ std::string as_utf8(std::string_view bytes) {
 
 std::string json_to_text(const Json::Value& document) {
     json_values::require_nesting(document, {});
-    require_finite(document, {});
+    require_writable(document, {});
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;

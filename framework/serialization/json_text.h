@@ -9,7 +9,7 @@ namespace zel::serialization {
 
 /// One line of UTF-8. Bytes of strings that are not UTF-8 become U+FFFD. Throws
 /// conversion_error for a document that no reader would take: one that is nested too
-/// deeply or holds a number that is none or infinite.
+/// deeply, holds a number that is none or infinite, or names that are then the same.
 std::string json_to_text(const Json::Value& document);
 
 /// One document and nothing else: no comments, no member twice. Throws

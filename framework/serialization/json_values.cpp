@@ -161,11 +161,15 @@ Json::Value string(const std::string& bytes, const json_place& place) {
     return as_utf8(bytes);
 }
 
+void refuse_alike(const json_place& place) {
+    place.fail("zel::serialization::ToJson: Two keys look the same in JSON.");
+}
+
 void add_member(Json::Value& object, const std::string& key, Json::Value value,
                 const json_place& place) {
     const std::string name = as_utf8(key);
     if (object.isMember(name))
-        place.fail("zel::serialization::ToJson: Two keys look the same in JSON.");
+        refuse_alike(place);
     object[name] = std::move(value);
 }
 

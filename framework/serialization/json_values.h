@@ -47,7 +47,10 @@ Json::Value real(double value, const json_place& place);
 /// UTF-8 as it is; any other byte becomes U+FFFD.
 Json::Value string(const std::string& bytes, const json_place& place);
 
-/// Throws conversion_error when two keys are the same once they are UTF-8.
+/// Throws conversion_error for two keys that are the same once they are UTF-8.
+[[noreturn]] void refuse_alike(const json_place& place);
+
+/// Throws conversion_error when there is a key that is the same once both are UTF-8.
 void add_member(Json::Value& object, const std::string& key, Json::Value value,
                 const json_place& place);
 
