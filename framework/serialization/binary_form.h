@@ -196,16 +196,20 @@ struct binary_form<std::vector<Element>> {
         } else {
             const nesting::level inside(in);
             value.clear();
-            // The count is only a claim: it may not take more memory at once than what is
-            // there could reasonably need.
-            value.reserve(std::min(count, most_memory_per_byte * in.remaining() / sizeof(Element)));
+            value.reserve(std::min(count, believable_memory(in) / sizeof(Element)));
             for (std::size_t i = 0; i < count; ++i)
                 read_one(in, value);
         }
     }
 
 private:
-    static constexpr std::size_t most_memory_per_byte = 8;
+    // A count is only a claim: it may not take more memory at once than what is there
+    // could reasonably need. A container inside of another may claim half as much as that,
+    // so however deep they are, all together claim less than `memory_per_byte`.
+    static std::size_t believable_memory(const in_blob_stream_base& in) {
+        constexpr std::size_t memory_per_byte = 16;
+        return memory_per_byte * in.remaining() >> std::min(in.depth(), 63U);
+    }
 
     static void read_one(in_blob_stream_base& in, std::vector<Element>& value) {
         if constexpr (std::same_as<Element, bool>)

@@ -39,6 +39,8 @@ public:
         nesting& levels_;
     };
 
+    unsigned depth() const noexcept { return depth_; }
+
 private:
     [[noreturn]] static void too_deep();
 
