@@ -13,10 +13,18 @@ const std::vector<target> own_targets = {
      "collect/registered:100000", "unordered_map_find/registered:100000", 8.0},
     {"collect among 100 000 / among 1 000", //
      "collect/registered:100000", "collect/registered:1000", 1.3},
-    {"value of a payload asked for again / one atomic load", //
-     "payload_value_again", "atomic_load", 1.5},
+    {"value of a payload asked for again / one atomic load and a call", //
+     "payload_value_again", "atomic_load_and_call", 1.25},
     {"data type found by name among 1 000 / find in an unordered_map", //
      "data_type_find", "unordered_map_find_type", 5.0},
+    {"1 000 records made bytes / cereal", //
+     "peers/event_routing/encode", "peers/cereal/encode", 1.0},
+    {"1 000 records made of bytes / cereal", //
+     "peers/event_routing/decode", "peers/cereal/decode", 1.0},
+    {"1 000 records made bytes / Boost.Serialization", //
+     "peers/event_routing/encode", "peers/boost_serialization/encode", 1 / 1.5},
+    {"1 000 records made of bytes / Boost.Serialization", //
+     "peers/event_routing/decode", "peers/boost_serialization/decode", 1 / 1.5},
     {"shared hold taken and given back / std::mutex pair", //
      "shared_hold/real_time/threads:1", "std_mutex_pair/real_time", 2.5},
     {"task made, submitted, run and ended / asio::post", //
