@@ -4,6 +4,36 @@ namespace zel::benchmarks {
 
 namespace {
 
+// Broadcasts of this library against those of a bus on Boost.Signals2.
+struct peer_target {
+    const char* what;
+    const char* measured;
+    double untracked;
+    double tracked;
+};
+
+constexpr peer_target peer_targets[] = {
+    {"1 handler", "one_path/handlers:1", 0.4, 0.27},
+    {"4 handlers on 4 levels", "four_levels/handlers:4", 0.22, 0.12},
+    {"100 handlers on one path", "one_path/handlers:100", 0.5, 0.12},
+    {"100 handlers on 4 levels", "four_levels/handlers:100", 0.5, 0.12},
+    {"hot path among 1 000", "hot_path/registered:1000", 0.4, 0.27},
+    {"hot path among 10 000", "hot_path/registered:10000", 0.4, 0.27},
+    {"hot path among 100 000", "hot_path/registered:100000", 0.4, 0.27},
+    {"cycling through 1 000 paths", "cycling/registered:1000", 0.35, 0.3},
+    {"cycling through 10 000 paths", "cycling/registered:10000", 0.35, 0.3},
+    {"cycling through 100 000 paths", "cycling/registered:100000", 1.0, 0.85},
+    {"2 threads, 1 handler", "two_threads/handlers:1/real_time/threads:2", 1.0, 0.4},
+    {"2 threads, 100 handlers", "two_threads/handlers:100/real_time/threads:2", 0.3, 0.08},
+    {"10 broadcasts and a drop, 4 handlers", "churn", 0.4, 0.2},
+};
+
+target against(const std::string& bus, const peer_target& with, double limit) {
+    return {std::string(with.what) + " / Signals2 " + bus,
+            std::string("peers/event_routing/") + with.measured,
+            "peers/signals2_" + bus + "/" + with.measured, limit};
+}
+
 const std::vector<target> own_targets = {
     {"collect 4 handlers on 4 levels / find of the path in 1 000", //
      "collect/registered:1000", "unordered_map_find/registered:1000", 8.0},
@@ -25,6 +55,12 @@ const std::vector<target> own_targets = {
      "peers/event_routing/encode", "peers/boost_serialization/encode", 1 / 1.5},
     {"1 000 records made of bytes / Boost.Serialization", //
      "peers/event_routing/decode", "peers/boost_serialization/decode", 1 / 1.5},
+    {"hot path among 10 000 / among 1 000", //
+     "peers/event_routing/hot_path/registered:10000",
+     "peers/event_routing/hot_path/registered:1000", 1.1},
+    {"hot path among 100 000 / among 1 000", //
+     "peers/event_routing/hot_path/registered:100000",
+     "peers/event_routing/hot_path/registered:1000", 1.1},
     {"shared hold taken and given back / std::mutex pair", //
      "shared_hold/real_time/threads:1", "std_mutex_pair/real_time", 2.5},
     {"task made, submitted, run and ended / asio::post", //
@@ -42,7 +78,12 @@ const std::vector<target> own_targets = {
 } // namespace
 
 std::vector<target> targets() {
-    return own_targets;
+    auto all = own_targets;
+    for (const auto& with : peer_targets) {
+        all.push_back(against("untracked", with, with.untracked));
+        all.push_back(against("tracked", with, with.tracked));
+    }
+    return all;
 }
 
 } // namespace zel::benchmarks
