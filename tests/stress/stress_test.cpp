@@ -98,15 +98,15 @@ private:
         const auto handler = plain_->find("w");
         if (!handler)
             return;
-        const running_call call(*handler);
-        if (!call)
+        const running_call inside(*handler);
+        if (!inside)
             return;
-        ++**call;
+        ++*inside->function;
         std::this_thread::yield();
         waited_for none;
         if (drop_inside)
             swap_waited_for(none);
-        --**call;
+        --*inside->function;
     }
 
     void swap_waited_for(waited_for& other) {

@@ -20,7 +20,7 @@ public:
         return event_routing::impl::register_handler(*this, map, handler);
     }
     void Unregister(typename node::registration position) {
-        event_routing::impl::unregister_handler<node>(routing_lock, position);
+        event_routing::impl::unlink_handler<node>(routing_lock, position)->retire();
     }
     /// The first handler of the path, or null.
     record find(const std::string& path) {

@@ -1,9 +1,14 @@
 // The road of one event, from top to bottom.
 #include "framework/event_routing/src/event_routing/broadcast.h"
 
+#include "framework/event_routing/src/event_routing/asynchronous_part.h"
 #include "framework/event_routing/src/event_routing/debugging.h"
 #include "framework/event_routing/src/event_routing/handler_failures.h"
+#include "framework/event_routing/src/event_routing/message_counters.h"
+#include "generic/tasklib/src/tasks/start_task.h"
+#include "generic/tasklib/src/tasks/task_library.h"
 
+#include <platform/cancellation.h>
 #include <platform/diagnostics.h>
 
 #include <array>
@@ -15,29 +20,26 @@ namespace {
 
 constinit log::source_position broadcast_failed(__FILE__, 120);
 
-// Enough for some thirty handlers; a broadcast that finds more takes more from
-// the heap.
-constexpr std::size_t usual_memory = 4096;
+// Enough for some sixty handlers of one path; who collects more takes more from the
+// heap.
+constexpr std::size_t usual_memory = 2048;
+
+// Where a number of milliseconds stands for no limit.
+constexpr std::uint32_t no_limit = 0xFFFFFFFF;
 
 } // namespace
 
 void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data& data,
                                       const routing_parameters& parameters,
                                       const std::shared_ptr<tasklib::keep_registered>&) {
-    const std::vector<std::string> pieces =
-        text::split_string(paths, ";", text::empty_pieces::drop);
+    broadcast event(*this, paths, data, parameters);
+    event.split_paths();
     try {
-        std::array<std::byte, usual_memory> buffer;
-        std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
-        broadcast_handlers handlers(pieces.size() > 1, &memory);
-        event_routing_node::collected_handlers collected(&memory);
-        for (const auto& piece : pieces) {
-            collected.clear();
-            collect(piece, collected);
-            handlers.FlattenHandlers(piece, collected);
-        }
-        collected.clear();
-        handlers.RouteEvent(data, parameters);
+        event.take_monitors();
+        event.choose_parameters();
+        event.collect_handlers();
+        event.route_event();
+        event.wait_for_tasks();
     } catch (const std::exception&) {
         routing_log.report(log::severity::failed_operation, broadcast_failed,
                            std::current_exception(),
@@ -45,49 +47,132 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
     }
 }
 
-// The only part of a broadcast that holds the routing lock.
-void EventRoutingImpl::collect(std::string_view path,
-                               event_routing_node::collected_handlers& found) {
-    threading::shared_lock_guard map_is_stable(routing_lock_);
-    map_.CollectHandlers(path, found);
+void EventRoutingImpl::broadcast::split_paths() {
+    pieces_ = text::split_string(paths_, ";", text::empty_pieces::drop);
 }
 
-void broadcast_handlers::FlattenHandlers(const std::string& path,
-                                         const event_routing_node::collected_handlers& collected) {
-    for (const auto& [handler, level] : collected) {
-        // Only a look: the hold that removal waits for belongs to running calls, and
-        // a broadcast must not wait for one behind a waiting removal.
-        if (handler->is_retired())
-            continue;
-        if (several_paths_ && add_path_to_known(path, handler.get()))
-            continue;
-        handlers_.push_back({&path, {}, handler, level});
+void EventRoutingImpl::broadcast::take_monitors() {
+    monitors_ = service_.monitors_->GetMonitors();
+    if (!monitors_.empty())
+        begin_.emplace();
+}
+
+void EventRoutingImpl::broadcast::choose_parameters() {
+    if (monitors_.empty())
+        return;
+    if (!is_numbered(*parameters_)) {
+        numbered_ = *parameters_;
+        store_message_number(*numbered_, next_event_message_id());
+        parameters_ = &*numbered_;
     }
+    tells_monitors_ = true;
 }
 
-bool broadcast_handlers::add_path_to_known(const std::string& path,
-                                           const event_routing_node::registered_handler* handler) {
-    const auto [known, is_new] = index_.emplace(handler, handlers_.size());
-    if (is_new)
-        return false;
-    MultiPathHandlerInfo& entry = handlers_[known->second];
-    if (entry.joined.empty())
-        entry.joined = *entry.piece;
-    entry.joined += ";" + path;
-    return true;
-}
-
-void broadcast_handlers::RouteEvent(const event_data& data,
-                                    const routing_parameters& parameters) const {
-    for (const MultiPathHandlerInfo& entry : handlers_) {
-        const auto function = entry.handler->use();
-        if (!function || !function->synchronous_part)
-            continue;
-        const auto failure =
-            platform::guarded([&] { function->synchronous_part(entry.path(), data, parameters); });
-        if (failure)
-            synchronous_part_failed(failure, entry.path(), entry.level, entry.handler->description);
+// The only step that holds the routing lock.
+void EventRoutingImpl::broadcast::collect_handlers() {
+    flattening matches(pieces_.size() > 1);
+    std::array<std::byte, usual_memory> buffer;
+    std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
+    event_routing_node::collected_handlers collected(&memory);
+    for (const auto& piece : pieces_) {
+        collected.clear();
+        {
+            threading::shared_lock_guard map_is_stable(service_.routing_lock_);
+            service_.map_.CollectHandlers(piece, collected);
+        }
+        matches.FlattenHandlers(piece, collected);
     }
+    matches_ = matches.take();
+}
+
+void EventRoutingImpl::broadcast::route_event() {
+    if (!parameters_->empty())
+        if (const auto found = parameters_->find("synchronous"); found != parameters_->end())
+            synchronous_ = &found->second;
+    for (const auto& handler : matches_->handlers)
+        run_handler(handler);
+}
+
+void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handler) {
+    const call body(*handler.handler);
+    if (!body)
+        return;
+    const auto& [synchronous_part, asynchronous_part] = body->function;
+    if (synchronous_part && !run_synchronous_part(handler, synchronous_part))
+        return;
+    if (asynchronous_part)
+        start_asynchronous_part(handler, body->additional_data.queue);
+}
+
+// What the part answers; false also when it throws.
+bool EventRoutingImpl::broadcast::run_synchronous_part(const MultiPathHandlerInfo& handler,
+                                                       const synchronous_event_part& part) {
+    const measured_part measured(monitors_);
+    bool answer = false;
+    const auto failure =
+        platform::guarded([&] { answer = part(*handler.path, data_, *parameters_); });
+    if (failure)
+        synchronous_part_failed(failure, *handler.path, handler.level,
+                                handler.handler->description);
+    measured.end("Sync: ", handler, data_, *parameters_);
+    return answer;
+}
+
+void EventRoutingImpl::broadcast::start_asynchronous_part(
+    const MultiPathHandlerInfo& handler, const std::shared_ptr<tasklib::task_queue_ifc>& queue) {
+    if (!processor_)
+        processor_ = tasklib::get_task_processor();
+    const auto task = tasklib::make_task(
+        "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
+        asynchronous_part(matches_, handler, data_, *parameters_, monitors_));
+    // Who waits for a part of a queue that he holds up himself would wait for ever.
+    if (queue && !synchronous_)
+        tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
+    else
+        tasklib::submit_or_cancel(task.share(), *processor_);
+    if (synchronous_)
+        tasks_.push_back(task);
+}
+
+void asynchronous_part::operator()() const {
+    if (handler_->handler->is_retired())
+        return; // without waiting behind its removal
+    const running_call body(*handler_->handler);
+    if (!body)
+        return;
+    const measured_part measured(monitors_);
+    body->function.asynchronous_part(*handler_->path, data_, parameters_);
+    measured.end("Async: ", *handler_, data_, parameters_);
+}
+
+// One limit for all together. The first task that takes too long ends the waiting.
+void EventRoutingImpl::broadcast::wait_for_tasks() const {
+    if (!synchronous_)
+        return;
+    const auto limit = static_cast<std::uint32_t>(synchronous_->number);
+    const auto deadline = tasklib::unbiased_clock::now() + platform::milliseconds(limit);
+    const auto time_left = [&]() -> threading::universal_timeout {
+        using std::chrono::microseconds;
+        if (limit == no_limit)
+            return {};
+        const auto left = deadline - tasklib::unbiased_clock::now();
+        return {false, std::max(std::chrono::ceil<microseconds>(left), microseconds(0)).count()};
+    };
+    for (const auto& task : tasks_)
+        if (!task.wait(time_left()))
+            break;
+}
+
+EventRoutingImpl::broadcast::~broadcast() noexcept(false) {
+    if (!tells_monitors_)
+        return;
+    const platform::no_cancellation to_the_end;
+    if (const auto failure = platform::guarded([&] { tell_monitors(); }))
+        report_exception(failure);
+}
+
+void EventRoutingImpl::broadcast::tell_monitors() const {
+    tell_of_broadcast(monitors_, *begin_, paths_, matches_.get(), data_, *parameters_);
 }
 
 } // namespace zel::event_routing::impl

@@ -1,45 +1,56 @@
-// One broadcast on its way: the handlers it found and how they are run.
+// One broadcast on its way. Lives on the stack of BroadcastEvent, whose steps are
+// the functions of this class.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
+#include "generic/tasklib/src/tasks/task.h"
 
-#include <unordered_map>
+#include <tasklib/task_processor.h>
+
+#include <optional>
 
 namespace zel::event_routing::impl {
 
-/// One handler that a broadcast will run.
-struct MultiPathHandlerInfo {
-    const std::string* piece; ///< the path that found it first; the broadcast keeps it
-    std::string joined;       ///< all its paths with ";" between, if there are several
-    std::shared_ptr<event_routing_node::registered_handler> handler;
-    std::int32_t level; ///< of the first path
-
-    const std::string& path() const noexcept { return joined.empty() ? *piece : joined; }
-};
-
-/// The handlers of one broadcast in the order in which they run.
-class broadcast_handlers {
+class EventRoutingImpl::broadcast {
 public:
-    /// `several_paths`: more than one call of FlattenHandlers is to come.
-    broadcast_handlers(bool several_paths, std::pmr::memory_resource* memory)
-        : handlers_(memory), several_paths_(several_paths) {}
+    broadcast(EventRoutingImpl& service, const std::string& paths, const event_data& data,
+              const routing_parameters& parameters) noexcept
+        : service_(service), paths_(paths), data_(data), parameters_(&parameters) {}
+    /// Tells the monitors, however the broadcast ends. One that ends its thread is
+    /// unwound from here.
+    ~broadcast() noexcept(false);
+    broadcast(const broadcast&) = delete;
+    broadcast& operator=(const broadcast&) = delete;
 
-    /// Appends the handlers collected for one path; those that are there already
-    /// only get the path added. `path` must outlive this object.
-    void FlattenHandlers(const std::string& path,
-                         const event_routing_node::collected_handlers& collected);
-
-    /// Runs every handler that is still registered, on the calling thread.
-    void RouteEvent(const event_data& data, const routing_parameters& parameters) const;
+    void split_paths();
+    void take_monitors();
+    void choose_parameters();
+    void collect_handlers();
+    void route_event();
+    void wait_for_tasks() const;
 
 private:
-    bool add_path_to_known(const std::string& path,
-                           const event_routing_node::registered_handler* handler);
+    void tell_monitors() const;
+    void run_handler(const MultiPathHandlerInfo& handler);
+    bool run_synchronous_part(const MultiPathHandlerInfo& handler,
+                              const synchronous_event_part& part);
+    void start_asynchronous_part(const MultiPathHandlerInfo& handler,
+                                 const std::shared_ptr<tasklib::task_queue_ifc>& queue);
 
-    std::pmr::vector<MultiPathHandlerInfo> handlers_;
-    // Where a handler stands; kept only for broadcasts to several paths.
-    bool several_paths_;
-    std::unordered_map<const event_routing_node::registered_handler*, std::size_t> index_;
+    EventRoutingImpl& service_;
+    const std::string& paths_;
+    const event_data& data_;
+    const routing_parameters* parameters_; // the caller's, unless a number was added
+
+    std::vector<std::string> pieces_;
+    event_monitors::snapshot monitors_;
+    std::optional<measurement> begin_; // only for monitors, like the next two
+    std::optional<routing_parameters> numbered_;
+    bool tells_monitors_ = false;
+    std::shared_ptr<const match_list> matches_;
+    const routing_parameter_value* synchronous_ = nullptr;   // null: nobody waits for the tasks
+    std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started
+    std::vector<tasklib::task<void>> tasks_;                 // kept only to be waited for
 };
 
 } // namespace zel::event_routing::impl

@@ -3,6 +3,7 @@
 #include "framework/event_routing/src/event_routing/debugging.h"
 #include "framework/event_routing/src/event_routing/not_yet_available.h"
 #include "framework/event_routing/src/event_routing/registration.h"
+#include "generic/tasklib/src/tasks/task_queue.h"
 
 namespace zel::event_routing::impl {
 
@@ -12,13 +13,14 @@ constinit log::source_position registering(__FILE__, 57);
 
 } // namespace
 
+EventRoutingImpl::EventRoutingImpl()
+    : tasks_(std::make_shared<tasklib::task_container>("")),
+      monitors_(std::make_shared<event_monitors>()) {}
+
 std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler(
     const std::shared_ptr<tasklib::task_queue_ifc>& queue, const std::string& path,
     const synchronous_event_part& synchronous_part,
     const asynchronous_event_part& asynchronous_part, const std::string& description) {
-    if (asynchronous_part)
-        not_yet_available("zel::event_routing::IEventRouting::RegisterEventHandler with an "
-                          "asynchronous part");
     routing_log.write(log::severity::registration, registering,
                       [&] { return "Registering event handler for " + path + "."; });
     const prepared_handler<event_routing_node> handler(
@@ -29,7 +31,7 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
 }
 
 void EventRoutingImpl::Unregister(event_routing_node::registration position) {
-    unregister_handler<event_routing_node>(routing_lock_, position);
+    unlink_handler<event_routing_node>(routing_lock_, position)->retire();
 }
 
 std::vector<std::pair<std::string, std::string>> EventRoutingImpl::GetEventHandlers() {
@@ -38,7 +40,11 @@ std::vector<std::pair<std::string, std::string>> EventRoutingImpl::GetEventHandl
 }
 
 std::shared_ptr<tasklib::task_queue_ifc> EventRoutingImpl::CreateTaskQueue() {
-    not_yet_available("zel::event_routing::IEventRouting::CreateTaskQueue");
+    return std::make_shared<tasklib::task_queue>(1); // one at a time, so in order
+}
+
+bool EventRoutingImpl::EndAndWaitForHandlers() {
+    return tasks_->end_and_wait({});
 }
 
 void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout, const std::string&,
@@ -47,12 +53,9 @@ void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout, co
     not_yet_available("zel::event_routing::IEventRouting::BroadcastCumulativeEvent");
 }
 
-std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterMonitorHandler(event_monitor) {
-    not_yet_available("zel::event_routing::IEventRouting::RegisterMonitorHandler");
-}
-
-bool EventRoutingImpl::EndAndWaitForHandlers() {
-    not_yet_available("zel::event_routing::IEventRouting::EndAndWaitForHandlers");
+std::shared_ptr<tasklib::keep_registered>
+EventRoutingImpl::RegisterMonitorHandler(event_monitor monitor) {
+    return monitors_->RegisterMonitorHandler(std::move(monitor));
 }
 
 } // namespace zel::event_routing::impl

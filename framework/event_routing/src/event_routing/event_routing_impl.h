@@ -1,28 +1,21 @@
 // The event routing service.
 #pragma once
 
-#include "framework/event_routing/src/event_routing/routing_map.h"
+#include "framework/event_routing/src/event_routing/event_monitors.h"
+#include "framework/event_routing/src/event_routing/event_node.h"
+#include "generic/tasklib/src/tasks/task_container.h"
 
 #include <event_routing/event_routing.h>
 
 namespace zel::event_routing::impl {
-
-struct EventRoutingNodeFunction {
-    synchronous_event_part synchronous_part;
-    asynchronous_event_part asynchronous_part;
-};
-
-struct EventRoutingNodeAdditionalData {
-    std::shared_ptr<tasklib::task_queue_ifc> queue;
-};
-
-using event_routing_node = RoutingMapNode<EventRoutingNodeFunction, EventRoutingNodeAdditionalData>;
 
 class EventRouting : public IEventRouting {};
 
 class EventRoutingImpl final : public EventRouting,
                                public std::enable_shared_from_this<EventRoutingImpl> {
 public:
+    EventRoutingImpl();
+
     std::shared_ptr<tasklib::task_queue_ifc> CreateTaskQueue() override;
     void BroadcastEvent(const std::string& paths, const event_data& data,
                         const routing_parameters& parameters,
@@ -44,27 +37,16 @@ public:
     void Unregister(event_routing_node::registration position);
 
 private:
-    void collect(std::string_view path, event_routing_node::collected_handlers& found);
+    class broadcast;
 
     threading::recursive_shared_mutex routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
+    // Of the asynchronous parts. Nothing in it holds the service.
+    const std::shared_ptr<tasklib::task_container> tasks_;
+    const std::shared_ptr<event_monitors> monitors_;
 };
 
 } // namespace zel::event_routing::impl
-
-template <>
-struct zel::declared_type_name<zel::event_routing::impl::EventRoutingNodeFunction> {
-    static std::string text() {
-        return "struct zel::event_routing::impl::EventRoutingNodeFunction";
-    }
-};
-
-template <>
-struct zel::declared_type_name<zel::event_routing::impl::EventRoutingNodeAdditionalData> {
-    static std::string text() {
-        return "struct zel::event_routing::impl::EventRoutingNodeAdditionalData";
-    }
-};
 
 template <>
 struct zel::declared_type_name<zel::event_routing::impl::EventRoutingImpl> {

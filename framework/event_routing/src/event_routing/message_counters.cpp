@@ -1,5 +1,7 @@
 #include "framework/event_routing/src/event_routing/message_counters.h"
 
+#include <platform/process.h>
+
 #include <atomic>
 
 namespace zel::event_routing::impl {
@@ -27,6 +29,15 @@ std::uint32_t next_request_message_id() noexcept {
 
 std::uint32_t next_snowball_message_id() noexcept {
     return next(snowballs);
+}
+
+bool is_numbered(const routing_parameters& parameters) {
+    return parameters.contains("monitoring_message_id");
+}
+
+void store_message_number(routing_parameters& parameters, std::uint32_t number) {
+    parameters["monitoring_message_id"] = number;
+    parameters["monitoring_message_pid"] = platform::process_id();
 }
 
 } // namespace zel::event_routing::impl

@@ -2,6 +2,8 @@
 // hands numbers out, and the services, which number messages themselves.
 #pragma once
 
+#include <event_routing/routing_parameters.h>
+
 #include <cstdint>
 
 namespace zel::event_routing::impl {
@@ -10,5 +12,11 @@ namespace zel::event_routing::impl {
 std::uint32_t next_event_message_id() noexcept;
 std::uint32_t next_request_message_id() noexcept;
 std::uint32_t next_snowball_message_id() noexcept;
+
+/// Whether a message has its number already: one that was forwarded keeps it.
+bool is_numbered(const routing_parameters& parameters);
+
+/// Together these two name a message across processes.
+void store_message_number(routing_parameters& parameters, std::uint32_t number);
 
 } // namespace zel::event_routing::impl

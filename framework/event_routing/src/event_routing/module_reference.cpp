@@ -1,5 +1,6 @@
 #include "framework/event_routing/src/event_routing/module_reference.h"
 
+#include "framework/event_routing/src/event_routing/debugging.h"
 #include "framework/event_routing/src/event_routing/enumeration_types.h"
 #include "framework/event_routing/src/event_routing/message_counters.h"
 #include "framework/event_routing/src/event_routing/not_yet_available.h"
@@ -8,6 +9,12 @@
 #include <stdexcept>
 
 namespace zel::event_routing::impl {
+
+namespace {
+
+constinit log::source_position end_failed(__FILE__, 99);
+
+} // namespace
 
 std::string unique_name(std::string_view base, std::uint32_t number) {
     constexpr std::string_view fixed_text = "ADD3D808-347A-4DF5-B2E8-C234DA07DCEC-";
@@ -22,6 +29,14 @@ std::string unique_name(std::string_view base, std::uint32_t number) {
 
 ThisModule::ThisModule() : event_routing_(std::make_shared<EventRoutingImpl>()) {
     register_enumeration_types();
+}
+
+ThisModule::~ThisModule() {
+    const platform::no_cancellation to_the_end;
+    if (const auto failure = platform::guarded([&] { event_routing_->EndAndWaitForHandlers(); }))
+        routing_log.report_handler_failure(end_failed, failure, [] {
+            return std::string("zel::event_routing::impl::ThisModule::~ThisModule");
+        });
 }
 
 const mi::LibraryDescriptor& ThisModule::GetLibraryDescriptor() const {

@@ -16,6 +16,8 @@ std::string unique_name(std::string_view base, std::uint32_t number);
 class ThisModule final : public IModule, public std::enable_shared_from_this<ThisModule> {
 public:
     ThisModule();
+    /// Ends and waits for the asynchronous parts of the default event service.
+    ~ThisModule() override;
 
     const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     void ReservedHook1() override {}

@@ -109,16 +109,14 @@ std::shared_ptr<tasklib::keep_registered> register_handler(Owner& owner, Node& r
     }
 }
 
-/// Takes a handler out of its map and lets its callable go.
+/// Takes a handler out of its map. The caller retires it when the routing lock has
+/// been given back.
 template <class Node>
-void unregister_handler(threading::recursive_shared_mutex& routing_lock,
-                        typename Node::registration position) {
-    typename Node::function_container_item removed;
-    {
-        threading::exclusive_lock_guard map_is_mine(routing_lock);
-        removed = Node::RemoveHandler(position);
-    }
-    removed.record->retire(std::move(removed.function));
+std::shared_ptr<typename Node::registered_handler>
+unlink_handler(threading::recursive_shared_mutex& routing_lock,
+               typename Node::registration position) {
+    threading::exclusive_lock_guard map_is_mine(routing_lock);
+    return Node::RemoveHandler(position).record;
 }
 
 } // namespace zel::event_routing::impl

@@ -42,7 +42,7 @@ TEST_F(Registration, KeepsItsServiceAliveAndDescribesItself) {
     EXPECT_FALSE(watched.expired());
     cookie.reset();
     EXPECT_TRUE(watched.expired());
-    EXPECT_EQ(record->use(), nullptr) << "a collected record never revives its callable";
+    EXPECT_FALSE(call(*record)) << "a collected record never revives its callable";
 }
 
 TEST_F(Registration, DropWaitsForCallsOnOtherThreadsAndDestroysTheCallableFirst) {
@@ -60,9 +60,10 @@ TEST_F(Registration, DropWaitsForCallsOnOtherThreadsAndDestroysTheCallableFirst)
 
 TEST_F(Registration, DropFromInsideTheHandlerDoesNotWait) {
     {
-        const running_call call(*record);
+        const running_call inside(*record);
         cookie.reset();
         EXPECT_FALSE(running_call(*record)) << "nothing starts after the drop";
+        EXPECT_FALSE(call(*record));
         EXPECT_FALSE(is_destroyed()) << "the running call keeps its callable";
     }
     EXPECT_TRUE(is_destroyed());

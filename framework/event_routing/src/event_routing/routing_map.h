@@ -43,19 +43,21 @@ struct registration_path {
 template <class Function, class AdditionalData>
 class RoutingMapNode {
 public:
-    /// A handler as broadcasts and requests see it; immutable but for its end.
-    struct registered_handler : retirable<Function> {
-        registered_handler(const std::shared_ptr<Function>& function, AdditionalData data,
-                           std::string text)
-            : retirable<Function>(function), additional_data(std::move(data)),
-              description(std::move(text)) {}
+    /// What goes when the handler goes, however long its record is held.
+    struct handler_body {
+        Function function;
+        AdditionalData additional_data;
+    };
 
-        const AdditionalData additional_data;
+    /// A handler as broadcasts and requests see it; immutable but for its end.
+    struct registered_handler : retirable<handler_body> {
+        registered_handler(handler_body body, std::string text)
+            : retirable<handler_body>(std::move(body)), description(std::move(text)) {}
+
         const std::string description;
     };
 
     struct function_container_item {
-        std::shared_ptr<Function> function;
         std::shared_ptr<registered_handler> record;
     };
     using item_list = std::list<function_container_item>;
@@ -79,8 +81,7 @@ public:
     static function_container_item make_item(Function function, AdditionalData additional_data,
                                              std::string description);
 
-    /// Puts a copy of the item behind the others of its path; both refer to the
-    /// same handler.
+    /// Puts the item behind the others of its path.
     registration InsertHandler(const registration_path& target,
                                const function_container_item& item);
 
@@ -120,10 +121,8 @@ auto RoutingMapNode<Function, AdditionalData>::make_item(Function function,
                                                          AdditionalData additional_data,
                                                          std::string description)
     -> function_container_item {
-    auto callable = std::make_shared<Function>(std::move(function));
-    auto record = std::make_shared<registered_handler>(callable, std::move(additional_data),
-                                                       std::move(description));
-    return {std::move(callable), std::move(record)};
+    return {std::make_shared<registered_handler>(
+        handler_body{std::move(function), std::move(additional_data)}, std::move(description))};
 }
 
 template <class Function, class AdditionalData>

@@ -1,0 +1,35 @@
+#include "framework/event_routing/src/event_routing/match_list.h"
+
+namespace zel::event_routing::impl {
+
+void flattening::FlattenHandlers(std::string_view path,
+                                 const event_routing_node::collected_handlers& collected) {
+    const std::string* text = nullptr;
+    list_->handlers.reserve(list_->handlers.size() + collected.size());
+    for (const auto& [handler, level] : collected) {
+        // Only a look: the hold that removal waits for belongs to running calls, and
+        // a broadcast must not wait for one behind a waiting removal.
+        if (handler->is_retired())
+            continue;
+        if (several_paths_ && add_path_to_known(path, handler.get()))
+            continue;
+        if (!text)
+            text = &list_->paths.emplace_front(path);
+        list_->handlers.push_back({handler, text, level});
+    }
+}
+
+bool flattening::add_path_to_known(std::string_view path, const registered_handler* handler) {
+    const auto [entry, is_new] = known_.try_emplace(handler, list_->handlers.size(), nullptr);
+    if (is_new)
+        return false;
+    auto& [place, joined_paths] = entry->second;
+    if (!joined_paths) {
+        joined_paths = &list_->paths.emplace_front(*list_->handlers[place].path);
+        list_->handlers[place].path = joined_paths;
+    }
+    joined_paths->append(";").append(path);
+    return true;
+}
+
+} // namespace zel::event_routing::impl

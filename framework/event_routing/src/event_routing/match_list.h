@@ -1,0 +1,60 @@
+// The handlers that a broadcast reaches, in the order in which they run.
+//
+// Shared and never changed once it is made. Handlers are held as records, so a list
+// keeps no dropped handler's callable alive. The paths that handlers are given
+// belong to the list: whoever runs a handler holds the list.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/event_node.h"
+
+#include <forward_list>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace zel::event_routing::impl {
+
+/// One handler that a broadcast will run.
+struct MultiPathHandlerInfo {
+    std::shared_ptr<event_routing_node::registered_handler> handler;
+    const std::string* path; ///< that found it; several are joined by ";"
+    std::int32_t level;      ///< of the first of them
+};
+
+struct match_list {
+    std::vector<MultiPathHandlerInfo> handlers;
+    std::forward_list<std::string> paths; // which stay where they are
+};
+
+/// Makes one list.
+class flattening {
+public:
+    /// `several_paths`: more than one call of FlattenHandlers is to come.
+    explicit flattening(bool several_paths) : several_paths_(several_paths) {}
+
+    /// Appends the handlers collected for one path; those that are there already
+    /// only get the path added.
+    void FlattenHandlers(std::string_view path,
+                         const event_routing_node::collected_handlers& collected);
+
+    std::shared_ptr<const match_list> take() noexcept { return std::move(list_); }
+
+private:
+    using registered_handler = event_routing_node::registered_handler;
+    struct known_handler {
+        std::size_t place;
+        std::string* joined_paths; ///< null while one path has found it
+    };
+
+    bool add_path_to_known(std::string_view path, const registered_handler* handler);
+
+    std::shared_ptr<match_list> list_ = std::make_shared<match_list>();
+    // Kept only for broadcasts to several paths: a search through the list for each
+    // handler of each path would be quadratic.
+    const bool several_paths_;
+    std::unordered_map<const registered_handler*, known_handler> known_;
+};
+
+} // namespace zel::event_routing::impl
