@@ -18,6 +18,11 @@ std::optional<std::int64_t> nanoseconds(clockid_t id) {
     return std::int64_t{now.tv_sec} * nanoseconds_per_second + now.tv_nsec;
 }
 
+std::optional<std::int64_t> ticks(clockid_t id) {
+    const auto now = nanoseconds(id);
+    return now ? std::optional(*now / nanoseconds_per_tick) : std::nullopt;
+}
+
 } // namespace
 
 std::optional<std::int64_t> system_performance_counter() {
@@ -29,8 +34,11 @@ std::optional<std::int64_t> system_performance_frequency() {
 }
 
 std::optional<std::int64_t> system_unbiased_time() {
-    const auto now = nanoseconds(CLOCK_MONOTONIC);
-    return now ? std::optional(*now / nanoseconds_per_tick) : std::nullopt;
+    return ticks(CLOCK_MONOTONIC);
+}
+
+std::optional<std::int64_t> system_coarse_unbiased_time() {
+    return ticks(CLOCK_MONOTONIC_COARSE);
 }
 
 std::optional<std::int64_t> system_time() {

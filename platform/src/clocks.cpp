@@ -23,6 +23,13 @@ std::optional<std::int64_t> read_clock(clock which) noexcept {
     return entry(which).load(std::memory_order_relaxed)();
 }
 
+std::optional<std::int64_t> read_clock_coarsely(clock which) noexcept {
+    if (which == clock::unbiased_time &&
+        entry(which).load(std::memory_order_relaxed) == &system_unbiased_time)
+        return system_coarse_unbiased_time();
+    return read_clock(which);
+}
+
 clock_replacement::clock_replacement(clock which, clock_function function) noexcept
     : which_(which), previous_(entry(which).exchange(function, std::memory_order_relaxed)) {}
 

@@ -24,6 +24,10 @@ enum class clock {
 /// The clock's reading, or nothing where the system lacks it.
 ZEL_EXPORT std::optional<std::int64_t> read_clock(clock which) noexcept;
 
+/// The same at a fraction of the cost and up to some milliseconds behind, where the
+/// system offers that; a replaced clock is read as it is.
+ZEL_EXPORT std::optional<std::int64_t> read_clock_coarsely(clock which) noexcept;
+
 using clock_function = std::optional<std::int64_t> (*)();
 
 /// Puts a function in place of a clock for as long as the object lives.

@@ -171,6 +171,17 @@ EventRoutingImpl::broadcast::~broadcast() noexcept(false) {
         report_exception(failure);
 }
 
+EventRoutingImpl::broadcast::counting::~counting() {
+    const auto failure = platform::guarded([&] {
+        if (const auto finished = records.UpdateStatistics(name)) {
+            const platform::no_cancellation to_the_end;
+            WriteStatistics(*finished);
+        }
+    });
+    if (failure)
+        report_exception(failure);
+}
+
 void EventRoutingImpl::broadcast::tell_monitors() const {
     tell_of_broadcast(monitors_, *begin_, paths_, matches_.get(), data_, *parameters_);
 }

@@ -15,9 +15,10 @@ class EventRoutingImpl::broadcast {
 public:
     broadcast(EventRoutingImpl& service, const std::string& paths, const event_data& data,
               const routing_parameters& parameters) noexcept
-        : service_(service), paths_(paths), data_(data), parameters_(&parameters) {}
-    /// Tells the monitors, however the broadcast ends. One that ends its thread is
-    /// unwound from here.
+        : service_(service), paths_(paths), data_(data), parameters_(&parameters),
+          counted_(service.records_, paths) {}
+    /// Tells the monitors and counts, however the broadcast ends. A monitor that ends
+    /// its thread is unwound from here.
     ~broadcast() noexcept(false);
     broadcast(const broadcast&) = delete;
     broadcast& operator=(const broadcast&) = delete;
@@ -30,6 +31,16 @@ public:
     void wait_for_tasks() const;
 
 private:
+    // Counts at the very end.
+    struct counting {
+        counting(broadcast_records& all, const std::string& paths) noexcept
+            : records(all), name(paths) {}
+        ~counting();
+
+        broadcast_records& records;
+        broadcast_records::name name;
+    };
+
     void tell_monitors() const;
     void run_handler(const MultiPathHandlerInfo& handler);
     bool run_synchronous_part(const MultiPathHandlerInfo& handler,
@@ -41,6 +52,7 @@ private:
     const std::string& paths_;
     const event_data& data_;
     const routing_parameters* parameters_; // the caller's, unless a number was added
+    counting counted_;
 
     std::vector<std::string> pieces_;
     event_monitors::snapshot monitors_;

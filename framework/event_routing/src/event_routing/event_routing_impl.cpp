@@ -1,6 +1,7 @@
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
 
 #include "framework/event_routing/src/event_routing/debugging.h"
+#include "framework/event_routing/src/event_routing/handler_failures.h"
 #include "framework/event_routing/src/event_routing/not_yet_available.h"
 #include "framework/event_routing/src/event_routing/registration.h"
 #include "generic/tasklib/src/tasks/task_queue.h"
@@ -16,6 +17,12 @@ constinit log::source_position registering(__FILE__, 57);
 EventRoutingImpl::EventRoutingImpl()
     : tasks_(std::make_shared<tasklib::task_container>("")),
       monitors_(std::make_shared<event_monitors>()) {}
+
+EventRoutingImpl::~EventRoutingImpl() {
+    const platform::no_cancellation to_the_end;
+    if (const auto failure = platform::guarded([&] { WriteStatistics(records_.current_period()); }))
+        report_exception(failure);
+}
 
 std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler(
     const std::shared_ptr<tasklib::task_queue_ifc>& queue, const std::string& path,

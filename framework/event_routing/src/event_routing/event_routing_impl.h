@@ -1,6 +1,7 @@
 // The event routing service.
 #pragma once
 
+#include "framework/event_routing/src/event_routing/broadcast_records.h"
 #include "framework/event_routing/src/event_routing/event_monitors.h"
 #include "framework/event_routing/src/event_routing/event_node.h"
 #include "generic/tasklib/src/tasks/task_container.h"
@@ -15,6 +16,8 @@ class EventRoutingImpl final : public EventRouting,
                                public std::enable_shared_from_this<EventRoutingImpl> {
 public:
     EventRoutingImpl();
+    /// Writes the statistics report, then ends and waits for asynchronous parts.
+    ~EventRoutingImpl() override;
 
     std::shared_ptr<tasklib::task_queue_ifc> CreateTaskQueue() override;
     void BroadcastEvent(const std::string& paths, const event_data& data,
@@ -39,6 +42,7 @@ public:
 private:
     class broadcast;
 
+    broadcast_records records_;
     threading::recursive_shared_mutex routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
     // Of the asynchronous parts. Nothing in it holds the service.
