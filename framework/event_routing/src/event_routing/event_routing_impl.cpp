@@ -2,7 +2,6 @@
 
 #include "framework/event_routing/src/event_routing/debugging.h"
 #include "framework/event_routing/src/event_routing/handler_failures.h"
-#include "framework/event_routing/src/event_routing/not_yet_available.h"
 #include "framework/event_routing/src/event_routing/registration.h"
 #include "generic/tasklib/src/tasks/task_queue.h"
 
@@ -52,12 +51,6 @@ std::shared_ptr<tasklib::task_queue_ifc> EventRoutingImpl::CreateTaskQueue() {
 
 bool EventRoutingImpl::EndAndWaitForHandlers() {
     return tasks_->end_and_wait({});
-}
-
-void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout, const std::string&,
-                                                const event_data&, const routing_parameters&,
-                                                const std::shared_ptr<tasklib::keep_registered>&) {
-    not_yet_available("zel::event_routing::IEventRouting::BroadcastCumulativeEvent");
 }
 
 std::shared_ptr<tasklib::keep_registered>

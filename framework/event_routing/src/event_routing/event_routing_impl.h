@@ -2,6 +2,7 @@
 #pragma once
 
 #include "framework/event_routing/src/event_routing/broadcast_records.h"
+#include "framework/event_routing/src/event_routing/cumulative_events.h"
 #include "framework/event_routing/src/event_routing/event_monitors.h"
 #include "framework/event_routing/src/event_routing/event_node.h"
 #include "generic/tasklib/src/tasks/task_container.h"
@@ -41,12 +42,14 @@ public:
 
 private:
     class broadcast;
+    class delivery;
 
     broadcast_records records_;
     threading::recursive_shared_mutex routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
     // Of the asynchronous parts. Nothing in it holds the service.
     const std::shared_ptr<tasklib::task_container> tasks_;
+    cumulative_events cumulative_events_;
     const std::shared_ptr<event_monitors> monitors_;
 };
 
