@@ -33,7 +33,8 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
                                       const routing_parameters& parameters,
                                       const std::shared_ptr<tasklib::keep_registered>&) {
     broadcast event(*this, paths, data, parameters);
-    event.split_paths();
+    if (!event.recall_handlers())
+        event.split_paths();
     try {
         event.take_monitors();
         event.choose_parameters();
@@ -45,6 +46,13 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
                            std::current_exception(),
                            [&] { return " Broadcasting of '" + paths + "' event failed."; });
     }
+}
+
+// The same handlers as the last time, if no registration has changed since.
+bool EventRoutingImpl::broadcast::recall_handlers() {
+    generation_ = service_.generation_.load(std::memory_order_acquire);
+    matches_ = service_.records_.recall(counted_.name, generation_);
+    return matches_ != nullptr;
 }
 
 void EventRoutingImpl::broadcast::split_paths() {
@@ -70,6 +78,8 @@ void EventRoutingImpl::broadcast::choose_parameters() {
 
 // The only step that holds the routing lock.
 void EventRoutingImpl::broadcast::collect_handlers() {
+    if (matches_)
+        return;
     flattening matches(pieces_.size() > 1);
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
@@ -83,6 +93,8 @@ void EventRoutingImpl::broadcast::collect_handlers() {
         matches.FlattenHandlers(piece, collected);
     }
     matches_ = matches.take();
+    // What cannot be remembered is looked for again.
+    platform::guarded([&] { service_.records_.remember(counted_.name, generation_, matches_); });
 }
 
 void EventRoutingImpl::broadcast::route_event() {

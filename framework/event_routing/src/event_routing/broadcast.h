@@ -23,6 +23,7 @@ public:
     broadcast(const broadcast&) = delete;
     broadcast& operator=(const broadcast&) = delete;
 
+    bool recall_handlers();
     void split_paths();
     void take_monitors();
     void choose_parameters();
@@ -54,6 +55,7 @@ private:
     const routing_parameters* parameters_; // the caller's, unless a number was added
     counting counted_;
 
+    std::uint64_t generation_ = 0; // of the registrations when the broadcast began
     std::vector<std::string> pieces_;
     event_monitors::snapshot monitors_;
     std::optional<measurement> begin_; // only for monitors, like the next two

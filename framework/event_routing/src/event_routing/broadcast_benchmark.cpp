@@ -1,40 +1,242 @@
+// Broadcasts as users make them: a path of four subnodes, a payload, no parameters,
+// handlers that count, no monitor unless the name says so. One dimension varies at a
+// time.
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
 
 #include <benchmark/benchmark.h>
 #include <tasklib/keep_registered.h>
 
+#include <asio/post.hpp>
+#include <asio/thread_pool.hpp>
 #include <atomic>
+#include <cmath>
+#include <latch>
+#include <malloc.h>
+#include <thread>
 
 namespace {
 
 using namespace zel::event_routing;
+using cookie = std::shared_ptr<zel::tasklib::keep_registered>;
 
-void broadcast(benchmark::State& state) {
-    const auto service = std::make_shared<impl::EventRoutingImpl>();
-    std::atomic<std::uint64_t> calls{0};
-    std::vector<std::shared_ptr<zel::tasklib::keep_registered>> cookies;
-    for (int i = 0; i < state.range(0); ++i)
-        cookies.push_back(service->RegisterEventHandler(
-            nullptr, "subsystem.component.object.change",
-            [&](const auto&, const auto&, const auto&) {
+class payload final : public zel::serialization::IDataHolder {
+    std::shared_ptr<zel::serialization::IData> GetData() const override { return nullptr; }
+};
+
+// Spread evenly over four levels.
+std::string four_level_path(int number, int of) {
+    const int fan_out = static_cast<int>(std::ceil(std::pow(of, 0.25)));
+    std::string path;
+    for (const char* const level : {"subsystem", "component", "object", "change"}) {
+        path += (path.empty() ? "" : ".") + (level + std::to_string(number % fan_out));
+        number /= fan_out;
+    }
+    return path;
+}
+
+const std::string usual_path = "subsystem.component.object.change";
+
+// The path itself and the wildcards above it.
+std::vector<std::string> on_levels(std::string path, int levels) {
+    std::vector<std::string> all = {path};
+    while (static_cast<int>(all.size()) < levels) {
+        path.resize(path.rfind('.'));
+        all.push_back(path + ".*");
+    }
+    return all;
+}
+
+struct service {
+    void listen(const std::string& path) {
+        cookies.push_back(events->RegisterEventHandler(
+            nullptr, path,
+            [this](const auto&, const auto&, const auto&) {
                 calls.fetch_add(1, std::memory_order_relaxed);
                 return true;
             },
             nullptr, "counts"));
-    const std::string path = "subsystem.component.object.change";
-    for (auto _ : state)
-        service->BroadcastEvent(path, nullptr, {}, nullptr);
-    if (calls != static_cast<std::uint64_t>(state.iterations() * state.range(0)))
-        state.SkipWithError("a handler was not called once per broadcast");
+    }
+    void listen(int handlers, int levels) {
+        const auto paths = on_levels(usual_path, levels);
+        for (int i = 0; i < handlers; ++i)
+            listen(paths[static_cast<std::size_t>(i % levels)]);
+    }
+    void broadcast(const std::string& path) {
+        events->BroadcastEvent(path, data, no_parameters, nullptr);
+    }
+
+    std::shared_ptr<impl::EventRoutingImpl> events = std::make_shared<impl::EventRoutingImpl>();
+    const event_data data = std::make_shared<const payload>();
+    const routing_parameters no_parameters;
+    alignas(64) std::atomic<std::int64_t> calls{0};
+    std::vector<cookie> cookies;
+};
+
+void require_calls(benchmark::State& state, const service& all, std::int64_t expected) {
+    if (all.calls != expected)
+        state.SkipWithError("not every handler was called once per broadcast");
 }
-BENCHMARK(broadcast)->Name("broadcast")->ArgName("handlers")->Arg(1)->Arg(4)->Arg(100);
+
+void broadcast(benchmark::State& state) {
+    service all;
+    all.listen(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    for (auto _ : state)
+        all.broadcast(usual_path);
+    require_calls(state, all, state.iterations() * state.range(0));
+}
+BENCHMARK(broadcast)
+    ->ArgNames({"handlers", "levels"})
+    ->Args({1, 1})
+    ->Args({4, 4})
+    ->Args({100, 1})
+    ->Args({100, 4});
+
+void broadcast_hot_path(benchmark::State& state) {
+    const int registered = static_cast<int>(state.range(0));
+    service all;
+    for (int i = 0; i < registered; ++i)
+        all.listen(four_level_path(i, registered));
+    const std::string path = four_level_path(registered / 2, registered);
+    for (auto _ : state)
+        all.broadcast(path);
+    require_calls(state, all, state.iterations());
+}
+BENCHMARK(broadcast_hot_path)->ArgName("registered")->Arg(1'000)->Arg(10'000)->Arg(100'000);
+
+void broadcast_cycling(benchmark::State& state) {
+    const int count = static_cast<int>(state.range(0));
+    service all;
+    std::vector<std::string> paths;
+    for (int i = 0; i < count; ++i) {
+        paths.push_back(four_level_path(i, count));
+        all.listen(paths.back());
+    }
+    std::size_t next = 0;
+    for (auto _ : state) {
+        all.broadcast(paths[next]);
+        next = next + 1 == paths.size() ? 0 : next + 1;
+    }
+    require_calls(state, all, state.iterations());
+}
+BENCHMARK(broadcast_cycling)->ArgName("paths")->Arg(1'000)->Arg(10'000)->Arg(100'000);
+
+// Both threads have one service; the first one makes it.
+void broadcast_from_threads(benchmark::State& state) {
+    static std::unique_ptr<service> all;
+    if (state.thread_index() == 0) {
+        all = std::make_unique<service>();
+        all->listen(static_cast<int>(state.range(0)), 1);
+    }
+    for (auto _ : state)
+        all->broadcast(usual_path);
+    if (state.thread_index() == 0)
+        all->cookies.clear();
+}
+BENCHMARK(broadcast_from_threads)->ArgName("handlers")->Arg(1)->Arg(100)->Threads(2)->UseRealTime();
+
+void broadcast_with_churn(benchmark::State& state) {
+    service all;
+    all.listen(4, 4);
+    int broadcasts = 0;
+    for (auto _ : state) {
+        all.broadcast(usual_path);
+        if (++broadcasts % 10 == 0) {
+            all.listen("subsystem.component.object.other");
+            all.cookies.pop_back();
+        }
+    }
+    require_calls(state, all, state.iterations() * 4);
+}
+BENCHMARK(broadcast_with_churn);
+
+std::optional<std::int64_t> no_reading() {
+    return 0;
+}
+
+// Without the readings of clocks, which cost more than all the rest; see the next.
+void broadcast_with_monitor(benchmark::State& state) {
+    const zel::platform::clock_replacement counter(zel::platform::clock::performance_counter,
+                                                   &no_reading);
+    const zel::platform::clock_replacement cycles(zel::platform::clock::thread_cycles, &no_reading);
+    service all;
+    all.listen(static_cast<int>(state.range(0)), 1);
+    const auto monitor = all.events->RegisterMonitorHandler([](auto&&...) {});
+    for (auto _ : state)
+        all.broadcast(usual_path);
+    require_calls(state, all, state.iterations() * state.range(0));
+}
+BENCHMARK(broadcast_with_monitor)->ArgName("handlers")->Arg(1)->Arg(4);
+
+void measurement_clocks(benchmark::State& state) {
+    for (auto _ : state)
+        benchmark::DoNotOptimize(impl::measurement().end());
+}
+BENCHMARK(measurement_clocks);
+
+constexpr std::int64_t tasks_in_a_round = 20'000;
+
+void broadcast_asynchronous(benchmark::State& state) {
+    service all;
+    std::latch* ended = nullptr;
+    all.cookies.push_back(all.events->RegisterEventHandler(
+        nullptr, usual_path, nullptr,
+        [&](const auto&, const auto&, const auto&) { ended->count_down(); }, "counts"));
+    for (auto _ : state) {
+        std::latch round(tasks_in_a_round);
+        ended = &round;
+        for (std::int64_t i = 0; i < tasks_in_a_round; ++i)
+            all.broadcast(usual_path);
+        round.wait();
+        all.events->GetEventHandlers();
+    }
+    all.cookies.clear(); // waits for the parts
+    state.SetItemsProcessed(state.iterations() * tasks_in_a_round);
+}
+BENCHMARK(broadcast_asynchronous)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+// What such a broadcast has to carry to the other thread, and no more.
+void asio_post_event(benchmark::State& state) {
+    asio::thread_pool pool(std::thread::hardware_concurrency());
+    service all;
+    for (auto _ : state) {
+        std::latch round(tasks_in_a_round);
+        for (std::int64_t i = 0; i < tasks_in_a_round; ++i)
+            asio::post(pool, [&round, path = usual_path, data = all.data,
+                              parameters = all.no_parameters] { round.count_down(); });
+        round.wait();
+    }
+    state.SetItemsProcessed(state.iterations() * tasks_in_a_round);
+}
+BENCHMARK(asio_post_event)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void register_and_drop(benchmark::State& state) {
-    const auto service = std::make_shared<impl::EventRoutingImpl>();
+    service all;
     for (auto _ : state)
-        service->RegisterEventHandler(nullptr, "subsystem.component.object.change", nullptr,
-                                      nullptr, "comes and goes");
+        all.events->RegisterEventHandler(nullptr, usual_path, nullptr, nullptr, "comes and goes");
 }
-BENCHMARK(register_and_drop)->Name("register_and_drop");
+BENCHMARK(register_and_drop);
+
+// One handler comes and goes among many while another thread broadcasts.
+void churn_among_many(benchmark::State& state) {
+    const int registered = static_cast<int>(state.range(0));
+    const auto before = mallinfo2();
+    service all;
+    all.cookies.reserve(static_cast<std::size_t>(registered));
+    for (int i = 0; i < registered; ++i)
+        all.listen(four_level_path(i, registered));
+    const auto after = mallinfo2();
+    state.counters["bytes"] =
+        static_cast<double>(after.uordblks + after.hblkhd - before.uordblks - before.hblkhd) /
+        registered;
+    std::jthread broadcaster([&](std::stop_token stop) {
+        const std::string path = four_level_path(registered / 2, registered);
+        while (!stop.stop_requested())
+            all.broadcast(path);
+    });
+    const std::string path = four_level_path(registered / 3, registered);
+    for (auto _ : state)
+        all.events->RegisterEventHandler(nullptr, path, nullptr, nullptr, "comes and goes");
+}
+BENCHMARK(churn_among_many)->ArgName("registered")->Arg(100'000)->UseRealTime();
 
 } // namespace

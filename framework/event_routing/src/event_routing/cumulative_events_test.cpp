@@ -28,6 +28,12 @@ class payload : public serialization::IDataHolder {
 
 class CumulativeEvents : public testing::Test {
 protected:
+    // No delivery is left to end the service later, in another test.
+    void TearDown() override {
+        if (events)
+            events->EndAndWaitForHandlers();
+    }
+
     struct delivered {
         std::string path;
         event_data data;

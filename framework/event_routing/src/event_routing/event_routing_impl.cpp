@@ -33,11 +33,15 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
         path, EventRoutingNodeFunction{synchronous_part, asynchronous_part},
         EventRoutingNodeAdditionalData{queue}, description);
     threading::exclusive_lock_guard map_is_mine(routing_lock_);
-    return register_handler(*this, map_, handler);
+    auto cookie = register_handler(*this, map_, handler);
+    registrations_have_changed();
+    return cookie;
 }
 
 void EventRoutingImpl::Unregister(event_routing_node::registration position) {
-    unlink_handler<event_routing_node>(routing_lock_, position)->retire();
+    const auto removed = unlink_handler<event_routing_node>(routing_lock_, position);
+    registrations_have_changed();
+    removed->retire();
 }
 
 std::vector<std::pair<std::string, std::string>> EventRoutingImpl::GetEventHandlers() {

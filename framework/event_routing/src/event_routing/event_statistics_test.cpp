@@ -108,7 +108,7 @@ TEST_F(EventStatistics, CountEveryBroadcastOnceHoweverManyPathsThereAre) {
                     broadcast("path " + std::to_string(i));
             });
     }
-    ASSERT_EQ(reports().size(), threads * each / 1000u);
+    EXPECT_EQ(reports().size(), threads * each / 1000u);
     for (const auto& text : reports())
         EXPECT_NE(text.find("Total event count: 1000\n"), std::string::npos);
     broadcast("hot", 3);
