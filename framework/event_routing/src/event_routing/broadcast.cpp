@@ -51,7 +51,7 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
 // The same handlers as the last time, if no registration has changed since.
 bool EventRoutingImpl::broadcast::recall_handlers() {
     generation_ = service_.generation_.load(std::memory_order_acquire);
-    matches_ = service_.records_.recall(counted_.name, generation_);
+    matches_ = service_.records_.recall(counted_.visitor, generation_);
     return matches_ != nullptr;
 }
 
@@ -92,9 +92,11 @@ void EventRoutingImpl::broadcast::collect_handlers() {
         }
         matches.FlattenHandlers(piece, collected);
     }
-    matches_ = matches.take();
+    own_matches_ = matches.take();
+    matches_ = own_matches_.get();
     // What cannot be remembered is looked for again.
-    platform::guarded([&] { service_.records_.remember(counted_.name, generation_, matches_); });
+    platform::guarded(
+        [&] { service_.records_.remember(counted_.visitor, generation_, own_matches_); });
 }
 
 void EventRoutingImpl::broadcast::route_event() {
@@ -136,7 +138,7 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
         processor_ = tasklib::get_task_processor();
     const auto task = tasklib::make_task(
         "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
-        asynchronous_part(matches_, handler, data_, *parameters_, monitors_));
+        asynchronous_part(matches_->shared_from_this(), handler, data_, *parameters_, monitors_));
     // Who waits for a part of a queue that he holds up himself would wait for ever.
     if (queue && !synchronous_)
         tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
@@ -185,7 +187,7 @@ EventRoutingImpl::broadcast::~broadcast() noexcept(false) {
 
 EventRoutingImpl::broadcast::counting::~counting() {
     const auto failure = platform::guarded([&] {
-        if (const auto finished = records.UpdateStatistics(name)) {
+        if (const auto finished = records.UpdateStatistics(visitor)) {
             const platform::no_cancellation to_the_end;
             WriteStatistics(*finished);
         }
@@ -195,7 +197,7 @@ EventRoutingImpl::broadcast::counting::~counting() {
 }
 
 void EventRoutingImpl::broadcast::tell_monitors() const {
-    tell_of_broadcast(monitors_, *begin_, paths_, matches_.get(), data_, *parameters_);
+    tell_of_broadcast(monitors_, *begin_, paths_, matches_, data_, *parameters_);
 }
 
 } // namespace zel::event_routing::impl

@@ -35,11 +35,11 @@ private:
     // Counts at the very end.
     struct counting {
         counting(broadcast_records& all, const std::string& paths) noexcept
-            : records(all), name(paths) {}
+            : records(all), visitor(paths) {}
         ~counting();
 
         broadcast_records& records;
-        broadcast_records::name name;
+        broadcast_records::visitor visitor;
     };
 
     void tell_monitors() const;
@@ -61,7 +61,8 @@ private:
     std::optional<measurement> begin_; // only for monitors, like the next two
     std::optional<routing_parameters> numbered_;
     bool tells_monitors_ = false;
-    std::shared_ptr<const match_list> matches_;
+    const match_list* matches_ = nullptr;
+    std::shared_ptr<const match_list> own_matches_;          // those that were not recalled
     const routing_parameter_value* synchronous_ = nullptr;   // null: nobody waits for the tasks
     std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started
     std::vector<tasklib::task<void>> tasks_;                 // kept only to be waited for

@@ -19,7 +19,7 @@ EventRoutingImpl::EventRoutingImpl()
 
 EventRoutingImpl::~EventRoutingImpl() {
     const platform::no_cancellation to_the_end;
-    if (const auto failure = platform::guarded([&] { WriteStatistics(records_.current_period()); }))
+    if (const auto failure = platform::guarded([&] { WriteStatistics(*records_.take_period()); }))
         report_exception(failure);
 }
 

@@ -23,9 +23,22 @@ struct MultiPathHandlerInfo {
     std::int32_t level;      ///< of the first of them
 };
 
-struct match_list {
+struct match_list : std::enable_shared_from_this<match_list> {
     std::vector<MultiPathHandlerInfo> handlers;
     std::forward_list<std::string> paths; // which stay where they are
+
+    /// Of broadcast_records, which guards it.
+    struct bookkeeping {
+        std::uint32_t users = 0; // broadcasts that run the list without a reference
+        std::uint32_t count = 0; // of broadcasts in this period
+        std::uint64_t period = 0;
+        std::size_t place_in_period = 0;
+        std::uint64_t generation = 0;
+        bool is_current = false;                 // found by those who broadcast the paths
+        std::shared_ptr<const std::string> text; // the paths as they were given
+        std::shared_ptr<const match_list> self;  // held for users after the list was replaced
+    };
+    mutable bookkeeping book;
 };
 
 /// Makes one list.
