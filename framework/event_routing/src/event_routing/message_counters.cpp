@@ -32,7 +32,7 @@ std::uint32_t next_snowball_message_id() noexcept {
 }
 
 bool is_numbered(const routing_parameters& parameters) {
-    return parameters.contains("monitoring_message_id");
+    return !parameters.empty() && parameters.contains("monitoring_message_id");
 }
 
 void store_message_number(routing_parameters& parameters, std::uint32_t number) {
