@@ -52,9 +52,24 @@ int clean_end() {
     auto module = get_module();
     const auto events = get_event_routing(*module);
     auto cookie = events->RegisterEventHandler(nullptr, "a", count, nullptr, "d");
+    std::atomic<int> begun{0}, ended{0};
+    const auto slow = events->RegisterEventHandler(
+        events->CreateTaskQueue(), "slow", nullptr,
+        [&](auto&&...) {
+            ++begun;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            ++ended;
+        },
+        "d");
+    for (int i = 0; i < 10; ++i)
+        events->BroadcastEvent("slow", nullptr, {}, nullptr);
+    events->BroadcastCumulativeEvent({}, "a", nullptr, {}, nullptr);
+    while (begun == 0)
+        std::this_thread::yield();
     module.reset();
     on_morna_dll_unload();
     require(reported.empty(), "nothing to report");
+    require(begun == ended && begun < 10, "what runs is waited for, the rest is canceled");
     require_no_new_module();
     // A service and its handlers outlive the module.
     events->BroadcastEvent("a", nullptr, {}, nullptr);
@@ -113,7 +128,9 @@ int exit_without_clean_up() {
     global_payload = serialization::make_payload(std::string("a"));
     static const auto local_static = get_module();
     const auto events = get_event_routing(*global_module);
-    global_cookie = events->RegisterEventHandler(nullptr, "a.*", count, nullptr, "d");
+    global_cookie = events->RegisterEventHandler(
+        events->CreateTaskQueue(), "a.*", count, [](auto&&...) {}, "d");
+    events->BroadcastCumulativeEvent({}, "a", nullptr, {}, nullptr);
     // Broadcasts and registers until the process is gone.
     std::thread([events, data = global_payload] {
         for (;;) {

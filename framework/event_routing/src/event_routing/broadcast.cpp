@@ -24,7 +24,7 @@ constinit log::source_position broadcast_failed(__FILE__, 120);
 // heap.
 constexpr std::size_t usual_memory = 2048;
 
-// Where a number of milliseconds stands for no limit.
+// As a number of milliseconds: no limit.
 constexpr std::uint32_t no_limit = 0xFFFFFFFF;
 
 } // namespace
@@ -102,7 +102,7 @@ void EventRoutingImpl::broadcast::collect_handlers() {
 void EventRoutingImpl::broadcast::route_event() {
     if (!parameters_->empty())
         if (const auto found = parameters_->find("synchronous"); found != parameters_->end())
-            synchronous_ = &found->second;
+            patience_ = static_cast<std::uint32_t>(found->second.number);
     for (const auto& handler : matches_->handlers)
         run_handler(handler);
 }
@@ -140,11 +140,11 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
         "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
         asynchronous_part(matches_->shared_from_this(), handler, data_, *parameters_, monitors_));
     // Who waits for a part of a queue that he holds up himself would wait for ever.
-    if (queue && !synchronous_)
+    if (queue && !patience_)
         tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
     else
         tasklib::submit_or_cancel(task.share(), *processor_);
-    if (synchronous_)
+    if (patience_)
         tasks_.push_back(task);
 }
 
@@ -161,13 +161,12 @@ void asynchronous_part::operator()() const {
 
 // One limit for all together. The first task that takes too long ends the waiting.
 void EventRoutingImpl::broadcast::wait_for_tasks() const {
-    if (!synchronous_)
+    if (!patience_)
         return;
-    const auto limit = static_cast<std::uint32_t>(synchronous_->number);
-    const auto deadline = tasklib::unbiased_clock::now() + platform::milliseconds(limit);
+    const auto deadline = tasklib::unbiased_clock::now() + platform::milliseconds(*patience_);
     const auto time_left = [&]() -> threading::universal_timeout {
         using std::chrono::microseconds;
-        if (limit == no_limit)
+        if (*patience_ == no_limit)
             return {};
         const auto left = deadline - tasklib::unbiased_clock::now();
         return {false, std::max(std::chrono::ceil<microseconds>(left), microseconds(0)).count()};

@@ -62,8 +62,9 @@ private:
     std::optional<routing_parameters> numbered_;
     bool tells_monitors_ = false;
     const match_list* matches_ = nullptr;
-    std::shared_ptr<const match_list> own_matches_;          // those that were not recalled
-    const routing_parameter_value* synchronous_ = nullptr;   // null: nobody waits for the tasks
+    std::shared_ptr<const match_list> own_matches_; // those that were not recalled
+    // How many milliseconds to wait for the tasks; nothing: not at all.
+    std::optional<std::uint32_t> patience_;
     std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started
     std::vector<tasklib::task<void>> tasks_;                 // kept only to be waited for
 };
