@@ -7,6 +7,7 @@
 // version of an interface, and whatever making the module threw.
 #pragma once
 
+#include <event_routing/event_handling_info.h>
 #include <event_routing/event_routing.h>
 #include <event_routing/module.h>
 

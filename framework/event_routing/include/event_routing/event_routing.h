@@ -15,13 +15,25 @@
 // the most specific registration to the least, in registration order within a
 // level, each at most once per broadcast.
 //
-// Dropping the cookie is the only way to unregister. It waits for running
-// asynchronous parts of the handler, except from inside the handler itself.
+// A handler has up to two parts. The synchronous one runs on the broadcasting
+// thread; when it answers true, or when there is none, the asynchronous one is
+// started as a task. Parts of handlers that share a queue run one after another, in
+// the order of the broadcasts:
 //
-// From inside a synchronous part a handler may broadcast, register and drop
-// cookies, its own too: no lock of the service is held. A handler registered
-// meanwhile is not part of the running broadcast; one dropped meanwhile is
-// skipped if its turn has not come.
+//     const auto queue = events->CreateTaskQueue();
+//     auto cookie = events->RegisterEventHandler(
+//         queue, "document.saved", nullptr,
+//         [](const std::string& path, const auto& data, const auto&) { index(path, data); },
+//         "indexer");
+//
+// Dropping the cookie is the only way to unregister. It waits for running
+// asynchronous parts of the handler, except from inside the handler itself, and once
+// it has returned none starts any more.
+//
+// From inside a part a handler may broadcast, register and drop cookies, its own too:
+// no lock of the service is held. A handler registered meanwhile is not part of the
+// running broadcast; one dropped meanwhile is skipped if its turn has not come. The
+// same holds for monitors.
 #pragma once
 
 #include <event_routing/fwd.h>
@@ -47,11 +59,15 @@ using event_data = std::shared_ptr<const serialization::IDataHolder>;
 using synchronous_event_part = std::function<bool(const std::string& path, const event_data& data,
                                                   const routing_parameters& parameters)>;
 
-/// Runs later, as a task. To come: registering one throws exceptions::fatal today,
-/// as do the other operations below that need tasks or monitors.
+/// Runs as a task on a thread of the task library, after the handler's synchronous
+/// part; it may overlap with later handlers of the broadcast. What it throws is logged
+/// when it fails, and again when the task goes without anybody having asked.
 using asynchronous_event_part = std::function<void(const std::string& path, const event_data& data,
                                                    const routing_parameters& parameters)>;
 
+/// Is told of every part that ran and of every broadcast, after the fact, on the
+/// thread that did the work; several threads may call it at once. What it throws ends
+/// the routing of a broadcast whose part it was told of.
 using event_monitor = std::function<void(const std::string& path, const event_data& data,
                                          const routing_parameters& parameters,
                                          const monitor::event_handling_info_2& info)>;
@@ -61,23 +77,35 @@ public:
     static constexpr std::int32_t interface_version = 15;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
+    /// A queue for handlers whose asynchronous parts are to run one at a time.
     virtual std::shared_ptr<tasklib::task_queue_ifc> CreateTaskQueue() = 0;
 
     /// Runs the handlers of one path, or of several separated by ";". A handler
     /// found through several paths runs once and is given those paths joined by
     /// ";". Failures of handlers are logged; `keep` has no effect.
+    ///
+    /// With the parameter "synchronous" the call waits for the asynchronous parts it
+    /// has started, for that many milliseconds in all (4294967295 or -1: until they
+    /// have ended), and starts them past their queues. While there are monitors,
+    /// "monitoring_message_id" and "monitoring_message_pid" are added for handlers and
+    /// monitors unless the first of them is there.
     virtual void BroadcastEvent(const std::string& paths, const event_data& data,
                                 const routing_parameters& parameters,
                                 const std::shared_ptr<tasklib::keep_registered>& keep) = 0;
 
+    /// Broadcasts later, once for all calls with this path that come meanwhile: after
+    /// the delay of the first of them, with the data and parameters of the latest and
+    /// the number of calls as "cumulative_event_count". Handlers run on a thread of the
+    /// task library. Throws exceptions::fatal when that library has ended; the path is
+    /// then as if the call had not been made.
     virtual void
     BroadcastCumulativeEvent(threading::universal_timeout delay, const std::string& path,
                              const event_data& data, const routing_parameters& parameters,
                              const std::shared_ptr<tasklib::keep_registered>& keep) = 0;
 
-    /// Registers a handler; either part may be empty. The handler stays
-    /// registered as long as somebody holds the result. Throws exceptions::error
-    /// for a path with a misplaced "*".
+    /// Registers a handler; either part may be empty, and so may the queue. The
+    /// handler stays registered as long as somebody holds the result. Throws
+    /// exceptions::error for a path with a misplaced "*".
     virtual std::shared_ptr<tasklib::keep_registered>
     RegisterEventHandler(const std::shared_ptr<tasklib::task_queue_ifc>& queue,
                          const std::string& path, const synchronous_event_part& synchronous_part,
@@ -87,9 +115,15 @@ public:
     /// Path and description of every handler.
     virtual std::vector<std::pair<std::string, std::string>> GetEventHandlers() = 0;
 
+    /// The monitor (event_handling_info.h) is told of broadcasts that begin from now on,
+    /// as long as somebody holds the result. Dropping that waits for running calls,
+    /// except from inside the monitor; afterwards it is not called any more.
     virtual std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(event_monitor monitor) = 0;
 
+    /// Cancels asynchronous parts and cumulative events that have not started, also all
+    /// later ones, and waits for those that run, but not for what the calling thread
+    /// is inside of. Synchronous parts go on. True when all have ended.
     virtual bool EndAndWaitForHandlers() = 0;
 };
 
