@@ -66,6 +66,9 @@ void EventRoutingImpl::broadcast::take_monitors() {
 }
 
 void EventRoutingImpl::broadcast::choose_parameters() {
+    if (!parameters_->empty())
+        if (const auto found = parameters_->find("synchronous"); found != parameters_->end())
+            patience_ = static_cast<std::uint32_t>(found->second.number);
     if (monitors_.empty())
         return;
     if (!is_numbered(*parameters_)) {
@@ -100,9 +103,6 @@ void EventRoutingImpl::broadcast::collect_handlers() {
 }
 
 void EventRoutingImpl::broadcast::route_event() {
-    if (!parameters_->empty())
-        if (const auto found = parameters_->find("synchronous"); found != parameters_->end())
-            patience_ = static_cast<std::uint32_t>(found->second.number);
     for (const auto& handler : matches_->handlers)
         run_handler(handler);
 }

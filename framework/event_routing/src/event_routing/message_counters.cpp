@@ -3,6 +3,7 @@
 #include <platform/process.h>
 
 #include <atomic>
+#include <iterator>
 
 namespace zel::event_routing::impl {
 
@@ -36,8 +37,8 @@ bool is_numbered(const routing_parameters& parameters) {
 }
 
 void store_message_number(routing_parameters& parameters, std::uint32_t number) {
-    parameters["monitoring_message_id"] = number;
-    parameters["monitoring_message_pid"] = platform::process_id();
+    const auto id = parameters.insert_or_assign("monitoring_message_id", number).first;
+    parameters.insert_or_assign(std::next(id), "monitoring_message_pid", platform::process_id());
 }
 
 } // namespace zel::event_routing::impl

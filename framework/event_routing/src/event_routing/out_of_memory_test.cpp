@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 #include <tasklib/keep_registered.h>
 
+#include <atomic>
 #include <cstdlib>
+#include <future>
 #include <new>
 
 namespace {
@@ -74,6 +76,51 @@ TEST(OutOfMemory, LeavesNothingHalfDone) {
     EXPECT_GT(log.lines().size(), 5u);
     EXPECT_EQ(log.lines()[0].text, " Broadcasting of 'a.long enough for the heap.x;b' event "
                                    "failed.\nstd::bad_alloc");
+}
+
+// Lets the first, second, ... allocation fail until the action needs none more.
+template <class Action>
+int failures_of(const Action& action) {
+    for (int granted = 0;; ++granted) {
+        allocations_left = granted;
+        try {
+            action();
+        } catch (const std::bad_alloc&) {
+        }
+        const bool was_enough = allocations_left >= 0;
+        allocations_left = -1;
+        if (was_enough)
+            return granted;
+    }
+}
+
+TEST(OutOfMemory, LeavesNoTaskAndNoBatchBehind) {
+    const test::log_capture log(log::silent);
+    const auto events = std::make_shared<EventRoutingImpl>();
+    std::atomic<int> started{0};
+    std::promise<std::int64_t> delivered;
+    const std::vector<std::shared_ptr<tasklib::keep_registered>> cookies = {
+        events->RegisterEventHandler(
+            events->CreateTaskQueue(), "a", nullptr, [&](auto&&...) { ++started; }, "queued"),
+        events->RegisterEventHandler(
+            nullptr, "a", nullptr, [&](auto&&...) { ++started; }, "not queued"),
+        events->RegisterEventHandler(
+            nullptr, "merged",
+            [&](const auto&, const auto&, const routing_parameters& about) {
+                delivered.set_value(about.at("cumulative_event_count").number);
+                return true;
+            },
+            nullptr, "merged"),
+        events->RegisterMonitorHandler([](auto&&...) {})};
+    EXPECT_GT(failures_of([&] { events->BroadcastEvent("a", nullptr, {}, nullptr); }), 10);
+    EXPECT_GT(failures_of([&] {
+                  events->BroadcastCumulativeEvent({false, 0}, "merged", nullptr, {}, nullptr);
+              }),
+              5);
+    EXPECT_EQ(delivered.get_future().get(), 1) << "failed calls left nothing to merge with";
+    events->BroadcastEvent("a", nullptr, {{"synchronous", -1}}, nullptr);
+    EXPECT_GE(started, 2);
+    EXPECT_TRUE(events->EndAndWaitForHandlers()) << "no task was left behind";
 }
 
 } // namespace
