@@ -61,6 +61,14 @@ const std::vector<target> own_targets = {
     {"hot path among 100 000 / among 1 000", //
      "peers/event_routing/hot_path/registered:100000",
      "peers/event_routing/hot_path/registered:1000", 1.1},
+    {"broadcast with one monitor, clocks standing still / without", //
+     "broadcast_with_monitor/handlers:1", "peers/event_routing/one_path/handlers:1", 3.0},
+    {"asynchronous broadcast, end to end / asio::post", //
+     "broadcast_asynchronous/real_time", "asio_post_event/real_time", 2.0},
+    {"bytes of a registered handler among 100 000", //
+     "churn_among_many/registered:100000/real_time:bytes", "", 1000.0},
+    {"ns to register and drop one of 100 000 during broadcasts", //
+     "churn_among_many/registered:100000/real_time", "", 3000.0},
     {"shared hold taken and given back / std::mutex pair", //
      "shared_hold/real_time/threads:1", "std_mutex_pair/real_time", 2.5},
     {"task made, submitted, run and ended / asio::post", //

@@ -4,7 +4,6 @@
 #include "framework/event_routing/src/event_routing/asynchronous_part.h"
 #include "framework/event_routing/src/event_routing/debugging.h"
 #include "framework/event_routing/src/event_routing/handler_failures.h"
-#include "framework/event_routing/src/event_routing/message_counters.h"
 #include "generic/tasklib/src/tasks/start_task.h"
 #include "generic/tasklib/src/tasks/task_library.h"
 
@@ -71,11 +70,8 @@ void EventRoutingImpl::broadcast::choose_parameters() {
             patience_ = static_cast<std::uint32_t>(found->second.number);
     if (monitors_.empty())
         return;
-    if (!is_numbered(*parameters_)) {
-        numbered_ = *parameters_;
-        store_message_number(*numbered_, next_event_message_id());
-        parameters_ = &*numbered_;
-    }
+    if (!is_numbered(*parameters_))
+        parameters_ = &numbered_.add_number(*parameters_, next_event_message_id());
     tells_monitors_ = true;
 }
 

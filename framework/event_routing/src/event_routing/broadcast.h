@@ -3,6 +3,7 @@
 #pragma once
 
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
+#include "framework/event_routing/src/event_routing/numbered_parameters.h"
 #include "generic/tasklib/src/tasks/task.h"
 
 #include <tasklib/task_processor.h>
@@ -59,7 +60,7 @@ private:
     std::vector<std::string> pieces_;
     event_monitors::snapshot monitors_;
     std::optional<measurement> begin_; // only for monitors, like the next two
-    std::optional<routing_parameters> numbered_;
+    numbered_parameters numbered_{service_.spare_parameters_};
     bool tells_monitors_ = false;
     const match_list* matches_ = nullptr;
     std::shared_ptr<const match_list> own_matches_; // those that were not recalled

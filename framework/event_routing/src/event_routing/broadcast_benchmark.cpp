@@ -1,6 +1,7 @@
-// Broadcasts as users make them: a path of four subnodes, a payload, no parameters,
-// handlers that count, no monitor unless the name says so. One dimension varies at a
-// time.
+// Broadcasts with what the comparison with other libraries leaves out: monitors, tasks,
+// very many handlers. A path of four subnodes, a payload, no parameters, handlers that
+// count.
+#include "framework/event_routing/src/event_routing/benchmark_paths.h"
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
 
 #include <benchmark/benchmark.h>
@@ -9,7 +10,6 @@
 #include <asio/post.hpp>
 #include <asio/thread_pool.hpp>
 #include <atomic>
-#include <cmath>
 #include <latch>
 #include <malloc.h>
 #include <thread>
@@ -23,28 +23,7 @@ class payload final : public zel::serialization::IDataHolder {
     std::shared_ptr<zel::serialization::IData> GetData() const override { return nullptr; }
 };
 
-// Spread evenly over four levels.
-std::string four_level_path(int number, int of) {
-    const int fan_out = static_cast<int>(std::ceil(std::pow(of, 0.25)));
-    std::string path;
-    for (const char* const level : {"subsystem", "component", "object", "change"}) {
-        path += (path.empty() ? "" : ".") + (level + std::to_string(number % fan_out));
-        number /= fan_out;
-    }
-    return path;
-}
-
 const std::string usual_path = "subsystem.component.object.change";
-
-// The path itself and the wildcards above it.
-std::vector<std::string> on_levels(std::string path, int levels) {
-    std::vector<std::string> all = {path};
-    while (static_cast<int>(all.size()) < levels) {
-        path.resize(path.rfind('.'));
-        all.push_back(path + ".*");
-    }
-    return all;
-}
 
 struct service {
     void listen(const std::string& path) {
@@ -56,10 +35,9 @@ struct service {
             },
             nullptr, "counts"));
     }
-    void listen(int handlers, int levels) {
-        const auto paths = on_levels(usual_path, levels);
-        for (int i = 0; i < handlers; ++i)
-            listen(paths[static_cast<std::size_t>(i % levels)]);
+    void listen(std::int64_t handlers) {
+        for (; handlers > 0; --handlers)
+            listen(usual_path);
     }
     void broadcast(const std::string& path) {
         events->BroadcastEvent(path, data, no_parameters, nullptr);
@@ -77,78 +55,6 @@ void require_calls(benchmark::State& state, const service& all, std::int64_t exp
         state.SkipWithError("not every handler was called once per broadcast");
 }
 
-void broadcast(benchmark::State& state) {
-    service all;
-    all.listen(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
-    for (auto _ : state)
-        all.broadcast(usual_path);
-    require_calls(state, all, state.iterations() * state.range(0));
-}
-BENCHMARK(broadcast)
-    ->ArgNames({"handlers", "levels"})
-    ->Args({1, 1})
-    ->Args({4, 4})
-    ->Args({100, 1})
-    ->Args({100, 4});
-
-void broadcast_hot_path(benchmark::State& state) {
-    const int registered = static_cast<int>(state.range(0));
-    service all;
-    for (int i = 0; i < registered; ++i)
-        all.listen(four_level_path(i, registered));
-    const std::string path = four_level_path(registered / 2, registered);
-    for (auto _ : state)
-        all.broadcast(path);
-    require_calls(state, all, state.iterations());
-}
-BENCHMARK(broadcast_hot_path)->ArgName("registered")->Arg(1'000)->Arg(10'000)->Arg(100'000);
-
-void broadcast_cycling(benchmark::State& state) {
-    const int count = static_cast<int>(state.range(0));
-    service all;
-    std::vector<std::string> paths;
-    for (int i = 0; i < count; ++i) {
-        paths.push_back(four_level_path(i, count));
-        all.listen(paths.back());
-    }
-    std::size_t next = 0;
-    for (auto _ : state) {
-        all.broadcast(paths[next]);
-        next = next + 1 == paths.size() ? 0 : next + 1;
-    }
-    require_calls(state, all, state.iterations());
-}
-BENCHMARK(broadcast_cycling)->ArgName("paths")->Arg(1'000)->Arg(10'000)->Arg(100'000);
-
-// Both threads have one service; the first one makes it.
-void broadcast_from_threads(benchmark::State& state) {
-    static std::unique_ptr<service> all;
-    if (state.thread_index() == 0) {
-        all = std::make_unique<service>();
-        all->listen(static_cast<int>(state.range(0)), 1);
-    }
-    for (auto _ : state)
-        all->broadcast(usual_path);
-    if (state.thread_index() == 0)
-        all->cookies.clear();
-}
-BENCHMARK(broadcast_from_threads)->ArgName("handlers")->Arg(1)->Arg(100)->Threads(2)->UseRealTime();
-
-void broadcast_with_churn(benchmark::State& state) {
-    service all;
-    all.listen(4, 4);
-    int broadcasts = 0;
-    for (auto _ : state) {
-        all.broadcast(usual_path);
-        if (++broadcasts % 10 == 0) {
-            all.listen("subsystem.component.object.other");
-            all.cookies.pop_back();
-        }
-    }
-    require_calls(state, all, state.iterations() * 4);
-}
-BENCHMARK(broadcast_with_churn);
-
 std::optional<std::int64_t> no_reading() {
     return 0;
 }
@@ -159,7 +65,7 @@ void broadcast_with_monitor(benchmark::State& state) {
                                                    &no_reading);
     const zel::platform::clock_replacement cycles(zel::platform::clock::thread_cycles, &no_reading);
     service all;
-    all.listen(static_cast<int>(state.range(0)), 1);
+    all.listen(state.range(0));
     const auto monitor = all.events->RegisterMonitorHandler([](auto&&...) {});
     for (auto _ : state)
         all.broadcast(usual_path);
@@ -187,7 +93,6 @@ void broadcast_asynchronous(benchmark::State& state) {
         for (std::int64_t i = 0; i < tasks_in_a_round; ++i)
             all.broadcast(usual_path);
         round.wait();
-        all.events->GetEventHandlers();
     }
     all.cookies.clear(); // waits for the parts
     state.SetItemsProcessed(state.iterations() * tasks_in_a_round);

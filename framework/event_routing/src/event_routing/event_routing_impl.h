@@ -5,6 +5,7 @@
 #include "framework/event_routing/src/event_routing/cumulative_events.h"
 #include "framework/event_routing/src/event_routing/event_monitors.h"
 #include "framework/event_routing/src/event_routing/event_node.h"
+#include "framework/event_routing/src/event_routing/numbered_parameters.h"
 #include "generic/tasklib/src/tasks/task_container.h"
 
 #include <event_routing/event_routing.h>
@@ -58,6 +59,7 @@ private:
     // Of the asynchronous parts. Nothing in it holds the service.
     const std::shared_ptr<tasklib::task_container> tasks_;
     cumulative_events cumulative_events_;
+    spare_parameters spare_parameters_;
     const std::shared_ptr<event_monitors> monitors_;
 };
 
