@@ -197,8 +197,12 @@ struct binary_form<std::vector<Element>> {
             const nesting::level inside(in);
             value.clear();
             value.reserve(std::min(count, believable_memory(in) / sizeof(Element)));
-            for (std::size_t i = 0; i < count; ++i)
+            for (std::size_t i = 0; i < count; ++i) {
+                const std::size_t before = in.remaining();
                 read_one(in, value);
+                if (in.remaining() == before && !in.affords_empty_element())
+                    detail::invalid_container_size(count);
+            }
         }
     }
 

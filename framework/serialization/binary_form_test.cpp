@@ -82,6 +82,10 @@ TEST(BinaryForm, NamesWhatIsWrongWithBytes) {
     EXPECT_EQ(failure_of_reading<std::vector<std::string>>({255, 255, 255, 255}),
               "zel::serialization::DeserializeSeqContainer: Invalid container size: 4294967295");
     EXPECT_EQ(failure_of_reading<std::vector<std::uint64_t>>({4, 0, 0, 0}), missing);
+    EXPECT_EQ(failure_of_reading<std::vector<std::vector<std::tuple<>>>>(
+                  {2, 0, 0, 0, 12, 0, 0, 0, 12, 0, 0, 0}),
+              "zel::serialization::DeserializeSeqContainer: Invalid container size: 12")
+        << "elements without bytes";
     EXPECT_THROW(value_of<int>({1, 2, 3}), std::runtime_error);
     EXPECT_EQ(failure_of_reading<bool>({2}), "zel::serialization::Deserialize: Invalid flag: 2");
     EXPECT_EQ(value_of<side>({9, 0, 0, 0}), side(9)) << "named or not";

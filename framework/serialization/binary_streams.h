@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace zel::serialization {
@@ -105,6 +106,10 @@ public:
     std::size_t remaining() const final { return static_cast<std::size_t>(end_ - position_); }
     std::size_t total_size() const final { return total_size_; }
 
+    /// False when more elements than there are bytes have taken none: a claim that costs
+    /// its maker nothing, and the reader memory.
+    bool affords_empty_element() noexcept { return ++empty_elements_ <= total_size_; }
+
     /// The next bytes where they lie; they are passed over.
     const std::uint8_t* get(std::size_t size) { return get_impl(size); }
 
@@ -125,6 +130,7 @@ private:
     const std::uint8_t* position_;
     const std::uint8_t* end_;
     std::size_t total_size_;
+    std::size_t empty_elements_ = 0;
 };
 
 /// Reads a vector in place; the vector has to stay as it is meanwhile.

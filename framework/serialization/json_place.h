@@ -4,6 +4,7 @@
 #include "framework/exceptions/exceptions.h"
 
 #include <json/value.h>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,10 @@ public:
     [[gnu::noinline]] conversion_error(std::string message, std::string place)
         : error(std::move(message), __builtin_return_address(0)),
           place_(std::make_shared<const std::string>(std::move(place))) {}
+
+    // Copied also where it could be moved, so that none is left without its place.
+    conversion_error(const conversion_error&) = default;
+    conversion_error& operator=(const conversion_error&) = default;
 
     /// As in "[0].handlers[2].path"; empty for the document itself.
     const std::string& place() const noexcept { return *place_; }

@@ -76,7 +76,7 @@ std::unique_ptr<Json::CharReader> strict_reader() {
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     builder["strictRoot"] = false;
-    builder["stackLimit"] = deepest_nesting;
+    builder["stackLimit"] = deepest_nesting + 1; // JsonCpp counts the innermost value, too
     return std::unique_ptr<Json::CharReader>(builder.newCharReader());
 }
 
@@ -125,8 +125,10 @@ Json::Value json_from_text(std::string_view text) {
     Json::Value document;
     std::string failure;
     try {
-        if (strict_reader()->parse(text.data(), text.data() + text.size(), &document, &failure))
+        if (strict_reader()->parse(text.data(), text.data() + text.size(), &document, &failure)) {
+            json_values::require_nesting(document, {});
             return document;
+        }
     } catch (const Json::Exception& e) {
         failure = e.what(); // nested too deeply
     }

@@ -28,7 +28,7 @@ std::shared_ptr<IDataHolder> make_payload(T value) {
     T* const place = MakeDataValue<T>(holder);
     if (!place)
         throw exceptions::error("The data type '" + std::string(kept_type_name<T>()) +
-                                "' belongs to something else.");
+                                "' is not registered, or by another type of that name.");
     *place = std::move(value);
     return holder;
 }

@@ -21,14 +21,15 @@ struct zel::declared_type_name<Json::Value> {
 namespace zel::serialization {
 
 /// A byte string, under the name "string".
-class string_data_t final : public SerializableData<std::string> {
+// Not final: a cast to a final class may compare tables that each library has its own of.
+class string_data_t : public SerializableData<std::string> {
 public:
     static constexpr const char* name = "string";
     std::string GetTypeName() const override { return name; }
 };
 
 /// A JSON document, under the name "json". Its binary form is its text.
-class json_data_t final : public ConcreteData<Json::Value> {
+class json_data_t : public ConcreteData<Json::Value> {
 public:
     static constexpr const char* name = "json";
 

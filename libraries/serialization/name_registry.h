@@ -1,8 +1,8 @@
 // What is registered under a name, for as long as its cookie lives.
 //
 // Any thread. Several libraries may register the same name; the first of them counts,
-// and when it goes the next one takes its place. What was found stays usable after it
-// was unregistered.
+// and when it goes the next one takes its place. What was found is called without a lock:
+// a library must not be unloaded while others make payloads of a type it registered first.
 #pragma once
 
 #include <platform/critical_section.h>

@@ -82,7 +82,10 @@ public:
 
     /// Runs the handlers of one path, or of several separated by ";". A handler
     /// found through several paths runs once and is given those paths joined by
-    /// ";". Failures of handlers are logged; `keep` has no effect.
+    /// ";". Failures of handlers are logged, and told to the diagnostic observers once for
+    /// each path and description. What else fails is logged and ends the routing, while
+    /// started parts go on; an exception that is no std::exception, from a monitor,
+    /// reaches the caller. `keep` has no effect.
     ///
     /// With the parameter "synchronous" the call waits for the asynchronous parts it
     /// has started, for that many milliseconds in all (4294967295 or -1: until they
@@ -96,7 +99,9 @@ public:
     /// Broadcasts later, once for all calls with this path that come meanwhile: after
     /// the delay of the first of them, with the data and parameters of the latest and
     /// the number of calls as "cumulative_event_count". Handlers run on a thread of the
-    /// task library. Throws exceptions::fatal when that library has ended; the path is
+    /// task library. Paths are told apart as they are written, "a;b" from "b;a", and each is
+    /// remembered. An infinite delay never delivers, and after EndAndWaitForHandlers nothing
+    /// is delivered. Throws exceptions::fatal when the task library has ended; the path is
     /// then as if the call had not been made.
     virtual void
     BroadcastCumulativeEvent(threading::universal_timeout delay, const std::string& path,

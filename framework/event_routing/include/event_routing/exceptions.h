@@ -21,6 +21,10 @@ public:
                 __builtin_return_address(0)),
           about_(std::make_shared<const about>(about{path, parameters, data_type})) {}
 
+    // Copied also where it could be moved, so that none is left empty.
+    data_type_not_registered(const data_type_not_registered&) = default;
+    data_type_not_registered& operator=(const data_type_not_registered&) = default;
+
     const std::string& path() const noexcept { return about_->path; }
     const routing_parameters& parameters() const noexcept { return about_->parameters; }
     const std::string& data_type() const noexcept { return about_->data_type; }

@@ -54,14 +54,24 @@ bool EventRoutingImpl::broadcast::recall_handlers() {
     return matches_ != nullptr;
 }
 
+void EventRoutingImpl::broadcast::forget_handlers() {
+    matches_ = nullptr;
+    generation_ = service_.generation_.load(std::memory_order_acquire);
+    split_paths();
+}
+
 void EventRoutingImpl::broadcast::split_paths() {
     pieces_ = text::split_string(paths_, ";", text::empty_pieces::drop);
 }
 
 void EventRoutingImpl::broadcast::take_monitors() {
     monitors_ = service_.monitors_->GetMonitors();
-    if (!monitors_.empty())
-        begin_.emplace();
+    if (monitors_.empty())
+        return;
+    begin_.emplace();
+    // A monitor that came after a handler is told of that handler.
+    if (matches_ && service_.generation_.load(std::memory_order_acquire) != generation_)
+        forget_handlers();
 }
 
 void EventRoutingImpl::broadcast::choose_parameters() {

@@ -25,6 +25,7 @@ public:
     broadcast& operator=(const broadcast&) = delete;
 
     bool recall_handlers();
+    void forget_handlers();
     void split_paths();
     void take_monitors();
     void choose_parameters();

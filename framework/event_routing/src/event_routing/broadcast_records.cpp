@@ -13,10 +13,14 @@ using tasklib::unbiased_clock;
 
 constexpr std::uint32_t broadcasts_in_period = 1000;
 
-// Records take about half a kilobyte each. Where many more paths than these are
+// Records of a few handlers take about half a kilobyte each. Where many more paths than these are
 // broadcast in turn, to walk through the map is cheaper than to look for what has
 // long left the processor's caches.
 constexpr std::size_t most_records = 16'384;
+
+// Longer ones are collected each time, so that all records together stay in bounds.
+constexpr std::size_t most_handlers = 256;
+constexpr std::size_t longest_text = 4096;
 
 // When there is no room, one path in so many takes the place of the oldest: what is
 // broadcast often gets in soon, while a walk over very many paths leaves most records
@@ -58,6 +62,8 @@ const match_list* broadcast_records::recall(visitor& broadcast, std::uint64_t ge
 
 void broadcast_records::remember(const visitor& broadcast, std::uint64_t generation,
                                  std::shared_ptr<const match_list> matches) {
+    if (matches->handlers.size() > most_handlers || broadcast.text_.size() > longest_text)
+        return;
     std::shared_ptr<const match_list> replaced; // goes when the guard is free
     platform::scoped_lock inside(guard_);
     auto& book = matches->book;

@@ -5,7 +5,8 @@ namespace zel::event_routing::impl {
 void flattening::FlattenHandlers(std::string_view path,
                                  const event_routing_node::collected_handlers& collected) {
     const std::string* text = nullptr;
-    list_->handlers.reserve(list_->handlers.size() + collected.size());
+    if (list_->handlers.empty()) // later ones grow the list by its factor
+        list_->handlers.reserve(collected.size());
     for (const auto& [handler, level] : collected) {
         // Only a look: the hold that removal waits for belongs to running calls, and
         // a broadcast must not wait for one behind a waiting removal.

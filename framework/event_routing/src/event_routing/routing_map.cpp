@@ -8,7 +8,7 @@ namespace zel::event_routing::impl {
 
 namespace {
 
-// Records of failed cookies have always named this file.
+// Whoever reads the log knows a failed cookie by this file and line.
 constinit log::source_position unregistration_failed(__FILE__, 313);
 
 } // namespace

@@ -32,6 +32,8 @@ private:
 } // namespace
 
 void submit_or_cancel(const std::shared_ptr<task_ifc>& task, task_processor_ifc& processor) {
+    if (task->cancellation().is_canceled())
+        return;
     canceling_unless_started guard(*task);
     processor.submit(task, 0);
     guard.started();
@@ -41,6 +43,8 @@ void store_or_cancel(const std::shared_ptr<task_ifc>& task,
                      const std::shared_ptr<task_queue_ifc>& queue,
                      const std::shared_ptr<task_container_ifc>& container,
                      const std::shared_ptr<task_processor_ifc>& processor) {
+    if (task->cancellation().is_canceled())
+        return;
     canceling_unless_started guard(*task);
     if (queue->push(task))
         ensure_runner(container, processor, queue);

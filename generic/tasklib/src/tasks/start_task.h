@@ -1,5 +1,6 @@
 // Handing a task over, so that it is never left behind: when that fails, the task
-// is canceled before the exception goes on.
+// is canceled before the exception goes on. A task that was canceled before has ended
+// and is handed to nobody.
 #pragma once
 
 #include <tasklib/task_container.h>
