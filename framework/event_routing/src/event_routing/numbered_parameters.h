@@ -36,7 +36,7 @@ class numbered_parameters {
 public:
     explicit numbered_parameters(spare_parameters& spare) noexcept : spare_(spare) {}
     ~numbered_parameters() {
-        if (is_alike_)
+        if (may_be_kept_)
             delete spare_.spare_.exchange(copy_.release(), std::memory_order_acq_rel);
     }
     numbered_parameters(const numbered_parameters&) = delete;
@@ -44,8 +44,8 @@ public:
 
     /// A copy of the parameters with the number, which lives as long as this object.
     const routing_parameters& add_number(const routing_parameters& original, std::uint32_t number) {
-        is_alike_ = original.empty();
-        if (is_alike_)
+        const bool is_alike = original.empty(); // to every other message without parameters
+        if (is_alike)
             copy_.reset(spare_.spare_.exchange(nullptr, std::memory_order_acquire));
         if (copy_) {
             renumber(*copy_, number);
@@ -53,6 +53,7 @@ public:
             copy_ = std::make_unique<routing_parameters>(original);
             store_message_number(*copy_, number);
         }
+        may_be_kept_ = is_alike; // complete, that is
         return *copy_;
     }
 
@@ -66,7 +67,7 @@ private:
 
     spare_parameters& spare_;
     std::unique_ptr<routing_parameters> copy_;
-    bool is_alike_ = false; // to that of every other message without parameters
+    bool may_be_kept_ = false;
 };
 
 } // namespace zel::event_routing::impl
