@@ -1,8 +1,9 @@
 // Runs the benchmarks and ends with a table of the promised ratios. Both sides of
 // a ratio are measured in the same run; of several repetitions the fastest counts,
 // because everything else a machine does can only slow a run down. Of several
-// threads the median counts: they are fastest when they happen to take turns on one
-// core. The results come at the end because the order of the runs may be shuffled.
+// threads, which the wall clock is for, the median counts: they are fastest when they
+// happen to take turns on one core. The results come at the end because the order of the runs may
+// be shuffled.
 #include "benchmarks/targets.h"
 
 #include <benchmark/benchmark.h>
@@ -53,7 +54,8 @@ public:
             const bool is_median = run.aggregate_name == "median";
             if (is_median || run.error_occurred)
                 shown_.push_back(run);
-            const bool counts = run.threads > 1 ? is_median : run.run_type == Run::RT_Iteration;
+            const bool several_threads = run.threads > 1 || !run.run_name.time_type.empty();
+            const bool counts = several_threads ? is_median : run.run_type == Run::RT_Iteration;
             if (counts && !run.error_occurred)
                 remember(run);
         }
