@@ -127,7 +127,8 @@ TEST_F(AsynchronousPart, RunsThroughItsQueueInOrderUnlessSomebodyWaitsForIt) {
 }
 
 TEST_F(AsynchronousPart, IsWaitedForAsLongAsTheParameterSays) {
-    const auto handlers = {listen("a", blocks), listen("a", blocks), listen("a", blocks)};
+    [[maybe_unused]] const auto handlers = {listen("a", blocks), listen("a", blocks),
+                                            listen("a", blocks)};
     for (const routing_parameter_value& none :
          {routing_parameter_value(0), routing_parameter_value(std::int64_t(1) << 32),
           routing_parameter_value("5000"), routing_parameter_value(30)}) {

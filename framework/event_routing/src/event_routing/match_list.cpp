@@ -21,7 +21,8 @@ void flattening::FlattenHandlers(std::string_view path,
 }
 
 bool flattening::add_path_to_known(std::string_view path, const registered_handler* handler) {
-    const auto [entry, is_new] = known_.try_emplace(handler, list_->handlers.size(), nullptr);
+    const auto [entry, is_new] =
+        known_.try_emplace(handler, known_handler{list_->handlers.size(), nullptr});
     if (is_new)
         return false;
     auto& [place, joined_paths] = entry->second;
