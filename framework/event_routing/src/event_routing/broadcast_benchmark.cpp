@@ -45,7 +45,7 @@ struct service {
 
     std::shared_ptr<impl::EventRoutingImpl> events = std::make_shared<impl::EventRoutingImpl>();
     const event_data data = std::make_shared<const payload>();
-    const routing_parameters no_parameters;
+    const routing_parameters no_parameters{};
     alignas(64) std::atomic<std::int64_t> calls{0};
     std::vector<cookie> cookies;
 };
