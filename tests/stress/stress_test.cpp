@@ -42,6 +42,11 @@ struct registration {
     std::mutex guard;
     cookie held;
 
+    // Under the lock: the callable may be called, and drop it, before that.
+    void hold(cookie taken) {
+        std::lock_guard inside(guard);
+        held = std::move(taken);
+    }
     void drop() {
         std::unique_lock inside(guard);
         auto mine = std::move(held);
@@ -143,23 +148,23 @@ private:
         };
         const auto parts = kind / 64 % 4; // both, one of them, or none
         const auto queue = kind / 256 % 2 ? events->CreateTaskQueue() : nullptr;
-        made->held = events->RegisterEventHandler(
+        made->hold(events->RegisterEventHandler(
             queue, any_of(random, {"a", "a.*", "a.b.*", "b.*", "c.c", "*"}),
-            parts < 2 ? first : nullptr, parts % 2 ? nullptr : second, "handler");
+            parts < 2 ? first : nullptr, parts % 2 ? nullptr : second, "handler"));
         return made;
     }
 
     std::shared_ptr<registration> watch(EventRoutingImpl& events, random_number& random) {
         const auto made = std::make_shared<registration>();
-        made->held = events.RegisterMonitorHandler([this, drops = random() % 8 == 0,
-                                                    self = std::weak_ptr(made),
-                                                    state = made->state](auto&&...) {
+        made->hold(events.RegisterMonitorHandler([this, drops = random() % 8 == 0,
+                                                  self = std::weak_ptr(made),
+                                                  state = made->state](auto&&...) {
             ++told;
             late_calls += state->dropped || state->alive[15] != 7;
             const auto own = self.lock();
             if (drops && own)
                 own->drop();
-        });
+        }));
         return made;
     }
 
