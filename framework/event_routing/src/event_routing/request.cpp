@@ -64,8 +64,8 @@ bool RequestRoutingImpl::request::DispatchRequest() {
 }
 
 bool RequestRoutingImpl::request::redirection_pass() {
-    service_.bring_up_to_date(path_, known_);
-    const auto matches = known_.matches;
+    service_.bring_up_to_date(key_, known_);
+    const auto matches = known_;
     if (matches->redirections.empty())
         return false;
     enter_stage(request_stage::redirection);
@@ -74,8 +74,8 @@ bool RequestRoutingImpl::request::redirection_pass() {
 
 // Both passes work on the same handlers.
 bool RequestRoutingImpl::request::regular_passes() {
-    service_.bring_up_to_date(path_, known_);
-    const auto matches = known_.matches;
+    service_.bring_up_to_date(key_, known_);
+    const auto matches = known_;
     if (parameters_.erase(names_.local_preference) && local_pass(matches->regular))
         return true;
     enter_stage(request_stage::regular);
@@ -101,8 +101,8 @@ bool RequestRoutingImpl::request::local_pass(std::span<const request_match> hand
 bool RequestRoutingImpl::request::fallback_pass() {
     if (parameters_->contains(names_.no_fallbacks))
         return false;
-    service_.bring_up_to_date(path_, known_);
-    const auto matches = known_.matches;
+    service_.bring_up_to_date(key_, known_);
+    const auto matches = known_;
     enter_stage(request_stage::fallback);
     return RunHandlerPass(matches->fallbacks, false);
 }
@@ -111,7 +111,7 @@ bool RequestRoutingImpl::request::CheckRequestResult(bool processed) const {
     if (callers_parameters_.contains(names_.suppression))
         return processed;
     if (!processed)
-        throw_not_processed(known_.matches->path, callers_parameters_);
+        throw_not_processed(known_->text, callers_parameters_);
     return !error_response_ || !error_response_->GetData();
 }
 
@@ -156,7 +156,7 @@ void RequestRoutingImpl::request::InvokeRequestHandler(const request_match& matc
         observed_->info.current_handler = {match.level, match.handler->description};
     const bool answer = call_handler(handler);
     if (answer && processing_)
-        throw_processed_twice(known_.matches->path, *parameters_, *processing_, match);
+        throw_processed_twice(known_->text, *parameters_, *processing_, match);
     if (answer)
         processing_ = &match;
     if (!observed_)
@@ -170,7 +170,7 @@ void RequestRoutingImpl::request::InvokeRequestHandler(const request_match& matc
 
 bool RequestRoutingImpl::request::call_handler(const request_handler& handler) {
     const auto call = [&] {
-        return handler(known_.matches->path, data_, response_, error_response_, *parameters_);
+        return handler(known_->text, data_, response_, error_response_, *parameters_);
     };
     if (!observed_)
         return call();

@@ -61,7 +61,8 @@ private:
     working_parameters parameters_;
     monitors::snapshot monitors_;
     std::optional<observation> observed_;
-    current_matches known_;
+    const text_key key_{path_};
+    std::shared_ptr<const request_matches> known_;
     const request_match* processing_ = nullptr; // the handler that answered true
 };
 

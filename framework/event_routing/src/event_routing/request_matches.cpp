@@ -20,15 +20,12 @@ std::vector<request_match> collect(std::string_view path, const request_routing_
 
 } // namespace
 
-std::shared_ptr<const request_matches> match_request(std::string_view path,
-                                                     const request_routing_node& redirections,
-                                                     const request_routing_node& regular,
-                                                     const request_routing_node& fallbacks) {
-    auto matches = std::make_shared<request_matches>();
-    matches->path = path;
-    matches->redirections = collect(path, redirections);
-    matches->regular = collect(path, regular);
-    matches->fallbacks = collect(path, fallbacks);
+std::shared_ptr<const request_matches> match_request(const text_key& path, std::uint64_t generation,
+                                                     const request_maps& maps) {
+    auto matches = std::make_shared<request_matches>(path, generation);
+    matches->redirections = collect(path.text, maps.redirections);
+    matches->regular = collect(path.text, maps.handlers);
+    matches->fallbacks = collect(path.text, maps.fallbacks);
     // Within a priority they stay in the order of collection.
     std::stable_sort(matches->regular.begin(), matches->regular.end(),
                      [](const auto& a, const auto& b) { return a.priority > b.priority; });

@@ -5,11 +5,10 @@
 // dropped handler's callable is kept alive.
 #pragma once
 
+#include "framework/event_routing/src/event_routing/match_records.h"
 #include "framework/event_routing/src/event_routing/request_node.h"
 
 #include <memory>
-#include <string>
-#include <string_view>
 #include <vector>
 
 namespace zel::event_routing::impl {
@@ -20,17 +19,27 @@ struct request_match {
     std::int32_t priority; ///< 0 but for regular handlers
 };
 
-struct request_matches {
-    std::string path; ///< as handlers are given it
+/// Handlers are given its text as the path.
+struct request_matches : matches_of_text {
+    using matches_of_text::matches_of_text;
+    std::size_t size() const noexcept {
+        return redirections.size() + regular.size() + fallbacks.size();
+    }
+
     std::vector<request_match> redirections;
     std::vector<request_match> regular; ///< the priority groups, one behind the other
     std::vector<request_match> fallbacks;
 };
 
-/// The registrations must not change meanwhile.
-std::shared_ptr<const request_matches> match_request(std::string_view path,
-                                                     const request_routing_node& redirections,
-                                                     const request_routing_node& regular,
-                                                     const request_routing_node& fallbacks);
+/// Where they are looked for.
+struct request_maps {
+    request_routing_node redirections;
+    request_routing_node handlers;
+    request_routing_node fallbacks;
+};
+
+/// The maps must not change meanwhile.
+std::shared_ptr<const request_matches> match_request(const text_key& path, std::uint64_t generation,
+                                                     const request_maps& maps);
 
 } // namespace zel::event_routing::impl

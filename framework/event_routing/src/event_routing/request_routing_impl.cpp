@@ -5,6 +5,8 @@
 #include "framework/serialization/serialization_modules.h"
 #include "framework/serialization/standard_data.h"
 
+#include <platform/diagnostics.h>
+
 namespace zel::event_routing::impl {
 
 namespace {
@@ -29,7 +31,7 @@ RequestRoutingImpl::RegisterRequestHandler(const std::string& path, std::int32_t
     const prepared_handler<request_routing_node> prepared(
         path, handler, RequestRoutingNodeAdditionalData{priority}, description);
     threading::exclusive_lock_guard maps_are_mine(routing_lock_);
-    auto cookie = register_handler(*this, handlers_, prepared);
+    auto cookie = register_handler(*this, maps_.handlers, prepared);
     notify_of_registration(path);
     return cookie;
 }
@@ -42,7 +44,7 @@ std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestFal
     const prepared_handler<request_routing_node> prepared(
         path, handler, RequestRoutingNodeAdditionalData(), description);
     threading::exclusive_lock_guard maps_are_mine(routing_lock_);
-    return register_handler(*this, fallbacks_, prepared);
+    return register_handler(*this, maps_.fallbacks, prepared);
 }
 
 std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestRedirectionHandler(
@@ -54,7 +56,7 @@ std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestRed
     const prepared_handler<request_routing_node> prepared(
         path, handler, RequestRoutingNodeAdditionalData(), description);
     threading::exclusive_lock_guard maps_are_mine(routing_lock_);
-    return register_handler(*this, redirections_, prepared);
+    return register_handler(*this, maps_.redirections, prepared);
 }
 
 // The caller holds the routing lock, so whoever is told may rely on the handler, and
@@ -71,13 +73,23 @@ void RequestRoutingImpl::notify_of_registration(const std::string& path) {
     events->BroadcastEvent("event_routing.request_handler.registered", holder, {}, nullptr);
 }
 
-void RequestRoutingImpl::bring_up_to_date(std::string_view path, current_matches& known) {
+void RequestRoutingImpl::bring_up_to_date(const text_key& path,
+                                          std::shared_ptr<const request_matches>& known) {
     const auto present = routing_lock_.current_generation();
-    if (known.matches && known.generation == present && routing_lock::is_stable(present))
-        return;
-    threading::shared_lock_guard maps_are_stable(routing_lock_); // waits for a registration
-    known = {match_request(path, redirections_, handlers_, fallbacks_),
-             routing_lock_.current_generation()};
+    if (routing_lock::is_stable(present)) {
+        if (known && known->generation == present)
+            return;
+        known = records_.recall(path, present);
+        if (known)
+            return;
+    }
+    {
+        threading::shared_lock_guard maps_are_stable(routing_lock_);
+        known = match_request(path, routing_lock_.current_generation(), maps_);
+    }
+    // What cannot be remembered is looked for again.
+    if (routing_lock::is_stable(known->generation))
+        platform::guarded([&] { records_.remember(known); });
 }
 
 void RequestRoutingImpl::Unregister(request_routing_node::registration position) {
@@ -86,7 +98,7 @@ void RequestRoutingImpl::Unregister(request_routing_node::registration position)
 
 std::vector<std::pair<std::string, std::string>> RequestRoutingImpl::GetRequestHandlers() {
     threading::shared_lock_guard maps_are_stable(routing_lock_);
-    return handlers_.CollectAllHandlers();
+    return maps_.handlers.CollectAllHandlers();
 }
 
 std::shared_ptr<tasklib::keep_registered>

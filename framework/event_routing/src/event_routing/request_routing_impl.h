@@ -56,19 +56,15 @@ private:
 
     void notify_of_registration(const std::string& path);
 
-    /// The matches of a generation; another one when `known` is not of the present one.
-    struct current_matches {
-        std::shared_ptr<const request_matches> matches;
-        routing_lock::generation generation = 0;
-    };
-    void bring_up_to_date(std::string_view path, current_matches& known);
+    /// The handlers of a path as they are registered now; `known` if that is so still.
+    /// Waits for a registration on another thread.
+    void bring_up_to_date(const text_key& path, std::shared_ptr<const request_matches>& known);
 
     const parameter_names names_;
     const std::weak_ptr<IEventRouting> events_;
     routing_lock routing_lock_;
-    request_routing_node handlers_ ZEL_GUARDED_BY(routing_lock_);
-    request_routing_node fallbacks_ ZEL_GUARDED_BY(routing_lock_);
-    request_routing_node redirections_ ZEL_GUARDED_BY(routing_lock_);
+    request_maps maps_ ZEL_GUARDED_BY(routing_lock_);
+    match_records<request_matches> records_;
     const std::shared_ptr<monitors> monitors_;
 };
 

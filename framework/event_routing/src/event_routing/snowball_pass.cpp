@@ -80,7 +80,7 @@ void SnowballRoutingImpl::snowball_pass::choose_parameters() {
 
 void SnowballRoutingImpl::snowball_pass::DispatchSnowball() {
     const auto matches = service_.match(path_);
-    for (const auto& match : *matches) {
+    for (const auto& match : matches->handlers) {
         const running_call handler(*match.handler);
         if (!handler)
             continue;
@@ -117,12 +117,25 @@ void SnowballRoutingImpl::snowball_pass::tell_monitors(const std::exception_ptr&
         report_exception(failure_to_tell);
 }
 
-std::shared_ptr<const SnowballRoutingImpl::matches>
-SnowballRoutingImpl::match(const std::string& path) {
-    threading::shared_lock_guard map_is_stable(routing_lock_);
-    snowball_routing_node::collected_handlers collected;
-    handlers_.CollectHandlers(path, collected);
-    return std::make_shared<const matches>(collected.begin(), collected.end());
+auto SnowballRoutingImpl::match(const std::string& path)
+    -> std::shared_ptr<const snowball_matches> {
+    const text_key key(path);
+    const auto present = routing_lock_.current_generation();
+    if (routing_lock::is_stable(present))
+        if (auto known = records_.recall(key, present))
+            return known;
+    std::shared_ptr<snowball_matches> matches;
+    {
+        threading::shared_lock_guard map_is_stable(routing_lock_);
+        snowball_routing_node::collected_handlers collected;
+        handlers_.CollectHandlers(path, collected);
+        matches = std::make_shared<snowball_matches>(key, routing_lock_.current_generation());
+        matches->handlers.assign(collected.begin(), collected.end());
+    }
+    // What cannot be remembered is looked for again.
+    if (routing_lock::is_stable(matches->generation))
+        platform::guarded([&] { records_.remember(matches); });
+    return matches;
 }
 
 } // namespace zel::event_routing::impl

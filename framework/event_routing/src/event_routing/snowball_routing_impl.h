@@ -2,6 +2,7 @@
 #pragma once
 
 #include "framework/event_routing/src/event_routing/handler_type_name.h"
+#include "framework/event_routing/src/event_routing/match_records.h"
 #include "framework/event_routing/src/event_routing/monitor_handlers.h"
 #include "framework/event_routing/src/event_routing/routing_lock.h"
 #include "framework/event_routing/src/event_routing/routing_map.h"
@@ -43,12 +44,19 @@ private:
         const std::string& path, const snowball_data& data, const snowball_data& response,
         const snowball_data& error_response, const routing_parameters& parameters,
         const monitor::snowball_handling_info_3& info, std::exception_ptr error)>;
-    using matches = std::vector<snowball_routing_node::collected_handler>;
+    struct snowball_matches : matches_of_text {
+        using matches_of_text::matches_of_text;
+        std::size_t size() const noexcept { return handlers.size(); }
 
-    std::shared_ptr<const matches> match(const std::string& path);
+        std::vector<snowball_routing_node::collected_handler> handlers;
+    };
+
+    /// Waits for a registration on another thread.
+    std::shared_ptr<const snowball_matches> match(const std::string& path);
 
     routing_lock routing_lock_;
     snowball_routing_node handlers_ ZEL_GUARDED_BY(routing_lock_);
+    match_records<snowball_matches> records_;
     const std::shared_ptr<monitors> monitors_;
 };
 
