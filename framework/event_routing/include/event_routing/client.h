@@ -9,6 +9,7 @@
 
 #include <event_routing/event_handling_info.h>
 #include <event_routing/event_routing.h>
+#include <event_routing/in_wnd_proc_handling.h>
 #include <event_routing/module.h>
 
 #include <framework/module_interface/lifetime_service.h>
@@ -29,6 +30,13 @@ inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
     auto service = module.GetEventRouting();
     RequireInterface(*service);
     return service;
+}
+
+inline std::shared_ptr<IInWndProcHandling>
+get_in_wnd_proc_handling(IModule& module, platform::window_handle window) {
+    auto handling = module.GetInWndProcHandling(window);
+    RequireInterface(*handling);
+    return handling;
 }
 
 } // namespace zel::event_routing

@@ -32,12 +32,15 @@ public:
 
     /// The default event routing service.
     virtual std::shared_ptr<IEventRouting> GetEventRouting() = 0;
-    // To come: the next four throw exceptions::fatal today.
+    // To come: the next three throw exceptions::fatal today.
 
     /// The event routing instance of that name, made on first request.
     virtual std::shared_ptr<IEventRouting> GetNamedEventRouting(const std::string& name) = 0;
     virtual std::shared_ptr<IRequestRouting> GetRequestRouting() = 0;
     virtual std::shared_ptr<ISnowballRouting> GetSnowballRouting() = 0;
+
+    /// What runs work on the thread of a window, the same object for each call. Throws
+    /// exceptions::error for a window that does not exist.
     virtual std::shared_ptr<IInWndProcHandling>
     GetInWndProcHandling(platform::window_handle window) = 0;
 
