@@ -24,7 +24,8 @@
 // Two threads that send to each other do not block each other: a thread that waits
 // goes on with messages sent to its windows. Posted ones stay queued meanwhile.
 //
-// A handle is not used again. No function minds one that names no window.
+// A handle is not used again. No function minds one that names no window. No wait is
+// a cancellation point.
 #pragma once
 
 #include <platform/export.h>
@@ -93,8 +94,8 @@ ZEL_EXPORT bool post_message(window_handle window, window_message message,
 /// Has the message handled and returns the result: at once on the window's own
 /// thread, otherwise when that thread takes it, before any posted one. Nothing when
 /// there is no such window, when it goes meanwhile, or when its procedure throws.
-/// Not a cancellation point. A thread that is unwound out of the wait takes its
-/// message back, or waits for its end while messages sent to itself fail.
+/// A thread that is unwound out of the wait takes its message back, or waits for its
+/// end while messages sent to itself fail.
 ZEL_EXPORT std::optional<std::intptr_t> send_message(window_handle window, window_message message,
                                                      std::uintptr_t wparam = 0,
                                                      std::intptr_t lparam = 0);

@@ -66,9 +66,10 @@ void InWndProcHandlingManager::forget(platform::window_handle window) {
 std::intptr_t InWndProcHandlingManager::in_wnd_proc(platform::window_handle window,
                                                     platform::window_message message,
                                                     std::uintptr_t wparam, std::intptr_t lparam) {
-    const auto known = global.read_if_created([&](auto& manager) { return manager.find(window); });
     // None for a window that the manager's end has left behind.
-    const auto handling = known.value_or(nullptr);
+    const auto handling =
+        global.read_if_created([&](auto& manager) { return manager.find(window); })
+            .value_or(nullptr);
     if (!handling)
         return platform::default_window_procedure(window, message, wparam, lparam);
     if (message == platform::destroy_message)
