@@ -19,26 +19,6 @@ struct signal : event {
     bool comes() { return wait(patience); }
 };
 
-TEST(Window, HandlesWhatManyThreadsPostInTheOrderOfEach) {
-    std::array<std::intptr_t, 4> last{};
-    {
-        served_window window([&](auto message, auto poster, auto value) {
-            if (message == number) {
-                EXPECT_EQ(value, ++last.at(poster));
-            }
-            return 0;
-        });
-        const auto post = [&](std::uintptr_t poster) {
-            for (std::intptr_t value = 1; value <= 20'000; ++value)
-                while (!post_message(window.handle(), number, poster, value)) // full
-                    std::this_thread::yield();
-        };
-        watched_thread a([&] { post(0); }), b([&] { post(1); }), c([&] { post(2); });
-        post(3);
-    }
-    EXPECT_EQ(last, (std::array<std::intptr_t, 4>{20'000, 20'000, 20'000, 20'000}));
-}
-
 TEST(Window, RefusesPostedMessagesBeyondItsRoomAndLeavesThoseThatComeMeanwhile) {
     std::size_t handled = 0;
     function_window* other = nullptr;
@@ -243,23 +223,6 @@ TEST(Window, TakesItsMessageBackOrWaitsForItsEndWhenItsSenderIsThrownOut) {
     sender.join();
     dispatch_messages();
     EXPECT_EQ(handled, 0);
-}
-
-TEST(Window, GivesThePreviousProcedureToWhoReplacesIt) {
-    static window_procedure previous = nullptr;
-    function_window window([](auto message, auto wparam, auto lparam) {
-        return message + static_cast<std::intptr_t>(wparam) + lparam;
-    });
-    const window_procedure add_one = [](auto handle, auto message, auto wparam, auto lparam) {
-        return previous(handle, message, wparam, lparam) + 1;
-    };
-    watched_thread other([&] { previous = replace_window_procedure(window.handle, add_one); });
-    other.join();
-    EXPECT_EQ(previous, &call_function);
-    EXPECT_EQ(replace_window_procedure(window.handle, nullptr), nullptr) << "refused";
-    EXPECT_EQ(send_message(window.handle, number, 20, 300), number + 321);
-    EXPECT_EQ(replace_window_procedure(window.handle, previous), add_one);
-    EXPECT_EQ(send_message(window.handle, number, 20, 300), number + 320);
 }
 
 TEST(Window, EndsALoopAtOnceOrBehindWhatIsPosted) {
