@@ -48,6 +48,7 @@ public:
 
     void add_window(window_handle window, window_procedure procedure, void* context);
     bool destroy_window(window_handle window);
+    /// Nothing when the window has gone.
     std::optional<std::intptr_t> call_window(const message_call& call);
     std::optional<std::intptr_t> send(message_queue& target, const message_call& call);
     std::optional<int> dispatch();
@@ -64,7 +65,7 @@ private:
         void* context;
         bool is_going = false;
     };
-    enum class rest { none, until_answer, until_message };
+    enum class rest { none, until_answer, until_message }; // by how much ends them
 
     /// Makes place for a message on its sender's stack; false where `post` gives false.
     bool take_in(sent_message& message);
