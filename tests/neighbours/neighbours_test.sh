@@ -38,7 +38,9 @@ expect "The library zel_serialization could not be loaded: libzel_serialization.
 
 fresh_copy
 echo damaged >"$scratch/lib/libzel_log.so"
-expect "The library zel_log could not be loaded: $scratch/lib/libzel_log.so: " "0 handlers"
+damaged="The library zel_log could not be loaded: $scratch/lib/libzel_log.so: file too short"
+expect "$damaged" "
+$damaged" # the module registers handlers of its own
 
 fresh_copy
 cp "$wrong_log" "$scratch/lib/libzel_log.so"
@@ -46,15 +48,13 @@ expect "Wrong interface version implemented.
 Module: $scratch/lib/libevent_routing.so" "	Interface: class zel::log::ILogModule
 	Version: 1
 Module: $scratch/lib/libzel_log.so" "	Implementation: zel::log::detail::(anonymous namespace)::wrong_log
-	Version: 2" "0 handlers"
+	Version: 2"
 
 fresh_copy
 cp "$throwing_log" "$scratch/lib/libzel_log.so"
 failure="The library zel_log could not be used: The log has no paper."
 expect "$failure
-0 handlers
-$failure
-0 handlers"
+$failure"
 
 program=$ask_for_tasks
 fresh_copy

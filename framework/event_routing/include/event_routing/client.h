@@ -9,6 +9,7 @@
 
 #include <event_routing/event_handling_info.h>
 #include <event_routing/event_routing.h>
+#include <event_routing/in_wnd_proc_handling.h>
 #include <event_routing/module.h>
 #include <event_routing/request_handling_info.h>
 #include <event_routing/request_routing.h>
@@ -52,6 +53,13 @@ inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
     auto service = module.GetSnowballRouting();
     RequireInterface(*service);
     return service;
+}
+
+inline std::shared_ptr<IInWndProcHandling>
+get_in_wnd_proc_handling(IModule& module, platform::window_handle window) {
+    auto handling = module.GetInWndProcHandling(window);
+    RequireInterface(*handling);
+    return handling;
 }
 
 } // namespace zel::event_routing

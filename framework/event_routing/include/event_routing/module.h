@@ -38,7 +38,9 @@ public:
     virtual std::shared_ptr<IEventRouting> GetNamedEventRouting(const std::string& name) = 0;
     virtual std::shared_ptr<IRequestRouting> GetRequestRouting() = 0;
     virtual std::shared_ptr<ISnowballRouting> GetSnowballRouting() = 0;
-    /// To come: throws exceptions::fatal today.
+
+    /// What runs work on the thread of a window, the same object for each call. Throws
+    /// exceptions::error for a window that does not exist.
     virtual std::shared_ptr<IInWndProcHandling>
     GetInWndProcHandling(platform::window_handle window) = 0;
 

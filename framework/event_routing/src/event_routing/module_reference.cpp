@@ -2,8 +2,8 @@
 
 #include "framework/event_routing/src/event_routing/debugging.h"
 #include "framework/event_routing/src/event_routing/handler_enumeration.h"
+#include "framework/event_routing/src/event_routing/in_wnd_proc_handling_manager.h"
 #include "framework/event_routing/src/event_routing/message_counters.h"
-#include "framework/event_routing/src/event_routing/not_yet_available.h"
 #include "framework/event_routing/src/event_routing/parameter_bytes.h"
 
 #include <stdexcept>
@@ -71,8 +71,10 @@ std::shared_ptr<ISnowballRouting> ThisModule::GetSnowballRouting() {
     return snowball_routing_;
 }
 
-std::shared_ptr<IInWndProcHandling> ThisModule::GetInWndProcHandling(platform::window_handle) {
-    not_yet_available("zel::event_routing::IModule::GetInWndProcHandling");
+std::shared_ptr<IInWndProcHandling>
+ThisModule::GetInWndProcHandling(platform::window_handle window) {
+    return InWndProcHandlingManager::Global().read(
+        [&](auto& manager) { return manager.GetHandling(window, event_routing_); });
 }
 
 std::vector<std::uint8_t>

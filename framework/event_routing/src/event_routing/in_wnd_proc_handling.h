@@ -1,0 +1,63 @@
+// The handling object of one window.
+#pragma once
+
+#include <event_routing/in_wnd_proc_handling.h>
+
+#include <platform/critical_section.h>
+#include <platform/window.h>
+
+#include <deque>
+#include <vector>
+
+namespace zel::event_routing::impl {
+
+/// What announces work: the parameter tells it from that of other copies of the library.
+struct work_message {
+    platform::window_message message;
+    std::uintptr_t instance_cookie;
+};
+/// Throws exceptions::error when no number is left for the message.
+const work_message& work_message_of_this_library();
+
+class InWndProcHandling final : public IInWndProcHandling,
+                                public std::enable_shared_from_this<InWndProcHandling> {
+public:
+    InWndProcHandling(platform::window_handle window,
+                      std::shared_ptr<tasklib::task_queue_ifc> queue) noexcept
+        : window_(window), queue_(std::move(queue)) {}
+    /// Releases the cookies and drops queued work.
+    ~InWndProcHandling() override;
+
+    std::shared_ptr<tasklib::keep_registered>
+    KeepHandlerRegistered(const std::shared_ptr<tasklib::keep_registered>& cookie) override;
+    std::shared_ptr<tasklib::task_queue_ifc> GetTaskQueue() override { return queue_; }
+    std::int32_t PostToWindow(const std::shared_ptr<IInWndProcWorkItem>& item) override;
+    std::int32_t SendToWindow(const std::shared_ptr<IInWndProcWorkItem>& item) override;
+
+    /// Once, before others get at the object.
+    void set_previous(platform::window_procedure procedure) noexcept { previous_ = procedure; }
+    /// The window's procedure without the library's.
+    platform::window_procedure previous() const noexcept { return previous_; }
+    /// Of a work message: runs the item that it names, or the first that is queued.
+    void run_work(std::intptr_t item);
+
+private:
+    std::shared_ptr<tasklib::keep_registered>
+    StoreHandlerCookie(const std::shared_ptr<tasklib::keep_registered>& cookie);
+    void release(const std::shared_ptr<tasklib::keep_registered>& cookie);
+
+    const platform::window_handle window_;
+    platform::window_procedure previous_ = nullptr;
+    const std::shared_ptr<tasklib::task_queue_ifc> queue_;
+    platform::critical_section cookie_guard_; // not held while a cookie is released
+    std::vector<std::shared_ptr<tasklib::keep_registered>> cookies_ ZEL_GUARDED_BY(cookie_guard_);
+    platform::critical_section work_guard_; // not held while work runs or is destroyed
+    std::deque<std::shared_ptr<IInWndProcWorkItem>> work_ ZEL_GUARDED_BY(work_guard_);
+};
+
+} // namespace zel::event_routing::impl
+
+template <>
+struct zel::declared_type_name<zel::event_routing::impl::InWndProcHandling> {
+    static std::string text() { return "class zel::event_routing::impl::InWndProcHandling"; }
+};

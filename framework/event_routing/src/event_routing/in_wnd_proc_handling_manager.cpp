@@ -1,0 +1,85 @@
+#include "framework/event_routing/src/event_routing/in_wnd_proc_handling_manager.h"
+
+#include <fmt/format.h>
+
+namespace zel::event_routing::impl {
+
+namespace {
+
+constinit InWndProcHandlingManager::singleton global;
+
+[[noreturn]] void no_such_window(platform::window_handle window) {
+    throw exceptions::error(
+        fmt::format("zel::event_routing::IModule::GetInWndProcHandling: there is no window {:#x}.",
+                    static_cast<std::uintptr_t>(window)));
+}
+
+} // namespace
+
+InWndProcHandlingManager::singleton& InWndProcHandlingManager::Global() {
+    return global;
+}
+
+InWndProcHandlingManager::~InWndProcHandlingManager() {
+    // Windows that are left go on calling the library's procedure: it must stay mapped.
+    if (!handlings_.empty())
+        mi::live_objects::add_object();
+}
+
+std::shared_ptr<InWndProcHandling>
+InWndProcHandlingManager::GetHandling(platform::window_handle window,
+                                      const std::shared_ptr<IEventRouting>& events) {
+    const platform::scoped_lock inside(guard_);
+    if (const auto known = handlings_.find(window); known != handlings_.end())
+        return known->second;
+    // Also on a thread that is just destroying its window: nothing would end the entry.
+    if (platform::window_thread(window) == platform::no_thread)
+        no_such_window(window);
+    // All that can fail comes before the window is changed.
+    work_message_of_this_library();
+    const auto handling = std::make_shared<InWndProcHandling>(window, events->CreateTaskQueue());
+    const auto entry = handlings_.emplace(window, handling).first;
+    const auto previous = platform::replace_window_procedure(window, &in_wnd_proc);
+    if (!previous) {
+        handlings_.erase(entry);
+        no_such_window(window);
+    }
+    handling->set_previous(previous);
+    return handling;
+}
+
+std::shared_ptr<InWndProcHandling> InWndProcHandlingManager::find(platform::window_handle window) {
+    const platform::scoped_lock inside(guard_);
+    const auto known = handlings_.find(window);
+    return known == handlings_.end() ? nullptr : known->second;
+}
+
+void InWndProcHandlingManager::forget(platform::window_handle window) {
+    const platform::scoped_lock inside(guard_);
+    const auto known = handlings_.find(window);
+    if (known == handlings_.end())
+        return;
+    platform::replace_window_procedure(window, known->second->previous());
+    handlings_.erase(known);
+}
+
+std::intptr_t InWndProcHandlingManager::in_wnd_proc(platform::window_handle window,
+                                                    platform::window_message message,
+                                                    std::uintptr_t wparam, std::intptr_t lparam) {
+    // None for a window that the manager's end has left behind.
+    const auto handling =
+        global.read_if_created([&](auto& manager) { return manager.find(window); })
+            .value_or(nullptr);
+    if (!handling)
+        return platform::default_window_procedure(window, message, wparam, lparam);
+    if (message == platform::destroy_message)
+        global.read_if_created([&](auto& manager) { return manager.forget(window), true; });
+    const work_message& work = work_message_of_this_library();
+    if (message == work.message && wparam == work.instance_cookie) {
+        handling->run_work(lparam);
+        return 0;
+    }
+    return handling->previous()(window, message, wparam, lparam);
+}
+
+} // namespace zel::event_routing::impl
