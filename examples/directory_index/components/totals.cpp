@@ -2,7 +2,7 @@
 //
 // A found file is broadcast to two paths, and both lead to the one registration
 // here; its handler still runs once per file and is given both paths joined.
-#include "examples/directory_index/components.h"
+#include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
 #include "examples/directory_index/report_text.h"
 
@@ -29,6 +29,21 @@ public:
                 return true;
             },
             nullptr, "totals"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::any_gone,
+            [this](const std::string&, const event_data&, const routing_parameters& about) {
+                --files_;
+                bytes_ -= about.at(parameter::size).number;
+                return true;
+            },
+            nullptr, "totals: gone files"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::unreadable_gone,
+            [this](auto&&...) {
+                --unreadable_;
+                return true;
+            },
+            nullptr, "totals: no longer unreadable"));
     }
 
     std::string report() const override {
@@ -48,8 +63,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<component> make_totals(IEventRouting& events) {
-    return std::make_unique<totals>(events);
-}
-
 } // namespace directory_index
+
+void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+    made = std::make_shared<directory_index::totals>(*directory_index::event_service());
+}

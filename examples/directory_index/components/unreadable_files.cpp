@@ -1,5 +1,5 @@
 // What could not be read, and why.
-#include "examples/directory_index/components.h"
+#include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
 #include "examples/directory_index/report_text.h"
 
@@ -21,6 +21,13 @@ public:
                 return true;
             },
             nullptr, "unreadable files"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::unreadable_gone,
+            [this](const std::string&, const event_data&, const routing_parameters& about) {
+                reasons_.erase(about.at(parameter::path).text);
+                return true;
+            },
+            nullptr, "unreadable files: no longer"));
     }
 
     std::string report() const override {
@@ -39,8 +46,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<component> make_unreadable_files(IEventRouting& events) {
-    return std::make_unique<unreadable_files>(events);
-}
-
 } // namespace directory_index
+
+void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+    made = std::make_shared<directory_index::unreadable_files>(*directory_index::event_service());
+}

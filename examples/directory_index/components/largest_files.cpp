@@ -1,5 +1,5 @@
 // The ten largest files.
-#include "examples/directory_index/components.h"
+#include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
 #include "examples/directory_index/report_text.h"
 
@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <set>
 #include <tuple>
 
@@ -33,32 +32,40 @@ public:
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_size,
             [this](const std::string&, const event_data&, const routing_parameters& about) {
-                largest_.insert({about.at(parameter::size).number, about.at(parameter::path).text});
-                if (largest_.size() > most_shown)
-                    largest_.erase(std::prev(largest_.end()));
+                files_.insert({about.at(parameter::size).number, about.at(parameter::path).text});
                 return true;
             },
             nullptr, "largest files"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::any_gone,
+            [this](const std::string&, const event_data&, const routing_parameters& about) {
+                files_.erase({about.at(parameter::size).number, about.at(parameter::path).text});
+                return true;
+            },
+            nullptr, "largest files: gone files"));
     }
 
     std::string report() const override {
-        if (largest_.empty())
+        if (files_.empty())
             return {};
         std::string text = "Largest files\n";
-        for (const auto& [size, path] : largest_)
-            text += fmt::format("{:>12}  {}\n", readable_size(size), printable(path));
+        std::size_t shown = 0;
+        for (auto file = files_.begin(); file != files_.end() && shown < most_shown;
+             ++file, ++shown)
+            text += fmt::format("{:>12}  {}\n", readable_size(file->size), printable(file->path));
         return text;
     }
 
 private:
-    std::set<sized_file> largest_;
+    // All of them: when one of the largest goes, another one takes its place.
+    std::set<sized_file> files_;
     cookies cookies_;
 };
 
 } // namespace
 
-std::unique_ptr<component> make_largest_files(IEventRouting& events) {
-    return std::make_unique<largest_files>(events);
-}
-
 } // namespace directory_index
+
+void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+    made = std::make_shared<directory_index::largest_files>(*directory_index::event_service());
+}
