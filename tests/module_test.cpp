@@ -1,5 +1,6 @@
 // The library as its clients see it: the shared library, loaded for real.
 #include <event_routing/client.h>
+#include <event_routing/exceptions.h>
 
 #include <framework/module_interface/loader.h>
 #include <framework/module_interface/module_lifetime.h>
@@ -51,7 +52,12 @@ TEST(Module, ThrowsWhatClientsCatchByType) {
     const auto bytes = module->SerializeRoutingParameters({{"a", 1}});
     EXPECT_EQ(module->DeserializeRoutingParameters(nullptr, 0), routing_parameters());
     EXPECT_THROW(module->DeserializeRoutingParameters(bytes.data(), 1), exceptions::error);
-    EXPECT_THROW(module->GetRequestRouting(), exceptions::fatal);
+    request_answer response, error_response;
+    EXPECT_THROW(
+        get_request_routing(*module)->SendRequest("a", nullptr, response, error_response, {}),
+        request_was_not_processed);
+    EXPECT_NO_THROW(
+        get_snowball_routing(*module)->SendSnowball("a", nullptr, response, error_response, {}));
 }
 
 } // namespace

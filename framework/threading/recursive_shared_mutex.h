@@ -70,10 +70,10 @@ private:
 /// The lock of a single handler; the same in every respect.
 using recursive_mrsw_mutex = recursive_shared_mutex;
 
+template <class Lock = recursive_shared_mutex>
 class ZEL_THREAD_ATTRIBUTE(scoped_lockable) shared_lock_guard {
 public:
-    explicit shared_lock_guard(recursive_shared_mutex& lock)
-        ZEL_THREAD_ATTRIBUTE(acquire_shared_capability(lock))
+    explicit shared_lock_guard(Lock& lock) ZEL_THREAD_ATTRIBUTE(acquire_shared_capability(lock))
         : lock_(lock) {
         lock_.lock_shared();
     }
@@ -82,13 +82,13 @@ public:
     shared_lock_guard& operator=(const shared_lock_guard&) = delete;
 
 private:
-    recursive_shared_mutex& lock_;
+    Lock& lock_;
 };
 
+template <class Lock = recursive_shared_mutex>
 class ZEL_THREAD_ATTRIBUTE(scoped_lockable) exclusive_lock_guard {
 public:
-    explicit exclusive_lock_guard(recursive_shared_mutex& lock)
-        ZEL_THREAD_ATTRIBUTE(acquire_capability(lock))
+    explicit exclusive_lock_guard(Lock& lock) ZEL_THREAD_ATTRIBUTE(acquire_capability(lock))
         : lock_(lock) {
         lock_.lock();
     }
@@ -97,7 +97,7 @@ public:
     exclusive_lock_guard& operator=(const exclusive_lock_guard&) = delete;
 
 private:
-    recursive_shared_mutex& lock_;
+    Lock& lock_;
 };
 
 } // namespace zel::threading

@@ -40,7 +40,7 @@ TEST(RecursiveSharedMutex, IsGivenUpWithTheLastOfAThreadsHoldsOfEitherKind) {
     lock.lock();
     lock.lock_shared();
     lock.lock(); // its own shared holds do not stop a writer
-    user_of<exclusive_lock_guard> other(lock);
+    user_of<exclusive_lock_guard<>> other(lock);
     for (const auto give_back : {&recursive_shared_mutex::unlock, &recursive_shared_mutex::unlock,
                                  &recursive_shared_mutex::unlock_shared}) {
         EXPECT_TRUE(other.waits());
@@ -55,11 +55,11 @@ TEST(RecursiveSharedMutex, HoldsNewcomersBackBehindAWriterAndRefusesAReaderThatW
     lock.lock();
     lock.lock_shared();
     lock.unlock(); // what is left of the writer is a plain reader
-    user_of<shared_lock_guard> other(lock);
+    user_of<shared_lock_guard<>> other(lock);
     EXPECT_TRUE(other.gets_in());
-    user_of<exclusive_lock_guard> waiting(lock);
+    user_of<exclusive_lock_guard<>> waiting(lock);
     EXPECT_TRUE(waiting.waits());
-    user_of<shared_lock_guard> newcomer(lock);
+    user_of<shared_lock_guard<>> newcomer(lock);
     EXPECT_TRUE(newcomer.waits());
     lock.lock_shared(); // who holds it may take more, but not write
     EXPECT_THROW(lock.lock(), zel::exceptions::error);

@@ -10,6 +10,10 @@
 #include <event_routing/event_handling_info.h>
 #include <event_routing/event_routing.h>
 #include <event_routing/module.h>
+#include <event_routing/request_handling_info.h>
+#include <event_routing/request_routing.h>
+#include <event_routing/snowball_handling_info.h>
+#include <event_routing/snowball_routing.h>
 
 #include <framework/module_interface/lifetime_service.h>
 #include <framework/module_interface/version_check.h>
@@ -27,6 +31,25 @@ inline std::shared_ptr<IModule> get_module() {
 
 inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
     auto service = module.GetEventRouting();
+    RequireInterface(*service);
+    return service;
+}
+
+inline std::shared_ptr<IEventRouting> get_named_event_routing(IModule& module,
+                                                              const std::string& name) {
+    auto service = module.GetNamedEventRouting(name);
+    RequireInterface(*service);
+    return service;
+}
+
+inline std::shared_ptr<IRequestRouting> get_request_routing(IModule& module) {
+    auto service = module.GetRequestRouting();
+    RequireInterface(*service);
+    return service;
+}
+
+inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
+    auto service = module.GetSnowballRouting();
     RequireInterface(*service);
     return service;
 }

@@ -10,6 +10,33 @@
 
 namespace zel::event_routing {
 
+namespace detail {
+
+// Copied also where it could be moved, so that none is left empty; shared, so that
+// copying cannot throw.
+class about_request {
+public:
+    about_request(const std::string& path, const routing_parameters& parameters,
+                  const std::string& data_type = {})
+        : content_(std::make_shared<const content>(content{path, parameters, data_type})) {}
+    about_request(const about_request&) = default;
+    about_request& operator=(const about_request&) = default;
+
+    const std::string& path() const noexcept { return content_->path; }
+    const routing_parameters& parameters() const noexcept { return content_->parameters; }
+    const std::string& data_type() const noexcept { return content_->data_type; }
+
+private:
+    struct content {
+        std::string path;
+        routing_parameters parameters;
+        std::string data_type;
+    };
+    std::shared_ptr<const content> content_;
+};
+
+} // namespace detail
+
 /// The data type of an answer is not known to the serialization library.
 class ZEL_EXPORT data_type_not_registered : public exceptions::error {
 public:
@@ -19,23 +46,44 @@ public:
                                                const std::string& data_type)
         : error(kind + " " + path + ": '" + data_type + "' data type is not registered.",
                 __builtin_return_address(0)),
-          about_(std::make_shared<const about>(about{path, parameters, data_type})) {}
+          about_(path, parameters, data_type) {}
 
-    // Copied also where it could be moved, so that none is left empty.
-    data_type_not_registered(const data_type_not_registered&) = default;
-    data_type_not_registered& operator=(const data_type_not_registered&) = default;
-
-    const std::string& path() const noexcept { return about_->path; }
-    const routing_parameters& parameters() const noexcept { return about_->parameters; }
-    const std::string& data_type() const noexcept { return about_->data_type; }
+    const std::string& path() const noexcept { return about_.path(); }
+    const routing_parameters& parameters() const noexcept { return about_.parameters(); }
+    const std::string& data_type() const noexcept { return about_.data_type(); }
 
 private:
-    struct about {
-        std::string path;
-        routing_parameters parameters;
-        std::string data_type;
-    };
-    std::shared_ptr<const about> about_; // shared, so that copying cannot throw
+    detail::about_request about_;
+};
+
+/// Nobody answered a request.
+class ZEL_EXPORT request_was_not_processed : public exceptions::error {
+public:
+    [[gnu::noinline]] request_was_not_processed(const std::string& message, const std::string& path,
+                                                const routing_parameters& parameters)
+        : error(message, __builtin_return_address(0)), about_(path, parameters) {}
+
+    const std::string& path() const noexcept { return about_.path(); }
+    /// As they were given to SendRequest.
+    const routing_parameters& parameters() const noexcept { return about_.parameters(); }
+
+private:
+    detail::about_request about_;
+};
+
+/// Two handlers with equal rights answered one request.
+class ZEL_EXPORT multiple_request_handlers : public exceptions::error {
+public:
+    [[gnu::noinline]] multiple_request_handlers(const std::string& message, const std::string& path,
+                                                const routing_parameters& parameters)
+        : error(message, __builtin_return_address(0)), about_(path, parameters) {}
+
+    const std::string& path() const noexcept { return about_.path(); }
+    /// As the two handlers received them.
+    const routing_parameters& parameters() const noexcept { return about_.parameters(); }
+
+private:
+    detail::about_request about_;
 };
 
 } // namespace zel::event_routing

@@ -32,12 +32,13 @@ public:
 
     /// The default event routing service.
     virtual std::shared_ptr<IEventRouting> GetEventRouting() = 0;
-    // To come: the next four throw exceptions::fatal today.
-
-    /// The event routing instance of that name, made on first request.
+    /// The event routing instance of that name, made on first request; names are told
+    /// apart byte for byte, and the empty one is as good as any. It lives as long as the
+    /// module, its handlers and its users, and the module's end does not wait for it.
     virtual std::shared_ptr<IEventRouting> GetNamedEventRouting(const std::string& name) = 0;
     virtual std::shared_ptr<IRequestRouting> GetRequestRouting() = 0;
     virtual std::shared_ptr<ISnowballRouting> GetSnowballRouting() = 0;
+    /// To come: throws exceptions::fatal today.
     virtual std::shared_ptr<IInWndProcHandling>
     GetInWndProcHandling(platform::window_handle window) = 0;
 

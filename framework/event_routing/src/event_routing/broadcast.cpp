@@ -89,7 +89,7 @@ void EventRoutingImpl::broadcast::choose_parameters() {
 void EventRoutingImpl::broadcast::collect_handlers() {
     if (matches_)
         return;
-    flattening matches(pieces_.size() > 1);
+    flattening matches(counted_.visitor.paths(), generation_);
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
     event_routing_node::collected_handlers collected(&memory);
@@ -101,11 +101,10 @@ void EventRoutingImpl::broadcast::collect_handlers() {
         }
         matches.FlattenHandlers(piece, collected);
     }
-    own_matches_ = matches.take();
-    matches_ = own_matches_.get();
+    auto made = matches.take();
+    matches_ = made.get();
     // What cannot be remembered is looked for again.
-    platform::guarded(
-        [&] { service_.records_.remember(counted_.visitor, generation_, own_matches_); });
+    platform::guarded([&] { service_.records_.remember(counted_.visitor, std::move(made)); });
 }
 
 void EventRoutingImpl::broadcast::route_event() {

@@ -63,8 +63,7 @@ private:
     std::optional<measurement> begin_; // only for monitors, like the next two
     numbered_parameters numbered_{service_.spare_parameters_};
     bool tells_monitors_ = false;
-    const match_list* matches_ = nullptr;
-    std::shared_ptr<const match_list> own_matches_; // those that were not recalled
+    const match_list* matches_ = nullptr; // which the visitor keeps
     // How many milliseconds to wait for the tasks; nothing: not at all.
     std::optional<std::uint32_t> patience_;
     std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started

@@ -4,7 +4,7 @@ namespace zel::event_routing::impl {
 
 void flattening::FlattenHandlers(std::string_view path,
                                  const event_routing_node::collected_handlers& collected) {
-    const std::string* text = nullptr;
+    const std::string* text = path == list_->text ? &list_->text : nullptr;
     if (list_->handlers.empty()) // later ones grow the list by its factor
         list_->handlers.reserve(collected.size());
     for (const auto& [handler, level] : collected) {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "framework/event_routing/src/event_routing/event_node.h"
+#include "framework/event_routing/src/event_routing/match_records.h"
 
 #include <forward_list>
 #include <memory>
@@ -23,9 +24,13 @@ struct MultiPathHandlerInfo {
     std::int32_t level;      ///< of the first of them
 };
 
-struct match_list : std::enable_shared_from_this<match_list> {
+struct match_list : matches_of_text, std::enable_shared_from_this<match_list> {
+    using matches_of_text::matches_of_text;
+
+    std::size_t size() const noexcept { return handlers.size(); }
+
     std::vector<MultiPathHandlerInfo> handlers;
-    std::forward_list<std::string> paths; // which stay where they are
+    std::forward_list<std::string> paths; // those that are not the text, where they stay
 
     /// Of broadcast_records, which guards it.
     struct bookkeeping {
@@ -33,10 +38,8 @@ struct match_list : std::enable_shared_from_this<match_list> {
         std::uint32_t count = 0; // of broadcasts in this period
         std::uint64_t period = 0;
         std::size_t place_in_period = 0;
-        std::uint64_t generation = 0;
-        bool is_current = false;                 // found by those who broadcast the paths
-        std::shared_ptr<const std::string> text; // the paths as they were given
-        std::shared_ptr<const match_list> self;  // held for users after the list was replaced
+        bool is_current = false;                // found by those who broadcast the text
+        std::shared_ptr<const match_list> self; // held for users after the list was replaced
     };
     mutable bookkeeping book;
 };
@@ -44,11 +47,13 @@ struct match_list : std::enable_shared_from_this<match_list> {
 /// Makes one list.
 class flattening {
 public:
-    /// `several_paths`: more than one call of FlattenHandlers is to come.
-    explicit flattening(bool several_paths) : several_paths_(several_paths) {}
+    /// Of a text of one path or of several.
+    flattening(const text_key& paths, std::uint64_t generation)
+        : list_(std::make_shared<match_list>(paths, generation)),
+          several_paths_(paths.text.find(';') != std::string_view::npos) {}
 
-    /// Appends the handlers collected for one path; those that are there already
-    /// only get the path added.
+    /// Appends the handlers collected for one path of the text; those that are there
+    /// already only get the path added.
     void FlattenHandlers(std::string_view path,
                          const event_routing_node::collected_handlers& collected);
 
@@ -63,7 +68,7 @@ private:
 
     bool add_path_to_known(std::string_view path, const registered_handler* handler);
 
-    std::shared_ptr<match_list> list_ = std::make_shared<match_list>();
+    std::shared_ptr<match_list> list_;
     // Kept only for broadcasts to several paths: a search through the list for each
     // handler of each path would be quadratic.
     const bool several_paths_;

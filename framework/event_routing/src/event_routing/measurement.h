@@ -1,6 +1,7 @@
 // How long something took, for monitors.
 #pragma once
 
+#include <event_routing/handler_record.h>
 #include <platform/clocks.h>
 
 #include <cstdint>
@@ -20,6 +21,13 @@ public:
     measurement() noexcept;
     measured_times end() const noexcept;
 
+    template <class Info>
+    void end_into(Info& info) const noexcept {
+        const auto times = end();
+        info.cpu_time = times.cpu_time;
+        info.elapsed_time = times.elapsed_time;
+    }
+
 private:
     using reading = std::optional<std::int64_t>;
 
@@ -27,6 +35,19 @@ private:
     // never the other way round.
     const reading counter_;
     const reading thread_cycles_;
+};
+
+/// Writes the times of a call into its record, also when the call throws.
+class measured_call {
+public:
+    explicit measured_call(monitor::handler_record& record) noexcept : record_(record) {}
+    ~measured_call() { begin_.end_into(record_); }
+    measured_call(const measured_call&) = delete;
+    measured_call& operator=(const measured_call&) = delete;
+
+private:
+    monitor::handler_record& record_;
+    const measurement begin_;
 };
 
 } // namespace zel::event_routing::impl

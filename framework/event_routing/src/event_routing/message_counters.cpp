@@ -41,4 +41,9 @@ void store_message_number(routing_parameters& parameters, std::uint32_t number) 
     parameters.insert_or_assign(std::next(id), "monitoring_message_pid", platform::process_id());
 }
 
+void add_message_number(routing_parameters& parameters, std::uint32_t number) {
+    parameters.try_emplace("monitoring_message_id", number);
+    parameters.try_emplace("monitoring_message_pid", platform::process_id());
+}
+
 } // namespace zel::event_routing::impl

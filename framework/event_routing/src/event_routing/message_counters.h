@@ -16,7 +16,10 @@ std::uint32_t next_snowball_message_id() noexcept;
 /// Whether a message has its number already: one that was forwarded keeps it.
 bool is_numbered(const routing_parameters& parameters);
 
-/// Together these two name a message across processes.
+/// Stores the number and that of the process; together they name a message across
+/// processes.
 void store_message_number(routing_parameters& parameters, std::uint32_t number);
+/// The same, but what is there already stays.
+void add_message_number(routing_parameters& parameters, std::uint32_t number);
 
 } // namespace zel::event_routing::impl

@@ -1,7 +1,7 @@
 #include "framework/event_routing/src/event_routing/module_reference.h"
 
 #include "framework/event_routing/src/event_routing/debugging.h"
-#include "framework/event_routing/src/event_routing/enumeration_types.h"
+#include "framework/event_routing/src/event_routing/handler_enumeration.h"
 #include "framework/event_routing/src/event_routing/message_counters.h"
 #include "framework/event_routing/src/event_routing/not_yet_available.h"
 #include "framework/event_routing/src/event_routing/parameter_bytes.h"
@@ -27,13 +27,24 @@ std::string unique_name(std::string_view base, std::uint32_t number) {
     return name;
 }
 
-ThisModule::ThisModule() : event_routing_(std::make_shared<EventRoutingImpl>()) {
-    register_enumeration_types();
+ThisModule::ThisModule()
+    : event_routing_(std::make_shared<EventRoutingImpl>()),
+      request_routing_(std::make_shared<RequestRoutingImpl>(event_routing_)),
+      snowball_routing_(std::make_shared<SnowballRoutingImpl>()) {
+    register_enumeration_handlers(
+        {*event_routing_, named_event_routings_, *request_routing_, *snowball_routing_},
+        registrations_);
 }
 
 ThisModule::~ThisModule() {
     const platform::no_cancellation to_the_end;
-    if (const auto failure = platform::guarded([&] { event_routing_->EndAndWaitForHandlers(); }))
+    const auto failure = platform::guarded([&] {
+        registrations_.clear();
+        event_routing_->EndAndWaitForHandlers();
+        request_routing_->WaitForTasks();
+        snowball_routing_->WaitForTasks();
+    });
+    if (failure)
         routing_log.report_handler_failure(end_failed, failure, [] {
             return std::string("zel::event_routing::impl::ThisModule::~ThisModule");
         });
@@ -48,16 +59,16 @@ std::shared_ptr<IEventRouting> ThisModule::GetEventRouting() {
     return event_routing_;
 }
 
-std::shared_ptr<IEventRouting> ThisModule::GetNamedEventRouting(const std::string&) {
-    not_yet_available("zel::event_routing::IModule::GetNamedEventRouting");
+std::shared_ptr<IEventRouting> ThisModule::GetNamedEventRouting(const std::string& name) {
+    return named_event_routings_.get(name);
 }
 
 std::shared_ptr<IRequestRouting> ThisModule::GetRequestRouting() {
-    not_yet_available("zel::event_routing::IModule::GetRequestRouting");
+    return request_routing_;
 }
 
 std::shared_ptr<ISnowballRouting> ThisModule::GetSnowballRouting() {
-    not_yet_available("zel::event_routing::IModule::GetSnowballRouting");
+    return snowball_routing_;
 }
 
 std::shared_ptr<IInWndProcHandling> ThisModule::GetInWndProcHandling(platform::window_handle) {

@@ -2,8 +2,12 @@
 #pragma once
 
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
+#include "framework/event_routing/src/event_routing/named_event_routings.h"
+#include "framework/event_routing/src/event_routing/request_routing_impl.h"
+#include "framework/event_routing/src/event_routing/snowball_routing_impl.h"
 
 #include <event_routing/module.h>
+#include <tasklib/registrations.h>
 
 #include <atomic>
 
@@ -16,7 +20,8 @@ std::string unique_name(std::string_view base, std::uint32_t number);
 class ThisModule final : public IModule, public std::enable_shared_from_this<ThisModule> {
 public:
     ThisModule();
-    /// Ends and waits for the asynchronous parts of the default event service.
+    /// Takes its own handlers back, then ends and waits for the asynchronous parts of the
+    /// default event service.
     ~ThisModule() override;
 
     const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
@@ -38,9 +43,14 @@ public:
     std::uint32_t NextSnowballMessageId() override;
 
 private:
+    // They go in the reverse order of their making.
     const std::shared_ptr<EventRoutingImpl> event_routing_;
+    named_event_routings named_event_routings_;
+    const std::shared_ptr<RequestRoutingImpl> request_routing_;
+    const std::shared_ptr<SnowballRoutingImpl> snowball_routing_;
     // Relaxed increments: only the numbers themselves must differ.
     std::atomic<std::uint32_t> unique_names_{0};
+    tasklib::registrations registrations_; // of the module's own handlers
 };
 
 } // namespace zel::event_routing::impl

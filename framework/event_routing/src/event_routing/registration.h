@@ -111,10 +111,9 @@ std::shared_ptr<tasklib::keep_registered> register_handler(Owner& owner, Node& r
 
 /// Takes a handler out of its map. The caller retires it when the routing lock has
 /// been given back.
-template <class Node>
+template <class Node, class Lock>
 std::shared_ptr<typename Node::registered_handler>
-unlink_handler(threading::recursive_shared_mutex& routing_lock,
-               typename Node::registration position) {
+unlink_handler(Lock& routing_lock, typename Node::registration position) {
     threading::exclusive_lock_guard map_is_mine(routing_lock);
     return Node::RemoveHandler(position).record;
 }

@@ -132,7 +132,7 @@ public:
 private:
     // Given back after the callable was let go, so that whoever waited for the hold
     // may rely on being the last.
-    threading::shared_lock_guard hold_;
+    threading::shared_lock_guard<> hold_;
     call<Callable> call_;
 };
 

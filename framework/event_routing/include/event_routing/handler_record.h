@@ -1,0 +1,20 @@
+// What monitors of requests and snowball passes are told of one call of a handler.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+namespace zel::event_routing::monitor {
+
+struct handler_record {
+    std::int32_t level = 0;  ///< subnodes of the handler's registration, the "*" not counted
+    std::string description; ///< as it was registered
+
+    /// In seconds; NaN until the call has ended or when not measurable. By the clock, and
+    /// of the calling thread's processor.
+    double elapsed_time = std::numeric_limits<double>::quiet_NaN();
+    double cpu_time = std::numeric_limits<double>::quiet_NaN();
+};
+
+} // namespace zel::event_routing::monitor

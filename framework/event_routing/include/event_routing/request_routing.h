@@ -1,0 +1,122 @@
+// Request routing: one question along a dot-separated path, one answer.
+//
+//     auto requests = zel::event_routing::get_request_routing(*module);
+//     auto cookie = requests->RegisterRequestHandler(
+//         "spelling.check", 0,
+//         [](const std::string&, const request_data& word, request_answer& response,
+//            request_answer& error_response, const routing_parameters&) {
+//             response = check(word);
+//             return true; // false: somebody else may answer
+//         },
+//         "dictionary");
+//     request_answer response, error_response;
+//     const bool answered = requests->SendRequest("spelling.check", word, response,
+//                                                 error_response, {});
+//
+// Everything runs on the sender's thread. Handlers are tried one after another until
+// one answers true: first redirections; then the regular ones, those of the highest
+// priority first and among these the most specific paths; then fallbacks. Handlers of
+// one priority (or fallbacks) whose paths are equally specific are all called, and two
+// of them that answer make the request fail; the first redirection that answers ends it.
+//
+// Handlers may send, register and drop cookies, their own too: no lock of the service is
+// held while they run. A handler registered meanwhile takes part in the passes that begin
+// later; one dropped meanwhile is skipped. What a handler throws ends the request and
+// reaches the sender. typed.h puts C++ types in place of the payloads.
+//
+// Dropping a cookie is the only way to unregister. It waits for calls of the handler on
+// other threads, except from inside the handler itself.
+#pragma once
+
+#include <event_routing/fwd.h>
+#include <event_routing/routing_parameters.h>
+
+#include <framework/module_interface/interface.h>
+#include <framework/serialization/data_holder.h>
+#include <tasklib/fwd.h>
+
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zel::event_routing {
+
+using request_data = std::shared_ptr<const serialization::IDataHolder>;
+using request_answer = std::shared_ptr<serialization::IDataHolder>;
+
+/// Answers true when it has processed the request. The two outputs are the sender's own:
+/// later handlers and the sender see what is written, also after false and an exception.
+/// Data in `error_response` marks an answer as failed.
+using request_handler =
+    std::function<bool(const std::string& path, const request_data& data, request_answer& response,
+                       request_answer& error_response, const routing_parameters& parameters)>;
+
+/// Is told of every request that began while it was registered (request_handling_info.h),
+/// on the sender's thread when the request has ended; several threads may call it at once.
+/// `error` is what the sender is about to receive. What it throws is reported to the
+/// diagnostic observers and goes no further.
+using request_monitor = std::function<void(
+    const std::string& path, const request_data& data, const request_data& response,
+    const request_data& error_response, const routing_parameters& parameters,
+    const monitor::request_handling_info_3& info, std::exception_ptr error)>;
+
+class ZEL_EXPORT IRequestRouting : public InterfaceBase {
+public:
+    static constexpr std::int32_t interface_version = 10;
+    virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
+
+    /// Empties both outputs and asks the handlers. True when one has processed the request
+    /// and left `error_response` without data. Throws request_was_not_processed when none
+    /// has, multiple_request_handlers when two have, and what a handler throws.
+    ///
+    /// Parameters that steer it, by being there whatever their value:
+    /// "supress_not_processed_exception": the result is whether a handler has processed the
+    /// request, whatever `error_response` holds. "skip_request_fallbacsk": without
+    /// fallbacks. "prefer_local_request_handlers": the regular handlers are asked twice,
+    /// first with "target_session" set to -3, by which they know to answer only for
+    /// themselves. Handlers see neither the first nor the last of these.
+    virtual bool SendRequest(const std::string& path, const request_data& data,
+                             request_answer& response, request_answer& error_response,
+                             const routing_parameters& parameters) = 0;
+
+    /// Registers a regular handler, as long as somebody holds the result, and broadcasts
+    /// "event_routing.request_handler.registered" on the default event service with the
+    /// path as a "string". That runs inside of this call with the registrations held:
+    /// requests on other threads wait for it, and so does this call for a handler that
+    /// waits for them. Throws exceptions::error for a path with a misplaced "*".
+    virtual std::shared_ptr<tasklib::keep_registered>
+    RegisterRequestHandler(const std::string& path, std::int32_t priority,
+                           const request_handler& handler, const std::string& description) = 0;
+
+    /// Registers a handler for what no regular handler has processed.
+    virtual std::shared_ptr<tasklib::keep_registered>
+    RegisterRequestFallbackHandler(const std::string& path, const request_handler& handler,
+                                   const std::string& description) = 0;
+
+    /// Path and description of every regular handler.
+    virtual std::vector<std::pair<std::string, std::string>> GetRequestHandlers() = 0;
+
+    /// The monitor is told of requests that begin from now on, as long as somebody holds
+    /// the result. Dropping that waits for running calls, except from inside the monitor.
+    virtual std::shared_ptr<tasklib::keep_registered>
+    RegisterMonitorHandler(request_monitor monitor) = 0;
+
+    /// Registers a handler that is asked before all others.
+    virtual std::shared_ptr<tasklib::keep_registered>
+    RegisterRequestRedirectionHandler(const std::string& path, const request_handler& handler,
+                                      const std::string& description) = 0;
+
+    /// Does nothing: requests run no tasks.
+    virtual void WaitForTasks() = 0;
+};
+
+} // namespace zel::event_routing
+
+template <>
+struct zel::declared_type_name<zel::event_routing::IRequestRouting> {
+    static std::string text() { return "class zel::event_routing::IRequestRouting"; }
+};

@@ -1,0 +1,20 @@
+// What a request fails with.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/request_matches.h"
+
+#include <event_routing/exceptions.h>
+
+namespace zel::event_routing::impl {
+
+/// Each entry as "key= text: 'text', number: number", separated by "; ".
+std::string FormatRoutingParameters(const routing_parameters& parameters);
+
+[[noreturn]] void throw_not_processed(const std::string& path,
+                                      const routing_parameters& parameters);
+
+[[noreturn]] void throw_processed_twice(const std::string& path,
+                                        const routing_parameters& parameters,
+                                        const request_match& first, const request_match& second);
+
+} // namespace zel::event_routing::impl

@@ -1,0 +1,109 @@
+#include "framework/event_routing/src/event_routing/request_routing_impl.h"
+
+#include "framework/event_routing/src/event_routing/debugging.h"
+#include "framework/event_routing/src/event_routing/registration.h"
+#include "framework/serialization/serialization_modules.h"
+#include "framework/serialization/standard_data.h"
+
+#include <platform/diagnostics.h>
+
+namespace zel::event_routing::impl {
+
+namespace {
+
+constinit log::source_position registering(__FILE__, 41);
+constinit log::source_position registering_fallback(__FILE__, 63);
+constinit log::source_position registering_redirection(__FILE__, 82);
+
+} // namespace
+
+RequestRoutingImpl::RequestRoutingImpl(std::weak_ptr<IEventRouting> events)
+    : events_(std::move(events)), monitors_(std::make_shared<monitors>()) {}
+
+RequestRoutingImpl::~RequestRoutingImpl() = default;
+
+std::shared_ptr<tasklib::keep_registered>
+RequestRoutingImpl::RegisterRequestHandler(const std::string& path, std::int32_t priority,
+                                           const request_handler& handler,
+                                           const std::string& description) {
+    routing_log.write(log::severity::registration, registering,
+                      [&] { return "Registering request handler for " + path + "."; });
+    const prepared_handler<request_routing_node> prepared(
+        path, handler, RequestRoutingNodeAdditionalData{priority}, description);
+    threading::exclusive_lock_guard maps_are_mine(routing_lock_);
+    auto cookie = register_handler(*this, maps_.handlers, prepared);
+    notify_of_registration(path);
+    return cookie;
+}
+
+std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestFallbackHandler(
+    const std::string& path, const request_handler& handler, const std::string& description) {
+    routing_log.write(log::severity::registration, registering_fallback, [&] {
+        return "Registering request fallback handler for " + path + ". Description: " + description;
+    });
+    const prepared_handler<request_routing_node> prepared(
+        path, handler, RequestRoutingNodeAdditionalData(), description);
+    threading::exclusive_lock_guard maps_are_mine(routing_lock_);
+    return register_handler(*this, maps_.fallbacks, prepared);
+}
+
+std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestRedirectionHandler(
+    const std::string& path, const request_handler& handler, const std::string& description) {
+    routing_log.write(log::severity::registration, registering_redirection, [&] {
+        return "Registering request redirection handler for " + path +
+               ". Description: " + description;
+    });
+    const prepared_handler<request_routing_node> prepared(
+        path, handler, RequestRoutingNodeAdditionalData(), description);
+    threading::exclusive_lock_guard maps_are_mine(routing_lock_);
+    return register_handler(*this, maps_.redirections, prepared);
+}
+
+// The caller holds the routing lock, so whoever is told may rely on the handler, and
+// nobody can ask it before.
+void RequestRoutingImpl::notify_of_registration(const std::string& path) {
+    const auto events = events_.lock();
+    const auto holder = serialization::get_bin_serialization_module()->CreateData(
+        serialization::string_data_t::name);
+    const auto data = holder ? holder->GetData() : nullptr;
+    auto* const text = dynamic_cast<serialization::string_data_t*>(data.get());
+    if (!events || !text)
+        return;
+    text->MutableValue() = path;
+    events->BroadcastEvent("event_routing.request_handler.registered", holder, {}, nullptr);
+}
+
+void RequestRoutingImpl::bring_up_to_date(const text_key& path,
+                                          std::shared_ptr<const request_matches>& known) {
+    const auto present = routing_lock_.current_generation();
+    if (routing_lock::is_stable(present)) {
+        if (known && known->generation == present)
+            return;
+        known = records_.recall(path, present);
+        if (known)
+            return;
+    }
+    {
+        threading::shared_lock_guard maps_are_stable(routing_lock_);
+        known = match_request(path, routing_lock_.current_generation(), maps_);
+    }
+    // What cannot be remembered is looked for again.
+    if (routing_lock::is_stable(known->generation))
+        platform::guarded([&] { records_.remember(known); });
+}
+
+void RequestRoutingImpl::Unregister(request_routing_node::registration position) {
+    unlink_handler<request_routing_node>(routing_lock_, position)->retire();
+}
+
+std::vector<std::pair<std::string, std::string>> RequestRoutingImpl::GetRequestHandlers() {
+    threading::shared_lock_guard maps_are_stable(routing_lock_);
+    return maps_.handlers.CollectAllHandlers();
+}
+
+std::shared_ptr<tasklib::keep_registered>
+RequestRoutingImpl::RegisterMonitorHandler(request_monitor monitor) {
+    return monitors_->RegisterMonitorHandler(std::move(monitor));
+}
+
+} // namespace zel::event_routing::impl

@@ -1,0 +1,76 @@
+// The request routing service.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/monitor_handlers.h"
+#include "framework/event_routing/src/event_routing/request_matches.h"
+#include "framework/event_routing/src/event_routing/routing_lock.h"
+
+#include <event_routing/event_routing.h>
+#include <event_routing/request_routing.h>
+
+namespace zel::event_routing::impl {
+
+class RequestRouting : public IRequestRouting {};
+
+class RequestRoutingImpl final : public RequestRouting,
+                                 public std::enable_shared_from_this<RequestRoutingImpl> {
+public:
+    /// `events` is told of new regular handlers while it lives.
+    explicit RequestRoutingImpl(std::weak_ptr<IEventRouting> events);
+    ~RequestRoutingImpl() override;
+
+    bool SendRequest(const std::string& path, const request_data& data, request_answer& response,
+                     request_answer& error_response, const routing_parameters& parameters) override;
+    std::shared_ptr<tasklib::keep_registered>
+    RegisterRequestHandler(const std::string& path, std::int32_t priority,
+                           const request_handler& handler, const std::string& description) override;
+    std::shared_ptr<tasklib::keep_registered>
+    RegisterRequestFallbackHandler(const std::string& path, const request_handler& handler,
+                                   const std::string& description) override;
+    std::vector<std::pair<std::string, std::string>> GetRequestHandlers() override;
+    std::shared_ptr<tasklib::keep_registered>
+    RegisterMonitorHandler(request_monitor monitor) override;
+    std::shared_ptr<tasklib::keep_registered>
+    RegisterRequestRedirectionHandler(const std::string& path, const request_handler& handler,
+                                      const std::string& description) override;
+    void WaitForTasks() override {}
+
+    /// Run by the cookie of a handler.
+    void Unregister(request_routing_node::registration position);
+
+private:
+    class request;
+
+    using monitors = MonitorHandlers<void(
+        const std::string& path, const request_data& data, const request_data& response,
+        const request_data& error_response, const routing_parameters& parameters,
+        const monitor::request_handling_info_3& info, std::exception_ptr error)>;
+
+    /// Of the parameters that steer a request: a look-up needs them as strings.
+    struct parameter_names {
+        const std::string suppression = "supress_not_processed_exception";
+        const std::string local_preference = "prefer_local_request_handlers";
+        const std::string no_fallbacks = "skip_request_fallbacsk";
+        const std::string target_session = "target_session";
+    };
+
+    void notify_of_registration(const std::string& path);
+
+    /// The handlers of a path as they are registered now; `known` if that is so still.
+    /// Waits for a registration on another thread.
+    void bring_up_to_date(const text_key& path, std::shared_ptr<const request_matches>& known);
+
+    const parameter_names names_;
+    const std::weak_ptr<IEventRouting> events_;
+    routing_lock routing_lock_;
+    request_maps maps_ ZEL_GUARDED_BY(routing_lock_);
+    match_records<request_matches> records_;
+    const std::shared_ptr<monitors> monitors_;
+};
+
+} // namespace zel::event_routing::impl
+
+template <>
+struct zel::declared_type_name<zel::event_routing::impl::RequestRoutingImpl> {
+    static std::string text() { return "class zel::event_routing::impl::RequestRoutingImpl"; }
+};
