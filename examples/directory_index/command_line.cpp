@@ -12,14 +12,16 @@ Counts what lies in DIR and below: files, bytes and lines by extension, the
 largest files, the most frequent words of text files up to 4 MiB, and what could
 not be read. Symbolic links are not followed.
 
+  --ask WORD... print which files have each WORD instead of the report; index.NAME
+                asks another question of the index
   --watch       stay, and report what changes until Ctrl-C
   --trace FILE  write what the program's parts did, and when, to FILE, for
                 ui.perfetto.dev or chrome://tracing
   --log         show the log on standard error, with statistics at the end
   --help        this text
 
-Ends with 0 also when something below DIR could not be read, with 1 when the
-program itself failed, with 2 when DIR or an option is at fault. At Ctrl-C it
+Ends with 0 also when something below DIR could not be read, with 1 when a question
+has no answer or the program itself failed, with 2 when DIR or an option is at fault. At Ctrl-C it
 reports what it has found and ends with 130; a second Ctrl-C ends it at once.
 )";
 
@@ -36,6 +38,8 @@ public:
             wants_trace_file_ = false;
         } else if (options_ && argument.starts_with('-')) {
             take_option(argument);
+        } else if (takes_words_) {
+            result.questions.push_back(argument);
         } else if (folder_) {
             complain("one DIR at a time, and '" + printable(argument) + "' is a second");
         } else {
@@ -46,6 +50,8 @@ public:
     void end() {
         if (wants_trace_file_ || (traces_ && result.trace.empty()))
             complain("--trace needs a FILE");
+        if (asks_ && result.questions.empty())
+            complain("--ask needs a WORD");
         if (!folder_)
             complain("DIR is missing");
         result.folder = folder_.value_or("");
@@ -53,6 +59,7 @@ public:
 
 private:
     void take_option(const std::string& option) {
+        takes_words_ = option == "--ask";
         if (option == "--")
             options_ = false;
         else if (option == "--help" || option == "-h")
@@ -61,6 +68,8 @@ private:
             result.watch = true;
         else if (option == "--log")
             result.log = true;
+        else if (option == "--ask")
+            asks_ = true;
         else if (option == "--trace")
             traces_ = wants_trace_file_ = true;
         else
@@ -74,6 +83,8 @@ private:
     }
 
     bool options_ = true;
+    bool asks_ = false;
+    bool takes_words_ = false; // until the next option
     bool traces_ = false;
     bool wants_trace_file_ = false;
     std::optional<std::string> folder_;

@@ -13,6 +13,7 @@ struct command_line {
     bool watch = false;
     bool log = false;
     std::string trace; ///< the file; empty for none
+    std::vector<std::string> questions;
     std::string folder;
     std::string complaint; ///< empty when the rest is to be done
 

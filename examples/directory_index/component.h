@@ -1,12 +1,12 @@
-// What the host and a component's library have in common, besides what is broadcast.
+// What the host and a component's library have in common, besides what is routed.
 //
-// A component lives from events alone. It lies in a shared library of its own, which the
-// host loads; it sees of the others only what they broadcast (paths.h), and any of them
-// may be missing. It registers its handlers when it is made and holds their cookies as its
-// last member, so that no handler runs on a half-destroyed component.
+// A component lives from messages alone. It lies in a shared library of its own, which the
+// host loads; it sees of the others only what they send (paths.h, payloads.h), and any of
+// them may be missing. It registers its handlers when it is made and holds their cookies as
+// its last member, so that no handler runs on a half-destroyed component.
 //
-// The host broadcasts on one thread, and every call below comes from that thread: what a
-// component keeps needs a lock only if an asynchronous part of its own uses it, too.
+// The host sends on one thread: what a component keeps needs a lock only if an asynchronous
+// part uses it, too.
 #pragma once
 
 #include <event_routing/client.h>
@@ -27,15 +27,21 @@ class ZEL_EXPORT component : public zel::InterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 1;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
-
-    /// What the component found out, in whole lines; empty when there is nothing.
-    virtual std::string report() const = 0;
 };
 
-/// The service that components register with.
-inline std::shared_ptr<IEventRouting> event_service() {
-    return zel::event_routing::get_event_routing(*zel::event_routing::get_module());
-}
+/// What there is to register with.
+struct services {
+    std::shared_ptr<IEventRouting> events;
+    std::shared_ptr<zel::event_routing::IRequestRouting> requests;
+    std::shared_ptr<zel::event_routing::ISnowballRouting> snowballs;
+
+    static services of_this_process() {
+        using namespace zel::event_routing;
+        const auto module = get_module();
+        return {get_event_routing(*module), get_request_routing(*module),
+                get_snowball_routing(*module)};
+    }
+};
 
 } // namespace directory_index
 

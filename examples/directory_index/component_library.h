@@ -16,8 +16,6 @@ public:
     /// make its component. Throws exceptions::error, which names the library.
     explicit component_library(const std::string& name);
 
-    const component& get() const noexcept { return *component_; }
-
 private:
     zel::mi::loaded_library library_; // outlives the component, whose code is in it
     std::shared_ptr<component> component_;

@@ -103,6 +103,30 @@ refused "'f.a': Not a directory" f.a
 refused "--trace needs a FILE; --help shows the usage" . --trace
 refused "'/nowhere/trace': No such file or directory" --trace /nowhere/trace .
 
+refused "--ask needs a WORD; --help shows the usage" --ask -- .
+
+rm -r tree && mkdir tree && echo 'Word of the other word' >tree/a.txt && echo word >tree/b.txt
+check "questions" 1 "$program" --ask word nothing WORD the --trace ../trace -- . <<'TEXT'
+word: 3 times in 2 files
+           2  ./a.txt
+           1  ./b.txt
+directory_index: Request 'index.lookup' was not processed. Routing parameters: word= text: 'nothing', number: 0
+WORD: 3 times in 2 files
+           2  ./a.txt
+           1  ./b.txt
+directory_index: 'the': stands nearly everywhere and is not looked up
+TEXT
+[[ $(grep -c '"answered_by":"word index"' trace) == 2 ]] || fail "requests are not in the trace"
+check "answers of the cache" 0 "$program" . --ask other other --trace ../trace <<'TEXT'
+other: 1 time in 1 file
+           1  ./a.txt
+other: 1 time in 1 file
+           1  ./a.txt
+TEXT
+[[ $(grep -c '"answered_by":"word index"' trace) == 1 ]] || fail "the index was asked again"
+check "unknown question" 1 "$program" . --ask index.size \
+    <<<"directory_index: 'index.size': nobody answers this question; there is index.lookup"
+
 mkdir bin && cp "$program" bin && cp -R "$(dirname "$program")/../lib" lib
 rm -r tree && mkdir tree && echo word >tree/a.txt
 rm lib/libdirectory_index_largest_files.so lib/libdirectory_index_extension_table.so
@@ -177,7 +201,7 @@ kill -INT "$pid"
 await 'Words: 3 distinct, 4 in all, in 2 files'
 await '*Event routing statistic*'
 ends_with 130
-for traced in 'word index' watch.changed walk.ended; do
+for traced in 'word index' watch.changed walk.ended report.build; do
     grep -q "\"$traced\"" trace || fail "'$traced' is not in the trace"
 done
 [[ $(tail -n 1 trace) == ']}' ]] || fail "the trace has no end"

@@ -2,6 +2,7 @@
 
 #include "examples/directory_index/console.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/questions.h"
 #include "examples/directory_index/report_text.h"
 
 #include <algorithm>
@@ -16,10 +17,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// In the order of their reports.
-constexpr std::array component_names = {"progress",        "extension_table", "largest_files",
-                                        "totals",          "line_counter",    "word_index",
-                                        "unreadable_files"};
+// Their reports stand in this order.
+constexpr std::array component_names = {
+    "progress",   "extension_table",  "largest_files", "totals",       "line_counter",
+    "word_index", "unreadable_files", "stop_words",    "lookup_cache", "explanations"};
 
 bool is_at_or_below(const std::string& path, const std::string& folder) {
     return path == folder || path.starts_with(folder.ends_with('/') ? folder : folder + "/");
@@ -35,11 +36,17 @@ std::string news_of(const std::string& path, std::size_t before, std::size_t aft
 
 } // namespace
 
-index_session::index_session(std::shared_ptr<IEventRouting> events, options chosen)
-    : events_(std::move(events)), chosen_(std::move(chosen)),
+index_session::index_session(services to, options chosen)
+    : to_(std::move(to)), chosen_(std::move(chosen)),
       watch_(chosen_.watch ? std::make_unique<zel::platform::folder_watch>() : nullptr),
-      told_(*events_, chosen_.watch ? catalogue::memory::all : catalogue::memory::none),
-      walker_(told_, watch_.get()), work_(*events_) {
+      told_(*to_.events, chosen_.watch ? catalogue::memory::all : catalogue::memory::none),
+      walker_(told_, watch_.get()), work_(*to_.events) {
+    // Before a component does: a payload's code must not go with a component's library.
+    zel::serialization::register_data_type<explanation>();
+    zel::serialization::register_data_type<Lookup::input_data>();
+    zel::serialization::register_data_type<Lookup::output_data>();
+    zel::serialization::register_data_type<std::vector<report_section>>();
+    zel::serialization::register_data_type<std::tuple<>>();
     for (const std::string name : component_names) {
         try {
             components_.push_back(std::make_unique<component_library>("directory_index_" + name));
@@ -58,7 +65,7 @@ std::error_code index_session::index(zel::platform::event& stop) {
 
 // When this returns, the components have made of it all what they can.
 void index_session::settle() {
-    events_->BroadcastEvent(paths::walk_ended, nullptr, {}, nullptr);
+    to_.events->BroadcastEvent(paths::walk_ended, nullptr, {}, nullptr);
     work_.wait();
     const auto& unwatched = walker_.first_unwatched();
     if (unwatched && !std::exchange(has_complained_of_unwatched_, true))
@@ -67,7 +74,7 @@ void index_session::settle() {
 }
 
 std::error_code index_session::follow(zel::platform::event& stop) {
-    folder_follower follower(*events_, *watch_);
+    folder_follower follower(*to_.events, *watch_);
     const std::array awaited{&stop, &follower.due()};
     for (bool ends = false; !ends;) {
         ends = zel::platform::wait_any(awaited) == 0;
@@ -142,33 +149,29 @@ bool index_session::is_own_output(const std::string& file) const {
 
 void index_session::print_report() {
     std::string text;
-    printed_ = sections();
-    for (const auto& section : printed_) {
-        if (!text.empty() && !section.empty())
-            text += '\n';
-        text += section;
-    }
+    reported_ = Report::Send(*to_.snowballs, paths::report_build, {});
+    for (const auto& section : reported_)
+        text += (text.empty() ? "" : "\n") + section.text;
     print(text);
+}
+
+bool index_session::print_answers(const std::vector<std::string>& words) {
+    if (watch_) // to tell changes from
+        reported_ = Report::Send(*to_.snowballs, paths::report_build, {});
+    return ask(*to_.requests, words);
 }
 
 // Of the report only what reads differently now.
 void index_session::print_changes(const std::string& news) {
     settle();
     std::string text = news;
-    const auto current = sections();
-    for (std::size_t i = 0; i < current.size(); ++i)
-        if (current[i] != printed_[i] && !current[i].empty())
-            text += "\n" + current[i];
-    printed_ = current;
+    const auto former =
+        std::exchange(reported_, Report::Send(*to_.snowballs, paths::report_build, {}));
+    for (const auto& section : reported_)
+        if (std::find(former.begin(), former.end(), section) == former.end())
+            text += "\n" + section.text;
     if (!text.empty())
         print("\n" + text);
-}
-
-std::vector<std::string> index_session::sections() const {
-    std::vector<std::string> texts;
-    for (const auto& library : components_)
-        texts.push_back(library->get().report());
-    return texts;
 }
 
 } // namespace directory_index

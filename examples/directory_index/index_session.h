@@ -5,6 +5,7 @@
 #include "examples/directory_index/component_library.h"
 #include "examples/directory_index/file_walker.h"
 #include "examples/directory_index/folder_follower.h"
+#include "examples/directory_index/payloads.h"
 #include "examples/directory_index/pending_work.h"
 
 #include <memory>
@@ -23,7 +24,7 @@ public:
     };
 
     /// Loads the components; complains of each that cannot be used and goes on without it.
-    index_session(std::shared_ptr<IEventRouting> events, options chosen);
+    index_session(services to, options chosen);
 
     bool all_components_are_there() const noexcept { return all_components_are_there_; }
 
@@ -35,6 +36,8 @@ public:
     std::error_code follow(zel::platform::event& stop);
 
     void print_report();
+    /// True when all questions were answered.
+    bool print_answers(const std::vector<std::string>& words);
 
 private:
     void settle();
@@ -43,18 +46,17 @@ private:
     void look_again(const std::string& file, std::string& news);
     bool is_own_output(const std::string& file) const;
     void print_changes(const std::string& news);
-    std::vector<std::string> sections() const;
 
-    const std::shared_ptr<IEventRouting> events_;
+    const services to_;
     const options chosen_;
     const std::unique_ptr<zel::platform::folder_watch> watch_; // none unless it is to be followed
     catalogue told_;
     file_walker walker_;
     pending_work work_;
-    std::vector<std::unique_ptr<component_library>> components_; // in the order of their reports
+    std::vector<std::unique_ptr<component_library>> components_;
     bool all_components_are_there_ = true;
     bool has_complained_of_unwatched_ = false;
-    std::vector<std::string> printed_;
+    std::vector<report_section> reported_;
 };
 
 } // namespace directory_index

@@ -28,24 +28,27 @@ int refuse(const std::string& file, const std::error_code& reason) {
     return refuse("'" + printable(file) + "': " + reason.message());
 }
 
-int index_and_report(const command_line& command, const std::shared_ptr<IEventRouting>& events,
-                     interrupt_watch& interrupt) {
+int index_and_report(const command_line& command, const services& to, interrupt_watch& interrupt) {
     std::vector<std::string> own_outputs{"/dev/stdout", "/dev/stderr"};
     if (!command.trace.empty())
         own_outputs.push_back(command.trace);
-    index_session session(events, {command.folder, command.watch, own_outputs});
+    index_session session(to, {command.folder, command.watch, own_outputs});
     if (const auto failure = session.index(interrupt.requested()))
         return refuse(command.folder, failure);
     if (interrupt.exit_code())
         complain("interrupted; this is what was found until then");
-    session.print_report();
+    bool is_complete = session.all_components_are_there();
+    if (command.questions.empty())
+        session.print_report();
+    else
+        is_complete = session.print_answers(command.questions) && is_complete;
     if (command.watch && !interrupt.exit_code()) {
         if (const auto failure = session.follow(interrupt.requested()))
             return refuse(command.folder, failure);
         print("\n");
         session.print_report();
     }
-    return interrupt.exit_code().value_or(session.all_components_are_there() ? done : failed);
+    return interrupt.exit_code().value_or(is_complete ? done : failed);
 }
 
 int run(const command_line& command) {
@@ -53,17 +56,17 @@ int run(const command_line& command) {
     const auto log = zel::log::get_log_module(); // nothing can be registered without it
     if (command.log)
         log->SetDefaultSinkSeverity(zel::log::severity::statistics);
-    const auto events = event_service();
+    const auto to = services::of_this_process();
     if (command.trace.empty())
-        return index_and_report(command, events, interrupt);
+        return index_and_report(command, to, interrupt);
 
     std::optional<trace_file> trace;
     try {
-        trace.emplace(command.trace, *events);
+        trace.emplace(command.trace, to);
     } catch (const std::system_error& failure) {
         return refuse(command.trace, failure.code());
     }
-    const int code = index_and_report(command, events, interrupt);
+    const int code = index_and_report(command, to, interrupt);
     try {
         trace->close();
     } catch (const std::system_error& failure) {

@@ -13,8 +13,18 @@
 //     work.pending             and, when all that came before is done, with
 //     work.flushed
 //     watch.changed            to the host itself: it is time to look at what has changed
+//     index.changed            answers of before may be wrong now
 //
-// Payloads are null. <extension> is the last part of the file name in lower case
+// Events have no payload. Requests, with the types in payloads.h:
+//
+//     index.lookup             which files have a word? Who does not know the word declines
+//     index.<other>            is explained to be unknown
+//
+// and a snowball:
+//
+//     report.build             each component adds its section
+//
+// <extension> is the last part of the file name in lower case
 // and empty for a name without one; <magnitude> is a word of magnitude_of (file_kind.h).
 #pragma once
 
@@ -41,6 +51,11 @@ inline const std::string walk_ended = "walk.ended";
 inline const std::string work_flush = "work.flush";
 inline const std::string work_pending = "work.pending";
 inline const std::string work_flushed = "work.flushed";
+inline const std::string index_changed = "index.changed";
+inline const std::string index_lookup = "index.lookup";
+inline const std::string index_questions = "index."; // the name of one follows
+inline const std::string any_index_question = "index.*";
+inline const std::string report_build = "report.build";
 inline const std::string watch_changed = "watch.changed";
 } // namespace paths
 
@@ -49,6 +64,7 @@ inline const std::string path = "path";     // text
 inline const std::string size = "size";     // number of bytes
 inline const std::string reason = "reason"; // text
 inline const std::string lines = "lines";   // number
+inline const std::string word = "word";     // text, of a lookup: for messages
 } // namespace parameter
 
 } // namespace directory_index

@@ -41,9 +41,10 @@ struct trace_file::span {
     double duration = 0;
     double processor_time = 0;
     bool has_pair = false;
+    std::string answered_by = {}; // of a request
 };
 
-trace_file::trace_file(const std::string& file, IEventRouting& events)
+trace_file::trace_file(const std::string& file, const services& traced)
     : stream_(std::fopen(file.c_str(), "wb")) {
     zel::platform::scoped_lock inside(guard_);
     if (!stream_)
@@ -57,20 +58,33 @@ trace_file::trace_file(const std::string& file, IEventRouting& events)
     write_out();
     if (failure_ != 0)
         throw std::system_error(failure_, std::generic_category());
-    monitor_ = events.RegisterMonitorHandler(
+    monitors_.push_back(traced.events->RegisterMonitorHandler(
         [this](const std::string& path, const event_data&, const routing_parameters& about,
-               const auto& info) { trace(path, about, info); });
+               const auto& info) { trace(path, about, info); }));
+    monitors_.push_back(traced.requests->RegisterMonitorHandler(
+        [this](const std::string& path, const auto&, const auto&, const auto&,
+               const routing_parameters& about, const auto& info, const std::exception_ptr&) {
+            span request{path, "request", path};
+            if (info.processing_handler)
+                request.answered_by = info.processing_handler->description;
+            append(std::move(request), about, info.elapsed_time, info.cpu_time);
+        }));
+    monitors_.push_back(traced.snowballs->RegisterMonitorHandler(
+        [this](const std::string& path, const auto&, const auto&, const auto&,
+               const routing_parameters& about, const auto& info, const std::exception_ptr&) {
+            append({path, "snowball", path}, about, info.elapsed_time, info.cpu_time);
+        }));
 }
 
 trace_file::~trace_file() {
-    monitor_.reset(); // waits for running calls
+    monitors_.clear(); // waits for running calls
     zel::platform::scoped_lock inside(guard_);
     if (stream_)
         write_out();
 }
 
 void trace_file::close() {
-    monitor_.reset();
+    monitors_.clear();
     zel::platform::scoped_lock inside(guard_);
     write_out();
     if (std::fclose(stream_.release()) != 0 && failure_ == 0)
@@ -79,12 +93,10 @@ void trace_file::close() {
         throw std::system_error(failure_, std::generic_category());
 }
 
-// Called on the thread that did the work, right after it.
 void trace_file::trace(const std::string& path, const routing_parameters& about,
                        const zel::event_routing::monitor::event_handling_info_2& info) {
     constexpr std::string_view asynchronous = "Async: ";
     constexpr std::string_view synchronous = "Sync: ";
-    const microseconds end = std::chrono::steady_clock::now() - start_;
     span traced{path, "broadcast", path};
     traced.has_pair = true;
     if (info.handler_info) {
@@ -94,10 +106,17 @@ void trace_file::trace(const std::string& path, const routing_parameters& about,
         traced.category = is_asynchronous ? "asynchronous" : "synchronous";
         traced.has_pair = is_asynchronous;
     }
+    append(std::move(traced), about, info.elapsed_time, info.cpu_time);
+}
+
+// On the thread that did the work, right after it.
+void trace_file::append(span traced, const routing_parameters& about, double elapsed_time,
+                        double cpu_time) {
+    const microseconds end = std::chrono::steady_clock::now() - start_;
     traced.message = about.at("monitoring_message_id").number;
-    traced.duration = or_zero(info.elapsed_time) * 1e6;
+    traced.duration = or_zero(elapsed_time) * 1e6;
     traced.begin = end.count() - traced.duration;
-    traced.processor_time = or_zero(info.cpu_time) * 1e6;
+    traced.processor_time = or_zero(cpu_time) * 1e6;
 
     zel::platform::scoped_lock inside(guard_);
     append_complete(traced);
@@ -111,10 +130,11 @@ void trace_file::append_complete(const span& traced) {
     begin_event();
     fmt::format_to(std::back_inserter(buffer_),
                    R"({{"name":{},"cat":"{}","ph":"X","ts":{:.3f},"dur":{:.3f},"pid":{},"tid":{},)"
-                   R"("args":{{"path":{},"message":{},"processor_us":{:.3f}}}}})",
+                   R"("args":{{"path":{},"message":{},"processor_us":{:.3f},"answered_by":{}}}}})",
                    quoted(traced.name), traced.category, traced.begin, traced.duration,
                    zel::platform::process_id(), zel::platform::this_thread_id(),
-                   quoted(traced.path), traced.message, traced.processor_time);
+                   quoted(traced.path), traced.message, traced.processor_time,
+                   quoted(traced.answered_by));
 }
 
 // Viewers match begin and end by category and id, as a stack: parts of different handlers

@@ -1,7 +1,8 @@
-// Writes what the event service does into a file that trace viewers open.
+// Writes what the routing services do into a file that trace viewers open.
 //
 // The file is JSON in the Trace Event Format. Each broadcast and each part of a handler is a
-// complete event ("X") of the thread that did the work. Because asynchronous parts overlap
+// complete event ("X") of the thread that did the work, and so is each request, with who
+// answered it, and each snowball pass. Because asynchronous parts overlap
 // with the rest, each broadcast and each asynchronous part is also a pair of asynchronous
 // events ("b", "e") whose id is the number of the message: that ties a part to its broadcast.
 //
@@ -10,7 +11,6 @@
 
 #include "examples/directory_index/component.h"
 
-#include <event_routing/event_handling_info.h>
 #include <platform/critical_section.h>
 
 #include <chrono>
@@ -25,7 +25,7 @@ class trace_file {
 public:
     /// Makes or replaces the file and traces from now on. Throws std::system_error when it
     /// cannot be written.
-    trace_file(const std::string& file, IEventRouting& events);
+    trace_file(const std::string& file, const services& traced);
     ~trace_file();
     trace_file(const trace_file&) = delete;
     trace_file& operator=(const trace_file&) = delete;
@@ -42,6 +42,7 @@ private:
 
     void trace(const std::string& path, const routing_parameters& about,
                const zel::event_routing::monitor::event_handling_info_2& info);
+    void append(span traced, const routing_parameters& about, double elapsed_time, double cpu_time);
     void append_complete(const span& traced) ZEL_REQUIRES(guard_);
     void append_pair(const span& traced) ZEL_REQUIRES(guard_);
     void begin_event() ZEL_REQUIRES(guard_);
@@ -54,7 +55,7 @@ private:
     std::string buffer_ ZEL_GUARDED_BY(guard_);
     bool is_first_ ZEL_GUARDED_BY(guard_) = true;
     int failure_ ZEL_GUARDED_BY(guard_) = 0; // the first one; from then on nothing is written
-    cookie monitor_;
+    cookies monitors_;
 };
 
 } // namespace directory_index

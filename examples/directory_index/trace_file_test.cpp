@@ -45,7 +45,8 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
     constexpr int broadcasts_of_each = 200;
     const auto file = std::filesystem::temp_directory_path() /
                       ("trace_file_test_" + std::to_string(zel::platform::process_id()));
-    const auto events = event_service();
+    const auto services = directory_index::services::of_this_process();
+    const auto& events = services.events;
     const auto inner = events->RegisterEventHandler(
         nullptr, "inner", [](auto&&...) { return true; }, nullptr, "inner");
     const auto nests = [&](auto&&...) {
@@ -57,7 +58,7 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
     const auto queued =
         events->RegisterEventHandler(events->CreateTaskQueue(), "outer", nests, nests, "queued");
     {
-        trace_file trace(file, *events);
+        trace_file trace(file, services);
         EXPECT_EQ(events_in(file).size(), 1u) << "as after a sudden end";
         const auto broadcast = [&] {
             routing_parameters until_all_have_ended;
@@ -94,9 +95,9 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
 }
 
 TEST(TraceFile, FailsWhereItCannotBeWritten) {
-    const auto events = event_service();
+    const auto services = directory_index::services::of_this_process();
     for (const char* file : {"/dev/full", "/nowhere/trace"})
-        EXPECT_THROW(trace_file(file, *events), std::system_error) << file;
+        EXPECT_THROW(trace_file(file, services), std::system_error) << file;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // Files, bytes and lines by extension.
 #include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/report.h"
 #include "examples/directory_index/report_text.h"
 
 #include <fmt/format.h>
@@ -42,7 +43,8 @@ std::string line_of(const row& shown) {
 
 class extension_table final : public component {
 public:
-    explicit extension_table(IEventRouting& events) {
+    explicit extension_table(const services& to) {
+        IEventRouting& events = *to.events;
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_found,
             [this](const std::string& path, const event_data&, const routing_parameters& about) {
@@ -75,9 +77,11 @@ public:
                 return true;
             },
             nullptr, "extension table: gone lines"));
+        cookies_.push_back(register_section(to, "extension table", [this] { return report(); }));
     }
 
-    std::string report() const override {
+private:
+    std::string report() const {
         if (extensions_.empty())
             return {};
         std::string text =
@@ -87,7 +91,6 @@ public:
         return text;
     }
 
-private:
     // The lines of a file go before or after the file itself, whoever is asked first.
     void take_back(const std::string& extension, const counts& gone) {
         counts& left = extensions_[extension];
@@ -124,5 +127,6 @@ private:
 } // namespace directory_index
 
 void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
-    made = std::make_shared<directory_index::extension_table>(*directory_index::event_service());
+    made = std::make_shared<directory_index::extension_table>(
+        directory_index::services::of_this_process());
 }

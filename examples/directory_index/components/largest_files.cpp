@@ -1,6 +1,7 @@
 // The ten largest files.
 #include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/report.h"
 #include "examples/directory_index/report_text.h"
 
 #include <fmt/format.h>
@@ -28,7 +29,8 @@ struct sized_file {
 
 class largest_files final : public component {
 public:
-    explicit largest_files(IEventRouting& events) {
+    explicit largest_files(const services& to) {
+        IEventRouting& events = *to.events;
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_size,
             [this](const std::string&, const event_data&, const routing_parameters& about) {
@@ -43,9 +45,11 @@ public:
                 return true;
             },
             nullptr, "largest files: gone files"));
+        cookies_.push_back(register_section(to, "largest files", [this] { return report(); }));
     }
 
-    std::string report() const override {
+private:
+    std::string report() const {
         if (files_.empty())
             return {};
         std::string text = "Largest files\n";
@@ -56,7 +60,6 @@ public:
         return text;
     }
 
-private:
     // All of them: when one of the largest goes, another one takes its place.
     std::set<sized_file> files_;
     cookies cookies_;
@@ -67,5 +70,6 @@ private:
 } // namespace directory_index
 
 void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
-    made = std::make_shared<directory_index::largest_files>(*directory_index::event_service());
+    made = std::make_shared<directory_index::largest_files>(
+        directory_index::services::of_this_process());
 }

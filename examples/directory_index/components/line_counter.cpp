@@ -5,6 +5,7 @@
 // file's own broadcast has reached the less specific registrations.
 #include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/report.h"
 #include "examples/directory_index/report_text.h"
 
 #include <fmt/format.h>
@@ -60,7 +61,8 @@ std::int64_t count_lines(const std::string& file, IEventRouting& events) {
 
 class line_counter final : public component {
 public:
-    explicit line_counter(IEventRouting& events) : events_(events) {
+    explicit line_counter(const services& to) : events_(*to.events) {
+        IEventRouting& events = *to.events;
         for (const std::string extension : text_extensions)
             cookies_.push_back(events.RegisterEventHandler(
                 nullptr, paths::found + extension,
@@ -77,16 +79,17 @@ public:
                 return true;
             },
             nullptr, "line counter: gone files"));
+        cookies_.push_back(register_section(to, "line counter", [this] { return report(); }));
     }
 
-    std::string report() const override {
+private:
+    std::string report() const {
         const auto files = std::ssize(files_) - unreadable_;
         if (files == 0)
             return {};
         return fmt::format("Text: {} in {}\n", counted(lines_, "line"), counted(files, "file"));
     }
 
-private:
     void count(const std::string& extension, const std::string& file) {
         routing_parameters parameters;
         parameters[parameter::path] = file;
@@ -136,5 +139,6 @@ private:
 } // namespace directory_index
 
 void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
-    made = std::make_shared<directory_index::line_counter>(*directory_index::event_service());
+    made = std::make_shared<directory_index::line_counter>(
+        directory_index::services::of_this_process());
 }

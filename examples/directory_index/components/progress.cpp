@@ -21,7 +21,8 @@ constexpr auto pause = std::chrono::milliseconds(100);
 
 class progress final : public component {
 public:
-    explicit progress(IEventRouting& events) {
+    explicit progress(const services& to) {
+        IEventRouting& events = *to.events;
         if (!zel::platform::is_terminal(stderr))
             return;
         cookies_.push_back(events.RegisterEventHandler(
@@ -53,8 +54,6 @@ public:
     // A walk that an exception ends does not say so.
     ~progress() override { erase(); }
 
-    std::string report() const override { return {}; }
-
 private:
     void show_when_due() {
         if (clock::now() < next_)
@@ -83,5 +82,6 @@ private:
 } // namespace directory_index
 
 void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
-    made = std::make_shared<directory_index::progress>(*directory_index::event_service());
+    made =
+        std::make_shared<directory_index::progress>(directory_index::services::of_this_process());
 }

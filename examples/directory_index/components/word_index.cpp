@@ -6,6 +6,7 @@
 #include "examples/directory_index/component.h"
 #include "examples/directory_index/components/word_table.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/report.h"
 #include "examples/directory_index/report_text.h"
 
 #include <platform/critical_section.h>
@@ -41,7 +42,8 @@ std::optional<std::string> text_of(const std::string& file, std::int64_t size) {
 
 class word_index final : public component {
 public:
-    explicit word_index(IEventRouting& events) {
+    explicit word_index(const services& to) {
+        IEventRouting& events = *to.events;
         const auto queue = events.CreateTaskQueue();
         cookies_.push_back(events.RegisterEventHandler(
             queue, paths::any_found,
@@ -49,15 +51,18 @@ public:
                 const std::int64_t size = about.at(parameter::size).number;
                 return size > 0 && size <= largest_file;
             },
-            [this](const std::string&, const event_data&, const routing_parameters& about) {
+            [this, &events](const std::string&, const event_data&,
+                            const routing_parameters& about) {
                 add(about.at(parameter::path).text, about.at(parameter::size).number);
+                events.BroadcastEvent(paths::index_changed, nullptr, {}, nullptr);
             },
             "word index"));
         cookies_.push_back(events.RegisterEventHandler(
             queue, paths::any_gone, nullptr,
-            [this](const std::string&, const event_data&, const routing_parameters& about) {
-                zel::platform::scoped_lock inside(guard_);
-                table_.remove(about.at(parameter::path).text);
+            [this, &events](const std::string&, const event_data&,
+                            const routing_parameters& about) {
+                remove(about.at(parameter::path).text);
+                events.BroadcastEvent(paths::index_changed, nullptr, {}, nullptr);
             },
             "word index: gone files"));
         cookies_.push_back(events.RegisterEventHandler(
@@ -70,9 +75,15 @@ public:
                 events.BroadcastEvent(paths::work_flushed, nullptr, {}, nullptr);
             },
             "word index: flush"));
+        cookies_.push_back(to.requests->RegisterRequestHandler(
+            paths::index_lookup, 0,
+            Lookup::RequestHandler([this](const std::string& word) { return look_up(word); }),
+            "word index"));
+        cookies_.push_back(register_section(to, "word index", [this] { return report(); }));
     }
 
-    std::string report() const override {
+private:
+    std::string report() const {
         zel::platform::scoped_lock inside(guard_);
         if (table_.distinct_words() == 0)
             return {};
@@ -86,7 +97,6 @@ public:
         return text;
     }
 
-private:
     void add(const std::string& file, std::int64_t size) {
         const auto text = text_of(file, size);
         if (!text)
@@ -94,6 +104,20 @@ private:
         const auto counts = words_of(*text);
         zel::platform::scoped_lock inside(guard_);
         table_.add(file, counts);
+    }
+
+    void remove(const std::string& file) {
+        zel::platform::scoped_lock inside(guard_);
+        table_.remove(file);
+    }
+
+    // Nothing for a word that is in no file: perhaps somebody else knows it.
+    std::optional<std::vector<word_place>> look_up(const std::string& word) const {
+        std::vector<word_place> places;
+        zel::platform::scoped_lock inside(guard_);
+        for (auto& [file, count] : table_.files_with(lower(word)))
+            places.push_back({file, count});
+        return places.empty() ? std::nullopt : std::optional(std::move(places));
     }
 
     // Between the queue's parts and those who ask.
@@ -107,5 +131,6 @@ private:
 } // namespace directory_index
 
 void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
-    made = std::make_shared<directory_index::word_index>(*directory_index::event_service());
+    made =
+        std::make_shared<directory_index::word_index>(directory_index::services::of_this_process());
 }

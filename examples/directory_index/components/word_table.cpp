@@ -18,7 +18,7 @@ bool is_part_of_word(char c) {
     return is_letter(c) || (c >= '0' && c <= '9') || c == '_';
 }
 
-char lower(char c) {
+char lower_letter(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
@@ -30,6 +30,11 @@ bool is_before(const std::pair<std::string, std::int64_t>& a,
 
 } // namespace
 
+std::string lower(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), lower_letter);
+    return text;
+}
+
 word_counts words_of(std::string_view text) {
     word_counts counts;
     std::string word;
@@ -40,7 +45,7 @@ word_counts words_of(std::string_view text) {
         if (length < shortest_word || length > longest_word || !is_letter(*begin))
             continue;
         word.resize(length);
-        std::transform(begin, place, word.begin(), lower);
+        std::transform(begin, place, word.begin(), lower_letter);
         ++counts[word];
     }
     return counts;

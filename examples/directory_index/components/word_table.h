@@ -18,6 +18,9 @@ using word_counts = std::unordered_map<std::string, std::int64_t>;
 /// letters, so words of every language in UTF-8 stay whole.
 word_counts words_of(std::string_view text);
 
+/// ASCII letters in lower case, as words are kept.
+std::string lower(std::string text);
+
 class word_table {
 public:
     /// At most so many different words are kept; more of them are left out.
