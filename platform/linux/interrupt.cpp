@@ -47,7 +47,12 @@ public:
             throw std::logic_error("The process is watched for interrupts already");
         }
         first_signal.store(0, std::memory_order_relaxed);
-        thread_ = std::thread([this] { pass_on(); });
+        try {
+            thread_ = std::thread([this] { pass_on(); });
+        } catch (...) {
+            give_back();
+            throw;
+        }
         for (auto& [signal, former] : former_)
             install(signal, former);
     }
@@ -57,13 +62,17 @@ public:
             sigaction(signal, &former, nullptr);
         eventfd_write(descriptor_, 1);
         thread_.join();
-        wakeup.store(-1, std::memory_order_relaxed);
-        close(descriptor_);
+        give_back();
     }
 
     event requested{reset_mode::manual, false};
 
 private:
+    void give_back() noexcept {
+        wakeup.store(-1, std::memory_order_relaxed);
+        close(descriptor_);
+    }
+
     void pass_on() noexcept {
         eventfd_t count = 0;
         while (eventfd_read(descriptor_, &count) < 0 && errno == EINTR) {
