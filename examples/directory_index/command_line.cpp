@@ -12,17 +12,18 @@ Counts what lies in DIR and below: files, bytes and lines by extension, the
 largest files, the most frequent words of text files up to 4 MiB, and what could
 not be read. Symbolic links are not followed.
 
-  --ask WORD... print which files have each WORD instead of the report; index.NAME
-                asks another question of the index
+  --ask WORD... instead of the report, print which files have each WORD; a WORD
+                like index.NAME asks that question of the index
   --watch       stay, and report what changes until Ctrl-C
   --trace FILE  write what the program's parts did, and when, to FILE, for
                 ui.perfetto.dev or chrome://tracing
   --log         show the log on standard error, with statistics at the end
   --help        this text
 
-Ends with 0 also when something below DIR could not be read, with 1 when a question
-has no answer or the program itself failed, with 2 when DIR or an option is at fault. At Ctrl-C it
-reports what it has found and ends with 130; a second Ctrl-C ends it at once.
+Ends with 0 also when something below DIR could not be read, with 1 when a
+question has no answer or the program itself failed, with 2 when DIR or an option
+is at fault. At Ctrl-C it reports what it has found and ends with 130; a second
+Ctrl-C ends it at once.
 )";
 
 namespace {
