@@ -76,9 +76,11 @@ public:
     /// Parameters that steer it, by being there whatever their value:
     /// "supress_not_processed_exception": the result is whether a handler has processed the
     /// request, whatever `error_response` holds. "skip_request_fallbacsk": without
-    /// fallbacks. "prefer_local_request_handlers": the regular handlers are asked twice,
-    /// first with "target_session" set to -3, by which they know to answer only for
-    /// themselves. Handlers see neither the first nor the last of these.
+    /// fallbacks. "prefer_local_request_handlers": unless "target_session" is -3 already, the
+    /// regular handlers are asked with -3 there at first, by which they know to answer only
+    /// for themselves, and again, with what the caller gave, if none has. Handlers see neither
+    /// the first nor the last of these. While there are monitors, "monitoring_message_id" and
+    /// "monitoring_message_pid" are added unless the first of them is there.
     virtual bool SendRequest(const std::string& path, const request_data& data,
                              request_answer& response, request_answer& error_response,
                              const routing_parameters& parameters) = 0;

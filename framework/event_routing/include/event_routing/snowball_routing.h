@@ -63,7 +63,9 @@ public:
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
     /// Calls every handler of the path. The first finds the caller's own values in the
-    /// outputs; without a handler they stay as they are.
+    /// outputs; without a handler they stay as they are. While there are monitors,
+    /// "monitoring_message_id" and "monitoring_message_pid" are added to the parameters
+    /// unless the first of them is there.
     virtual void SendSnowball(const std::string& path, const snowball_data& data,
                               snowball_result& response, snowball_result& error_response,
                               const routing_parameters& parameters) = 0;

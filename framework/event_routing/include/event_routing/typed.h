@@ -1,5 +1,5 @@
-// C++ types in place of payloads: a layer on top of the three services, which hides
-// nothing of them.
+// C++ types in place of payloads: a layer on top of the three services, which stay whole
+// beside it.
 //
 //     using Check = Request<bool, std::string>; // a word in, whether it is spelled well out
 //
@@ -33,7 +33,7 @@ namespace zel::event_routing {
 // --- Requests ----------------------------------------------------------------
 
 /// What a typed request comes back with: a value, or a payload that says what went wrong,
-/// or neither when nobody has processed it.
+/// or neither when nobody has processed it. With both, the error wins.
 template <class Output>
 struct typed_answer {
     std::optional<Output> value;
@@ -76,11 +76,16 @@ public:
 private:
     using value = typename OutputData::first_type;
 
-    static typed_answer<value> answer_of(value result) { return {std::move(result), nullptr}; }
-    static typed_answer<value> answer_of(std::optional<value> result) {
-        return {std::move(result), nullptr};
+    template <class Result>
+    static typed_answer<value> answer_of(Result&& result) {
+        using plain = std::remove_cvref_t<Result>;
+        if constexpr (std::is_same_v<plain, typed_answer<value>>)
+            return std::forward<Result>(result);
+        else if constexpr (std::is_same_v<plain, std::optional<value>>)
+            return {std::forward<Result>(result), nullptr};
+        else
+            return {value(std::forward<Result>(result)), nullptr};
     }
-    static typed_answer<value> answer_of(typed_answer<value> result) { return result; }
 
     Callable callable_;
 };
@@ -110,10 +115,11 @@ struct Request {
         const bool processed =
             requests.SendRequest(path, serialization::make_payload(input_data(inputs...)), response,
                                  error_response, parameters);
+        // Not processed without an exception: suppressed, or an error.
+        if (!processed && parameters.contains("supress_not_processed_exception"))
+            return {};
         if (error_response && error_response->GetData())
             return {std::nullopt, error_response};
-        if (!processed)
-            return {};
         output_data scratch;
         const output_data* const output = serialization::GetDataValue(response, scratch);
         if (!output)
@@ -130,7 +136,7 @@ template <class Result, class Payload = std::tuple<>>
 struct Snowball {
     /// Makes a handler of a callable that changes its first argument:
     /// `void(Result& so_far, const Payload&)`. A pass with data of another type, or whose
-    /// result has another type, goes by it.
+    /// result has another type, goes by it. No data are as good as an empty tuple.
     template <class Callable>
     static snowball_handler SnowballHandler(Callable callable) {
         serialization::register_data_type<Payload>();
@@ -139,7 +145,9 @@ struct Snowball {
                                                 snowball_result& response, snowball_result&,
                                                 const routing_parameters&) mutable {
             Payload scratch;
-            const Payload* const payload = serialization::GetDataValue(data, scratch);
+            const bool is_empty = !data && std::is_same_v<Payload, std::tuple<>>;
+            const Payload* const payload =
+                is_empty ? &scratch : serialization::GetDataValue(data, scratch);
             if (!payload)
                 return;
             snowball_result next = take_over(response);
@@ -153,7 +161,7 @@ struct Snowball {
     }
 
     /// Sends a snowball that begins with `start`; runs its handlers on the calling thread
-    /// and throws what they throw.
+    /// and throws what they throw. What they leave in `error_response` is not looked at.
     static Result Send(ISnowballRouting& snowballs, const std::string& path, const Payload& payload,
                        Result start = {}, const routing_parameters& parameters = {}) {
         snowball_result response = serialization::make_payload(std::move(start));
@@ -179,7 +187,8 @@ private:
         const Result* const value = serialization::GetDataValue(so_far, scratch);
         if (!value)
             return nullptr;
-        if (so_far.use_count() == 1 && value != &scratch)
+        const bool is_ours = so_far.use_count() == 1 && so_far->GetData().use_count() == 2;
+        if (is_ours && value != &scratch)
             return so_far;
         return serialization::make_payload(*value);
     }

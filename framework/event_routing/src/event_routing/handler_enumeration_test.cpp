@@ -138,6 +138,18 @@ TEST_F(HandlerEnumeration, GivesWayToComponentsAndDeclinesOtherData) {
     EXPECT_TRUE(send(nullptr));
 }
 
+TEST(ModuleEnd, TakesItsHandlersBackFromAServiceThatLivesOn) {
+    auto module = std::make_shared<ThisModule>();
+    const auto requests = module->GetRequestRouting();
+    module.reset();
+    request_answer response, error_response;
+    for (const char* path :
+         {"event_routing.enumerate_handlers", "event_routing.enumerate_handlers2"})
+        EXPECT_THROW(
+            requests->SendRequest(path, make_payload(input()), response, error_response, {}),
+            request_was_not_processed);
+}
+
 TEST(NamedEventRouting, IsOneInstanceForEachName) {
     const auto module = std::make_shared<ThisModule>();
     std::vector<std::shared_ptr<IEventRouting>> found(8);

@@ -36,10 +36,13 @@
 
 namespace zel::event_routing::impl {
 
+struct matches_of_text;
+
 /// A text to look for; it must outlive the key.
 struct text_key {
     explicit text_key(std::string_view routed) noexcept
         : text(routed), hash(std::hash<std::string_view>()(routed)) {}
+    explicit text_key(const matches_of_text& found) noexcept;
 
     const std::string_view text;
     const std::size_t hash;
@@ -54,6 +57,9 @@ struct matches_of_text {
     const std::size_t hash;
     const std::uint64_t generation;
 };
+
+inline text_key::text_key(const matches_of_text& found) noexcept
+    : text(found.text), hash(found.hash) {}
 
 /// The owner guards it.
 template <class Matches>

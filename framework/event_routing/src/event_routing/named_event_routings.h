@@ -35,7 +35,7 @@ public:
 private:
     // Guards the list. Making an instance runs no foreign code, so that is done inside:
     // two first requests for a name need no second instance.
-    mutable platform::critical_section guard_;
+    mutable platform::plain_lock guard_;
     list instances_ ZEL_GUARDED_BY(guard_);
 };
 

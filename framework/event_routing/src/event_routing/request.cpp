@@ -1,15 +1,11 @@
 // The road of one request, from top to bottom.
 #include "framework/event_routing/src/event_routing/request.h"
 
-#include "framework/event_routing/src/event_routing/handler_failures.h"
-#include "framework/event_routing/src/event_routing/message_counters.h"
 #include "framework/event_routing/src/event_routing/request_failures.h"
-
-#include <framework/serialization/data.h>
-
-#include <platform/diagnostics.h>
+#include "framework/serialization/data.h"
 
 #include <algorithm>
+#include <optional>
 
 namespace zel::event_routing::impl {
 
@@ -26,7 +22,6 @@ bool RequestRoutingImpl::SendRequest(const std::string& path, const request_data
                                      request_answer& response, request_answer& error_response,
                                      const routing_parameters& parameters) {
     request sent(*this, path, data, response, error_response, parameters);
-    sent.take_monitors();
     sent.choose_parameters();
     sent.clear_outputs();
     bool result = false;
@@ -40,15 +35,8 @@ bool RequestRoutingImpl::SendRequest(const std::string& path, const request_data
     return result;
 }
 
-void RequestRoutingImpl::request::take_monitors() {
-    monitors_ = service_.monitors_->GetMonitors();
-    if (!monitors_.empty())
-        observed_.emplace();
-}
-
 void RequestRoutingImpl::request::choose_parameters() {
-    if (!monitors_.empty() && !is_numbered(callers_parameters_))
-        add_message_number(parameters_.copy(), next_request_message_id());
+    observed_.add_number(parameters_, &next_request_message_id);
 }
 
 void RequestRoutingImpl::request::clear_outputs() {
@@ -64,25 +52,23 @@ bool RequestRoutingImpl::request::DispatchRequest() {
 }
 
 bool RequestRoutingImpl::request::redirection_pass() {
-    service_.bring_up_to_date(key_, known_);
-    const auto matches = known_;
-    if (matches->redirections.empty())
+    update_matches();
+    if (matches_->redirections.empty())
         return false;
     enter_stage(request_stage::redirection);
-    return RunHandlerPass(matches->redirections, true);
+    return RunHandlerPass(matches_->redirections, true);
 }
 
 // Both passes work on the same handlers.
 bool RequestRoutingImpl::request::regular_passes() {
-    service_.bring_up_to_date(key_, known_);
-    const auto matches = known_;
-    if (parameters_.erase(names_.local_preference) && local_pass(matches->regular))
+    update_matches();
+    if (parameters_.erase(names_.local_preference) && local_pass())
         return true;
     enter_stage(request_stage::regular);
-    return RunPriorityGroups(matches->regular);
+    return RunPriorityGroups(matches_->regular);
 }
 
-bool RequestRoutingImpl::request::local_pass(std::span<const request_match> handlers) {
+bool RequestRoutingImpl::request::local_pass() {
     const auto callers = parameters_->find(names_.target_session);
     const bool is_there = callers != parameters_->end();
     if (is_there && callers->second.number == this_session)
@@ -90,7 +76,7 @@ bool RequestRoutingImpl::request::local_pass(std::span<const request_match> hand
     const auto kept = is_there ? callers->second : routing_parameter_value();
     parameters_.copy()[names_.target_session] = this_session;
     enter_stage(request_stage::local);
-    const bool processed = RunPriorityGroups(handlers);
+    const bool processed = RunPriorityGroups(matches_->regular);
     if (is_there)
         parameters_.copy()[names_.target_session] = kept;
     else
@@ -101,18 +87,24 @@ bool RequestRoutingImpl::request::local_pass(std::span<const request_match> hand
 bool RequestRoutingImpl::request::fallback_pass() {
     if (parameters_->contains(names_.no_fallbacks))
         return false;
-    service_.bring_up_to_date(key_, known_);
-    const auto matches = known_;
+    update_matches();
     enter_stage(request_stage::fallback);
-    return RunHandlerPass(matches->fallbacks, false);
+    return RunHandlerPass(matches_->fallbacks, false);
 }
 
 bool RequestRoutingImpl::request::CheckRequestResult(bool processed) const {
     if (callers_parameters_.contains(names_.suppression))
         return processed;
     if (!processed)
-        throw_not_processed(known_->text, callers_parameters_);
+        throw_not_processed(path(), callers_parameters_);
     return !error_response_ || !error_response_->GetData();
+}
+
+// Handlers that came since take part, and those that went do not.
+void RequestRoutingImpl::request::update_matches() {
+    const auto present = service_.routing_lock_.current_generation();
+    if (matches_->generation != present || !routing_lock::is_stable(present))
+        matches_ = service_.matches_of(text_key(*matches_));
 }
 
 bool RequestRoutingImpl::request::RunPriorityGroups(std::span<const request_match> handlers) {
@@ -145,7 +137,7 @@ bool RequestRoutingImpl::request::RunHandlerPass(std::span<const request_match> 
         if (processing_ && stop_at_first)
             return true;
         if (observed_)
-            observed_->info.current_handler.reset();
+            observed_->current_handler.reset();
     }
     return processing_ != nullptr;
 }
@@ -153,48 +145,37 @@ bool RequestRoutingImpl::request::RunHandlerPass(std::span<const request_match> 
 void RequestRoutingImpl::request::InvokeRequestHandler(const request_match& match,
                                                        const request_handler& handler) {
     if (observed_)
-        observed_->info.current_handler = {match.level, match.handler->description};
+        observed_->current_handler = {match.level, match.handler->description};
     const bool answer = call_handler(handler);
     if (answer && processing_)
-        throw_processed_twice(known_->text, *parameters_, *processing_, match);
+        throw_processed_twice(path(), *parameters_, *processing_, match);
     if (answer)
         processing_ = &match;
     if (!observed_)
         return;
-    auto& info = observed_->info;
     if (answer)
-        info.processing_handler = info.current_handler;
+        observed_->processing_handler = observed_->current_handler;
     else
-        info.declined_handlers.push_back(*info.current_handler);
+        observed_->declined_handlers.push_back(*observed_->current_handler);
 }
 
 bool RequestRoutingImpl::request::call_handler(const request_handler& handler) {
     const auto call = [&] {
-        return handler(known_->text, data_, response_, error_response_, *parameters_);
+        return handler(path(), data_, response_, error_response_, *parameters_);
     };
     if (!observed_)
         return call();
-    const measured_call measured(*observed_->info.current_handler);
+    const measured_call measured(*observed_->current_handler);
     return call();
 }
 
 void RequestRoutingImpl::request::enter_stage(std::int32_t stage) {
     if (observed_)
-        observed_->info.stage = stage;
+        observed_->stage = stage;
 }
 
 void RequestRoutingImpl::request::tell_monitors(const std::exception_ptr& failure) {
-    if (!observed_)
-        return;
-    const platform::no_cancellation to_the_end;
-    const auto failure_to_tell = platform::guarded([&] {
-        observed_->begin.end_into(observed_->info);
-        monitors::NotifyMonitors(monitors_, path_, data_, request_data(response_),
-                                 request_data(error_response_), *parameters_, observed_->info,
-                                 failure);
-    });
-    if (failure_to_tell)
-        report_exception(failure_to_tell);
+    observed_.tell(path(), data_, response_, error_response_, *parameters_, failure);
 }
 
 } // namespace zel::event_routing::impl

@@ -9,8 +9,7 @@ std::string line_about(const request_match& match) {
     return "  " + std::to_string(match.level) + "-" + match.handler->description;
 }
 
-} // namespace
-
+// Each entry as "key= text: 'text', number: number".
 std::string FormatRoutingParameters(const routing_parameters& parameters) {
     std::string text;
     for (const auto& [key, value] : parameters) {
@@ -20,6 +19,8 @@ std::string FormatRoutingParameters(const routing_parameters& parameters) {
     }
     return text;
 }
+
+} // namespace
 
 void throw_not_processed(const std::string& path, const routing_parameters& parameters) {
     throw request_was_not_processed(

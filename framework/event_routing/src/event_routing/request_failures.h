@@ -7,9 +7,6 @@
 
 namespace zel::event_routing::impl {
 
-/// Each entry as "key= text: 'text', number: number", separated by "; ".
-std::string FormatRoutingParameters(const routing_parameters& parameters);
-
 [[noreturn]] void throw_not_processed(const std::string& path,
                                       const routing_parameters& parameters);
 

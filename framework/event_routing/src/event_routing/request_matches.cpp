@@ -11,10 +11,10 @@ std::vector<request_match> collect(std::string_view path, const request_routing_
     root.CollectHandlers(path, collected);
     std::vector<request_match> matches;
     matches.reserve(collected.size());
-    for (auto& [handler, level] : collected)
-        // The additional data go with the callable; who has none any more is not tried.
-        if (const call body(*handler); body)
-            matches.push_back({handler, level, body->additional_data.priority});
+    for (auto& [handler, level] : collected) {
+        const call body(*handler); // there as long as the handler is in the map
+        matches.push_back({std::move(handler), level, body->additional_data.priority});
+    }
     return matches;
 }
 

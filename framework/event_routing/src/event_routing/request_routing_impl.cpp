@@ -1,24 +1,23 @@
 #include "framework/event_routing/src/event_routing/request_routing_impl.h"
 
+#include "framework/event_routing/src/event_routing/current_matches.h"
 #include "framework/event_routing/src/event_routing/debugging.h"
 #include "framework/event_routing/src/event_routing/registration.h"
 #include "framework/serialization/serialization_modules.h"
 #include "framework/serialization/standard_data.h"
 
-#include <platform/diagnostics.h>
-
 namespace zel::event_routing::impl {
 
 namespace {
 
-constinit log::source_position registering(__FILE__, 41);
-constinit log::source_position registering_fallback(__FILE__, 63);
-constinit log::source_position registering_redirection(__FILE__, 82);
+constinit log::source_position registering(__FILE__, __LINE__);
+constinit log::source_position registering_fallback(__FILE__, __LINE__);
+constinit log::source_position registering_redirection(__FILE__, __LINE__);
 
 } // namespace
 
 RequestRoutingImpl::RequestRoutingImpl(std::weak_ptr<IEventRouting> events)
-    : events_(std::move(events)), monitors_(std::make_shared<monitors>()) {}
+    : events_(std::move(events)), monitors_(std::make_shared<observation::monitors>()) {}
 
 RequestRoutingImpl::~RequestRoutingImpl() = default;
 
@@ -30,9 +29,11 @@ RequestRoutingImpl::RegisterRequestHandler(const std::string& path, std::int32_t
                       [&] { return "Registering request handler for " + path + "."; });
     const prepared_handler<request_routing_node> prepared(
         path, handler, RequestRoutingNodeAdditionalData{priority}, description);
+    const auto events = events_.lock(); // may be the last reference, so it outlives the hold
     threading::exclusive_lock_guard maps_are_mine(routing_lock_);
     auto cookie = register_handler(*this, maps_.handlers, prepared);
-    notify_of_registration(path);
+    if (events)
+        notify_of_registration(*events, path);
     return cookie;
 }
 
@@ -61,35 +62,24 @@ std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestRed
 
 // The caller holds the routing lock, so whoever is told may rely on the handler, and
 // nobody can ask it before.
-void RequestRoutingImpl::notify_of_registration(const std::string& path) {
-    const auto events = events_.lock();
+void RequestRoutingImpl::notify_of_registration(IEventRouting& events, const std::string& path) {
     const auto holder = serialization::get_bin_serialization_module()->CreateData(
         serialization::string_data_t::name);
     const auto data = holder ? holder->GetData() : nullptr;
     auto* const text = dynamic_cast<serialization::string_data_t*>(data.get());
-    if (!events || !text)
+    if (!text)
         return;
     text->MutableValue() = path;
-    events->BroadcastEvent("event_routing.request_handler.registered", holder, {}, nullptr);
+    events.BroadcastEvent("event_routing.request_handler.registered", holder, {}, nullptr);
 }
 
-void RequestRoutingImpl::bring_up_to_date(const text_key& path,
-                                          std::shared_ptr<const request_matches>& known) {
-    const auto present = routing_lock_.current_generation();
-    if (routing_lock::is_stable(present)) {
-        if (known && known->generation == present)
-            return;
-        known = records_.recall(path, present);
-        if (known)
-            return;
-    }
-    {
-        threading::shared_lock_guard maps_are_stable(routing_lock_);
-        known = match_request(path, routing_lock_.current_generation(), maps_);
-    }
-    // What cannot be remembered is looked for again.
-    if (routing_lock::is_stable(known->generation))
-        platform::guarded([&] { records_.remember(known); });
+std::shared_ptr<const request_matches> RequestRoutingImpl::matches_of(const text_key& path) {
+    return current_matches(records_, routing_lock_, path,
+                           // Under the lock, which the analysis cannot see from here.
+                           [&](routing_lock::generation present)
+                               ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
+                                   return match_request(path, present, maps_);
+                               });
 }
 
 void RequestRoutingImpl::Unregister(request_routing_node::registration position) {

@@ -1,11 +1,12 @@
 // The request routing service.
 #pragma once
 
-#include "framework/event_routing/src/event_routing/monitor_handlers.h"
+#include "framework/event_routing/src/event_routing/message_observation.h"
 #include "framework/event_routing/src/event_routing/request_matches.h"
 #include "framework/event_routing/src/event_routing/routing_lock.h"
 
 #include <event_routing/event_routing.h>
+#include <event_routing/request_handling_info.h>
 #include <event_routing/request_routing.h>
 
 namespace zel::event_routing::impl {
@@ -41,10 +42,7 @@ public:
 private:
     class request;
 
-    using monitors = MonitorHandlers<void(
-        const std::string& path, const request_data& data, const request_data& response,
-        const request_data& error_response, const routing_parameters& parameters,
-        const monitor::request_handling_info_3& info, std::exception_ptr error)>;
+    using observation = message_observation<monitor::request_handling_info_3>;
 
     /// Of the parameters that steer a request: a look-up needs them as strings.
     struct parameter_names {
@@ -54,18 +52,16 @@ private:
         const std::string target_session = "target_session";
     };
 
-    void notify_of_registration(const std::string& path);
+    static void notify_of_registration(IEventRouting& events, const std::string& path);
 
-    /// The handlers of a path as they are registered now; `known` if that is so still.
-    /// Waits for a registration on another thread.
-    void bring_up_to_date(const text_key& path, std::shared_ptr<const request_matches>& known);
+    std::shared_ptr<const request_matches> matches_of(const text_key& path);
 
-    const parameter_names names_;
+    const parameter_names parameter_names_;
     const std::weak_ptr<IEventRouting> events_;
     routing_lock routing_lock_;
     request_maps maps_ ZEL_GUARDED_BY(routing_lock_);
     match_records<request_matches> records_;
-    const std::shared_ptr<monitors> monitors_;
+    const std::shared_ptr<observation::monitors> monitors_;
 };
 
 } // namespace zel::event_routing::impl

@@ -47,7 +47,7 @@ protected:
         return requests->RegisterRequestHandler(path, priority, handler, name);
     }
     bool send(const std::string& path, const routing_parameters& parameters = {}) {
-        return requests->SendRequest(path, nullptr, response, error_response, parameters);
+        return requests->SendRequest(path, data, response, error_response, parameters);
     }
     template <class Failure>
     Failure failure_of(const std::string& path, const routing_parameters& parameters = {}) {
@@ -60,13 +60,14 @@ protected:
     }
 
     std::string calls;
+    request_data data;
     request_answer response, error_response;
     std::shared_ptr<EventRoutingImpl> events = std::make_shared<EventRoutingImpl>();
     std::shared_ptr<RequestRoutingImpl> requests = std::make_shared<RequestRoutingImpl>(events);
 };
 
 TEST_F(RequestRouting, EmptiesTheOutputsAndHandsThemFromHandlerToHandler) {
-    const auto data = make_payload(std::string("data"));
+    data = make_payload(std::string("data"));
     const auto declines =
         answer("a.b", [&](const auto& path, const auto& received, auto& r, auto& e, const auto&) {
             EXPECT_EQ(path, "a.b");
@@ -81,12 +82,11 @@ TEST_F(RequestRouting, EmptiesTheOutputsAndHandsThemFromHandlerToHandler) {
         return true;
     });
     response = error_response = make_payload(std::string("of the caller"));
-    EXPECT_FALSE(requests->SendRequest("a.b", data, response, error_response, {}));
+    EXPECT_FALSE(send("a.b"));
     std::string scratch;
     EXPECT_EQ(*serialization::GetDataValue(request_data(response), scratch),
               "left by who declined");
-    EXPECT_TRUE(requests->SendRequest("a.b", data, response, error_response,
-                                      {{"supress_not_processed_exception", 0}}))
+    EXPECT_TRUE(send("a.b", {{"supress_not_processed_exception", 0}}))
         << "error data count only without suppression";
 }
 
@@ -118,11 +118,11 @@ TEST_F(RequestRouting, LogsRegistrationsAndBroadcastsThoseOfRegularHandlers) {
     std::string told;
     const auto listener = events->RegisterEventHandler(
         nullptr, "event_routing.request_handler.registered",
-        [&](const std::string&, const event_data& data, const routing_parameters& parameters) {
+        [&](const std::string&, const event_data& news, const routing_parameters& parameters) {
             EXPECT_TRUE(parameters.empty());
-            EXPECT_EQ(data->GetData()->GetTypeName(), "string");
+            EXPECT_EQ(news->GetData()->GetTypeName(), "string");
             std::string scratch;
-            const auto path = *serialization::GetDataValue(data, scratch);
+            const auto path = *serialization::GetDataValue(news, scratch);
             told += path + " ";
             if (path == "a.b") {
                 // The handler is there, and the service can be used from here.
@@ -168,12 +168,44 @@ TEST_F(RequestRouting, RequestsWaitForARegistrationThatIsBeingTold) {
             return true;
         },
         nullptr, "listener");
+    EXPECT_FALSE(send("a", {{"supress_not_processed_exception", 1}})) << "now it is remembered";
     const auto regular = answer("a", noting("1", true));
     asker->join();
     EXPECT_TRUE(processed);
 }
 
+TEST_F(RequestRouting, AFailedAnnouncementTakesTheHandlerBack) {
+    const auto monitor = events->RegisterMonitorHandler([](auto&&...) { throw 7; });
+    const auto listener = events->RegisterEventHandler(
+        nullptr, "*", [](auto&&...) { return true; }, nullptr, "told of, which fails");
+    EXPECT_THROW(answer("a", noting("1", true)), int);
+    EXPECT_TRUE(requests->GetRequestHandlers().empty());
+    EXPECT_FALSE(send("a", {{"supress_not_processed_exception", 1}}));
+    EXPECT_EQ(calls, "");
+}
+
+// The answer to one request tells whom to ask next.
+TEST_F(RequestRouting, ThePathMayLieInAnOutput) {
+    const std::string target = "a.path.that.is.long.enough.to.lie.on.the.heap";
+    std::string told;
+    const auto monitor =
+        requests->RegisterMonitorHandler([&](const std::string& path, auto&&...) { told = path; });
+    const auto handler = answer(target, noting("1", true));
+    response = make_payload(target);
+    std::string scratch;
+    EXPECT_TRUE(send(*serialization::GetDataValue(request_data(response), scratch)));
+    EXPECT_EQ(told, target);
+}
+
+TEST_F(RequestRouting, TheCallersTargetSessionComesBackWhole) {
+    const auto declines = answer("a", noting("1", false));
+    const auto last = requests->RegisterRequestFallbackHandler("a", noting("2", true), "");
+    EXPECT_TRUE(send("a", {{"prefer_local_request_handlers", 1}, {"target_session", {5, "t"}}}));
+    EXPECT_EQ(calls, "1(-3) 1(5t) 2(5t) ");
+}
+
 TEST_F(RequestRouting, MonitorsAreToldWhenTheRequestHasEnded) {
+    data = make_payload(1);
     const auto before = next_request_message_id();
     info about;
     routing_parameters parameters;
@@ -233,7 +265,7 @@ TEST_F(RequestRouting, MonitorsAreToldWhenTheRequestHasEnded) {
     EXPECT_FALSE(std::isnan(about.current_handler->elapsed_time));
     EXPECT_FALSE(about.processing_handler);
     EXPECT_EQ(parameters.size(), 2u) << "neither number nor process were added";
-    EXPECT_TRUE(failure);
+    EXPECT_EQ(exceptions::brief_text(failure), "failed");
     EXPECT_EQ(reports, 3);
 }
 
@@ -296,6 +328,11 @@ TEST_F(RequestRouting, TypedRequestsCarryValuesErrorsAndRefusals) {
     EXPECT_THROW(Wrong::Ask(*requests, "length", "four"), exceptions::error);
     using OtherInput = Request<std::uint32_t, std::int32_t>;
     EXPECT_THROW(OtherInput::Ask(*requests, "length", 4), request_was_not_processed);
+
+    // Whatever the output can be made of.
+    const auto text =
+        answer("text", Request<std::string>::RequestHandler([] { return "made of a literal"; }));
+    EXPECT_EQ(Request<std::string>::Ask(*requests, "text").value, "made of a literal");
 }
 
 TEST(RequestCookie, IsNamedInTheLogByItsFullType) {

@@ -7,11 +7,11 @@ namespace zel::event_routing::impl {
 
 namespace {
 
-constinit log::source_position registering(__FILE__, 37);
+constinit log::source_position registering(__FILE__, __LINE__);
 
 } // namespace
 
-SnowballRoutingImpl::SnowballRoutingImpl() : monitors_(std::make_shared<monitors>()) {}
+SnowballRoutingImpl::SnowballRoutingImpl() : monitors_(std::make_shared<observation::monitors>()) {}
 
 SnowballRoutingImpl::~SnowballRoutingImpl() = default;
 

@@ -3,10 +3,11 @@
 
 #include "framework/event_routing/src/event_routing/handler_type_name.h"
 #include "framework/event_routing/src/event_routing/match_records.h"
-#include "framework/event_routing/src/event_routing/monitor_handlers.h"
+#include "framework/event_routing/src/event_routing/message_observation.h"
 #include "framework/event_routing/src/event_routing/routing_lock.h"
 #include "framework/event_routing/src/event_routing/routing_map.h"
 
+#include <event_routing/snowball_handling_info.h>
 #include <event_routing/snowball_routing.h>
 
 namespace zel::event_routing::impl {
@@ -40,10 +41,8 @@ public:
 private:
     class snowball_pass;
 
-    using monitors = MonitorHandlers<void(
-        const std::string& path, const snowball_data& data, const snowball_data& response,
-        const snowball_data& error_response, const routing_parameters& parameters,
-        const monitor::snowball_handling_info_3& info, std::exception_ptr error)>;
+    using observation = message_observation<monitor::snowball_handling_info_3>;
+
     struct snowball_matches : matches_of_text {
         using matches_of_text::matches_of_text;
         std::size_t size() const noexcept { return handlers.size(); }
@@ -51,13 +50,12 @@ private:
         std::vector<snowball_routing_node::collected_handler> handlers;
     };
 
-    /// Waits for a registration on another thread.
-    std::shared_ptr<const snowball_matches> match(const std::string& path);
+    std::shared_ptr<const snowball_matches> matches_of(const text_key& path);
 
     routing_lock routing_lock_;
     snowball_routing_node handlers_ ZEL_GUARDED_BY(routing_lock_);
     match_records<snowball_matches> records_;
-    const std::shared_ptr<monitors> monitors_;
+    const std::shared_ptr<observation::monitors> monitors_;
 };
 
 } // namespace zel::event_routing::impl

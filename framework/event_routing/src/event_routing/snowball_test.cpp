@@ -40,10 +40,10 @@ protected:
         return text ? *text : "none";
     }
     void send(const std::string& path, const routing_parameters& parameters = {}) {
-        snowballs->SendSnowball(path, make_payload(std::tuple()), response, error_response,
-                                parameters);
+        snowballs->SendSnowball(path, data, response, error_response, parameters);
     }
 
+    snowball_data data;
     snowball_result response, error_response;
     std::shared_ptr<SnowballRoutingImpl> snowballs = std::make_shared<SnowballRoutingImpl>();
 };
@@ -60,6 +60,10 @@ TEST_F(SnowballRouting, GrowsFromTheMostSpecificHandlerToTheLeast) {
     std::string scratch;
     EXPECT_EQ(*serialization::GetDataValue(snowball_data(kept_by_another), scratch), "start ")
         << "what others hold does not change";
+    response = make_payload(std::string("start "));
+    const auto only_its_data = response->GetData();
+    send("a.b");
+    EXPECT_NE(response->GetData(), only_its_data);
     response = error_response = make_payload(1);
     send("a.b");
     EXPECT_EQ(response, error_response) << "a result of another type is left alone";
@@ -67,19 +71,23 @@ TEST_F(SnowballRouting, GrowsFromTheMostSpecificHandlerToTheLeast) {
     EXPECT_EQ((Snowball<std::string, std::int32_t>::Send(*snowballs, "a.c", 1, "s")), "s")
         << "a payload of another type";
     send("");
-    EXPECT_EQ(snowballs->GetSnowballHandlers().size(), 5u);
+    EXPECT_EQ(snowballs->GetSnowballHandlers(),
+              (std::vector<std::pair<std::string, std::string>>{
+                  {"*", "4"}, {"a.*", "3"}, {"a.b", "1"}, {"a.b", "2"}, {"a.b.*", "x"}}));
 }
 
 TEST_F(SnowballRouting, AFailedHandlerEndsThePass) {
+    data = make_payload(std::tuple());
     info about;
     std::exception_ptr failure;
     routing_parameters parameters;
     const auto before = next_snowball_message_id();
     const auto monitor = snowballs->RegisterMonitorHandler(
-        [&](const std::string& path, const snowball_data&, const snowball_data& r,
+        [&](const std::string& path, const snowball_data& d, const snowball_data& r,
             const snowball_data& e, const routing_parameters& p, const info& i,
             std::exception_ptr f) {
             EXPECT_EQ(path, "a.b");
+            EXPECT_EQ(d, data);
             EXPECT_EQ(r, response);
             EXPECT_EQ(e, error_response);
             std::tie(about, parameters, failure) = std::tuple(i, p, f);
@@ -105,7 +113,7 @@ TEST_F(SnowballRouting, AFailedHandlerEndsThePass) {
     EXPECT_FALSE(std::isnan(about.called_handlers[0].cpu_time));
     EXPECT_EQ(about.current_handler->description, "fails");
     EXPECT_FALSE(std::isnan(about.current_handler->elapsed_time));
-    EXPECT_TRUE(failure);
+    EXPECT_EQ(exceptions::brief_text(failure), "failed");
     EXPECT_EQ(parameters.at("monitoring_message_id").number, before + 1);
     EXPECT_EQ(parameters.at("monitoring_message_pid").number, 1);
 
