@@ -10,6 +10,10 @@ extern const char* const usage;
 
 struct command_line {
     bool help = false;
+    bool watch = false;
+    bool log = false;
+    std::string trace; ///< the file; empty for none
+    std::vector<std::string> questions;
     std::string folder;
     std::string complaint; ///< empty when the rest is to be done
 

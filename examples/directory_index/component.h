@@ -1,8 +1,12 @@
-// A part of the program that lives from events alone.
+// What the host and a component's library have in common, besides what is routed.
 //
-// A component registers its handlers when it is made and holds their cookies as
-// its last member, so that no handler runs on a half-destroyed component. It sees
-// of the others only what they broadcast (paths.h); any of them may be missing.
+// A component lives from messages alone. It lies in a shared library of its own, which the
+// host loads; it sees of the others only what they send (paths.h, payloads.h), and any of
+// them may be missing. It registers its handlers when it is made and holds their cookies as
+// its last member, so that no handler runs on a half-destroyed component.
+//
+// The host sends on one thread: what a component keeps needs a lock only if an asynchronous
+// part uses it, too.
 #pragma once
 
 #include <event_routing/client.h>
@@ -19,15 +23,34 @@ using zel::event_routing::routing_parameters;
 using cookie = std::shared_ptr<zel::tasklib::keep_registered>;
 using cookies = std::vector<cookie>;
 
-class component {
+class ZEL_EXPORT component : public zel::InterfaceBase {
 public:
-    component() = default;
-    component(const component&) = delete;
-    component& operator=(const component&) = delete;
-    virtual ~component() = default;
+    static constexpr std::int32_t interface_version = 1;
+    virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
+};
 
-    /// What the component found out, in whole lines; empty when there is nothing.
-    virtual std::string report() const = 0;
+/// What there is to register with.
+struct services {
+    std::shared_ptr<IEventRouting> events;
+    std::shared_ptr<zel::event_routing::IRequestRouting> requests;
+    std::shared_ptr<zel::event_routing::ISnowballRouting> snowballs;
+
+    static services of_this_process() {
+        using namespace zel::event_routing;
+        const auto module = get_module();
+        return {get_event_routing(*module), get_request_routing(*module),
+                get_snowball_routing(*module)};
+    }
 };
 
 } // namespace directory_index
+
+/// The one export of a component's library. What it throws is reported by the host, which
+/// then goes on without the component.
+extern "C" ZEL_EXPORT void
+make_directory_index_component(std::shared_ptr<directory_index::component>& made);
+
+template <>
+struct zel::declared_type_name<directory_index::component> {
+    static std::string text() { return "class directory_index::component"; }
+};

@@ -75,6 +75,10 @@ Largest files
 Total: 13 files, 5.0 GiB (5,369,761,827 bytes)
 
 Text: 6 lines in 4 files
+
+Words: 2 distinct, 2 in all, in 7 files
+           1  newline
+           1  no
 TEXT
 
 rm -r tree && mkdir tree tree/empty && ln -s tree linked
@@ -96,9 +100,136 @@ refused "'-x': No such file or directory" -- -x
 refused "'f.a': Not a directory" f.a
 "$program" --help | grep -q '^usage: directory_index ' || fail "--help: no usage or not exit code 0"
 
-mkdir bin && cp "$program" bin && cp -R "$(dirname "$program")/../lib" lib && rm lib/libzel_log.so
+refused "--trace needs a FILE; --help shows the usage" . --trace
+refused "'/nowhere/trace': No such file or directory" --trace /nowhere/trace .
+
+refused "--ask needs a WORD; --help shows the usage" --ask -- .
+
+rm -r tree && mkdir tree && echo 'Word of the other word' >tree/a.txt && echo word >tree/b.txt
+check "questions" 1 "$program" --ask word nothing WORD the --trace ../trace -- . <<'TEXT'
+word: 3 times in 2 files
+           2  ./a.txt
+           1  ./b.txt
+directory_index: Request 'index.lookup' was not processed. Routing parameters: word= text: 'nothing', number: 0
+WORD: 3 times in 2 files
+           2  ./a.txt
+           1  ./b.txt
+directory_index: 'the': stands nearly everywhere and is not looked up
+TEXT
+[[ $(grep -c '"answered_by":"word index"' trace) == 2 ]] || fail "requests are not in the trace"
+check "answers of the cache" 0 "$program" . --ask other other --trace ../trace <<'TEXT'
+other: 1 time in 1 file
+           1  ./a.txt
+other: 1 time in 1 file
+           1  ./a.txt
+TEXT
+[[ $(grep -c '"answered_by":"word index"' trace) == 1 ]] || fail "the index was asked again"
+check "unknown question" 1 "$program" . --ask index.size \
+    <<<"directory_index: 'index.size': nobody answers this question; there is index.lookup"
+
+mkdir bin && cp "$program" bin && cp -R "$(dirname "$program")/../lib" lib
+rm -r tree && mkdir tree && echo word >tree/a.txt
+rm lib/libdirectory_index_largest_files.so lib/libdirectory_index_extension_table.so
+echo broken >lib/libdirectory_index_totals.so
+cp lib/libzel_perfstats.so lib/libdirectory_index_word_index.so
+check "component libraries at fault" 1 bash -c '"$1" . 2>&1 | sed "s/ [^ ]*word_index.so/ X/"
+    exit "${PIPESTATUS[0]}"' bash ../bin/directory_index < <(
+    for component in extension_table largest_files; do
+        echo "directory_index: goes on without $component: The library directory_index_$component\
+ could not be loaded: libdirectory_index_$component.so: cannot open shared object file: No such file or directory"
+    done
+    echo "directory_index: goes on without totals: The library directory_index_totals could not be\
+ loaded: $scratch/bin/../lib/libdirectory_index_totals.so: file too short"
+    echo "directory_index: goes on without word_index: The library X does not export\
+ make_directory_index_component."
+    printf 'Text: 1 line in 1 file\n'
+)
+rm lib/libzel_log.so
 check "missing neighbour" 1 ../bin/directory_index . <<<"directory_index: The library zel_log could\
  not be loaded: libzel_log.so: cannot open shared object file: No such file or directory"
+
+# --- Following a folder ------------------------------------------------------
+
+# start ARGUMENTS...: what it prints is read from descriptor $printed.
+start() {
+    exec {printed}< <(exec env --default-signal=INT "$program" "$@" 2>&1)
+    pid=$!
+}
+
+# await PATTERN: reads on to a line like that.
+await() {
+    local line
+    while IFS= read -r -t 60 -u "$printed" line; do
+        # shellcheck disable=SC2053 # a pattern
+        [[ $line == $1 ]] && return
+    done
+    fail "no line like '$1'"
+}
+
+# ends_with EXIT_CODE
+ends_with() {
+    local code=0
+    wait "$pid" || code=$?
+    ((code == $1)) || fail "ended with $code instead of $1"
+    exec {printed}<&-
+}
+
+start --watch --log --trace trace tree
+await 'Words: 1 distinct, 1 in all, in 1 file'
+echo 'another word' >>tree/a.txt
+await 'Changed  tree/a.txt'
+await 'Words: 2 distinct, 3 in all, in 1 file'
+mkdir -p tree/new/deep && echo third >tree/new/deep/b.txt
+await 'Words: 3 distinct, 4 in all, in 2 files'
+mv tree/new tree/moved
+await '* tree/moved/deep/b.txt'
+echo 'third fourth' >tree/moved/deep/b.txt
+await 'Changed  tree/moved/deep/b.txt'
+await 'Words: 4 distinct, 5 in all, in 2 files'
+rm -r tree/moved
+await 'Gone     tree/moved*'
+await 'Words: 2 distinct, 3 in all, in 1 file'
+kill -STOP "$pid" # meanwhile the system keeps a limited number of changes for it
+most=$(cat /proc/sys/fs/inotify/max_queued_events)
+for ((i = 0; i < most; ++i)); do : >"tree/many$i"; done
+find tree -name 'many*' -delete
+echo last >tree/z.txt
+kill -CONT "$pid"
+await 'Total: 2 files*'
+await 'Words: 3 distinct, 4 in all, in 2 files'
+kill -INT "$pid"
+await 'Words: 3 distinct, 4 in all, in 2 files'
+await '*Event routing statistic*'
+ends_with 130
+for traced in 'word index' watch.changed walk.ended report.build; do
+    grep -q "\"$traced\"" trace || fail "'$traced' is not in the trace"
+done
+[[ $(tail -n 1 trace) == ']}' ]] || fail "the trace has no end"
+
+start --watch tree
+await 'Words: *'
+rm -r tree
+await "directory_index: 'tree': No such file or directory"
+ends_with 2
+
+mkdir tree
+"$program" --watch tree >tree/own_output & # whose changes are no news, or there would be no end
+pid=$!
+# await_in_file PATTERN
+await_in_file() {
+    local deadline=$((SECONDS + 60))
+    until grep -q "$1" tree/own_output; do
+        ((SECONDS < deadline)) || { fail "no '$1' in the file"; return; }
+        sleep 0.02
+    done
+}
+await_in_file '^Total: '
+touch tree/new
+await_in_file '^New .* tree/new'
+kill -TERM "$pid"
+code=0; wait "$pid" || code=$?
+((code == 143)) || fail "SIGTERM: ended with $code"
+! grep '^Changed' tree/own_output || fail "its own output is news"
 
 # Permissions mean nothing to root.
 as_other=(); ((EUID != 0)) || as_other=(setpriv --reuid=65534 --regid=65534 --clear-groups)

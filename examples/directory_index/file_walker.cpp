@@ -1,8 +1,5 @@
 #include "examples/directory_index/file_walker.h"
 
-#include "examples/directory_index/file_kind.h"
-#include "examples/directory_index/paths.h"
-
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -26,31 +23,40 @@ std::error_code try_to_open(const fs::path& file) {
 
 } // namespace
 
-std::error_code file_walker::walk(const fs::path& folder) {
-    std::error_code failure;
-    fs::directory_iterator entries(folder, failure);
-    if (failure)
+std::error_code file_walker::walk(const fs::path& folder, zel::platform::event* stop) {
+    stop_ = stop;
+    if (const auto failure = visit_folder(folder))
         return failure;
-    visit_folder(folder, std::move(entries));
     while (!folders_to_visit_.empty()) {
         const fs::path next = std::move(folders_to_visit_.back());
         folders_to_visit_.pop_back();
-        entries = fs::directory_iterator(next, failure);
-        if (failure)
-            broadcast_unreadable(next, failure);
-        else
-            visit_folder(next, std::move(entries));
+        if (const auto failure = visit_folder(next))
+            unreadable(next, failure);
     }
-    events_.BroadcastEvent(paths::walk_ended, nullptr, {}, nullptr);
     return {};
 }
 
-void file_walker::visit_folder(const fs::path& folder, fs::directory_iterator entries) {
+// Returns why the folder cannot be opened.
+std::error_code file_walker::visit_folder(const fs::path& folder) {
+    using zel::platform::milliseconds;
     std::error_code failure;
-    for (; entries != fs::directory_iterator(); entries.increment(failure))
-        visit_entry(*entries);
+    // Before the first entry is read: what changes from now on is told.
+    const auto unwatched = watch_ ? watch_->add(folder.string()) : std::error_code();
+    fs::directory_iterator entries(folder, failure);
     if (failure)
-        broadcast_unreadable(folder, failure);
+        return failure;
+    if (unwatched && !first_unwatched_)
+        first_unwatched_ = {folder.string(), unwatched};
+    for (; entries != fs::directory_iterator(); entries.increment(failure)) {
+        if (stop_ && stop_->wait(milliseconds::zero())) {
+            folders_to_visit_.clear();
+            return {};
+        }
+        visit_entry(*entries);
+    }
+    if (failure)
+        unreadable(folder, failure);
+    return {};
 }
 
 void file_walker::visit_entry(const fs::directory_entry& entry) {
@@ -63,7 +69,16 @@ void file_walker::visit_entry(const fs::directory_entry& entry) {
     else if (entry.is_regular_file(failure))
         visit_file(entry);
     else if (failure)
-        broadcast_unreadable(entry.path(), failure);
+        unreadable(entry.path(), failure);
+}
+
+void file_walker::visit(const fs::path& file) {
+    std::error_code failure;
+    if (fs::symlink_status(file, failure).type() != fs::file_type::regular)
+        return;
+    const fs::directory_entry entry(file, failure);
+    if (!failure)
+        visit_file(entry);
 }
 
 void file_walker::visit_file(const fs::directory_entry& file) {
@@ -71,24 +86,14 @@ void file_walker::visit_file(const fs::directory_entry& file) {
     const auto size = static_cast<std::int64_t>(file.file_size(failure));
     if (!failure)
         failure = try_to_open(file.path());
-    if (failure) {
-        broadcast_unreadable(file.path(), failure);
-        return;
-    }
-    routing_parameters parameters;
-    parameters[parameter::path] = file.path().string();
-    parameters[parameter::size] = size;
-    const std::string name = file.path().filename().string();
-    events_.BroadcastEvent(paths::found + extension_of(name) + ";" + paths::size +
-                               magnitude_of(size),
-                           nullptr, parameters, nullptr);
+    if (failure)
+        unreadable(file.path(), failure);
+    else
+        told_.found(file.path().string(), size);
 }
 
-void file_walker::broadcast_unreadable(const fs::path& path, const std::error_code& reason) {
-    routing_parameters parameters;
-    parameters[parameter::path] = path.string();
-    parameters[parameter::reason] = reason.message();
-    events_.BroadcastEvent(paths::unreadable, nullptr, parameters, nullptr);
+void file_walker::unreadable(const fs::path& path, const std::error_code& reason) {
+    told_.unreadable(path.string(), reason.message());
 }
 
 } // namespace directory_index

@@ -1,13 +1,18 @@
-// Walks a folder and broadcasts what it meets (paths.h).
+// Walks a folder and tells the catalogue what it meets.
 //
-// Every regular file below the folder gives one broadcast: found, or unreadable
-// when it cannot be sized or opened. Symbolic links are not followed; what is
-// neither file nor folder is not touched. The order is that of the file system.
+// Every regular file below the folder is either found, or unreadable when it cannot be
+// sized or opened. Symbolic links are not followed; what is neither file nor folder is not
+// touched. The order is that of the file system.
 #pragma once
 
-#include "examples/directory_index/component.h"
+#include "examples/directory_index/catalogue.h"
+
+#include <platform/event.h>
+#include <platform/folder_watch.h>
 
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -15,21 +20,36 @@ namespace directory_index {
 
 class file_walker {
 public:
-    /// The routing service must outlive the walker.
-    explicit file_walker(IEventRouting& events) : events_(events) {}
+    /// The folders that a walk comes to are added to `watch`, if there is one. Both must
+    /// outlive the walker.
+    file_walker(catalogue& told, zel::platform::folder_watch* watch) : told_(told), watch_(watch) {}
 
-    /// Returns why the folder itself cannot be opened; nothing was broadcast then.
-    /// The folder may be a symbolic link.
-    std::error_code walk(const std::filesystem::path& folder);
+    /// Returns why the folder itself cannot be opened; nothing was told then. The folder
+    /// may be a symbolic link. Ends early once `stop`, if there is one, is signalled.
+    std::error_code walk(const std::filesystem::path& folder, zel::platform::event* stop);
+
+    /// What now lies at a path below the folder, if it is a file.
+    void visit(const std::filesystem::path& file);
+
+    /// Why some folder could not be watched; nothing when all are.
+    struct unwatched_folder {
+        std::string path;
+        std::error_code reason;
+    };
+    const std::optional<unwatched_folder>& first_unwatched() const noexcept {
+        return first_unwatched_;
+    }
 
 private:
-    void visit_folder(const std::filesystem::path& folder,
-                      std::filesystem::directory_iterator entries);
+    std::error_code visit_folder(const std::filesystem::path& folder);
     void visit_entry(const std::filesystem::directory_entry& entry);
     void visit_file(const std::filesystem::directory_entry& file);
-    void broadcast_unreadable(const std::filesystem::path& path, const std::error_code& reason);
+    void unreadable(const std::filesystem::path& path, const std::error_code& reason);
 
-    IEventRouting& events_;
+    catalogue& told_;
+    zel::platform::event* stop_ = nullptr; // of the walk that goes on
+    zel::platform::folder_watch* watch_;
+    std::optional<unwatched_folder> first_unwatched_;
     // Instead of recursion: folders may be nested deeply, and each open one would
     // take one of the process's few file descriptors.
     std::vector<std::filesystem::path> folders_to_visit_;

@@ -1,62 +1,80 @@
-// Indexes a folder: the walker broadcasts one event per file, components that do
-// not know each other make a report of them. The host below makes them, lets the
-// walker run, and prints what each has to say.
+// Indexes a folder: the host walks it and broadcasts an event for each file, components
+// that do not know each other make a report of them.
 #include "examples/directory_index/command_line.h"
-#include "examples/directory_index/components.h"
-#include "examples/directory_index/file_walker.h"
+#include "examples/directory_index/console.h"
+#include "examples/directory_index/index_session.h"
 #include "examples/directory_index/report_text.h"
+#include "examples/directory_index/trace_file.h"
 
-#include <event_routing/client.h>
+#include <framework/log/log_module.h>
+#include <platform/interrupt.h>
 
-#include <cerrno>
-#include <cstdio>
 #include <exception>
-#include <system_error>
+#include <optional>
 
 namespace {
 
 using namespace directory_index;
+using zel::platform::interrupt_watch;
 
 enum exit_code { done = 0, failed = 1, bad_request = 2 };
 
-// In the order of their reports.
-std::vector<std::unique_ptr<component>> make_components(IEventRouting& events) {
-    std::vector<std::unique_ptr<component>> components;
-    for (const auto make : {make_progress, make_extension_table, make_largest_files, make_totals,
-                            make_line_counter, make_unreadable_files})
-        components.push_back(make(events));
-    return components;
-}
-
-void print(const std::string& text) {
-    errno = 0;
-    std::fputs(text.c_str(), stdout);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-        throw std::system_error(errno, std::generic_category(), "The report cannot be written");
-}
-
-int complain(const std::string& text) {
-    std::fprintf(stderr, "directory_index: %s\n", text.c_str());
+int refuse(const std::string& text) {
+    complain(text);
     return bad_request;
 }
 
-int index_folder(const std::string& folder) {
-    const auto module = zel::event_routing::get_module();
-    const auto events = zel::event_routing::get_event_routing(*module);
-    const auto components = make_components(*events);
+int refuse(const std::string& file, const std::error_code& reason) {
+    return refuse("'" + printable(file) + "': " + reason.message());
+}
 
-    if (const auto failure = file_walker(*events).walk(folder))
-        return complain("'" + printable(folder) + "': " + failure.message());
-
-    std::string text;
-    for (const auto& component : components) {
-        const std::string section = component->report();
-        if (!text.empty() && !section.empty())
-            text += '\n';
-        text += section;
+int index_and_report(const command_line& command, const services& to, interrupt_watch& interrupt) {
+    std::vector<std::string> own_outputs{"/dev/stdout", "/dev/stderr"};
+    if (!command.trace.empty())
+        own_outputs.push_back(command.trace);
+    index_session session(to, {command.folder, command.watch, own_outputs});
+    if (const auto failure = session.index(interrupt.requested()))
+        return refuse(command.folder, failure);
+    if (interrupt.exit_code())
+        complain("interrupted; this is what was found until then");
+    bool is_complete = session.all_components_are_there();
+    if (command.questions.empty())
+        session.print_report();
+    else
+        is_complete = session.print_answers(command.questions) && is_complete;
+    if (command.watch && !interrupt.exit_code()) {
+        if (const auto failure = session.follow(interrupt.requested()))
+            return refuse(command.folder, failure);
+        print("\n");
+        session.print_report();
     }
-    print(text);
-    return done;
+    return interrupt.exit_code().value_or(is_complete ? done : failed);
+}
+
+int run(const command_line& command) {
+    interrupt_watch interrupt;
+    const auto log = zel::log::get_log_module(); // nothing can be registered without it
+    if (command.log)
+        log->SetDefaultSinkSeverity(zel::log::severity::statistics);
+    const auto to = services::of_this_process();
+    if (command.trace.empty())
+        return index_and_report(command, to, interrupt);
+
+    std::optional<trace_file> trace;
+    try {
+        trace.emplace(command.trace, to);
+    } catch (const std::system_error& failure) {
+        return refuse(command.trace, failure.code());
+    }
+    const int code = index_and_report(command, to, interrupt);
+    try {
+        trace->close();
+    } catch (const std::system_error& failure) {
+        complain("the trace '" + printable(command.trace) +
+                 "' is not complete: " + failure.code().message());
+        return failed;
+    }
+    return code;
 }
 
 } // namespace
@@ -65,14 +83,14 @@ int main(int argc, char** argv) {
     try {
         const auto command = command_line::parse({argv + (argc > 0), argv + argc});
         if (!command.complaint.empty())
-            return complain(command.complaint + "; --help shows the usage");
+            return refuse(command.complaint + "; --help shows the usage");
         if (command.help) {
             print(usage);
             return done;
         }
-        return index_folder(command.folder);
+        return run(command);
     } catch (const std::exception& failure) {
-        std::fprintf(stderr, "directory_index: %s\n", failure.what());
+        complain(failure.what());
         return failed;
     }
 }

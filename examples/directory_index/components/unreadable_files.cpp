@@ -1,6 +1,7 @@
 // What could not be read, and why.
-#include "examples/directory_index/components.h"
+#include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/report.h"
 #include "examples/directory_index/report_text.h"
 
 #include <fmt/format.h>
@@ -13,7 +14,8 @@ namespace {
 
 class unreadable_files final : public component {
 public:
-    explicit unreadable_files(IEventRouting& events) {
+    explicit unreadable_files(const services& to) {
+        IEventRouting& events = *to.events;
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::unreadable,
             [this](const std::string&, const event_data&, const routing_parameters& about) {
@@ -21,9 +23,18 @@ public:
                 return true;
             },
             nullptr, "unreadable files"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::unreadable_gone,
+            [this](const std::string&, const event_data&, const routing_parameters& about) {
+                reasons_.erase(about.at(parameter::path).text);
+                return true;
+            },
+            nullptr, "unreadable files: no longer"));
+        cookies_.push_back(register_section(to, "unreadable files", [this] { return report(); }));
     }
 
-    std::string report() const override {
+private:
+    std::string report() const {
         if (reasons_.empty())
             return {};
         std::string text = "Unreadable\n";
@@ -32,15 +43,15 @@ public:
         return text;
     }
 
-private:
     std::map<std::string, std::string> reasons_;
     cookies cookies_;
 };
 
 } // namespace
 
-std::unique_ptr<component> make_unreadable_files(IEventRouting& events) {
-    return std::make_unique<unreadable_files>(events);
-}
-
 } // namespace directory_index
+
+void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+    made = std::make_shared<directory_index::unreadable_files>(
+        directory_index::services::of_this_process());
+}

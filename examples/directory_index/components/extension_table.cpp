@@ -1,6 +1,7 @@
 // Files, bytes and lines by extension.
-#include "examples/directory_index/components.h"
+#include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/report.h"
 #include "examples/directory_index/report_text.h"
 
 #include <fmt/format.h>
@@ -23,11 +24,11 @@ struct counts {
     std::int64_t bytes = 0;
     std::optional<std::int64_t> lines; // none: nobody counted any
 
-    void add(const counts& other) {
-        files += other.files;
-        bytes += other.bytes;
+    void add(const counts& other, int times = 1) {
+        files += times * other.files;
+        bytes += times * other.bytes;
         if (other.lines)
-            lines = lines.value_or(0) + *other.lines;
+            lines = lines.value_or(0) + times * *other.lines;
     }
 };
 
@@ -42,7 +43,8 @@ std::string line_of(const row& shown) {
 
 class extension_table final : public component {
 public:
-    explicit extension_table(IEventRouting& events) {
+    explicit extension_table(const services& to) {
+        IEventRouting& events = *to.events;
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_found,
             [this](const std::string& path, const event_data&, const routing_parameters& about) {
@@ -52,6 +54,14 @@ public:
             },
             nullptr, "extension table: files"));
         cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::any_gone,
+            [this](const std::string& path, const event_data&, const routing_parameters& about) {
+                take_back(path.substr(paths::gone.size()),
+                          {1, about.at(parameter::size).number, {}});
+                return true;
+            },
+            nullptr, "extension table: gone files"));
+        cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_lines,
             [this](const std::string& path, const event_data&, const routing_parameters& about) {
                 extensions_[path.substr(paths::lines.size())].add(
@@ -59,9 +69,19 @@ public:
                 return true;
             },
             nullptr, "extension table: lines"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::any_lines_gone,
+            [this](const std::string& path, const event_data&, const routing_parameters& about) {
+                take_back(path.substr(paths::lines_gone.size()),
+                          {0, 0, about.at(parameter::lines).number});
+                return true;
+            },
+            nullptr, "extension table: gone lines"));
+        cookies_.push_back(register_section(to, "extension table", [this] { return report(); }));
     }
 
-    std::string report() const override {
+private:
+    std::string report() const {
         if (extensions_.empty())
             return {};
         std::string text =
@@ -71,7 +91,14 @@ public:
         return text;
     }
 
-private:
+    // The lines of a file go before or after the file itself, whoever is asked first.
+    void take_back(const std::string& extension, const counts& gone) {
+        counts& left = extensions_[extension];
+        left.add(gone, -1);
+        if (left.files == 0 && left.lines.value_or(0) == 0)
+            extensions_.erase(extension);
+    }
+
     // By bytes; those that find no room are summed up in the last row.
     std::vector<row> rows() const {
         std::vector<row> sorted;
@@ -97,8 +124,9 @@ private:
 
 } // namespace
 
-std::unique_ptr<component> make_extension_table(IEventRouting& events) {
-    return std::make_unique<extension_table>(events);
-}
-
 } // namespace directory_index
+
+void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+    made = std::make_shared<directory_index::extension_table>(
+        directory_index::services::of_this_process());
+}

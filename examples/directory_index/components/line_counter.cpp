@@ -3,8 +3,9 @@
 // Registered for each extension by itself: a file of another kind never gets here.
 // Broadcasts from inside its handler, so whoever shows lines gets them before the
 // file's own broadcast has reached the less specific registrations.
-#include "examples/directory_index/components.h"
+#include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/report.h"
 #include "examples/directory_index/report_text.h"
 
 #include <fmt/format.h>
@@ -15,7 +16,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
+#include <optional>
 #include <system_error>
+#include <unordered_map>
 
 namespace directory_index {
 
@@ -57,7 +61,8 @@ std::int64_t count_lines(const std::string& file, IEventRouting& events) {
 
 class line_counter final : public component {
 public:
-    explicit line_counter(IEventRouting& events) : events_(events) {
+    explicit line_counter(const services& to) : events_(*to.events) {
+        IEventRouting& events = *to.events;
         for (const std::string extension : text_extensions)
             cookies_.push_back(events.RegisterEventHandler(
                 nullptr, paths::found + extension,
@@ -67,15 +72,24 @@ public:
                     return true;
                 },
                 nullptr, "line counter"));
-    }
-
-    std::string report() const override {
-        if (files_ == 0)
-            return {};
-        return fmt::format("Text: {} in {}\n", counted(lines_, "line"), counted(files_, "file"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::any_gone,
+            [this](const std::string& path, const event_data&, const routing_parameters& about) {
+                take_back(path.substr(paths::gone.size()), about.at(parameter::path).text);
+                return true;
+            },
+            nullptr, "line counter: gone files"));
+        cookies_.push_back(register_section(to, "line counter", [this] { return report(); }));
     }
 
 private:
+    std::string report() const {
+        const auto files = std::ssize(files_) - unreadable_;
+        if (files == 0)
+            return {};
+        return fmt::format("Text: {} in {}\n", counted(lines_, "line"), counted(files, "file"));
+    }
+
     void count(const std::string& extension, const std::string& file) {
         routing_parameters parameters;
         parameters[parameter::path] = file;
@@ -83,25 +97,48 @@ private:
         try {
             const std::int64_t lines = count_lines(file, events_);
             lines_ += lines;
-            ++files_;
+            files_[file] = lines;
             parameters[parameter::lines] = lines;
         } catch (const std::system_error& failure) {
+            ++unreadable_;
+            files_[file] = std::nullopt;
             path = paths::unreadable;
             parameters[parameter::reason] = failure.code().message();
         }
         events_.BroadcastEvent(path, nullptr, parameters, nullptr);
     }
 
+    void take_back(const std::string& extension, const std::string& file) {
+        const auto counted_file = files_.find(file);
+        if (counted_file == files_.end())
+            return;
+        routing_parameters parameters;
+        parameters[parameter::path] = file;
+        std::string path = paths::unreadable_gone;
+        if (const auto lines = counted_file->second) {
+            lines_ -= *lines;
+            path = paths::lines_gone + extension;
+            parameters[parameter::lines] = *lines;
+        } else {
+            --unreadable_;
+        }
+        files_.erase(counted_file);
+        events_.BroadcastEvent(path, nullptr, parameters, nullptr);
+    }
+
     IEventRouting& events_;
     std::int64_t lines_ = 0;
-    std::int64_t files_ = 0;
+    std::ptrdiff_t unreadable_ = 0;
+    // Lines by path; none of a file that could not be read.
+    std::unordered_map<std::string, std::optional<std::int64_t>> files_;
     cookies cookies_;
 };
 
 } // namespace
 
-std::unique_ptr<component> make_line_counter(IEventRouting& events) {
-    return std::make_unique<line_counter>(events);
-}
-
 } // namespace directory_index
+
+void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+    made = std::make_shared<directory_index::line_counter>(
+        directory_index::services::of_this_process());
+}

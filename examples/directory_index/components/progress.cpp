@@ -1,5 +1,5 @@
 // Shows on a terminal that a long walk goes on.
-#include "examples/directory_index/components.h"
+#include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
 #include "examples/directory_index/report_text.h"
 
@@ -21,13 +21,15 @@ constexpr auto pause = std::chrono::milliseconds(100);
 
 class progress final : public component {
 public:
-    explicit progress(IEventRouting& events) {
+    explicit progress(const services& to) {
+        IEventRouting& events = *to.events;
         if (!zel::platform::is_terminal(stderr))
             return;
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_file,
             [this](const std::string&, const event_data&, const routing_parameters&) {
-                ++files_;
+                if (files_++ == 0)
+                    next_ = clock::now() + patience;
                 show_when_due();
                 return true;
             },
@@ -43,6 +45,7 @@ public:
             nullptr, paths::walk_ended,
             [this](const std::string&, const event_data&, const routing_parameters&) {
                 erase();
+                files_ = 0;
                 return true;
             },
             nullptr, "progress: end"));
@@ -50,8 +53,6 @@ public:
 
     // A walk that an exception ends does not say so.
     ~progress() override { erase(); }
-
-    std::string report() const override { return {}; }
 
 private:
     void show_when_due() {
@@ -70,7 +71,7 @@ private:
         shown_ = 0;
     }
 
-    clock::time_point next_ = clock::now() + patience;
+    clock::time_point next_;
     std::int64_t files_ = 0;
     std::size_t shown_ = 0;
     cookies cookies_;
@@ -78,8 +79,9 @@ private:
 
 } // namespace
 
-std::unique_ptr<component> make_progress(IEventRouting& events) {
-    return std::make_unique<progress>(events);
-}
-
 } // namespace directory_index
+
+void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+    made =
+        std::make_shared<directory_index::progress>(directory_index::services::of_this_process());
+}

@@ -2,8 +2,9 @@
 //
 // A found file is broadcast to two paths, and both lead to the one registration
 // here; its handler still runs once per file and is given both paths joined.
-#include "examples/directory_index/components.h"
+#include "examples/directory_index/component.h"
 #include "examples/directory_index/paths.h"
+#include "examples/directory_index/report.h"
 #include "examples/directory_index/report_text.h"
 
 #include <fmt/format.h>
@@ -16,7 +17,8 @@ namespace {
 
 class totals final : public component {
 public:
-    explicit totals(IEventRouting& events) {
+    explicit totals(const services& to) {
+        IEventRouting& events = *to.events;
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_file,
             [this](const std::string& path, const event_data&, const routing_parameters& about) {
@@ -29,9 +31,26 @@ public:
                 return true;
             },
             nullptr, "totals"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::any_gone,
+            [this](const std::string&, const event_data&, const routing_parameters& about) {
+                --files_;
+                bytes_ -= about.at(parameter::size).number;
+                return true;
+            },
+            nullptr, "totals: gone files"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::unreadable_gone,
+            [this](auto&&...) {
+                --unreadable_;
+                return true;
+            },
+            nullptr, "totals: no longer unreadable"));
+        cookies_.push_back(register_section(to, "totals", [this] { return report(); }));
     }
 
-    std::string report() const override {
+private:
+    std::string report() const {
         std::string text = fmt::format("Total: {}, {} ({})", counted(files_, "file"),
                                        readable_size(bytes_), counted(bytes_, "byte"));
         if (unreadable_ > 0)
@@ -39,7 +58,6 @@ public:
         return text + "\n";
     }
 
-private:
     std::int64_t files_ = 0;
     std::int64_t bytes_ = 0;
     std::int64_t unreadable_ = 0;
@@ -48,8 +66,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<component> make_totals(IEventRouting& events) {
-    return std::make_unique<totals>(events);
-}
-
 } // namespace directory_index
+
+void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+    made = std::make_shared<directory_index::totals>(directory_index::services::of_this_process());
+}

@@ -1,0 +1,61 @@
+#include "examples/directory_index/questions.h"
+
+#include "examples/directory_index/console.h"
+#include "examples/directory_index/paths.h"
+#include "examples/directory_index/payloads.h"
+#include "examples/directory_index/report_text.h"
+
+#include <fmt/format.h>
+
+namespace directory_index {
+
+namespace {
+
+constexpr std::size_t most_shown = 20;
+
+std::string text_of(const std::string& word, const std::vector<word_place>& places) {
+    std::int64_t sum = 0;
+    for (const auto& place : places)
+        sum += place.count;
+    const auto files = static_cast<std::int64_t>(places.size());
+    std::string text = fmt::format("{}: {} in {}\n", printable(word), counted(sum, "time"),
+                                   counted(files, "file"));
+    for (std::size_t i = 0; i < places.size() && i < most_shown; ++i)
+        text += fmt::format("{:>12}  {}\n", grouped(places[i].count), printable(places[i].path));
+    if (places.size() > most_shown)
+        text += fmt::format("{:>12}  {}\n", "",
+                            counted(files - static_cast<std::int64_t>(most_shown), "further file"));
+    return text;
+}
+
+bool ask(zel::event_routing::IRequestRouting& requests, const std::string& word) {
+    const bool is_question = word.starts_with(paths::index_questions);
+    routing_parameters parameters;
+    parameters[parameter::word] = word;
+    try {
+        const auto answer =
+            Lookup::Ask(requests, is_question ? word : paths::index_lookup, word, parameters);
+        if (answer) {
+            print(text_of(word, *answer.value));
+            return true;
+        }
+        explanation scratch;
+        const auto* const why =
+            zel::serialization::GetDataValue<explanation>(answer.error, scratch);
+        complain(fmt::format("'{}': {}", printable(word), why ? printable(why->text) : "failed"));
+    } catch (const zel::event_routing::request_was_not_processed& nobody) {
+        complain(printable(nobody.what()));
+    }
+    return false;
+}
+
+} // namespace
+
+bool ask(zel::event_routing::IRequestRouting& requests, const std::vector<std::string>& words) {
+    bool all_answered = true;
+    for (const auto& word : words)
+        all_answered = ask(requests, word) && all_answered;
+    return all_answered;
+}
+
+} // namespace directory_index

@@ -1,0 +1,15 @@
+// Asking from the command line.
+#pragma once
+
+#include "examples/directory_index/component.h"
+
+#include <string>
+#include <vector>
+
+namespace directory_index {
+
+/// Asks for each word which files have it, or the question that it names ("index.lookup"),
+/// and prints the answers; complains where there is none. True when all were answered.
+bool ask(zel::event_routing::IRequestRouting& requests, const std::vector<std::string>& words);
+
+} // namespace directory_index

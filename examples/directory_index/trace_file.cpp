@@ -1,0 +1,177 @@
+#include "examples/directory_index/trace_file.h"
+
+#include <framework/serialization/json_text.h>
+#include <platform/process.h>
+#include <platform/thread_id.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <fmt/format.h>
+#include <iterator>
+#include <json/writer.h>
+#include <system_error>
+
+namespace directory_index {
+
+namespace {
+
+constexpr std::size_t enough_to_write = 64 * 1024;
+constexpr std::string_view begin_of_file = "{\"traceEvents\":[";
+// Is written behind every piece and overwritten by the next one.
+constexpr std::string_view end_of_file = "\n]}\n";
+
+std::string quoted(std::string_view text) {
+    return Json::valueToQuotedString(zel::serialization::as_utf8(text).c_str());
+}
+
+double or_zero(double time) {
+    return std::isnan(time) ? 0 : time;
+}
+
+} // namespace
+
+// One broadcast, or one part of one handler.
+struct trace_file::span {
+    std::string name;
+    std::string category;
+    std::string path;
+    std::int64_t message = 0;
+    double begin = 0; // in microseconds since the trace began
+    double duration = 0;
+    double processor_time = 0;
+    bool has_pair = false;
+    std::string answered_by = {}; // of a request
+};
+
+trace_file::trace_file(const std::string& file, const services& traced)
+    : stream_(std::fopen(file.c_str(), "wb")) {
+    zel::platform::scoped_lock inside(guard_);
+    if (!stream_)
+        throw std::system_error(errno, std::generic_category());
+    buffer_ = begin_of_file;
+    begin_event();
+    fmt::format_to(
+        std::back_inserter(buffer_),
+        R"({{"name":"thread_name","ph":"M","pid":{},"tid":{},"args":{{"name":"main"}}}})",
+        zel::platform::process_id(), zel::platform::this_thread_id());
+    write_out();
+    if (failure_ != 0)
+        throw std::system_error(failure_, std::generic_category());
+    monitors_.push_back(traced.events->RegisterMonitorHandler(
+        [this](const std::string& path, const event_data&, const routing_parameters& about,
+               const auto& info) { trace(path, about, info); }));
+    monitors_.push_back(traced.requests->RegisterMonitorHandler(
+        [this](const std::string& path, const auto&, const auto&, const auto&,
+               const routing_parameters& about, const auto& info, const std::exception_ptr&) {
+            span request{path, "request", path};
+            if (info.processing_handler)
+                request.answered_by = info.processing_handler->description;
+            append(std::move(request), about, info.elapsed_time, info.cpu_time);
+        }));
+    monitors_.push_back(traced.snowballs->RegisterMonitorHandler(
+        [this](const std::string& path, const auto&, const auto&, const auto&,
+               const routing_parameters& about, const auto& info, const std::exception_ptr&) {
+            append({path, "snowball", path}, about, info.elapsed_time, info.cpu_time);
+        }));
+}
+
+trace_file::~trace_file() {
+    monitors_.clear(); // waits for running calls
+    zel::platform::scoped_lock inside(guard_);
+    if (stream_)
+        write_out();
+}
+
+void trace_file::close() {
+    monitors_.clear();
+    zel::platform::scoped_lock inside(guard_);
+    write_out();
+    if (std::fclose(stream_.release()) != 0 && failure_ == 0)
+        failure_ = errno;
+    if (failure_ != 0)
+        throw std::system_error(failure_, std::generic_category());
+}
+
+void trace_file::trace(const std::string& path, const routing_parameters& about,
+                       const zel::event_routing::monitor::event_handling_info_2& info) {
+    constexpr std::string_view asynchronous = "Async: ";
+    constexpr std::string_view synchronous = "Sync: ";
+    span traced{path, "broadcast", path};
+    traced.has_pair = true;
+    if (info.handler_info) {
+        const std::string& text = info.handler_info->second;
+        const bool is_asynchronous = text.starts_with(asynchronous);
+        traced.name = text.substr((is_asynchronous ? asynchronous : synchronous).size());
+        traced.category = is_asynchronous ? "asynchronous" : "synchronous";
+        traced.has_pair = is_asynchronous;
+    }
+    append(std::move(traced), about, info.elapsed_time, info.cpu_time);
+}
+
+// On the thread that did the work, right after it.
+void trace_file::append(span traced, const routing_parameters& about, double elapsed_time,
+                        double cpu_time) {
+    const microseconds end = std::chrono::steady_clock::now() - start_;
+    traced.message = about.at("monitoring_message_id").number;
+    traced.duration = or_zero(elapsed_time) * 1e6;
+    traced.begin = end.count() - traced.duration;
+    traced.processor_time = or_zero(cpu_time) * 1e6;
+
+    zel::platform::scoped_lock inside(guard_);
+    append_complete(traced);
+    if (traced.has_pair)
+        append_pair(traced);
+    if (buffer_.size() >= enough_to_write)
+        write_out();
+}
+
+void trace_file::append_complete(const span& traced) {
+    begin_event();
+    fmt::format_to(std::back_inserter(buffer_),
+                   R"({{"name":{},"cat":"{}","ph":"X","ts":{:.3f},"dur":{:.3f},"pid":{},"tid":{},)"
+                   R"("args":{{"path":{},"message":{},"processor_us":{:.3f},"answered_by":{}}}}})",
+                   quoted(traced.name), traced.category, traced.begin, traced.duration,
+                   zel::platform::process_id(), zel::platform::this_thread_id(),
+                   quoted(traced.path), traced.message, traced.processor_time,
+                   quoted(traced.answered_by));
+}
+
+// Viewers match begin and end by category and id, as a stack: parts of different handlers
+// of one message may overlap, so each handler has a category of its own.
+void trace_file::append_pair(const span& traced) {
+    const std::string category =
+        traced.category + (traced.category == "broadcast" ? "" : "," + traced.name);
+    for (const auto& [phase, time] :
+         {std::pair('b', traced.begin), std::pair('e', traced.begin + traced.duration)}) {
+        begin_event();
+        fmt::format_to(
+            std::back_inserter(buffer_),
+            R"({{"name":{},"cat":{},"ph":"{}","id":"{}","ts":{:.3f},"pid":{},"tid":{}}})",
+            quoted(traced.name), quoted(category), phase, traced.message, time,
+            zel::platform::process_id(), zel::platform::this_thread_id());
+    }
+}
+
+void trace_file::begin_event() {
+    buffer_ += is_first_ ? "\n" : ",\n";
+    is_first_ = false;
+}
+
+// A monitor must not throw because of the file: that would end the broadcast it is told of.
+void trace_file::write_out() {
+    const std::size_t piece = buffer_.size();
+    buffer_ += end_of_file;
+    if (failure_ == 0) {
+        errno = 0;
+        const bool is_written =
+            std::fwrite(buffer_.data(), 1, buffer_.size(), stream_.get()) == buffer_.size() &&
+            std::fseek(stream_.get(), -static_cast<long>(buffer_.size() - piece), SEEK_CUR) == 0 &&
+            std::fflush(stream_.get()) == 0;
+        if (!is_written)
+            failure_ = errno != 0 ? errno : EIO;
+    }
+    buffer_.clear();
+}
+
+} // namespace directory_index

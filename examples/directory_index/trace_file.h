@@ -1,0 +1,61 @@
+// Writes what the routing services do into a file that trace viewers open.
+//
+// The file is JSON in the Trace Event Format. Each broadcast and each part of a handler is a
+// complete event ("X") of the thread that did the work, and so is each request, with who
+// answered it, and each snowball pass. Because asynchronous parts overlap
+// with the rest, each broadcast and each asynchronous part is also a pair of asynchronous
+// events ("b", "e") whose id is the number of the message: that ties a part to its broadcast.
+//
+// What the file holds is valid JSON from the first moment on, however the program ends.
+#pragma once
+
+#include "examples/directory_index/component.h"
+
+#include <platform/critical_section.h>
+
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace directory_index {
+
+class trace_file {
+public:
+    /// Makes or replaces the file and traces from now on. Throws std::system_error when it
+    /// cannot be written.
+    trace_file(const std::string& file, const services& traced);
+    ~trace_file();
+    trace_file(const trace_file&) = delete;
+    trace_file& operator=(const trace_file&) = delete;
+
+    /// Ends the trace. Throws std::system_error when not all of it could be written.
+    void close();
+
+private:
+    using microseconds = std::chrono::duration<double, std::micro>;
+    struct span;
+    struct close_stream {
+        void operator()(std::FILE* stream) const { std::fclose(stream); }
+    };
+
+    void trace(const std::string& path, const routing_parameters& about,
+               const zel::event_routing::monitor::event_handling_info_2& info);
+    void append(span traced, const routing_parameters& about, double elapsed_time, double cpu_time);
+    void append_complete(const span& traced) ZEL_REQUIRES(guard_);
+    void append_pair(const span& traced) ZEL_REQUIRES(guard_);
+    void begin_event() ZEL_REQUIRES(guard_);
+    void write_out() ZEL_REQUIRES(guard_);
+
+    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    // Threads of the task library trace, too. Held while a full buffer is written.
+    zel::platform::critical_section guard_;
+    std::unique_ptr<std::FILE, close_stream> stream_ ZEL_GUARDED_BY(guard_);
+    std::string buffer_ ZEL_GUARDED_BY(guard_);
+    bool is_first_ ZEL_GUARDED_BY(guard_) = true;
+    int failure_ ZEL_GUARDED_BY(guard_) = 0; // the first one; from then on nothing is written
+    cookies monitors_;
+};
+
+} // namespace directory_index
