@@ -53,6 +53,14 @@ install(TARGETS ${installed_targets}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     INCLUDES DESTINATION ${header_dir})
 
+# The program finds the libraries from where it lies, wherever the tree is moved to.
+file(RELATIVE_PATH libraries_from_programs
+    /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
+set_target_properties(event_routing_inspect PROPERTIES
+    INSTALL_RPATH "$ORIGIN/${libraries_from_programs}")
+install(TARGETS event_routing_inspect
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+
 function(install_headers folder destination)
     install(DIRECTORY ${folder}/
         DESTINATION ${header_dir}/${destination}

@@ -3,7 +3,7 @@
 #
 # Installs the build, moves the installed tree away, and builds and runs an
 # outside program against it, once through find_package and once through
-# pkg-config. Also compiles every installed header: one that includes a header
+# pkg-config, and a component that the installed tool loads. Also compiles every installed header: one that includes a header
 # left behind in the checkout would break only at the user's.
 set -euo pipefail
 
@@ -49,6 +49,10 @@ cmake -S "$here" -B "$scratch/cmake_build" -G Ninja -DCMAKE_CXX_COMPILER="$compi
     { cat "$scratch/configure.log" >&2; fail "find_package failed"; }
 cmake --build "$scratch/cmake_build"
 expect_output find_package "$scratch/cmake_build/install_test"
+
+answer=$("$prefix"/bin/event_routing_inspect send request greet --payload '["you"]' \
+    "$scratch/cmake_build/libgreeter.so") || fail "the installed tool ended with $?"
+[[ $answer == *'["Hello you",[]]'* ]] || fail "the installed tool printed: $answer"
 
 "$compiler" "${cflags[@]}" "$here/main.cpp" "${libs[@]}" -o "$scratch/pkg_config_program"
 expect_output pkg-config env LD_LIBRARY_PATH="$libraries" "$scratch/pkg_config_program"

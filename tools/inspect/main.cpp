@@ -1,0 +1,102 @@
+// Loads components into a process of its own and looks at them from outside, through
+// nothing but what the library offers everybody.
+#include "framework/serialization/json_text.h"
+#include "tools/inspect/command_line.h"
+#include "tools/inspect/handler_tree.h"
+#include "tools/inspect/host.h"
+#include "tools/inspect/output.h"
+#include "tools/inspect/reach.h"
+#include "tools/inspect/send.h"
+#include "tools/inspect/watch.h"
+
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+using namespace inspect;
+
+enum exit_code { done = 0, failed = 1, bad_request = 2 };
+
+int complain(exit_code code, const std::string& text) {
+    std::fprintf(stderr, "event_routing_inspect: %s\n", text.c_str());
+    return code;
+}
+
+std::string as_line(const Json::Value& document) {
+    return zel::serialization::json_to_text(document) + '\n';
+}
+
+int list(const host& components, const command_line& asked) {
+    const auto services = enumerate_services(components.requests());
+    print(asked.format == "json"  ? as_line(tree_as_json(services))
+          : asked.format == "dot" ? tree_as_dot(services)
+          : asked.format == "svg" ? tree_as_svg(services)
+                                  : tree_as_text(services));
+    return done;
+}
+
+int reach(const host& components, const command_line& asked) {
+    auto services = enumerate_services(components.requests());
+    if (asked.channel)
+        services = {channel_named(services, *asked.channel)};
+    std::string text;
+    Json::Value documents(Json::arrayValue);
+    for (const auto& service : services) {
+        if (asked.type && service.type != *asked.type)
+            continue;
+        text += reach_as_text(service, asked.path);
+        documents.append(reach_as_json(service, asked.path));
+    }
+    print(asked.format == "json" ? as_line(documents) : text);
+    return done;
+}
+
+int send(const host& components, const command_line& asked) {
+    const sent result = send_message(components, asked);
+    print(result.answer + '\n');
+    return result.failure.empty() ? done : complain(failed, result.failure);
+}
+
+int run(const host& components, const command_line& asked) {
+    switch (asked.what) {
+    case command::list:
+        return list(components, asked);
+    case command::reach:
+        return reach(components, asked);
+    case command::send:
+        return send(components, asked);
+    case command::watch:
+        watch_traffic(components, asked);
+    }
+    return done;
+}
+
+// What a handler throws is code of a component: it is told, and gone, while that is loaded.
+int run_and_tell(const host& components, const command_line& asked) {
+    try {
+        return run(components, asked);
+    } catch (const usage_error& fault) {
+        return complain(bad_request, fault.what());
+    } catch (...) {
+        return complain(failed, zel::exceptions::brief_text(std::current_exception()));
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        const auto asked = command_line::parse({argv + (argc > 0), argv + argc});
+        if (!asked.help.empty()) {
+            print(asked.help);
+            return done;
+        }
+        const host components(asked.components);
+        return run_and_tell(components, asked);
+    } catch (const usage_error& fault) {
+        return complain(bad_request, std::string(fault.what()) + "; --help shows the usage");
+    } catch (const std::exception& failure) {
+        return complain(failed, failure.what());
+    }
+}

@@ -1,0 +1,13 @@
+// Texts of others, safe to show on a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace inspect {
+
+/// UTF-8 as it is, but for what a terminal might take for a command: a control character
+/// or a byte that is no UTF-8 becomes "\x1b" or the like, a backslash two.
+std::string printable(std::string_view text);
+
+} // namespace inspect
