@@ -113,7 +113,7 @@ void EventRoutingImpl::broadcast::route_event() {
 }
 
 void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handler) {
-    const call body(*handler.handler);
+    const announced_call body(service_.records_, counted_.visitor, *handler.handler);
     if (!body)
         return;
     const auto& [synchronous_part, asynchronous_part] = body->function;
