@@ -89,7 +89,7 @@ private:
 
     // Guards everything below; held for a look-up or an addition. What every broadcast
     // writes lies beside it, in one line of the processor's cache.
-    alignas(64) platform::plain_lock guard_;
+    alignas(64) platform::brief_lock guard_;
     std::uint32_t total_count_ ZEL_GUARDED_BY(guard_) = 0; // of the period, like the rest
     std::uint64_t period_number_ ZEL_GUARDED_BY(guard_) = 1;
     tasklib::unbiased_clock::time_point deadline_ ZEL_GUARDED_BY(guard_);

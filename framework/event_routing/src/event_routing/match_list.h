@@ -57,10 +57,9 @@ public:
         : list_(std::make_shared<match_list>(paths, generation)),
           several_paths_(paths.text.find(';') != std::string_view::npos) {}
 
-    /// Appends the handlers collected for one path of the text; those that are there
-    /// already only get the path added.
-    void FlattenHandlers(std::string_view path,
-                         const event_routing_node::collected_handlers& collected);
+    /// Moves the handlers collected for one path of the text to the end of the list; those that are
+    /// there already only get the path added.
+    void FlattenHandlers(std::string_view path, event_routing_node::collected_handlers& collected);
 
     std::shared_ptr<const match_list> take() noexcept { return std::move(list_); }
 
