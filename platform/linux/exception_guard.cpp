@@ -5,18 +5,13 @@
 
 namespace zel::platform {
 
-std::exception_ptr call_guarded(void (*body)(void* context), void* context) {
-    try {
-        body(context);
-    } catch (...) {
-        // Nothing was thrown when a thread is being ended: its forced unwinding
-        // has no exception object, and swallowing it would abort the process.
-        auto thrown = std::current_exception();
-        if (!thrown)
-            throw;
-        return thrown;
-    }
-    return nullptr;
+std::exception_ptr caught_exception() {
+    // Nothing was thrown when a thread is being ended: its forced unwinding has no
+    // exception object, and swallowing it would abort the process.
+    auto thrown = std::current_exception();
+    if (!thrown)
+        throw;
+    return thrown;
 }
 
 std::string readable_type_name(const char* compiler_name) {

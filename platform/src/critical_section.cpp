@@ -10,6 +10,8 @@ namespace {
 // enough not to matter when it was preempted.
 constexpr int spins_before_sleep = 100;
 
+constexpr milliseconds look_again_after(1);
+
 } // namespace
 
 void plain_lock::lock_contended() noexcept {
@@ -26,6 +28,23 @@ void plain_lock::lock_contended() noexcept {
 }
 
 void plain_lock::wake_next() noexcept {
+    wake_one(state_);
+}
+
+void brief_lock::lock_contended() noexcept {
+    for (int spin = 0; spin < spins_before_sleep; ++spin) {
+        // Relaxed: only a hint, try_take orders.
+        if (state_.load(std::memory_order_relaxed) == free && try_take())
+            return;
+        pause_processor();
+    }
+    sleepers_.fetch_add(1, std::memory_order_relaxed);
+    while (!try_take())
+        wait_on_address(state_, held, deadline_after(look_again_after));
+    sleepers_.fetch_sub(1, std::memory_order_relaxed);
+}
+
+void brief_lock::wake_next() noexcept {
     wake_one(state_);
 }
 

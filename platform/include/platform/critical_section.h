@@ -1,9 +1,10 @@
 // Mutual exclusion for short bookkeeping.
 //
-// `plain_lock` is one word and not recursive. `critical_section` may be entered
-// again by the thread that is inside. Both are free of constructors and
+// `plain_lock` is one word and not recursive. `brief_lock` is the same at half the
+// price for a few instructions at a time, where every call enters. `critical_section`
+// may be entered again by the thread that is inside. All are free of constructors and
 // destructors with work in them, so they may stand in static storage of a
-// library that is unloaded. Neither wait is a cancellation point. A child of a
+// library that is unloaded. No wait is a cancellation point. A child of a
 // fork has another thread number: it must not go on with a hold of its parent.
 #pragma once
 
@@ -51,6 +52,38 @@ private:
     ZEL_EXPORT void wake_next() noexcept;
 
     std::atomic<std::uint32_t> state_{free};
+};
+
+// Giving it back is a store, not an exchange, so it may just miss somebody who goes to
+// sleep. Sleepers look again by themselves after a moment; to be woken is the rule.
+class ZEL_THREAD_ATTRIBUTE(capability("lock")) brief_lock {
+public:
+    constexpr brief_lock() noexcept = default;
+    brief_lock(const brief_lock&) = delete;
+    brief_lock& operator=(const brief_lock&) = delete;
+
+    void lock() noexcept ZEL_THREAD_ATTRIBUTE(acquire_capability()) {
+        if (!try_take())
+            lock_contended();
+    }
+
+    void unlock() noexcept ZEL_THREAD_ATTRIBUTE(release_capability()) {
+        // Release: what was written inside is seen by the next owner.
+        state_.store(free, std::memory_order_release);
+        if (sleepers_.load(std::memory_order_relaxed) != 0)
+            wake_next();
+    }
+
+private:
+    static constexpr std::uint32_t free = 0;
+    static constexpr std::uint32_t held = 1;
+
+    bool try_take() noexcept { return state_.exchange(held, std::memory_order_acquire) == free; }
+    ZEL_EXPORT void lock_contended() noexcept;
+    ZEL_EXPORT void wake_next() noexcept;
+
+    std::atomic<std::uint32_t> state_{free};
+    std::atomic<std::uint32_t> sleepers_{0}; // relaxed: a hint
 };
 
 class ZEL_THREAD_ATTRIBUTE(capability("lock")) critical_section {

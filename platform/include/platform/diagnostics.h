@@ -49,15 +49,20 @@ private:
     std::shared_ptr<entry> entry_;
 };
 
-/// Runs the body and returns what it threw, of whatever type, or null. The
-/// forced unwinding of a thread that is cancelled or exits passes through.
-ZEL_EXPORT std::exception_ptr call_guarded(void (*body)(void* context), void* context);
+/// In a handler of any exception: what was thrown. The forced unwinding of a thread
+/// that is cancelled or exits goes on instead.
+ZEL_EXPORT std::exception_ptr caught_exception();
 
+/// Runs the body and returns what it threw, of whatever type, or null. The forced
+/// unwinding of a thread passes through.
 template <class Body>
 std::exception_ptr guarded(Body&& body) {
-    using body_type = std::remove_reference_t<Body>;
-    return call_guarded([](void* context) { (*static_cast<body_type*>(context))(); },
-                        const_cast<std::remove_const_t<body_type>*>(&body));
+    try {
+        body();
+    } catch (...) {
+        return caught_exception();
+    }
+    return nullptr;
 }
 
 /// A type's name as written in source, from what the compiler calls it.

@@ -32,8 +32,7 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
                                       const routing_parameters& parameters,
                                       const std::shared_ptr<tasklib::keep_registered>&) {
     broadcast event(*this, paths, data, parameters);
-    if (!event.recall_handlers())
-        event.split_paths();
+    event.recall_handlers();
     try {
         event.take_monitors();
         event.choose_parameters();
@@ -48,20 +47,9 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
 }
 
 // The same handlers as the last time, if no registration has changed since.
-bool EventRoutingImpl::broadcast::recall_handlers() {
+void EventRoutingImpl::broadcast::recall_handlers() {
     generation_ = service_.generation_.load(std::memory_order_acquire);
     matches_ = service_.records_.recall(counted_.visitor, generation_);
-    return matches_ != nullptr;
-}
-
-void EventRoutingImpl::broadcast::forget_handlers() {
-    matches_ = nullptr;
-    generation_ = service_.generation_.load(std::memory_order_acquire);
-    split_paths();
-}
-
-void EventRoutingImpl::broadcast::split_paths() {
-    pieces_ = text::split_string(paths_, ";", text::empty_pieces::drop);
 }
 
 void EventRoutingImpl::broadcast::take_monitors() {
@@ -70,8 +58,9 @@ void EventRoutingImpl::broadcast::take_monitors() {
         return;
     begin_.emplace();
     // A monitor that came after a handler is told of that handler.
-    if (matches_ && service_.generation_.load(std::memory_order_acquire) != generation_)
-        forget_handlers();
+    const auto now = service_.generation_.load(std::memory_order_acquire);
+    if (std::exchange(generation_, now) != now)
+        matches_ = nullptr;
 }
 
 void EventRoutingImpl::broadcast::choose_parameters() {
@@ -85,6 +74,16 @@ void EventRoutingImpl::broadcast::choose_parameters() {
     tells_monitors_ = true;
 }
 
+// Empty ones are no paths.
+template <class Use>
+void EventRoutingImpl::broadcast::split_paths(const Use& use) const {
+    text::for_each_piece(paths_, ";", [&](std::string_view path) {
+        if (!path.empty())
+            use(path);
+        return true;
+    });
+}
+
 // The only step that holds the routing lock.
 void EventRoutingImpl::broadcast::collect_handlers() {
     if (matches_)
@@ -93,14 +92,14 @@ void EventRoutingImpl::broadcast::collect_handlers() {
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
     event_routing_node::collected_handlers collected(&memory);
-    for (const auto& piece : pieces_) {
+    split_paths([&](std::string_view path) {
         collected.clear();
         {
             threading::shared_lock_guard map_is_stable(service_.routing_lock_);
-            service_.map_.CollectHandlers(piece, collected);
+            service_.map_.CollectHandlers(path, collected);
         }
-        matches.FlattenHandlers(piece, collected);
-    }
+        matches.FlattenHandlers(path, collected);
+    });
     auto made = matches.take();
     matches_ = made.get();
     // What cannot be remembered is looked for again.
@@ -113,7 +112,7 @@ void EventRoutingImpl::broadcast::route_event() {
 }
 
 void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handler) {
-    const call body(*handler.handler);
+    const announced_call body(service_.records_, counted_.visitor, *handler.handler);
     if (!body)
         return;
     const auto& [synchronous_part, asynchronous_part] = body->function;

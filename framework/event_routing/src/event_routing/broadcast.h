@@ -24,9 +24,7 @@ public:
     broadcast(const broadcast&) = delete;
     broadcast& operator=(const broadcast&) = delete;
 
-    bool recall_handlers();
-    void forget_handlers();
-    void split_paths();
+    void recall_handlers();
     void take_monitors();
     void choose_parameters();
     void collect_handlers();
@@ -44,6 +42,8 @@ private:
         broadcast_records::visitor visitor;
     };
 
+    template <class Use>
+    void split_paths(const Use& use) const;
     void tell_monitors() const;
     void run_handler(const MultiPathHandlerInfo& handler);
     bool run_synchronous_part(const MultiPathHandlerInfo& handler,
@@ -58,7 +58,6 @@ private:
     counting counted_;
 
     std::uint64_t generation_ = 0; // of the registrations when the broadcast began
-    std::vector<std::string> pieces_;
     event_monitors::snapshot monitors_;
     std::optional<measurement> begin_; // only for monitors, like the next two
     numbered_parameters numbered_{service_.spare_parameters_};

@@ -35,10 +35,14 @@ private:
 
 broadcast_records::broadcast_records() : period_(std::make_unique<statistics_data_t>()) {
     deadline_ = period_->deadline;
+    platform::prepare_heavy_barrier();
 }
 
 const match_list* broadcast_records::recall(visitor& broadcast, std::uint64_t generation) {
+    const auto thread = std::this_thread::get_id();
     platform::scoped_lock inside(guard_);
+    broadcast.thread_ = thread;
+    take_seat(broadcast);
     const match_list* const known = lists_.find(broadcast.paths_).get();
     if (!known || known->generation != generation)
         return nullptr;
@@ -47,13 +51,54 @@ const match_list* broadcast_records::recall(visitor& broadcast, std::uint64_t ge
 }
 
 void broadcast_records::remember(visitor& broadcast, std::shared_ptr<const match_list> matches) {
-    broadcast.own_ = std::move(matches);
     std::shared_ptr<const match_list> replaced; // goes when the guard is free
     platform::scoped_lock inside(guard_);
+    broadcast.own_ = std::move(matches);
     auto outcome = lists_.remember(broadcast.own_);
     broadcast.own_->book.is_current = outcome.is_remembered;
     if ((replaced = std::move(outcome.replaced)))
         detach(replaced);
+}
+
+void broadcast_records::take_seat(visitor& broadcast) {
+    if (broadcast.seat_ != no_seat)
+        return;
+    const auto place = std::ranges::find(under_way_, nullptr);
+    const auto seat = static_cast<std::size_t>(place - under_way_.begin());
+    if (place == under_way_.end())
+        under_way_.push_back(&broadcast);
+    else
+        *place = &broadcast;
+    broadcast.seat_ = seat;
+}
+
+void broadcast_records::count_uses(registered_handler& removed) noexcept {
+    const auto self = std::this_thread::get_id();
+    bool look_twice = false;
+    {
+        // Broadcasts that have no list yet, or come later, find the handler retired.
+        platform::scoped_lock inside(guard_);
+        for (const visitor* const v : under_way_)
+            look_twice |= v && v->thread_ != self && v->list() && v->list()->contains(removed);
+    }
+    if (look_twice) // at what the other threads may just be announcing
+        platform::heavy_barrier();
+    platform::scoped_lock inside(guard_);
+    for (visitor* const v : under_way_)
+        if (v && v->inside_.load(std::memory_order_acquire) == &removed) {
+            v->is_counted_ = true;
+            removed.count_use();
+        }
+}
+
+void broadcast_records::end_use(visitor& broadcast, registered_handler& used) {
+    bool was_counted = false;
+    {
+        platform::scoped_lock inside(guard_);
+        was_counted = std::exchange(broadcast.is_counted_, false);
+    }
+    if (was_counted)
+        used.end_use();
 }
 
 // Writes the count of a list into the period and leaves the list to its users.
@@ -98,6 +143,8 @@ std::unique_ptr<const statistics_data_t> broadcast_records::UpdateStatistics(vis
     const coarse_time now;
     std::shared_ptr<const match_list> replaced; // goes when the guard is free
     platform::scoped_lock inside(guard_);
+    if (broadcast.seat_ != no_seat)
+        under_way_[broadcast.seat_] = nullptr;
     if (broadcast.used_ && --broadcast.used_->book.users == 0)
         replaced.swap(broadcast.used_->book.self);
     count(broadcast);

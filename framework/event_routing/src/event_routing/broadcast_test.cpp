@@ -57,6 +57,41 @@ TEST_F(Broadcast, MergesHandlersFoundThroughSeveralPaths) {
     EXPECT_EQ(broadcast(""), "") << "no path at all reaches not even the root";
 }
 
+TEST_F(Broadcast, DroppedCallablesGoAtOnceOrWhenTheirCallEnds) {
+    for (const bool is_remembered : {false, true}) {
+        auto first_owns = std::make_shared<int>();
+        auto second_owns = std::make_shared<int>();
+        const std::weak_ptr first_has(first_owns);
+        const std::weak_ptr second_has(second_owns);
+        bool drops = false;
+        cookie first;
+        cookie second;
+        const auto drop_both = [&] {
+            second.reset();
+            EXPECT_TRUE(second_has.expired()) << "its turn had not come";
+            first.reset();
+            EXPECT_FALSE(first_has.expired()) << "it is running";
+        };
+        first = listen("a", "first", [&, owned = std::move(first_owns)](const std::string&) {
+            if (drops)
+                std::jthread(drop_both).join();
+            return true;
+        });
+        second = listen("a", "second", [&, owned = std::move(second_owns)](const std::string&) {
+            EXPECT_FALSE(drops);
+            return true;
+        });
+        const auto third = listen("a", "third", [&](const std::string&) {
+            EXPECT_EQ(first_has.expired(), drops) << "not with the end of the broadcast";
+            return true;
+        });
+        if (is_remembered)
+            broadcast("a");
+        drops = true;
+        broadcast("a");
+    }
+}
+
 TEST_F(Broadcast, OneHandlersFailureOrRefusalIsNobodyElses) {
     const test::log_capture log(5);
     std::string reported;

@@ -41,7 +41,7 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
 void EventRoutingImpl::Unregister(event_routing_node::registration position) {
     const auto removed = unlink_handler<event_routing_node>(routing_lock_, position);
     registrations_have_changed();
-    removed->retire();
+    removed->retire([&] { records_.count_uses(*removed); });
 }
 
 std::vector<std::pair<std::string, std::string>> EventRoutingImpl::GetEventHandlers() {

@@ -3,11 +3,11 @@
 namespace zel::event_routing::impl {
 
 void flattening::FlattenHandlers(std::string_view path,
-                                 const event_routing_node::collected_handlers& collected) {
+                                 event_routing_node::collected_handlers& collected) {
     const std::string* text = path == list_->text ? &list_->text : nullptr;
     if (list_->handlers.empty()) // later ones grow the list by its factor
         list_->handlers.reserve(collected.size());
-    for (const auto& [handler, level] : collected) {
+    for (auto& [handler, level] : collected) {
         // Only a look: the hold that removal waits for belongs to running calls, and
         // a broadcast must not wait for one behind a waiting removal.
         if (handler->is_retired())
@@ -16,7 +16,7 @@ void flattening::FlattenHandlers(std::string_view path,
             continue;
         if (!text)
             text = &list_->paths.emplace_front(path);
-        list_->handlers.push_back({handler, text, level});
+        list_->handlers.push_back({std::move(handler), text, level});
     }
 }
 

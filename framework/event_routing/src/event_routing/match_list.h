@@ -8,6 +8,7 @@
 #include "framework/event_routing/src/event_routing/event_node.h"
 #include "framework/event_routing/src/event_routing/match_records.h"
 
+#include <algorithm>
 #include <forward_list>
 #include <memory>
 #include <string>
@@ -28,6 +29,10 @@ struct match_list : matches_of_text, std::enable_shared_from_this<match_list> {
     using matches_of_text::matches_of_text;
 
     std::size_t size() const noexcept { return handlers.size(); }
+    bool contains(const event_routing_node::registered_handler& handler) const noexcept {
+        return std::ranges::any_of(
+            handlers, [&](const auto& entry) { return entry.handler.get() == &handler; });
+    }
 
     std::vector<MultiPathHandlerInfo> handlers;
     std::forward_list<std::string> paths; // those that are not the text, where they stay
@@ -52,10 +57,9 @@ public:
         : list_(std::make_shared<match_list>(paths, generation)),
           several_paths_(paths.text.find(';') != std::string_view::npos) {}
 
-    /// Appends the handlers collected for one path of the text; those that are there
-    /// already only get the path added.
-    void FlattenHandlers(std::string_view path,
-                         const event_routing_node::collected_handlers& collected);
+    /// Moves the handlers collected for one path of the text to the end of the list; those that are
+    /// there already only get the path added.
+    void FlattenHandlers(std::string_view path, event_routing_node::collected_handlers& collected);
 
     std::shared_ptr<const match_list> take() noexcept { return std::move(list_); }
 

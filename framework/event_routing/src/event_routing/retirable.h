@@ -13,6 +13,8 @@
 //   - The callable is destroyed last and outside the lock, because its destructor
 //     may do as it likes: by `retire`, or by the last of the calls that had begun
 //     before and were not waited for.
+//   - Who uses callables all the time may announce its uses instead of counting
+//     them (announced_call in broadcast_records.h); `retire` has them counted.
 #pragma once
 
 #include "framework/threading/recursive_shared_mutex.h"
@@ -44,14 +46,15 @@ public:
     }
 
     /// True when the gate is closed and nobody is inside any more. That happens once,
-    /// in `leave` or in `close`, and whoever is told clears up.
+    /// and whoever is told clears up.
     [[nodiscard]] bool leave() noexcept {
         // Release: what was done inside is done before the last one clears up.
         return state_.fetch_sub(1, std::memory_order_acq_rel) == closed + 1;
     }
-    [[nodiscard]] bool close() noexcept {
-        return state_.fetch_or(closed, std::memory_order_acq_rel) == 0;
-    }
+
+    /// Whoever closes the gate is inside until it leaves, and may let others in.
+    void close() noexcept { state_.fetch_add(closed + 1, std::memory_order_acq_rel); }
+    void enter_closed() noexcept { state_.fetch_add(1, std::memory_order_relaxed); }
 
 private:
     static constexpr std::uint32_t closed = 1u << 31; // below it the number of calls
@@ -71,16 +74,32 @@ public:
 
     /// Once, by the owner.
     void retire() {
-        bool nobody_inside = false;
+        retire([] {});
+    }
+
+    /// The same where there are uses that were not counted. `count_uses` is asked when
+    /// no use begins any more, and calls `count_use` for each.
+    template <class CountUses>
+    void retire(const CountUses& count_uses) {
         if (lock_.is_held_shared_by_this_thread()) {
-            nobody_inside = gate_.close();
+            gate_.close();
         } else {
             threading::exclusive_lock_guard no_call_is_running(lock_);
-            nobody_inside = gate_.close();
+            gate_.close();
         }
-        if (nobody_inside)
-            callable_.reset();
+        count_uses();
+        end_use();
     }
+    void count_use() noexcept { gate_.enter_closed(); }
+    void end_use() {
+        if (gate_.leave()) {
+            const platform::no_cancellation to_the_end;
+            callable_.reset();
+        }
+    }
+
+    /// For uses that are not counted; good until their end is announced.
+    const Callable& callable() const noexcept { return *callable_; }
 
 private:
     template <class>
@@ -99,8 +118,8 @@ public:
     explicit call(retirable<Callable>& target) noexcept
         : target_(target.gate_.enter() ? &target : nullptr) {}
     ~call() {
-        if (target_ && target_->gate_.leave())
-            clear_up();
+        if (target_)
+            target_->end_use();
     }
     call(const call&) = delete;
     call& operator=(const call&) = delete;
@@ -111,11 +130,6 @@ public:
     const Callable* operator->() const noexcept { return &**this; }
 
 private:
-    void clear_up() {
-        const platform::no_cancellation to_the_end;
-        target_->callable_.reset();
-    }
-
     retirable<Callable>* target_;
 };
 
