@@ -10,6 +10,7 @@
 #pragma once
 
 #include <event_routing/client.h>
+#include <event_routing/component.h>
 
 #include <memory>
 #include <string>
@@ -22,12 +23,6 @@ using zel::event_routing::IEventRouting;
 using zel::event_routing::routing_parameters;
 using cookie = std::shared_ptr<zel::tasklib::keep_registered>;
 using cookies = std::vector<cookie>;
-
-class ZEL_EXPORT component : public zel::InterfaceBase {
-public:
-    static constexpr std::int32_t interface_version = 1;
-    virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
-};
 
 /// What there is to register with.
 struct services {
@@ -44,13 +39,3 @@ struct services {
 };
 
 } // namespace directory_index
-
-/// The one export of a component's library. What it throws is reported by the host, which
-/// then goes on without the component.
-extern "C" ZEL_EXPORT void
-make_directory_index_component(std::shared_ptr<directory_index::component>& made);
-
-template <>
-struct zel::declared_type_name<directory_index::component> {
-    static std::string text() { return "class directory_index::component"; }
-};

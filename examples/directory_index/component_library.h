@@ -18,7 +18,7 @@ public:
 
 private:
     zel::mi::loaded_library library_; // outlives the component, whose code is in it
-    std::shared_ptr<component> component_;
+    std::shared_ptr<void> component_;
 };
 
 } // namespace directory_index

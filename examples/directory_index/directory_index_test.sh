@@ -141,7 +141,7 @@ check "component libraries at fault" 1 bash -c '"$1" . 2>&1 | sed "s/ [^ ]*word_
     echo "directory_index: goes on without totals: The library directory_index_totals could not be\
  loaded: $scratch/bin/../lib/libdirectory_index_totals.so: file too short"
     echo "directory_index: goes on without word_index: The library X does not export\
- make_directory_index_component."
+ start_event_routing_component."
     printf 'Text: 1 line in 1 file\n'
 )
 rm lib/libzel_log.so

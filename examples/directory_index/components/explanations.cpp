@@ -16,7 +16,7 @@ using zel::event_routing::IRequestRouting;
 using zel::event_routing::request_answer;
 using zel::event_routing::request_data;
 
-class explanations final : public component {
+class explanations final {
 public:
     explicit explanations(const services& to)
         : requests_(*to.requests),
@@ -55,7 +55,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made = std::make_shared<directory_index::explanations>(
         directory_index::services::of_this_process());
 }

@@ -41,7 +41,7 @@ std::string line_of(const row& shown) {
                        sum.lines ? grouped(*sum.lines) : "-", name);
 }
 
-class extension_table final : public component {
+class extension_table final {
 public:
     explicit extension_table(const services& to) {
         IEventRouting& events = *to.events;
@@ -126,7 +126,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made = std::make_shared<directory_index::extension_table>(
         directory_index::services::of_this_process());
 }

@@ -27,7 +27,7 @@ struct sized_file {
     }
 };
 
-class largest_files final : public component {
+class largest_files final {
 public:
     explicit largest_files(const services& to) {
         IEventRouting& events = *to.events;
@@ -69,7 +69,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made = std::make_shared<directory_index::largest_files>(
         directory_index::services::of_this_process());
 }

@@ -59,7 +59,7 @@ std::int64_t count_lines(const std::string& file, IEventRouting& events) {
     return last == '\n' ? lines : lines + 1;
 }
 
-class line_counter final : public component {
+class line_counter final {
 public:
     explicit line_counter(const services& to) : events_(*to.events) {
         IEventRouting& events = *to.events;
@@ -138,7 +138,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made = std::make_shared<directory_index::line_counter>(
         directory_index::services::of_this_process());
 }

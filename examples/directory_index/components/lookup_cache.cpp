@@ -22,7 +22,7 @@ using zel::event_routing::request_data;
 constexpr std::size_t most_answers = 10'000;
 const std::string own_question = "lookup_cache.own_question"; // a parameter
 
-class lookup_cache final : public component {
+class lookup_cache final {
 public:
     explicit lookup_cache(const services& to) : requests_(*to.requests) {
         cookies_.push_back(to.events->RegisterEventHandler(
@@ -101,7 +101,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made = std::make_shared<directory_index::lookup_cache>(
         directory_index::services::of_this_process());
 }

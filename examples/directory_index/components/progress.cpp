@@ -19,7 +19,7 @@ using clock = std::chrono::steady_clock;
 constexpr auto patience = std::chrono::seconds(1);
 constexpr auto pause = std::chrono::milliseconds(100);
 
-class progress final : public component {
+class progress final {
 public:
     explicit progress(const services& to) {
         IEventRouting& events = *to.events;
@@ -81,7 +81,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made =
         std::make_shared<directory_index::progress>(directory_index::services::of_this_process());
 }

@@ -21,7 +21,7 @@ constexpr std::array stop_words = {"an",   "and", "are",  "as", "at",  "be", "by
                                    "from", "if",  "in",   "is", "it",  "of", "on",  "or",
                                    "that", "the", "this", "to", "was", "we", "with"};
 
-class stop_word_answers final : public component {
+class stop_word_answers final {
 public:
     explicit stop_word_answers(const services& to)
         : cookie_(to.requests->RegisterRequestHandler(paths::index_lookup, before_the_index,
@@ -43,7 +43,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made = std::make_shared<directory_index::stop_word_answers>(
         directory_index::services::of_this_process());
 }

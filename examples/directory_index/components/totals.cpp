@@ -15,7 +15,7 @@ namespace directory_index {
 
 namespace {
 
-class totals final : public component {
+class totals final {
 public:
     explicit totals(const services& to) {
         IEventRouting& events = *to.events;
@@ -68,6 +68,6 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made = std::make_shared<directory_index::totals>(directory_index::services::of_this_process());
 }

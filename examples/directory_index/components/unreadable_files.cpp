@@ -12,7 +12,7 @@ namespace directory_index {
 
 namespace {
 
-class unreadable_files final : public component {
+class unreadable_files final {
 public:
     explicit unreadable_files(const services& to) {
         IEventRouting& events = *to.events;
@@ -51,7 +51,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made = std::make_shared<directory_index::unreadable_files>(
         directory_index::services::of_this_process());
 }

@@ -40,7 +40,7 @@ std::optional<std::string> text_of(const std::string& file, std::int64_t size) {
     return text;
 }
 
-class word_index final : public component {
+class word_index final {
 public:
     explicit word_index(const services& to) {
         IEventRouting& events = *to.events;
@@ -130,7 +130,7 @@ private:
 
 } // namespace directory_index
 
-void make_directory_index_component(std::shared_ptr<directory_index::component>& made) {
+void start_event_routing_component(std::shared_ptr<void>& made) {
     made =
         std::make_shared<directory_index::word_index>(directory_index::services::of_this_process());
 }
