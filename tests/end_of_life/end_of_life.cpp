@@ -163,8 +163,8 @@ int exit_with_windows() {
         global_cookie = made->KeepHandlerRegistered(
             events->RegisterEventHandler(made->GetTaskQueue(), "a", count, nullptr, "d"));
     }
-    std::thread([] {
-        while (const auto held = work.lock())
+    std::thread([own = work] {
+        while (const auto held = own.lock())
             send_to_window(*held, [] { ++calls; });
     }).detach();
     std::atexit([] {
