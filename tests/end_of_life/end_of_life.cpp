@@ -1,10 +1,12 @@
 // One way for a process to end per call: end_of_life SCENARIO. The process's own
 // exit code and the absence of a crash or hang are half of each check.
 #include <event_routing/client.h>
+#include <event_routing/window_work.h>
 
 #include <framework/lifetime/basic_singleton.h>
 #include <framework/serialization/payload.h>
 #include <platform/diagnostics.h>
+#include <platform/window.h>
 #include <tasklib/keep_registered.h>
 
 #include <atomic>
@@ -151,6 +153,30 @@ int exit_inside_a_handler() {
     return 1;
 }
 
+// Exits with a window of the main thread, to which another thread sends.
+int exit_with_windows() {
+    static const auto events = get_event_routing(*get_module());
+    static std::weak_ptr<IInWndProcHandling> work;
+    {
+        const auto made = get_in_wnd_proc_handling(*get_module(), platform::create_window());
+        work = made;
+        global_cookie = made->KeepHandlerRegistered(
+            events->RegisterEventHandler(made->GetTaskQueue(), "a", count, nullptr, "d"));
+    }
+    std::thread([own = work] {
+        while (const auto held = own.lock())
+            send_to_window(*held, [] { ++calls; });
+    }).detach();
+    std::atexit([] {
+        while (!work.expired()) // the other thread's turn
+            std::this_thread::yield();
+        require(events->GetEventHandlers().empty(), "it went with its window");
+    });
+    while (calls == 0)
+        platform::dispatch_messages();
+    return 0;
+}
+
 } // namespace
 
 int main(int, char** argv) {
@@ -160,6 +186,7 @@ int main(int, char** argv) {
         {"payload_still_held", payload_still_held},
         {"exit_without_clean_up", exit_without_clean_up},
         {"exit_inside_a_handler", exit_inside_a_handler},
+        {"exit_with_windows", exit_with_windows},
     };
     return scenarios.at(argv[1])();
 }

@@ -67,6 +67,14 @@ void post_and_dispatch_work(benchmark::State& state) {
 }
 BENCHMARK(post_and_dispatch_work)->Name("window/post_and_dispatch/work");
 
+void post_to_another_thread(benchmark::State& state) {
+    const window_thread_of_its_own window;
+    for (auto _ : state)
+        while (!post_message(window.handle(), first_own_message)) // full
+            std::this_thread::yield();
+}
+BENCHMARK(post_to_another_thread)->Name("window/post/another_thread")->UseRealTime();
+
 void send_on_the_own_thread(benchmark::State& state) {
     const window_handle window = create_window();
     for (auto _ : state)
