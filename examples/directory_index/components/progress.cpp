@@ -52,7 +52,7 @@ public:
     }
 
     // A walk that an exception ends does not say so.
-    ~progress() override { erase(); }
+    ~progress() { erase(); }
 
 private:
     void show_when_due() {
