@@ -33,11 +33,15 @@ loaded_component::loaded_component(const component_source& source)
                     "' could not be started: " + zel::exceptions::brief_text(failure));
 }
 
-host::host(const std::vector<component_source>& sources)
+host::host()
     : module_(zel::event_routing::get_module()),
       events_(zel::event_routing::get_event_routing(*module_)),
       requests_(zel::event_routing::get_request_routing(*module_)),
-      snowballs_(zel::event_routing::get_snowball_routing(*module_)) {
+      snowballs_(zel::event_routing::get_snowball_routing(*module_)) {}
+
+// Made whole first, so that components that were started end in reverse also when a later one
+// cannot be started.
+host::host(const std::vector<component_source>& sources) : host() {
     for (const auto& source : sources)
         components_.emplace_back(source);
 }

@@ -44,6 +44,8 @@ public:
     std::shared_ptr<zel::event_routing::IEventRouting> channel(const std::string& name) const;
 
 private:
+    host(); // without components
+
     std::shared_ptr<zel::event_routing::IModule> module_;
     std::shared_ptr<zel::event_routing::IEventRouting> events_;
     std::shared_ptr<zel::event_routing::IRequestRouting> requests_;
