@@ -41,7 +41,7 @@ struct trace_file::span {
     double duration = 0;
     double processor_time = 0;
     bool has_pair = false;
-    std::string answered_by = {}; // of a request
+    std::string more = {}; // arguments that only some have, each behind a comma
 };
 
 trace_file::trace_file(const std::string& file, const services& traced)
@@ -65,8 +65,9 @@ trace_file::trace_file(const std::string& file, const services& traced)
         [this](const std::string& path, const auto&, const auto&, const auto&,
                const routing_parameters& about, const auto& info, const std::exception_ptr&) {
             span request{path, "request", path};
-            if (info.processing_handler)
-                request.answered_by = info.processing_handler->description;
+            if (const auto& by = info.processing_handler)
+                request.more = fmt::format(R"(,"level":{},"answered_by":{})", by->level,
+                                           quoted(by->description));
             append(std::move(request), about, info.elapsed_time, info.cpu_time);
         }));
     monitors_.push_back(traced.snowballs->RegisterMonitorHandler(
@@ -105,6 +106,7 @@ void trace_file::trace(const std::string& path, const routing_parameters& about,
         traced.name = text.substr((is_asynchronous ? asynchronous : synchronous).size());
         traced.category = is_asynchronous ? "asynchronous" : "synchronous";
         traced.has_pair = is_asynchronous;
+        traced.more = fmt::format(R"(,"level":{})", info.handler_info->first);
     }
     append(std::move(traced), about, info.elapsed_time, info.cpu_time);
 }
@@ -130,11 +132,10 @@ void trace_file::append_complete(const span& traced) {
     begin_event();
     fmt::format_to(std::back_inserter(buffer_),
                    R"({{"name":{},"cat":"{}","ph":"X","ts":{:.3f},"dur":{:.3f},"pid":{},"tid":{},)"
-                   R"("args":{{"path":{},"message":{},"processor_us":{:.3f},"answered_by":{}}}}})",
+                   R"("args":{{"path":{},"message":{},"processor_us":{:.3f}{}}}}})",
                    quoted(traced.name), traced.category, traced.begin, traced.duration,
                    zel::platform::process_id(), zel::platform::this_thread_id(),
-                   quoted(traced.path), traced.message, traced.processor_time,
-                   quoted(traced.answered_by));
+                   quoted(traced.path), traced.message, traced.processor_time, traced.more);
 }
 
 // Viewers match begin and end by category and id, as a stack: parts of different handlers

@@ -87,8 +87,10 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
     }
     std::map<std::string, int> complete;
     for (const auto& event : traced)
-        if (event["ph"] == "X")
+        if (event["ph"] == "X") {
             ++complete[event["cat"].asString()];
+            EXPECT_EQ(event["args"]["level"], event["cat"] == "broadcast" ? Json::Value() : 1);
+        }
     EXPECT_EQ(complete["broadcast"], 2 * broadcasts_of_each * 4);
     EXPECT_EQ(complete["synchronous"], 2 * broadcasts_of_each * 4);
     EXPECT_EQ(complete["asynchronous"], 2 * broadcasts_of_each * 2);
