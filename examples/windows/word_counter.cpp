@@ -32,8 +32,7 @@ word_counter::word_counter()
         if (const auto work = weak_work.lock())
             post_to_window(*work, [this, line, words] { print(line, words); });
     };
-    // Through the window's queue, so that results come in the order of the lines. The
-    // handler goes with the window.
+    // Through the window's queue, so that results come in the order of the lines.
     registered_ = window_work_->KeepHandlerRegistered(events_->RegisterEventHandler(
         window_work_->GetTaskQueue(), "line.read", nullptr, count, "word counter"));
 }

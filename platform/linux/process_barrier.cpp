@@ -1,5 +1,6 @@
 #include <platform/process_barrier.h>
 
+#include <cstdlib>
 #include <linux/membarrier.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -26,8 +27,12 @@ void prepare_heavy_barrier() noexcept {
 void heavy_barrier() noexcept {
     std::atomic<bool> own{false};
     own.exchange(true, std::memory_order_seq_cst);
-    if (detail::heavy_barrier_reaches_all.load(std::memory_order_relaxed))
-        barrier_call(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+    // Whatever the flag says: another thread may have seen it set. To go on without the
+    // fence would be to use freed memory some day.
+    if (!barrier_call(MEMBARRIER_CMD_PRIVATE_EXPEDITED) &&
+        detail::heavy_barrier_reaches_all.load(std::memory_order_relaxed) &&
+        !barrier_call(MEMBARRIER_CMD_GLOBAL))
+        std::abort();
 }
 
 } // namespace zel::platform

@@ -38,13 +38,15 @@ void brief_lock::lock_contended() noexcept {
             return;
         pause_processor();
     }
-    sleepers_.fetch_add(1, std::memory_order_relaxed);
-    while (!try_take())
+    while (!try_take()) {
+        somebody_sleeps_.store(true, std::memory_order_relaxed);
         wait_on_address(state_, held, deadline_after(look_again_after));
-    sleepers_.fetch_sub(1, std::memory_order_relaxed);
+    }
+    somebody_sleeps_.store(true, std::memory_order_relaxed); // others may, still
 }
 
 void brief_lock::wake_next() noexcept {
+    somebody_sleeps_.store(false, std::memory_order_relaxed); // or each return would wake
     wake_one(state_);
 }
 

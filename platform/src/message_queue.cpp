@@ -157,13 +157,18 @@ bool message_queue::destroy_window(window_handle window) {
         const scoped_lock inside(guard_);
         if (!is_open(window))
             return false;
-        find(window)->is_going = true;
+        window_state& state = *find(window);
+        state.is_going = state.is_told = true;
     }
     // Before the procedure runs: it may wait for a thread that waits for the window.
     refuse_sent(window);
+    finish_window(window);
+    return true;
+}
+
+void message_queue::finish_window(window_handle window) {
     const at_scope_end gone([&] { remove_window(window); });
     call_window({window, destroy_message, 0, 0});
-    return true;
 }
 
 void message_queue::remove_window(window_handle window) noexcept {
@@ -176,19 +181,30 @@ void message_queue::remove_window(window_handle window) noexcept {
 
 void message_queue::end() noexcept {
     const no_cancellation to_the_end;
+    {
+        const scoped_lock inside(guard_);
+        has_ended_ = true;
+        descriptor_.reset();
+        for (auto& [window, state] : windows_)
+            state.is_going = true;
+    }
+    refuse_sent(); // by all of them, as in destroy_window
     for (;;) {
         window_handle latest{};
+        bool was_told = false; // its procedure is under way and has called exit()
         {
             const scoped_lock inside(guard_);
-            has_ended_ = true;
-            descriptor_.reset();
             if (windows_.empty())
                 return;
-            latest = std::prev(windows_.end())->first;
+            auto& [window, state] = *std::prev(windows_.end());
+            latest = window;
+            was_told = std::exchange(state.is_told, true);
         }
         const auto failure = guarded([&] {
-            if (!destroy_window(latest)) // its procedure is under way and has called exit()
+            if (was_told)
                 remove_window(latest);
+            else
+                finish_window(latest);
         });
         if (failure) {
             const auto address = reinterpret_cast<std::uintptr_t>(&failure);

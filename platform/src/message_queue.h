@@ -64,6 +64,7 @@ private:
         window_procedure procedure;
         void* context;
         bool is_going = false;
+        bool is_told = false; // of its end, or about to be
     };
     enum class rest { none, until_answer, until_message }; // by how much ends them
 
@@ -76,6 +77,8 @@ private:
     void refuse_sent(window_handle window = window_handle::none) noexcept;
     void dispatch_sent();
     bool dispatch_posted();
+    /// Tells the window, which takes nothing any more, of its end.
+    void finish_window(window_handle window);
     void remove_window(window_handle window) noexcept;
     std::size_t posted_count() noexcept;
     std::size_t sent_count() noexcept;

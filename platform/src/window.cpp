@@ -96,7 +96,11 @@ window_procedure replace_window_procedure(window_handle window,
 bool post_message(window_handle window, window_message message, std::uintptr_t wparam,
                   std::intptr_t lparam) {
     const auto queue = window_registry::find(window);
-    return queue && queue->post({window, message, wparam, lparam});
+    try {
+        return queue && queue->post({window, message, wparam, lparam});
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 std::optional<std::intptr_t> send_message(window_handle window, window_message message,

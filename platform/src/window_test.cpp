@@ -155,6 +155,35 @@ TEST(Window, IsDestroyedByTheEndOfItsThreadWhichReportsWhatThatThrows) {
     EXPECT_EQ(window_thread(handle), no_thread);
 }
 
+// A handler that one window's end waits for may be sending to another one.
+TEST(Window, NoneOfAThreadsWindowsTakesAnythingOnceTheThreadEnds) {
+    signal ends, sent;
+    window_handle first{};
+    std::optional<std::intptr_t> result = 1;
+    std::jthread sender([&] {
+        EXPECT_TRUE(ends.comes());
+        result = send_message(first, number);
+        sent.set();
+    });
+    std::jthread owner([&] {
+        first = create_window();
+        // The latest is destroyed first.
+        static signal* waits[2];
+        waits[0] = &ends;
+        waits[1] = &sent;
+        create_window([](auto, auto message, auto, auto) -> std::intptr_t {
+            if (message == destroy_message) {
+                waits[0]->set();
+                EXPECT_TRUE(waits[1]->comes());
+            }
+            return 0;
+        });
+    });
+    owner.join();
+    sender.join();
+    EXPECT_EQ(result, std::nullopt);
+}
+
 TEST(Window, LetsExceptionsLeaveTheDispatchAndFailsTheSender) {
     int handled = 0;
     function_window window([&](auto message, auto, auto) -> std::intptr_t {

@@ -55,7 +55,8 @@ private:
 };
 
 // Giving it back is a store, not an exchange, so it may just miss somebody who goes to
-// sleep. Sleepers look again by themselves after a moment; to be woken is the rule.
+// sleep. Sleepers look again by themselves after a moment; to be woken is the rule. It is
+// read once more after it was given back, so whoever takes it must not destroy it.
 class ZEL_THREAD_ATTRIBUTE(capability("lock")) brief_lock {
 public:
     constexpr brief_lock() noexcept = default;
@@ -70,7 +71,7 @@ public:
     void unlock() noexcept ZEL_THREAD_ATTRIBUTE(release_capability()) {
         // Release: what was written inside is seen by the next owner.
         state_.store(free, std::memory_order_release);
-        if (sleepers_.load(std::memory_order_relaxed) != 0)
+        if (somebody_sleeps_.load(std::memory_order_relaxed))
             wake_next();
     }
 
@@ -83,7 +84,7 @@ private:
     ZEL_EXPORT void wake_next() noexcept;
 
     std::atomic<std::uint32_t> state_{free};
-    std::atomic<std::uint32_t> sleepers_{0}; // relaxed: a hint
+    std::atomic<bool> somebody_sleeps_{false}; // relaxed: a hint
 };
 
 class ZEL_THREAD_ATTRIBUTE(capability("lock")) critical_section {

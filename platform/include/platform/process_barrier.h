@@ -6,7 +6,7 @@
 // one pays for both: it sends a fence to every thread that runs.
 //
 //     frequent side                     seldom side
-//     announce (relaxed store)          announce (store)
+//     announce (release store)          announce (acquire and release)
 //     light_barrier()                   heavy_barrier()
 //     look (load)                       look (load)
 //

@@ -87,7 +87,7 @@ ZEL_EXPORT window_procedure replace_window_procedure(window_handle window,
                                                      window_procedure procedure) noexcept;
 
 /// Queues a message. Messages that one thread posts come in their order. False when
-/// there is no such window or its thread's queue is full.
+/// there is no such window, its thread's queue is full or there is no memory.
 ZEL_EXPORT bool post_message(window_handle window, window_message message,
                              std::uintptr_t wparam = 0, std::intptr_t lparam = 0);
 
@@ -107,8 +107,9 @@ ZEL_EXPORT window_message register_window_message(std::string_view text);
 /// Takes messages of the calling thread's windows until the loop is ended.
 ZEL_EXPORT int run_message_loop();
 
-/// Ends the loop of the calling thread right after the message that is being handled,
-/// or the next one that it begins. Posted messages stay queued.
+/// Ends the loop of the calling thread after the message that is being handled, or the
+/// next loop that it begins. Sent messages that are there are handled still; posted ones stay
+/// queued.
 ZEL_EXPORT void quit_message_loop(int exit_code);
 
 /// For loops of others: handles what is there and does not wait. Messages that come

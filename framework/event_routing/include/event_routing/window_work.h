@@ -2,7 +2,7 @@
 //
 //     post_to_window(*window_work, [text] { set_title(text); });
 //     if (!send_to_window(*window_work, [&] { title = get_title(); }))
-//         return; // the window is gone
+//         return; // the window is gone, or the callable threw
 #pragma once
 
 #include <event_routing/in_wnd_proc_handling.h>
@@ -33,7 +33,8 @@ private:
 } // namespace detail
 
 /// Queues the callable, see IInWndProcHandling::PostToWindow. It is destroyed on the
-/// window's thread after its run, or with the handling object.
+/// window's thread after its run, or with the handling object. False when it could not be
+/// announced: it stays queued and runs with a message of later work, so do not post it again.
 template <class Callable>
 bool post_to_window(IInWndProcHandling& handling, Callable&& callable) {
     using work = detail::window_work<std::decay_t<Callable>>;

@@ -32,8 +32,8 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
                                       const routing_parameters& parameters,
                                       const std::shared_ptr<tasklib::keep_registered>&) {
     broadcast event(*this, paths, data, parameters);
-    event.recall_handlers();
     try {
+        event.recall_handlers();
         event.take_monitors();
         event.choose_parameters();
         event.collect_handlers();

@@ -61,8 +61,6 @@ void broadcast_records::remember(visitor& broadcast, std::shared_ptr<const match
 }
 
 void broadcast_records::take_seat(visitor& broadcast) {
-    if (broadcast.seat_ != no_seat)
-        return;
     const auto place = std::ranges::find(under_way_, nullptr);
     const auto seat = static_cast<std::size_t>(place - under_way_.begin());
     if (place == under_way_.end())
@@ -78,8 +76,9 @@ void broadcast_records::count_uses(registered_handler& removed) noexcept {
     {
         // Broadcasts that have no list yet, or come later, find the handler retired.
         platform::scoped_lock inside(guard_);
-        for (const visitor* const v : under_way_)
-            look_twice |= v && v->thread_ != self && v->list() && v->list()->contains(removed);
+        look_twice = std::ranges::any_of(under_way_, [&](const visitor* v) {
+            return v && v->thread_ != self && v->list() && v->list()->contains(removed);
+        });
     }
     if (look_twice) // at what the other threads may just be announcing
         platform::heavy_barrier();

@@ -59,7 +59,7 @@ public:
     };
 
     /// What was remembered for this generation, or null. Stays until the visitor
-    /// is counted. Of a visitor the first call, once or more.
+    /// is counted. The first call of a visitor, and only once.
     const match_list* recall(visitor& broadcast, std::uint64_t generation);
 
     /// Remembers a list for others, perhaps. The visitor keeps it in any case.

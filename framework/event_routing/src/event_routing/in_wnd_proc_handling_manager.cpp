@@ -1,5 +1,6 @@
 #include "framework/event_routing/src/event_routing/in_wnd_proc_handling_manager.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 namespace zel::event_routing::impl {
@@ -22,19 +23,37 @@ InWndProcHandlingManager::singleton& InWndProcHandlingManager::Global() {
 
 InWndProcHandlingManager::~InWndProcHandlingManager() {
     // Windows that are left go on calling the library's procedure: it must stay mapped.
-    if (!handlings_.empty())
+    if (std::ranges::any_of(handlings_, [](const auto& entry) {
+            return platform::window_thread(entry.first) != platform::no_thread;
+        }))
         mi::live_objects::add_object();
 }
 
 std::shared_ptr<InWndProcHandling>
 InWndProcHandlingManager::GetHandling(platform::window_handle window,
                                       const std::shared_ptr<IEventRouting>& events) {
+    // Released without a lock: its cookies may wait for handlers.
+    std::shared_ptr<InWndProcHandling> gone;
+    return Global().read([&](auto& manager) { return manager.find_or_make(window, events, gone); });
+}
+
+std::shared_ptr<InWndProcHandling>
+InWndProcHandlingManager::find_or_make(platform::window_handle window,
+                                       const std::shared_ptr<IEventRouting>& events,
+                                       std::shared_ptr<InWndProcHandling>& gone) {
     const platform::scoped_lock inside(guard_);
-    if (const auto known = handlings_.find(window); known != handlings_.end())
-        return known->second;
-    // Also on a thread that is just destroying its window: nothing would end the entry.
-    if (platform::window_thread(window) == platform::no_thread)
+    const auto known = handlings_.find(window);
+    // Also on a thread that is just destroying its window: nothing would end the entry. One
+    // may be left by a procedure in front that has not passed destroy_message on.
+    if (platform::window_thread(window) == platform::no_thread) {
+        if (known != handlings_.end()) {
+            gone = std::move(known->second);
+            handlings_.erase(known);
+        }
         no_such_window(window);
+    }
+    if (known != handlings_.end())
+        return known->second;
     // All that can fail comes before the window is changed.
     work_message_of_this_library();
     const auto handling = std::make_shared<InWndProcHandling>(window, events->CreateTaskQueue());

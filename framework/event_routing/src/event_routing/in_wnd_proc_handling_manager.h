@@ -26,10 +26,13 @@ public:
 
     /// The handling object of the window, made by the first call. Throws
     /// exceptions::error for a window that does not exist or is being destroyed.
-    std::shared_ptr<InWndProcHandling> GetHandling(platform::window_handle window,
-                                                   const std::shared_ptr<IEventRouting>& events);
+    static std::shared_ptr<InWndProcHandling>
+    GetHandling(platform::window_handle window, const std::shared_ptr<IEventRouting>& events);
 
 private:
+    std::shared_ptr<InWndProcHandling> find_or_make(platform::window_handle window,
+                                                    const std::shared_ptr<IEventRouting>& events,
+                                                    std::shared_ptr<InWndProcHandling>& gone);
     static std::intptr_t in_wnd_proc(platform::window_handle window,
                                      platform::window_message message, std::uintptr_t wparam,
                                      std::intptr_t lparam);

@@ -24,8 +24,7 @@ struct signal : event {
 class WindowWork : public testing::Test {
 protected:
     std::shared_ptr<InWndProcHandling> handling_of(window_handle window) {
-        return InWndProcHandlingManager::Global().read(
-            [&](auto& manager) { return manager.GetHandling(window, events); });
+        return InWndProcHandlingManager::GetHandling(window, events);
     }
     auto note(char letter) {
         return [this, letter] { notes += letter; };
@@ -49,6 +48,17 @@ TEST_F(WindowWork, HasOneHandlingObjectForAWindowAndNoneForOneThatDoesNotExist) 
     EXPECT_NE(handling_of(other.handle), found[0]);
     EXPECT_EQ(found[0]->previous(), &call_function) << "one procedure in front of the window's";
     EXPECT_NE(found[0]->GetTaskQueue(), nullptr);
+    {
+        // In front of the library's, and keeps the end of the window from it.
+        function_window swallowed;
+        handling_of(swallowed.handle)->KeepHandlerRegistered(cookie('k'));
+        const auto kept = handling_of(swallowed.handle)->KeepHandlerRegistered(cookie('r'));
+        replace_window_procedure(swallowed.handle, [](auto...) -> std::intptr_t { return 0; });
+        destroy_window(swallowed.handle);
+        EXPECT_EQ(notes, "k");
+        EXPECT_THROW(handling_of(swallowed.handle), exceptions::error);
+        EXPECT_EQ(notes, "kr") << "what was left is released";
+    }
     for (int twice = 0; twice < 2; ++twice) {
         try {
             handling_of(window_handle{0xfedcba9});

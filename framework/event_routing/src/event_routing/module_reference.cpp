@@ -73,8 +73,7 @@ std::shared_ptr<ISnowballRouting> ThisModule::GetSnowballRouting() {
 
 std::shared_ptr<IInWndProcHandling>
 ThisModule::GetInWndProcHandling(platform::window_handle window) {
-    return InWndProcHandlingManager::Global().read(
-        [&](auto& manager) { return manager.GetHandling(window, event_routing_); });
+    return InWndProcHandlingManager::GetHandling(window, event_routing_);
 }
 
 std::vector<std::uint8_t>

@@ -13,9 +13,7 @@ namespace {
 using namespace platform;
 
 std::shared_ptr<InWndProcHandling> handling_of(window_handle window) {
-    return InWndProcHandlingManager::Global().read([&](auto& manager) {
-        return manager.GetHandling(window, std::make_shared<EventRoutingImpl>());
-    });
+    return InWndProcHandlingManager::GetHandling(window, std::make_shared<EventRoutingImpl>());
 }
 
 // A window whose thread does nothing but take messages.
