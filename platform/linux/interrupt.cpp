@@ -4,96 +4,100 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <poll.h>
+#include <pthread.h>
 #include <stdexcept>
 #include <sys/eventfd.h>
+#include <sys/signalfd.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
-#include <utility>
 
 namespace zel::platform {
 
 namespace {
 
-// All that a signal handler may touch. The event itself has a lock, which the interrupted
-// thread may hold; so a thread of its own sets it.
-std::atomic<int> first_signal{0}; // which came first; relaxed, it carries nothing but itself
-std::atomic<int> wakeup{-1};      // written before the handler is installed
-static_assert(std::atomic<int>::is_always_lock_free);
+std::atomic<bool> is_there{false}; // relaxed: only refuses a second object
 
-void on_signal(int signal) {
-    const int error_of_the_interrupted = errno;
-    int none = 0;
-    if (first_signal.compare_exchange_strong(none, signal, std::memory_order_relaxed)) {
-        eventfd_write(wakeup.load(std::memory_order_relaxed), 1);
-    } else {
-        // Comes when this function returns, and then ends the process.
-        std::signal(signal, SIG_DFL);
-        std::raise(signal);
-    }
-    errno = error_of_the_interrupted;
+bool is_ignored(int signal) {
+    struct sigaction action {};
+    sigaction(signal, nullptr, &action);
+    return action.sa_handler == SIG_IGN; // started in the background, perhaps by nohup
 }
 
 } // namespace
 
+// The signals are blocked, in threads that are started later too, and read by a thread of
+// its own: no handler interrupts anybody, and no call of another thread ends early.
 class interrupt_watch::implementation {
 public:
-    implementation() : descriptor_(eventfd(0, EFD_CLOEXEC)) {
-        if (descriptor_ < 0)
-            throw std::system_error(errno, std::generic_category(), "eventfd");
-        int none = -1;
-        if (!wakeup.compare_exchange_strong(none, descriptor_, std::memory_order_relaxed)) {
-            close(descriptor_);
+    implementation() {
+        if (is_there.exchange(true, std::memory_order_relaxed))
             throw std::logic_error("The process is watched for interrupts already");
-        }
-        first_signal.store(0, std::memory_order_relaxed);
+        sigemptyset(&signals_);
+        for (const int signal : {SIGINT, SIGTERM})
+            if (!is_ignored(signal))
+                sigaddset(&signals_, signal);
+        pthread_sigmask(SIG_BLOCK, &signals_, &former_mask_);
+        requests_ = signalfd(-1, &signals_, SFD_CLOEXEC);
+        end_ = eventfd(0, EFD_CLOEXEC);
         try {
-            thread_ = std::thread([this] { pass_on(); });
+            if (requests_ < 0 || end_ < 0)
+                throw std::system_error(errno, std::generic_category(),
+                                        "Interrupts cannot be watched");
+            thread_ = std::thread([this] { wait_for_requests(); });
         } catch (...) {
             give_back();
             throw;
         }
-        for (auto& [signal, former] : former_)
-            install(signal, former);
     }
 
     ~implementation() {
-        for (const auto& [signal, former] : former_)
-            sigaction(signal, &former, nullptr);
-        eventfd_write(descriptor_, 1);
+        eventfd_write(end_, 1);
         thread_.join();
         give_back();
     }
 
     event requested{reset_mode::manual, false};
+    std::atomic<int> first_signal{0}; // relaxed: carries nothing but itself
 
 private:
-    void give_back() noexcept {
-        wakeup.store(-1, std::memory_order_relaxed);
-        close(descriptor_);
-    }
-
-    void pass_on() noexcept {
-        eventfd_t count = 0;
-        while (eventfd_read(descriptor_, &count) < 0 && errno == EINTR) {
+    void wait_for_requests() noexcept {
+        std::array<pollfd, 2> ready{{{end_, POLLIN, 0}, {requests_, POLLIN, 0}}};
+        for (;;) {
+            poll(ready.data(), ready.size(), -1);
+            if (ready[0].revents != 0)
+                return;
+            signalfd_siginfo request{};
+            if (ready[1].revents != 0 && read(requests_, &request, sizeof request) > 0)
+                take(static_cast<int>(request.ssi_signo));
         }
-        if (first_signal.load(std::memory_order_relaxed) != 0)
+    }
+
+    void take(int signal) noexcept {
+        int none = 0;
+        if (first_signal.compare_exchange_strong(none, signal, std::memory_order_relaxed)) {
             requested.set();
+            return;
+        }
+        std::signal(signal, SIG_DFL);
+        pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
+        std::raise(signal); // ends the process
     }
 
-    static void install(int signal, struct sigaction& former) {
-        sigaction(signal, nullptr, &former);
-        if (former.sa_handler == SIG_IGN)
-            return; // started in the background, perhaps by nohup
-        struct sigaction action {};
-        action.sa_handler = &on_signal;
-        action.sa_flags = SA_RESTART; // reads and writes in progress go on
-        sigaction(signal, &action, nullptr);
+    void give_back() noexcept {
+        for (const int descriptor : {requests_, end_})
+            if (descriptor >= 0)
+                close(descriptor);
+        pthread_sigmask(SIG_SETMASK, &former_mask_, nullptr);
+        is_there.store(false, std::memory_order_relaxed);
     }
 
-    int descriptor_;
+    sigset_t signals_{};
+    sigset_t former_mask_{};
+    int requests_ = -1;
+    int end_ = -1;
     std::thread thread_;
-    std::array<std::pair<int, struct sigaction>, 2> former_{{{SIGINT, {}}, {SIGTERM, {}}}};
 };
 
 interrupt_watch::interrupt_watch() : implementation_(std::make_unique<implementation>()) {}
@@ -104,7 +108,7 @@ event& interrupt_watch::requested() noexcept {
 }
 
 std::optional<int> interrupt_watch::exit_code() const noexcept {
-    const int signal = first_signal.load(std::memory_order_relaxed);
+    const int signal = implementation_->first_signal.load(std::memory_order_relaxed);
     return signal != 0 ? std::optional(128 + signal) : std::nullopt; // as shells show it
 }
 

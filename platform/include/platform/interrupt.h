@@ -16,7 +16,9 @@ namespace zel::platform {
 
 /// While the object lives, the first request to end the process (Ctrl-C, or the system's
 /// polite one) sets an event and does nothing else; the second one ends the process at once.
-/// A request that the process was started to ignore stays ignored. One object at a time.
+/// A request that the process was started to ignore stays ignored. One object at a time, made
+/// and destroyed on the same thread, before others are started: to a thread that was there
+/// earlier a request may do what it did before.
 class ZEL_EXPORT interrupt_watch {
 public:
     /// Throws std::system_error, and std::logic_error while there is another one.
