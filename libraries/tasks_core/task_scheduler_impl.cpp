@@ -36,7 +36,9 @@ void task_scheduler_impl::schedule(const std::shared_ptr<task_ifc>& task,
     const auto when = moment_after(parameters->time_left());
     task->set_submitter(shared_from_this());
     try {
-        if (insert(task, processor, when))
+        // What is due at once has the timer look also at what is due before: a clock that was
+        // set on in one leap is not noticed otherwise.
+        if (insert(task, processor, when) || when <= unbiased_clock::now())
             asio::post(threads_->timers(), [this] { set_timer(); });
     } catch (...) {
         withdraw(*task);

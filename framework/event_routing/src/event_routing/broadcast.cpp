@@ -48,7 +48,7 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
 
 // The same handlers as the last time, if no registration has changed since.
 void EventRoutingImpl::broadcast::recall_handlers() {
-    generation_ = service_.generation_.load(std::memory_order_acquire);
+    generation_ = service_.routing_lock_.current_generation();
     matches_ = service_.records_.recall(counted_.visitor, generation_);
 }
 
@@ -58,7 +58,7 @@ void EventRoutingImpl::broadcast::take_monitors() {
         return;
     begin_.emplace();
     // A monitor that came after a handler is told of that handler.
-    const auto now = service_.generation_.load(std::memory_order_acquire);
+    const auto now = service_.routing_lock_.current_generation();
     if (std::exchange(generation_, now) != now)
         matches_ = nullptr;
 }

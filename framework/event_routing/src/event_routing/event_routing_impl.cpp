@@ -33,14 +33,11 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
         path, EventRoutingNodeFunction{synchronous_part, asynchronous_part},
         EventRoutingNodeAdditionalData{queue}, description);
     threading::exclusive_lock_guard map_is_mine(routing_lock_);
-    auto cookie = register_handler(*this, map_, handler);
-    registrations_have_changed();
-    return cookie;
+    return register_handler(*this, map_, handler);
 }
 
 void EventRoutingImpl::Unregister(event_routing_node::registration position) {
     const auto removed = unlink_handler<event_routing_node>(routing_lock_, position);
-    registrations_have_changed();
     removed->retire([&] { records_.count_uses(*removed); });
 }
 

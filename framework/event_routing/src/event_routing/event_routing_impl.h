@@ -6,6 +6,7 @@
 #include "framework/event_routing/src/event_routing/event_monitors.h"
 #include "framework/event_routing/src/event_routing/event_node.h"
 #include "framework/event_routing/src/event_routing/numbered_parameters.h"
+#include "framework/event_routing/src/event_routing/routing_lock.h"
 #include "generic/tasklib/src/tasks/task_container.h"
 
 #include <event_routing/event_routing.h>
@@ -45,16 +46,8 @@ private:
     class broadcast;
     class delivery;
 
-    void registrations_have_changed() noexcept {
-        generation_.fetch_add(1, std::memory_order_release);
-    }
-
     broadcast_records records_;
-    // Ends with every change, right after it: who has heard of the change finds another
-    // number, and what was matched under the number before it is matched again.
-    // Release and acquire: the change comes with the number.
-    std::atomic<std::uint64_t> generation_{1};
-    threading::recursive_shared_mutex routing_lock_;
+    routing_lock routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
     // Of the asynchronous parts. Nothing in it holds the service.
     const std::shared_ptr<tasklib::task_container> tasks_;

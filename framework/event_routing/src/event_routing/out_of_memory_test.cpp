@@ -62,10 +62,10 @@ TEST(OutOfMemory, LeavesNothingHalfDone) {
         allocations_left = -1;
         ASSERT_EQ(events->GetEventHandlers().size(), cookies.size());
     }
+    const std::string paths = "a.long enough for the heap.x;b";
     for (bool failed = true; failed; ++broken_off) {
         allocations_left = broken_off;
-        EXPECT_NO_THROW(
-            events->BroadcastEvent("a.long enough for the heap.x;b", nullptr, {}, nullptr));
+        EXPECT_NO_THROW(events->BroadcastEvent(paths, nullptr, {}, nullptr));
         failed = allocations_left < 0;
         allocations_left = -1;
     }

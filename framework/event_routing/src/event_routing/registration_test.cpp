@@ -7,6 +7,7 @@
 #include "tests/support/log_capture.h"
 
 #include <gtest/gtest.h>
+#include <optional>
 
 namespace zel::test {
 
@@ -46,16 +47,19 @@ TEST_F(Registration, KeepsItsServiceAliveAndDescribesItself) {
 }
 
 TEST_F(Registration, DropWaitsForCallsOnOtherThreadsAndDestroysTheCallableFirst) {
-    record->lock().lock_shared();
-    platform::watched_thread dropper([&] {
-        cookie.reset();
-        EXPECT_TRUE(is_destroyed());
-    });
-    EXPECT_TRUE(dropper.falls_asleep());
-    EXPECT_EQ(owner->find("a.b"), nullptr) << "unlinked at once";
-    EXPECT_TRUE(running_call(*record)) << "what runs inside the hold goes on";
-    record->lock().unlock_shared();
-    dropper.join();
+    std::optional<platform::watched_thread> dropper;
+    {
+        const running_call running(*record);
+        dropper.emplace([&] {
+            cookie.reset();
+            EXPECT_TRUE(is_destroyed());
+        });
+        EXPECT_TRUE(dropper->falls_asleep());
+        EXPECT_EQ(owner->find("a.b"), nullptr) << "unlinked at once";
+        EXPECT_FALSE(running_call(*record)) << "nothing begins any more";
+        EXPECT_FALSE(is_destroyed());
+    }
+    dropper->join();
 }
 
 TEST_F(Registration, DropFromInsideTheHandlerDoesNotWait) {
