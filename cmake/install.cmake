@@ -1,4 +1,4 @@
-# What `cmake --install` puts where, and how a user's build finds it:
+# What `cmake --install` puts where, by component, and how a user's build finds it:
 # find_package(event_routing) with the target event_routing::event_routing, or
 # the pkg-config module event_routing.
 
@@ -47,10 +47,11 @@ foreach(target IN LISTS installed_targets)
     endif()
 endforeach()
 
+# The link libevent_routing.so belongs to the runtime: hosts load the library by its name.
 install(TARGETS ${installed_targets}
     EXPORT event_routing-targets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
     INCLUDES DESTINATION ${header_dir})
 
 # The program finds the libraries from where it lies, wherever the tree is moved to.
@@ -63,7 +64,7 @@ install(TARGETS event_routing_inspect
 
 function(install_headers folder destination)
     install(DIRECTORY ${folder}/
-        DESTINATION ${header_dir}/${destination}
+        DESTINATION ${header_dir}/${destination} COMPONENT development
         FILES_MATCHING PATTERN "*.h"
         PATTERN "*_test.h" EXCLUDE
         PATTERN "src" EXCLUDE)
@@ -78,7 +79,7 @@ endforeach()
 
 install(EXPORT event_routing-targets
     NAMESPACE event_routing::
-    DESTINATION ${package_dir})
+    DESTINATION ${package_dir} COMPONENT development)
 configure_package_config_file(
     cmake/event_routing-config.cmake.in
     ${PROJECT_BINARY_DIR}/event_routing-config.cmake
@@ -89,10 +90,10 @@ write_basic_package_version_file(
 install(FILES
     ${PROJECT_BINARY_DIR}/event_routing-config.cmake
     ${PROJECT_BINARY_DIR}/event_routing-config-version.cmake
-    DESTINATION ${package_dir})
+    DESTINATION ${package_dir} COMPONENT development)
 
 # Relative to the .pc file, so that an installed tree can be moved.
 string(REGEX REPLACE "[^/]+" ".." pkg_config_prefix ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 configure_file(cmake/event_routing.pc.in ${PROJECT_BINARY_DIR}/event_routing.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/event_routing.pc
-    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -22,6 +22,7 @@
 
 namespace zel::event_routing {
 
+/// The module of this process, made by the first caller.
 inline std::shared_ptr<IModule> get_module() {
     auto module = detail::CreateModule();
     RequireInterface(*module);
@@ -30,12 +31,14 @@ inline std::shared_ptr<IModule> get_module() {
     return module;
 }
 
+/// The default event routing service.
 inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
     auto service = module.GetEventRouting();
     RequireInterface(*service);
     return service;
 }
 
+/// The event routing instance of that name, made on first request.
 inline std::shared_ptr<IEventRouting> get_named_event_routing(IModule& module,
                                                               const std::string& name) {
     auto service = module.GetNamedEventRouting(name);
@@ -43,18 +46,22 @@ inline std::shared_ptr<IEventRouting> get_named_event_routing(IModule& module,
     return service;
 }
 
+/// The request routing service.
 inline std::shared_ptr<IRequestRouting> get_request_routing(IModule& module) {
     auto service = module.GetRequestRouting();
     RequireInterface(*service);
     return service;
 }
 
+/// The snowball routing service.
 inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
     auto service = module.GetSnowballRouting();
     RequireInterface(*service);
     return service;
 }
 
+/// What runs work on the thread of a window. Throws exceptions::error for a window that does
+/// not exist.
 inline std::shared_ptr<IInWndProcHandling>
 get_in_wnd_proc_handling(IModule& module, platform::window_handle window) {
     auto handling = module.GetInWndProcHandling(window);

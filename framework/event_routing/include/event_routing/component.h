@@ -16,4 +16,5 @@
 
 #include <memory>
 
+/// Starts the component. Exported by its library and called by the host, once.
 extern "C" ZEL_EXPORT void start_event_routing_component(std::shared_ptr<void>& component);

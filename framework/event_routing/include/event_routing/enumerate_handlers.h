@@ -17,6 +17,7 @@
 
 namespace zel::event_routing::enumerate_handlers {
 
+/// Which service a handler is registered with.
 enum class handler_type : std::int32_t { undefined = 0, event = 1, request = 2, snowball = 3 };
 
 /// Path and description of each handler.

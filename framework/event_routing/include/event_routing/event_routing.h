@@ -52,6 +52,7 @@
 
 namespace zel::event_routing {
 
+/// The payload of an event, shared by all its handlers; may be null.
 using event_data = std::shared_ptr<const serialization::IDataHolder>;
 
 /// Runs on the broadcasting thread. Its result decides whether the asynchronous
@@ -72,6 +73,7 @@ using event_monitor = std::function<void(const std::string& path, const event_da
                                          const routing_parameters& parameters,
                                          const monitor::event_handling_info_2& info)>;
 
+/// Delivers events. Any thread may call every operation.
 class ZEL_EXPORT IEventRouting : public InterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 15;

@@ -7,6 +7,7 @@
 
 namespace zel::event_routing::monitor {
 
+/// One call of a handler.
 struct handler_record {
     std::int32_t level = 0;  ///< subnodes of the handler's registration, the "*" not counted
     std::string description; ///< as it was registered

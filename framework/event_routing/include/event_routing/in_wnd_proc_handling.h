@@ -37,9 +37,11 @@ public:
     static constexpr std::int32_t interface_version = 1;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
+    /// Runs on the window's thread.
     virtual void Execute() = 0;
 };
 
+/// Work and cookies of one window. Any thread may call every operation.
 class ZEL_EXPORT IInWndProcHandling : public InterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 1;

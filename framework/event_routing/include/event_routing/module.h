@@ -22,11 +22,13 @@ class IModuleLifetime;
 
 namespace zel::event_routing {
 
+/// The library's one object in a process, which gives out the services. Any thread.
 class ZEL_EXPORT IModule : public ModuleInterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 16;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
+    /// Does nothing, as does the next: they keep the places of later operations.
     virtual void ReservedHook1() = 0;
     virtual void ReservedHook2() = 0;
 
@@ -36,7 +38,9 @@ public:
     /// apart byte for byte, and the empty one is as good as any. It lives as long as the
     /// module, its handlers and its users, and the module's end does not wait for it.
     virtual std::shared_ptr<IEventRouting> GetNamedEventRouting(const std::string& name) = 0;
+    /// The request routing service.
     virtual std::shared_ptr<IRequestRouting> GetRequestRouting() = 0;
+    /// The snowball routing service.
     virtual std::shared_ptr<ISnowballRouting> GetSnowballRouting() = 0;
 
     /// What runs work on the thread of a window, the same object for each call. Throws

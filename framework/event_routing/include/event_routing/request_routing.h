@@ -45,7 +45,9 @@
 
 namespace zel::event_routing {
 
+/// The payload of a request; may be null.
 using request_data = std::shared_ptr<const serialization::IDataHolder>;
+/// What handlers write: an answer, or an error response; null until one does.
 using request_answer = std::shared_ptr<serialization::IDataHolder>;
 
 /// Answers true when it has processed the request. The two outputs are the sender's own:
@@ -64,6 +66,7 @@ using request_monitor = std::function<void(
     const request_data& error_response, const routing_parameters& parameters,
     const monitor::request_handling_info_3& info, std::exception_ptr error)>;
 
+/// Has requests answered. Any thread may call every operation.
 class ZEL_EXPORT IRequestRouting : public InterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 10;

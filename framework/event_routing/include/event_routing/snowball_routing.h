@@ -40,7 +40,9 @@
 
 namespace zel::event_routing {
 
+/// The payload of a snowball; may be null.
 using snowball_data = std::shared_ptr<const serialization::IDataHolder>;
+/// What handlers add to.
 using snowball_result = std::shared_ptr<serialization::IDataHolder>;
 
 /// Adds to the outputs or replaces them.
@@ -57,6 +59,7 @@ using snowball_monitor = std::function<void(
     const snowball_data& error_response, const routing_parameters& parameters,
     const monitor::snowball_handling_info_3& info, std::exception_ptr error)>;
 
+/// Sends snowballs from handler to handler. Any thread may call every operation.
 class ZEL_EXPORT ISnowballRouting : public InterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 4;
