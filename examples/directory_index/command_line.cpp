@@ -17,6 +17,7 @@ not be read. Symbolic links are not followed.
   --watch       stay, and report what changes until Ctrl-C
   --trace FILE  write what the program's parts did, and when, to FILE, for
                 ui.perfetto.dev or chrome://tracing
+  --ui          print in the thread of a window, as programs with windows do
   --log         show the log on standard error, with statistics at the end
   --help        this text
 
@@ -67,6 +68,8 @@ private:
             result.help = true;
         else if (option == "--watch")
             result.watch = true;
+        else if (option == "--ui")
+            result.ui = true;
         else if (option == "--log")
             result.log = true;
         else if (option == "--ask")

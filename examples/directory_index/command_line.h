@@ -11,6 +11,7 @@ extern const char* const usage;
 struct command_line {
     bool help = false;
     bool watch = false;
+    bool ui = false;
     bool log = false;
     std::string trace; ///< the file; empty for none
     std::vector<std::string> questions;
