@@ -97,10 +97,17 @@ check "many extensions" 0 bash -c '"$1" . | sed -n "21,22p"' bash "$program" <<'
            1          2 B             -  t
            4          8 B             1  (others)
 TEXT
-for option in --ui --; do
+for option in --ui --handlers --; do
     check "full disk, $option" 1 bash -c '"$1" "$2" . >/dev/full' bash "$program" "$option" \
         <<<'directory_index: The report cannot be written: No space left on device'
 done
+
+handlers=$("$program" --handlers) # of all three services, of host and components
+[[ $handlers == '[{"channelId":"","handlers":[{"description":"totals","path":"file.*"},'*\
+'{"description":"pending work","path":"work.pending"}],"type":{"name":"event","value":1}},'*\
+'{"description":"word index","path":"index.lookup"}'*'"type":{"name":"request","value":2}},'*\
+'"path":"report.build"}],"type":{"name":"snowball","value":3}}]' ]] || fail "--handlers: $handlers"
+same_with_ui --handlers
 
 refused "DIR is missing; --help shows the usage"
 refused "unknown option '--size'; --help shows the usage" --size .

@@ -146,6 +146,10 @@ bool index_session::is_own_output(const std::string& file) const {
                        });
 }
 
+void index_session::print_handlers() {
+    chosen_.show(handlers_as_json(*to_.requests));
+}
+
 void index_session::print_report() {
     std::string text;
     reported_ = Report::Send(*to_.snowballs, paths::report_build, {});

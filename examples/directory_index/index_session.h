@@ -37,6 +37,7 @@ public:
     /// Reports what changes until `stop`. Returns why the folder cannot be opened any more.
     std::error_code follow(zel::platform::event& stop);
 
+    void print_handlers();
     void print_report();
     /// True when all questions were answered.
     bool print_answers(const std::vector<std::string>& words);

@@ -3,6 +3,10 @@
 #include "examples/directory_index/paths.h"
 #include "examples/directory_index/payloads.h"
 #include "examples/directory_index/report_text.h"
+#include "framework/serialization/json_text.h"
+
+#include <event_routing/enumerate_handlers.h>
+#include <event_routing/typed.h>
 
 #include <fmt/format.h>
 
@@ -57,6 +61,16 @@ bool ask(zel::event_routing::IRequestRouting& requests, const std::vector<std::s
     for (const auto& word : words)
         all_answered = ask(requests, word, show) && all_answered;
     return all_answered;
+}
+
+std::string handlers_as_json(zel::event_routing::IRequestRouting& requests) {
+    using namespace zel::event_routing;
+    using Enumerate = Request<std::vector<enumerate_handlers::handler_list_2>>;
+    const std::string path = "event_routing.enumerate_handlers2";
+    const auto answer = Enumerate::Ask(requests, path);
+    if (!answer)
+        throw zel::exceptions::error("The request '" + path + "' was answered with an error.");
+    return zel::serialization::json_to_text(zel::serialization::ToJson(*answer.value)) + "\n";
 }
 
 } // namespace directory_index

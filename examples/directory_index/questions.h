@@ -14,4 +14,7 @@ namespace directory_index {
 bool ask(zel::event_routing::IRequestRouting& requests, const std::vector<std::string>& words,
          const printer& show);
 
+/// All handlers that are registered in this process, as one line of JSON.
+std::string handlers_as_json(zel::event_routing::IRequestRouting& requests);
+
 } // namespace directory_index
