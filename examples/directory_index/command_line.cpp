@@ -7,6 +7,7 @@
 namespace directory_index {
 
 const char* const usage = R"(usage: directory_index [OPTION]... [--] DIR
+       directory_index --handlers
 
 Counts what lies in DIR and below: files, bytes and lines by extension, the
 largest files, the most frequent words of text files up to 4 MiB, and what could
@@ -17,7 +18,10 @@ not be read. Symbolic links are not followed.
   --watch       stay, and report what changes until Ctrl-C
   --trace FILE  write what the program's parts did, and when, to FILE, for
                 ui.perfetto.dev or chrome://tracing
+  --ui          print in the thread of a window, as programs with windows do
   --log         show the log on standard error, with statistics at the end
+  --handlers    instead of all that, print as JSON which handlers the program's parts
+                have registered
   --help        this text
 
 Ends with 0 also when something below DIR could not be read, with 1 when a
@@ -53,7 +57,7 @@ public:
             complain("--trace needs a FILE");
         if (asks_ && result.questions.empty())
             complain("--ask needs a WORD");
-        if (!folder_)
+        if (!folder_ && !result.handlers)
             complain("DIR is missing");
         result.folder = folder_.value_or("");
     }
@@ -67,6 +71,10 @@ private:
             result.help = true;
         else if (option == "--watch")
             result.watch = true;
+        else if (option == "--handlers")
+            result.handlers = true;
+        else if (option == "--ui")
+            result.ui = true;
         else if (option == "--log")
             result.log = true;
         else if (option == "--ask")

@@ -10,11 +10,13 @@ extern const char* const usage;
 
 struct command_line {
     bool help = false;
+    bool handlers = false;
     bool watch = false;
+    bool ui = false;
     bool log = false;
     std::string trace; ///< the file; empty for none
     std::vector<std::string> questions;
-    std::string folder;
+    std::string folder;    ///< may be empty for the handlers
     std::string complaint; ///< empty when the rest is to be done
 
     /// `arguments` without the program's name.

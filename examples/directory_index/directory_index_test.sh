@@ -31,6 +31,13 @@ check() {
 # refused MESSAGE ARGUMENTS...
 refused() { check "$1" 2 "$program" "${@:2}" <<<"directory_index: $1"; }
 
+# same_with_ui ARGUMENTS...
+same_with_ui() {
+    local code=0
+    (cd tree && "$program" "$@") >plain 2>&1 || code=$?
+    check "--ui $*" "$code" "$program" --ui "$@" <plain
+}
+
 mkdir -p tree/sub/deep
 (
     cd tree
@@ -80,6 +87,7 @@ Words: 2 distinct, 2 in all, in 7 files
            1  newline
            1  no
 TEXT
+same_with_ui .
 
 rm -r tree && mkdir tree tree/empty && ln -s tree linked
 check "empty folder through a link" 0 "$program" ../linked <<<'Total: 0 files, 0 B (0 bytes)'
@@ -89,8 +97,17 @@ check "many extensions" 0 bash -c '"$1" . | sed -n "21,22p"' bash "$program" <<'
            1          2 B             -  t
            4          8 B             1  (others)
 TEXT
-check "full disk" 1 bash -c '"$1" . >/dev/full' bash "$program" \
-    <<<'directory_index: The report cannot be written: No space left on device'
+for option in --ui --handlers --; do
+    check "full disk, $option" 1 bash -c '"$1" "$2" . >/dev/full' bash "$program" "$option" \
+        <<<'directory_index: The report cannot be written: No space left on device'
+done
+
+handlers=$("$program" --handlers) # of all three services, of host and components
+[[ $handlers == '[{"channelId":"","handlers":[{"description":"totals","path":"file.*"},'*\
+'{"description":"pending work","path":"work.pending"}],"type":{"name":"event","value":1}},'*\
+'{"description":"word index","path":"index.lookup"}'*'"type":{"name":"request","value":2}},'*\
+'"path":"report.build"}],"type":{"name":"snowball","value":3}}]' ]] || fail "--handlers: $handlers"
+same_with_ui --handlers
 
 refused "DIR is missing; --help shows the usage"
 refused "unknown option '--size'; --help shows the usage" --size .
@@ -116,6 +133,7 @@ WORD: 3 times in 2 files
            1  ./b.txt
 directory_index: 'the': stands nearly everywhere and is not looked up
 TEXT
+same_with_ui --ask word nothing WORD the -- .
 [[ $(grep -c '"answered_by":"word index"' trace) == 2 ]] || fail "requests are not in the trace"
 check "answers of the cache" 0 "$program" . --ask other other --trace ../trace <<'TEXT'
 other: 1 time in 1 file
@@ -154,12 +172,14 @@ check "missing neighbour" 1 ../bin/directory_index . <<<"directory_index: The li
 start() {
     exec {printed}< <(exec env --default-signal=INT "$program" "$@" 2>&1)
     pid=$!
+    seen=
 }
 
-# await PATTERN: reads on to a line like that.
+# await PATTERN: reads on to a line like that; what it passes is added to $seen.
 await() {
     local line
     while IFS= read -r -t 60 -u "$printed" line; do
+        seen+=$line$'\n'
         # shellcheck disable=SC2053 # a pattern
         [[ $line == $1 ]] && return
     done
@@ -171,6 +191,7 @@ ends_with() {
     local code=0
     wait "$pid" || code=$?
     ((code == $1)) || fail "ended with $code instead of $1"
+    seen+=$(cat <&"$printed")
     exec {printed}<&-
 }
 
@@ -212,7 +233,23 @@ rm -r tree
 await "directory_index: 'tree': No such file or directory"
 ends_with 2
 
-mkdir tree
+reports=()
+for options in --watch --watch\ --ui; do
+    rm -rf tree && mkdir tree && echo word >tree/a.txt && echo other >new.txt
+    # shellcheck disable=SC2086 # several words
+    start $options tree
+    await 'Words: 1 distinct, 1 in all, in 1 file'
+    mv new.txt tree
+    await 'New      tree/new.txt'
+    await 'Words: 2 distinct, 2 in all, in 2 files'
+    kill -INT "$pid"
+    ends_with 130
+    reports+=("$seen")
+done
+[[ ${reports[0]} == *New*Total*Total* ]] || fail "the last report is missing"
+[[ ${reports[1]} == "${reports[0]}" ]] || fail "--watch --ui: other output: ${reports[1]}"
+
+rm -r tree && mkdir tree
 "$program" --watch tree >tree/own_output & # whose changes are no news, or there would be no end
 pid=$!
 # await_in_file PATTERN

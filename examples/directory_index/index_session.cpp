@@ -1,6 +1,5 @@
 #include "examples/directory_index/index_session.h"
 
-#include "examples/directory_index/console.h"
 #include "examples/directory_index/paths.h"
 #include "examples/directory_index/questions.h"
 #include "examples/directory_index/report_text.h"
@@ -147,18 +146,22 @@ bool index_session::is_own_output(const std::string& file) const {
                        });
 }
 
+void index_session::print_handlers() {
+    chosen_.show(handlers_as_json(*to_.requests));
+}
+
 void index_session::print_report() {
     std::string text;
     reported_ = Report::Send(*to_.snowballs, paths::report_build, {});
     for (const auto& section : reported_)
         text += (text.empty() ? "" : "\n") + section.text;
-    print(text);
+    chosen_.show(text);
 }
 
 bool index_session::print_answers(const std::vector<std::string>& words) {
     if (watch_) // to tell changes from
         reported_ = Report::Send(*to_.snowballs, paths::report_build, {});
-    return ask(*to_.requests, words);
+    return ask(*to_.requests, words, chosen_.show);
 }
 
 // Of the report only what reads differently now.
@@ -171,7 +174,7 @@ void index_session::print_changes(const std::string& news) {
         if (std::find(former.begin(), former.end(), section) == former.end())
             text += "\n" + section.text;
     if (!text.empty())
-        print("\n" + text);
+        chosen_.show("\n" + text);
 }
 
 } // namespace directory_index

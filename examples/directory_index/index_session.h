@@ -3,6 +3,7 @@
 
 #include "examples/directory_index/catalogue.h"
 #include "examples/directory_index/component_library.h"
+#include "examples/directory_index/console.h"
 #include "examples/directory_index/file_walker.h"
 #include "examples/directory_index/folder_follower.h"
 #include "examples/directory_index/payloads.h"
@@ -21,6 +22,7 @@ public:
         std::string folder;
         bool watch = false;
         std::vector<std::string> own_outputs; ///< whose changes are nobody's news
+        printer show = &print;
     };
 
     /// Loads the components; complains of each that cannot be used and goes on without it.
@@ -35,6 +37,7 @@ public:
     /// Reports what changes until `stop`. Returns why the folder cannot be opened any more.
     std::error_code follow(zel::platform::event& stop);
 
+    void print_handlers();
     void print_report();
     /// True when all questions were answered.
     bool print_answers(const std::vector<std::string>& words);

@@ -4,6 +4,7 @@
 #include "examples/directory_index/console.h"
 #include "examples/directory_index/index_session.h"
 #include "examples/directory_index/report_text.h"
+#include "examples/directory_index/report_window.h"
 #include "examples/directory_index/trace_file.h"
 
 #include <framework/log/log_module.h>
@@ -32,7 +33,15 @@ int index_and_report(const command_line& command, const services& to, interrupt_
     std::vector<std::string> own_outputs{"/dev/stdout", "/dev/stderr"};
     if (!command.trace.empty())
         own_outputs.push_back(command.trace);
-    index_session session(to, {command.folder, command.watch, own_outputs});
+    std::optional<report_window> window;
+    printer show = &print;
+    if (command.ui)
+        show = [&ui = window.emplace()](const std::string& text) { ui.show(text); };
+    index_session session(to, {command.folder, command.watch, own_outputs, show});
+    if (command.handlers) {
+        session.print_handlers();
+        return session.all_components_are_there() ? done : failed;
+    }
     if (const auto failure = session.index(interrupt.requested()))
         return refuse(command.folder, failure);
     if (interrupt.exit_code())
@@ -45,7 +54,7 @@ int index_and_report(const command_line& command, const services& to, interrupt_
     if (command.watch && !interrupt.exit_code()) {
         if (const auto failure = session.follow(interrupt.requested()))
             return refuse(command.folder, failure);
-        print("\n");
+        show("\n");
         session.print_report();
     }
     return interrupt.exit_code().value_or(is_complete ? done : failed);

@@ -1,9 +1,12 @@
 #include "examples/directory_index/questions.h"
 
-#include "examples/directory_index/console.h"
 #include "examples/directory_index/paths.h"
 #include "examples/directory_index/payloads.h"
 #include "examples/directory_index/report_text.h"
+#include "framework/serialization/json_text.h"
+
+#include <event_routing/enumerate_handlers.h>
+#include <event_routing/typed.h>
 
 #include <fmt/format.h>
 
@@ -28,7 +31,8 @@ std::string text_of(const std::string& word, const std::vector<word_place>& plac
     return text;
 }
 
-bool ask(zel::event_routing::IRequestRouting& requests, const std::string& word) {
+bool ask(zel::event_routing::IRequestRouting& requests, const std::string& word,
+         const printer& show) {
     const bool is_question = word.starts_with(paths::index_questions);
     routing_parameters parameters;
     parameters[parameter::word] = word;
@@ -36,7 +40,7 @@ bool ask(zel::event_routing::IRequestRouting& requests, const std::string& word)
         const auto answer =
             Lookup::Ask(requests, is_question ? word : paths::index_lookup, word, parameters);
         if (answer) {
-            print(text_of(word, *answer.value));
+            show(text_of(word, *answer.value));
             return true;
         }
         explanation scratch;
@@ -51,11 +55,22 @@ bool ask(zel::event_routing::IRequestRouting& requests, const std::string& word)
 
 } // namespace
 
-bool ask(zel::event_routing::IRequestRouting& requests, const std::vector<std::string>& words) {
+bool ask(zel::event_routing::IRequestRouting& requests, const std::vector<std::string>& words,
+         const printer& show) {
     bool all_answered = true;
     for (const auto& word : words)
-        all_answered = ask(requests, word) && all_answered;
+        all_answered = ask(requests, word, show) && all_answered;
     return all_answered;
+}
+
+std::string handlers_as_json(zel::event_routing::IRequestRouting& requests) {
+    using namespace zel::event_routing;
+    using Enumerate = Request<std::vector<enumerate_handlers::handler_list_2>>;
+    const std::string path = "event_routing.enumerate_handlers2";
+    const auto answer = Enumerate::Ask(requests, path);
+    if (!answer)
+        throw zel::exceptions::error("The request '" + path + "' was answered with an error.");
+    return zel::serialization::json_to_text(zel::serialization::ToJson(*answer.value)) + "\n";
 }
 
 } // namespace directory_index
