@@ -9,12 +9,16 @@
 #include "tools/inspect/send.h"
 #include "tools/inspect/watch.h"
 
+#include <platform/interrupt.h>
+
 #include <cstdio>
 #include <exception>
+#include <optional>
 
 namespace {
 
 using namespace inspect;
+using zel::platform::interrupt_watch;
 
 enum exit_code { done = 0, failed = 1, bad_request = 2 };
 
@@ -58,7 +62,8 @@ int send(const host& components, const command_line& asked) {
     return result.failure.empty() ? done : complain(failed, result.failure);
 }
 
-int run(const host& components, const command_line& asked) {
+int run(const host& components, const command_line& asked,
+        std::optional<interrupt_watch>& interrupt) {
     switch (asked.what) {
     case command::list:
         return list(components, asked);
@@ -67,15 +72,16 @@ int run(const host& components, const command_line& asked) {
     case command::send:
         return send(components, asked);
     case command::watch:
-        watch_traffic(components, asked);
+        watch_traffic(components, asked, interrupt->requested());
     }
     return done;
 }
 
 // What a handler throws is code of a component: it is told, and gone, while that is loaded.
-int run_and_tell(const host& components, const command_line& asked) {
+int run_and_tell(const host& components, const command_line& asked,
+                 std::optional<interrupt_watch>& interrupt) {
     try {
-        return run(components, asked);
+        return run(components, asked, interrupt);
     } catch (const usage_error& fault) {
         return complain(bad_request, fault.what());
     } catch (...) {
@@ -92,8 +98,11 @@ int main(int argc, char** argv) {
             print(asked.help);
             return done;
         }
+        std::optional<interrupt_watch> interrupt; // before components start threads
+        if (asked.what == command::watch)
+            interrupt.emplace();
         const host components(asked.components);
-        return run_and_tell(components, asked);
+        return run_and_tell(components, asked, interrupt);
     } catch (const usage_error& fault) {
         return complain(bad_request, std::string(fault.what()) + "; --help shows the usage");
     } catch (const std::exception& failure) {

@@ -6,7 +6,6 @@
 #include "tools/inspect/report.h"
 #include "tools/inspect/traffic.h"
 
-#include <platform/interrupt.h>
 #include <platform/process.h>
 
 #include <algorithm>
@@ -39,15 +38,15 @@ void show(const report& news, const command_line& asked, bool is_last) {
 
 } // namespace
 
-void watch_traffic(const host& components, const command_line& asked) {
-    zel::platform::interrupt_watch interrupt;
+void watch_traffic(const host& components, const command_line& asked,
+                   zel::platform::event& interrupt) {
     traffic counts;
     monitors watching(components, counts);
     reporter reports(counts, asked.rows);
     const auto begin = clock::now();
     bool is_last = false;
     while (!is_last) {
-        const bool interrupted = interrupt.requested().wait(pause(asked, clock::now() - begin));
+        const bool interrupted = interrupt.wait(pause(asked, clock::now() - begin));
         const auto passed = clock::now() - begin;
         is_last = interrupted || (asked.duration && passed >= *asked.duration);
         watching.follow_channels();

@@ -4,10 +4,12 @@
 #include "tools/inspect/command_line.h"
 #include "tools/inspect/host.h"
 
+#include <platform/event.h>
+
 namespace inspect {
 
-/// Reports until the time is over or
-/// somebody interrupts.
-void watch_traffic(const host& components, const command_line& asked);
+/// Reports until the time is over or the event is set.
+void watch_traffic(const host& components, const command_line& asked,
+                   zel::platform::event& interrupt);
 
 } // namespace inspect
