@@ -62,17 +62,18 @@ const std::vector<target> own_targets = {
      "peers/event_routing/hot_path/registered:100000",
      "peers/event_routing/hot_path/registered:1000", 1.1},
     {"broadcast with one monitor, clocks standing still / without", //
-     "broadcast_with_monitor/handlers:1", "peers/event_routing/one_path/handlers:1", 3.0},
+     "peers/event_routing/with_monitor/handlers:1", "peers/event_routing/one_path/handlers:1", 3.0},
     {"asynchronous broadcast, end to end / asio::post", //
      "broadcast_asynchronous/real_time", "asio_post_event/real_time", 2.0},
     {"request to one of 10 000 / broadcast to one of 10 000", //
-     "request/declining:0", "peers/event_routing/hot_path/registered:10000", 1.6},
+     "peers/event_routing/request/declining:0", "peers/event_routing/hot_path/registered:10000",
+     1.6},
     {"request that one handler declines first / without", //
-     "request/declining:1", "request/declining:0", 1.5},
+     "peers/event_routing/request/declining:1", "peers/event_routing/request/declining:0", 1.5},
     {"request that ten handlers decline first / without", //
-     "request/declining:10", "request/declining:0", 6.0},
+     "peers/event_routing/request/declining:10", "peers/event_routing/request/declining:0", 6.0},
     {"snowball over 4 levels / broadcast of the same shape", //
-     "snowball", "peers/event_routing/four_levels/handlers:4", 1.5},
+     "peers/event_routing/snowball", "peers/event_routing/four_levels/handlers:4", 1.5},
     {"bytes of a registered handler among 100 000", //
      "churn_among_many/registered:100000/real_time:bytes", "", 1000.0},
     {"ns to register and drop one of 100 000 during broadcasts", //

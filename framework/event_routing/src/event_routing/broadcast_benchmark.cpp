@@ -71,7 +71,11 @@ void broadcast_with_monitor(benchmark::State& state) {
         all.broadcast(usual_path);
     require_calls(state, all, state.iterations() * state.range(0));
 }
-BENCHMARK(broadcast_with_monitor)->ArgName("handlers")->Arg(1)->Arg(4);
+BENCHMARK(broadcast_with_monitor)
+    ->Name("peers/event_routing/with_monitor")
+    ->ArgName("handlers")
+    ->Arg(1)
+    ->Arg(4);
 
 void measurement_clocks(benchmark::State& state) {
     for (auto _ : state)

@@ -1,5 +1,6 @@
 // Requests and snowball passes without monitors. A path of four subnodes among 10 000
-// registered ones, no parameters.
+// registered ones, no parameters. Named so that they run beside the broadcasts that they
+// are compared with.
 #include "framework/event_routing/src/event_routing/benchmark_paths.h"
 #include "framework/event_routing/src/event_routing/request_routing_impl.h"
 #include "framework/event_routing/src/event_routing/snowball_routing_impl.h"
@@ -40,7 +41,12 @@ void request(benchmark::State& state) {
     if (calls != state.iterations() * (state.range(0) + 1))
         state.SkipWithError("not every handler was called once per request");
 }
-BENCHMARK(request)->ArgName("declining")->Arg(0)->Arg(1)->Arg(10);
+BENCHMARK(request)
+    ->Name("peers/event_routing/request")
+    ->ArgName("declining")
+    ->Arg(0)
+    ->Arg(1)
+    ->Arg(10);
 
 void snowball(benchmark::State& state) {
     const auto snowballs = std::make_shared<impl::SnowballRoutingImpl>();
@@ -56,6 +62,6 @@ void snowball(benchmark::State& state) {
     if (calls != state.iterations() * 4)
         state.SkipWithError("not every handler was called once per pass");
 }
-BENCHMARK(snowball);
+BENCHMARK(snowball)->Name("peers/event_routing/snowball");
 
 } // namespace
