@@ -55,11 +55,15 @@ int clean_end() {
     const auto events = get_event_routing(*module);
     auto cookie = events->RegisterEventHandler(nullptr, "a", count, nullptr, "d");
     std::atomic<int> begun{0}, ended{0};
+    std::atomic<bool> ending{false};
+    const auto probe = events->RegisterEventHandler(
+        nullptr, "probe", nullptr, [&](auto&&...) { ending = false; }, "d");
     const auto slow = events->RegisterEventHandler(
         events->CreateTaskQueue(), "slow", nullptr,
         [&](auto&&...) {
             ++begun;
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            while (!ending.exchange(true)) // a probe that is canceled leaves it set
+                events->BroadcastEvent("probe", nullptr, {{"synchronous", -1}}, nullptr);
             ++ended;
         },
         "d");
@@ -168,9 +172,8 @@ int exit_with_windows() {
             send_to_window(*held, [] { ++calls; });
     }).detach();
     std::atexit([] {
-        while (!work.expired()) // the other thread's turn
+        while (!events->GetEventHandlers().empty()) // the other thread may be the last to let go
             std::this_thread::yield();
-        require(events->GetEventHandlers().empty(), "it went with its window");
     });
     while (calls == 0)
         platform::dispatch_messages();
