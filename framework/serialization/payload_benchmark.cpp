@@ -1,8 +1,6 @@
-// Payloads: a thousand records as bytes and back, making holders, reading values,
-// finding data types by name.
+// Payloads: a thousand records as bytes and back, making holders, reading values.
 #include "benchmarks/peers/payload_cases.h"
 #include "framework/serialization/payload.h"
-#include "libraries/serialization/name_registry.h"
 
 #include <benchmark/benchmark.h>
 
@@ -78,37 +76,6 @@ void atomic_load_and_call(benchmark::State& state) {
         benchmark::DoNotOptimize(&value_after_atomic_load(data));
 }
 BENCHMARK(atomic_load_and_call);
-
-constexpr int types = 1000;
-
-std::string type_number(int number) {
-    return "struct zel::event_routing::type_" + std::to_string(number);
-}
-
-void data_type_find(benchmark::State& state) {
-    const auto registry = std::make_shared<name_registry<data_factory>>();
-    std::vector<std::shared_ptr<tasklib::keep_registered>> cookies;
-    std::vector<std::string> names;
-    for (int i = 0; i < types; ++i) {
-        names.push_back(type_number(i));
-        cookies.push_back(registry->add(names.back(), [] { return nullptr; }));
-    }
-    for (std::size_t i = 0; auto _ : state)
-        benchmark::DoNotOptimize(registry->find(names[++i % types]));
-}
-BENCHMARK(data_type_find);
-
-void unordered_map_find_type(benchmark::State& state) {
-    std::unordered_map<std::string, int> map;
-    std::vector<std::string> names;
-    for (int i = 0; i < types; ++i) {
-        names.push_back(type_number(i));
-        map.emplace(names.back(), i);
-    }
-    for (std::size_t i = 0; auto _ : state)
-        benchmark::DoNotOptimize(map.find(names[++i % types]));
-}
-BENCHMARK(unordered_map_find_type);
 
 } // namespace
 

@@ -25,37 +25,43 @@ using handler_texts = std::vector<std::pair<std::string, std::string>>;
 
 /// The handlers of one routing service.
 struct handler_list {
-    handler_type type = handler_type::undefined;
-    handler_texts handlers;
+    handler_type type = handler_type::undefined; ///< which service
+    handler_texts handlers;                      ///< all of them, in no order to rely on
 
     bool operator==(const handler_list&) const = default;
 };
 
 /// The same, with the name of the event routing instance; empty for every other service.
 struct handler_list_2 {
-    handler_type type = handler_type::undefined;
-    handler_texts handlers;
-    std::string channelId;
+    handler_type type = handler_type::undefined; ///< which service
+    handler_texts handlers;                      ///< all of them, in no order to rely on
+    std::string channelId;                       ///< the instance's name
 
     bool operator==(const handler_list_2&) const = default;
 };
 
-/// The payload of both requests, and of the answer to each.
+/// The payload of both requests.
 using input = std::tuple<>;
+/// The answer of the first.
 using output = std::pair<std::vector<handler_list>, std::tuple<>>;
+/// The answer of the second.
 using output_2 = std::pair<std::vector<handler_list_2>, std::tuple<>>;
 
 /// Each handler is an object with named members, not an array as other pairs are.
 struct handler_texts_json_form {
+    /// An array of objects.
     static Json::Value to(const handler_texts& handlers, const serialization::json_place& place);
+    /// Throws exceptions::error, naming the place, for anything else.
     static void from(const Json::Value& json, handler_texts& handlers,
                      const serialization::json_place& place);
 };
 
+/// Texts and values of handler_type, each by the other.
 using handler_type_ConversionMaps = serialization::impl::EnumConversionMaps<handler_type>;
 
 } // namespace zel::event_routing::enumerate_handlers
 
+/// @cond names of what is documented above
 template <>
 struct zel::serialization::enumeration<zel::event_routing::enumerate_handlers::handler_type> {
     using type = event_routing::enumerate_handlers::handler_type;
@@ -89,6 +95,7 @@ struct zel::serialization::record<zel::event_routing::enumerate_handlers::handle
               event_routing::enumerate_handlers::handler_texts_json_form()),
         field("channelId", &type::channelId)};
 };
+/// @endcond
 
 namespace zel::event_routing::enumerate_handlers {
 

@@ -14,7 +14,7 @@ namespace zel::event_routing::monitor {
 
 /// About one part of one handler, or about a whole broadcast.
 struct event_handling_info_2 {
-    using level_and_text = std::pair<std::int32_t, std::string>;
+    using level_and_text = std::pair<std::int32_t, std::string>; ///< of a handler
 
     routing_parameters values; ///< empty today
 
@@ -24,10 +24,11 @@ struct event_handling_info_2 {
     /// Of a part: the handler's level, and "Sync: " or "Async: " with its description.
     std::optional<level_and_text> handler_info;
 
-    /// In seconds; NaN when not measured. Of the calling thread's processor, and by
-    /// the clock. The time of a broadcast ends when the broadcasting thread has done
-    /// its part; asynchronous parts may still run.
+    /// In seconds, of the calling thread's processor; NaN when not measured. The time of
+    /// a broadcast ends when the broadcasting thread has done its part; asynchronous parts
+    /// may still run.
     double cpu_time = std::numeric_limits<double>::quiet_NaN();
+    /// The same, by the clock.
     double elapsed_time = std::numeric_limits<double>::quiet_NaN();
 };
 

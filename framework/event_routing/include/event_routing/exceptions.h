@@ -16,29 +16,27 @@ namespace detail {
 // copying cannot throw.
 class about_request {
 public:
-    about_request(const std::string& path, const routing_parameters& parameters,
-                  const std::string& data_type = {})
-        : content_(std::make_shared<const content>(content{path, parameters, data_type})) {}
+    about_request(const std::string& path, const routing_parameters& parameters)
+        : content_(std::make_shared<const content>(content{path, parameters})) {}
     about_request(const about_request&) = default;
     about_request& operator=(const about_request&) = default;
 
     const std::string& path() const noexcept { return content_->path; }
     const routing_parameters& parameters() const noexcept { return content_->parameters; }
-    const std::string& data_type() const noexcept { return content_->data_type; }
 
 private:
     struct content {
         std::string path;
         routing_parameters parameters;
-        std::string data_type;
     };
     std::shared_ptr<const content> content_;
 };
 
 } // namespace detail
 
-/// The data type of an answer is not known to the serialization library.
-class ZEL_EXPORT data_type_not_registered : public exceptions::error {
+/// The data type of an answer is not known to the serialization library. The parameters
+/// are those that the handler received.
+class ZEL_EXPORT data_type_not_registered : public exceptions::error, public detail::about_request {
 public:
     /// `kind` is the word the text begins with, "Request" for instance.
     [[gnu::noinline]] data_type_not_registered(const std::string& kind, const std::string& path,
@@ -46,44 +44,35 @@ public:
                                                const std::string& data_type)
         : error(kind + " " + path + ": '" + data_type + "' data type is not registered.",
                 __builtin_return_address(0)),
-          about_(path, parameters, data_type) {}
+          about_request(path, parameters),
+          data_type_(std::make_shared<const std::string>(data_type)) {}
 
-    const std::string& path() const noexcept { return about_.path(); }
-    const routing_parameters& parameters() const noexcept { return about_.parameters(); }
-    const std::string& data_type() const noexcept { return about_.data_type(); }
+    /// The name nobody has registered.
+    const std::string& data_type() const noexcept { return *data_type_; }
 
 private:
-    detail::about_request about_;
+    std::shared_ptr<const std::string> data_type_; // as in about_request
 };
 
-/// Nobody answered a request.
-class ZEL_EXPORT request_was_not_processed : public exceptions::error {
+/// Nobody answered a request. The parameters are those that SendRequest was given.
+class ZEL_EXPORT request_was_not_processed : public exceptions::error,
+                                             public detail::about_request {
 public:
+    /// The message is the whole text.
     [[gnu::noinline]] request_was_not_processed(const std::string& message, const std::string& path,
                                                 const routing_parameters& parameters)
-        : error(message, __builtin_return_address(0)), about_(path, parameters) {}
-
-    const std::string& path() const noexcept { return about_.path(); }
-    /// As they were given to SendRequest.
-    const routing_parameters& parameters() const noexcept { return about_.parameters(); }
-
-private:
-    detail::about_request about_;
+        : error(message, __builtin_return_address(0)), about_request(path, parameters) {}
 };
 
-/// Two handlers with equal rights answered one request.
-class ZEL_EXPORT multiple_request_handlers : public exceptions::error {
+/// Two handlers with equal rights answered one request. The parameters are those that both
+/// received.
+class ZEL_EXPORT multiple_request_handlers : public exceptions::error,
+                                             public detail::about_request {
 public:
+    /// The message is the whole text.
     [[gnu::noinline]] multiple_request_handlers(const std::string& message, const std::string& path,
                                                 const routing_parameters& parameters)
-        : error(message, __builtin_return_address(0)), about_(path, parameters) {}
-
-    const std::string& path() const noexcept { return about_.path(); }
-    /// As the two handlers received them.
-    const routing_parameters& parameters() const noexcept { return about_.parameters(); }
-
-private:
-    detail::about_request about_;
+        : error(message, __builtin_return_address(0)), about_request(path, parameters) {}
 };
 
 } // namespace zel::event_routing

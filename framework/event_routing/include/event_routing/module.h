@@ -28,8 +28,9 @@ public:
     static constexpr std::int32_t interface_version = 16;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
-    /// Does nothing, as does the next: they keep the places of later operations.
+    /// Does nothing: it keeps the place of a later operation.
     virtual void ReservedHook1() = 0;
+    /// The same.
     virtual void ReservedHook2() = 0;
 
     /// The default event routing service.
@@ -60,9 +61,11 @@ public:
     /// Throws std::length_error for a base that leaves no room for it.
     virtual std::string CreateUniqueName(const std::string& base) = 0;
 
-    /// Numbers of messages, from 1; they wrap after 4294967295.
+    /// The number of the next event, from 1; it wraps after 4294967295.
     virtual std::uint32_t NextEventMessageId() = 0;
+    /// The same for requests.
     virtual std::uint32_t NextRequestMessageId() = 0;
+    /// The same for snowballs.
     virtual std::uint32_t NextSnowballMessageId() = 0;
 };
 

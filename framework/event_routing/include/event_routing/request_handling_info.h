@@ -13,12 +13,12 @@ namespace zel::event_routing::monitor {
 
 /// Where a request stands. As numbers, because records travel and may be kept.
 namespace request_stage {
-inline constexpr std::int32_t not_started = 0;
-inline constexpr std::int32_t local = 1; ///< only with "prefer_local_request_handlers"
-inline constexpr std::int32_t regular = 2;
-inline constexpr std::int32_t fallback = 3;
-inline constexpr std::int32_t result_check = 4;
-inline constexpr std::int32_t redirection = 5; ///< the first of all
+inline constexpr std::int32_t not_started = 0;  ///< no handler has been looked for
+inline constexpr std::int32_t local = 1;        ///< only with "prefer_local_request_handlers"
+inline constexpr std::int32_t regular = 2;      ///< ordinary handlers
+inline constexpr std::int32_t fallback = 3;     ///< those for what nobody else answers
+inline constexpr std::int32_t result_check = 4; ///< whether it was answered
+inline constexpr std::int32_t redirection = 5;  ///< the first of all
 } // namespace request_stage
 
 /// About one request, when it has ended.
@@ -31,8 +31,9 @@ struct request_handling_info_3 {
     std::optional<handler_record> processing_handler; ///< the one that answered true
     std::vector<handler_record> declined_handlers;    ///< calls that answered false, in order
 
-    /// In seconds; NaN when not measurable. By the clock, and of the sender's processor.
+    /// In seconds; NaN when not measurable. By the clock.
     double elapsed_time = std::numeric_limits<double>::quiet_NaN();
+    /// The same, of the sender's processor.
     double cpu_time = std::numeric_limits<double>::quiet_NaN();
 };
 

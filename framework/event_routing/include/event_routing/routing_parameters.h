@@ -16,13 +16,16 @@ namespace zel::event_routing {
 
 /// A number or a text; a reader asks for the one it expects.
 struct routing_parameter_value {
-    std::int64_t number = 0;
-    std::string text;
+    std::int64_t number = 0; ///< 0 for a text
+    std::string text;        ///< empty for a number
 
     routing_parameter_value() = default;
+    /// A number; unsigned ones from 2^63 on become negative.
     template <std::integral Number>
     routing_parameter_value(Number value) : number(static_cast<std::int64_t>(value)) {}
+    /// A text.
     routing_parameter_value(std::string value) : text(std::move(value)) {}
+    /// A text that ends at the first zero byte.
     routing_parameter_value(const char* value) : text(value) {}
     /// Both at once; in ordinary use one of them is empty.
     routing_parameter_value(std::int64_t n, std::string t) : number(n), text(std::move(t)) {}
@@ -40,6 +43,7 @@ struct routing_parameter_value {
         text = std::move(value);
         return *this;
     }
+    /// The same; the text ends at the first zero byte.
     routing_parameter_value& operator=(const char* value) { return *this = std::string(value); }
 
     bool operator==(const routing_parameter_value&) const = default;

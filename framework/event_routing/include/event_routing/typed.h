@@ -36,9 +36,10 @@ namespace zel::event_routing {
 /// or neither when nobody has processed it. With both, the error wins.
 template <class Output>
 struct typed_answer {
-    std::optional<Output> value;
-    request_answer error;
+    std::optional<Output> value; ///< what the handler has returned
+    request_answer error;        ///< null unless a handler has left one
 
+    /// Whether there is a value.
     explicit operator bool() const noexcept { return value.has_value(); }
 };
 
@@ -49,6 +50,7 @@ struct typed_answer {
 template <class InputData, class OutputData, class Callable>
 class CustomRequestHandler {
 public:
+    /// Keeps the callable.
     explicit CustomRequestHandler(Callable callable) : callable_(std::move(callable)) {}
 
     /// Throws data_type_not_registered for an unknown OutputData.
@@ -93,8 +95,8 @@ private:
 /// A kind of request: what goes in and what comes out.
 template <class Output, class... Inputs>
 struct Request {
-    using input_data = std::tuple<Inputs...>;
-    using output_data = std::pair<Output, std::tuple<>>;
+    using input_data = std::tuple<Inputs...>;            ///< the type of its data
+    using output_data = std::pair<Output, std::tuple<>>; ///< the type of its answer
 
     /// For RegisterRequestHandler and its like. See CustomRequestHandler.
     template <class Callable>
