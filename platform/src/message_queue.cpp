@@ -6,6 +6,7 @@
 #include <platform/diagnostics.h>
 
 #include <algorithm>
+#include <gsl/util>
 #include <iterator>
 #include <stdexcept>
 #include <utility>
@@ -78,19 +79,6 @@ struct thread_watch {
     thread_watch& operator=(const thread_watch&) = delete;
 
     const std::shared_ptr<message_queue> queue = std::make_shared<message_queue>();
-};
-
-// Does something however a scope is left, also by a thread that is cancelled.
-template <class Action>
-class at_scope_end {
-public:
-    explicit at_scope_end(Action action) : action_(std::move(action)) {}
-    ~at_scope_end() { action_(); }
-    at_scope_end(const at_scope_end&) = delete;
-    at_scope_end& operator=(const at_scope_end&) = delete;
-
-private:
-    Action action_;
 };
 
 } // namespace
@@ -167,7 +155,7 @@ bool message_queue::destroy_window(window_handle window) {
 }
 
 void message_queue::finish_window(window_handle window) {
-    const at_scope_end gone([&] { remove_window(window); });
+    const auto gone = gsl::finally([&] { remove_window(window); });
     call_window({window, destroy_message, 0, 0});
 }
 
@@ -265,7 +253,7 @@ std::optional<std::intptr_t> message_queue::send(message_queue& target, const me
         return std::nullopt;
     bool is_answered = false;
     // Nobody may find the message, nor what it points to, once its sender has left.
-    const at_scope_end over([&] {
+    const auto over = gsl::finally([&] {
         if (is_answered || target.take_back(message))
             return;
         while (!message.await_answer())
@@ -317,7 +305,7 @@ void message_queue::dispatch_sent() {
         if (!message)
             return; // handled from inside another one
         std::optional<std::intptr_t> result;
-        const at_scope_end handled([&] { message->answer(result); });
+        const auto handled = gsl::finally([&] { message->answer(result); });
         // By way of a value of its own: GCC 12 at -O1 has a call write into an optional
         // that it is assigned to, also when it throws.
         const auto answer = call_window(message->call);

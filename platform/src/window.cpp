@@ -82,6 +82,10 @@ thread_id window_thread(window_handle window) noexcept {
     return queue && queue->has_window(window) ? queue->owner() : no_thread;
 }
 
+bool window_exists(window_handle window) noexcept {
+    return window_registry::find(window) != nullptr;
+}
+
 void* window_context(window_handle window) noexcept {
     const auto queue = window_registry::find(window);
     return queue ? queue->context(window) : nullptr;

@@ -77,6 +77,9 @@ ZEL_EXPORT bool destroy_window(window_handle window);
 /// The owner; no_thread when there is no such window or it is being destroyed.
 ZEL_EXPORT thread_id window_thread(window_handle window) noexcept;
 
+/// Also while the window is being destroyed.
+ZEL_EXPORT bool window_exists(window_handle window) noexcept;
+
 /// What `create_window` was given; null when there is no such window.
 ZEL_EXPORT void* window_context(window_handle window) noexcept;
 

@@ -8,8 +8,11 @@
 #include <atomic>
 #include <list>
 #include <memory>
+#include <vector>
 
 namespace zel::tasklib {
+
+class cancellation_companion_ifc;
 
 class cancellation_base : public cancellation_ifc {
 public:
@@ -19,7 +22,19 @@ public:
     void add_callback(cancellation_callback* callback) override;
     void remove_callback(cancellation_callback* callback) override;
 
+    /// For callbacks: has the companion canceled too, once the guard under which they run
+    /// is given back. Canceling destroys what others have captured, which may wait for
+    /// whoever wants that guard.
+    static void propagate_after_callbacks(const std::shared_ptr<cancellation_companion_ifc>& to);
+
 private:
+    using companions = std::vector<std::shared_ptr<cancellation_companion_ifc>>;
+
+    void call_callbacks(companions& later);
+
+    // Where callbacks that run on this thread leave their companions.
+    static inline constinit thread_local companions* collected_ = nullptr;
+
     // Acquire and release: who sees the flag sees what led to it.
     std::atomic<bool> canceled_{false};
     // Guards the list and stays held while callbacks run, so that a removed one is

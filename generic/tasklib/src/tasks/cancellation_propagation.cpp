@@ -1,5 +1,6 @@
 #include "generic/tasklib/src/tasks/cancellation_propagation.h"
 
+#include "generic/tasklib/src/tasks/cancellation_base.h"
 #include "generic/tasklib/src/tasks/reg_cookie.h"
 
 #include <tasklib/cancellation_companions.h>
@@ -12,7 +13,9 @@ class propagation final : public cancellation_callback {
 public:
     explicit propagation(std::shared_ptr<cancellation_companion_ifc> companion) noexcept
         : companion_(std::move(companion)) {}
-    void on_cancel(cancellation_ifc&) override { companion_->propagate_cancel(); }
+    void on_cancel(cancellation_ifc&) override {
+        cancellation_base::propagate_after_callbacks(companion_);
+    }
 
 private:
     std::shared_ptr<cancellation_companion_ifc> companion_;

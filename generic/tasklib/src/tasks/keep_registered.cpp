@@ -17,6 +17,7 @@ public:
             tasks_log.report_handler_failure(release_failed, failure, [] {
                 return std::string("zel::tasklib::make_reg_cookie: release failed.");
             });
+        action_ = nullptr; // with what it has captured
     }
 
 private:
