@@ -60,8 +60,7 @@ inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
     return service;
 }
 
-/// What runs work on the thread of a window. Throws exceptions::error for a window that does
-/// not exist.
+/// What runs work on the thread of a window. Throws what GetInWndProcHandling throws.
 inline std::shared_ptr<IInWndProcHandling>
 get_in_wnd_proc_handling(IModule& module, platform::window_handle window) {
     auto handling = module.GetInWndProcHandling(window);

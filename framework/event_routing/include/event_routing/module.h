@@ -45,7 +45,8 @@ public:
     virtual std::shared_ptr<ISnowballRouting> GetSnowballRouting() = 0;
 
     /// What runs work on the thread of a window, the same object for each call. Throws
-    /// exceptions::error for a window that does not exist.
+    /// exceptions::error for a window that does not exist, or that is being destroyed and
+    /// had none before.
     virtual std::shared_ptr<IInWndProcHandling>
     GetInWndProcHandling(platform::window_handle window) = 0;
 

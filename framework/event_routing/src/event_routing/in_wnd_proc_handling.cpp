@@ -53,7 +53,8 @@ InWndProcHandling::StoreHandlerCookie(const std::shared_ptr<tasklib::keep_regist
                     still_there->release(still_stored);
         });
     const platform::scoped_lock inside(cookie_guard_);
-    cookies_.push_back(cookie);
+    if (cookie)
+        cookies_.push_back(cookie);
     return released_earlier;
 }
 

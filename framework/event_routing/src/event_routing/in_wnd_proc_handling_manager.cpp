@@ -10,9 +10,10 @@ namespace {
 constinit InWndProcHandlingManager::singleton global;
 
 [[noreturn]] void no_such_window(platform::window_handle window) {
-    throw exceptions::error(
-        fmt::format("zel::event_routing::IModule::GetInWndProcHandling: there is no window {:#x}.",
-                    static_cast<std::uintptr_t>(window)));
+    throw exceptions::error(fmt::format(
+        "zel::event_routing::IModule::GetInWndProcHandling: {} {:#x}.",
+        platform::window_exists(window) ? "this window is being destroyed:" : "there is no window",
+        static_cast<std::uintptr_t>(window)));
 }
 
 } // namespace
@@ -23,9 +24,8 @@ InWndProcHandlingManager::singleton& InWndProcHandlingManager::Global() {
 
 InWndProcHandlingManager::~InWndProcHandlingManager() {
     // Windows that are left go on calling the library's procedure: it must stay mapped.
-    if (std::ranges::any_of(handlings_, [](const auto& entry) {
-            return platform::window_thread(entry.first) != platform::no_thread;
-        }))
+    if (std::ranges::any_of(handlings_,
+                            [](const auto& entry) { return platform::window_exists(entry.first); }))
         mi::live_objects::add_object();
 }
 
@@ -43,17 +43,17 @@ InWndProcHandlingManager::find_or_make(platform::window_handle window,
                                        std::shared_ptr<InWndProcHandling>& gone) {
     const platform::scoped_lock inside(guard_);
     const auto known = handlings_.find(window);
-    // Also on a thread that is just destroying its window: nothing would end the entry. One
-    // may be left by a procedure in front that has not passed destroy_message on.
-    if (platform::window_thread(window) == platform::no_thread) {
-        if (known != handlings_.end()) {
-            gone = std::move(known->second);
-            handlings_.erase(known);
-        }
-        no_such_window(window);
-    }
-    if (known != handlings_.end())
+    // One that is being destroyed has its entry until it has been told so.
+    if (known != handlings_.end() && platform::window_exists(window))
         return known->second;
+    // Left by a procedure in front that has not passed destroy_message on.
+    if (known != handlings_.end()) {
+        gone = std::move(known->second);
+        handlings_.erase(known);
+    }
+    // Also for the thread that is just destroying the window: nothing would end the entry.
+    if (platform::window_thread(window) == platform::no_thread)
+        no_such_window(window);
     // All that can fail comes before the window is changed.
     work_message_of_this_library();
     const auto handling = std::make_shared<InWndProcHandling>(window, events->CreateTaskQueue());

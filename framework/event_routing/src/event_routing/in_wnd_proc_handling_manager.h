@@ -25,7 +25,8 @@ public:
     InWndProcHandlingManager& operator=(const InWndProcHandlingManager&) = delete;
 
     /// The handling object of the window, made by the first call. Throws
-    /// exceptions::error for a window that does not exist or is being destroyed.
+    /// exceptions::error for a window that does not exist, or that is being destroyed and
+    /// had none before.
     static std::shared_ptr<InWndProcHandling>
     GetHandling(platform::window_handle window, const std::shared_ptr<IEventRouting>& events);
 
