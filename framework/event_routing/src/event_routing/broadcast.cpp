@@ -138,6 +138,8 @@ bool EventRoutingImpl::broadcast::run_synchronous_part(const MultiPathHandlerInf
 
 void EventRoutingImpl::broadcast::start_asynchronous_part(
     const MultiPathHandlerInfo& handler, const std::shared_ptr<tasklib::task_queue_ifc>& queue) {
+    if (service_.has_ended_.load(std::memory_order_relaxed))
+        return;
     if (!processor_)
         processor_ = tasklib::get_task_processor();
     const auto task = tasklib::make_task(

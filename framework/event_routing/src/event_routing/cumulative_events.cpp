@@ -45,6 +45,12 @@ cumulative_events::TakeCumulativeEvent(const std::string& path) {
     return entry == pending_.end() ? nullptr : std::exchange(entry->second, nullptr);
 }
 
+void cumulative_events::drop_all() {
+    decltype(pending_) dropped; // after the guard
+    platform::scoped_lock inside(guard_);
+    dropped.swap(pending_);
+}
+
 // The body of a delivery task. One that will never run takes its batch along, so that
 // the next broadcast begins another instead of adding to it for ever.
 class EventRoutingImpl::delivery {
@@ -86,11 +92,14 @@ void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout del
     if (!cumulative_events_.add(path, data, parameters))
         return;
     later.answer_for(weak_from_this());
+    if (has_ended_.load(std::memory_order_relaxed))
+        return;
     const auto due = std::make_shared<single_run>(due_after(delay));
     const auto scheduler = tasklib::get_task_scheduler();
     const auto processor = tasklib::get_task_processor();
-    const auto task = tasklib::make_task("Cumulative event " + path,
-                                         tasks_->get_low_level_container(), std::move(later));
+    // Others add to the batch, whatever becomes of the task that happened to begin it.
+    const auto task = tasklib::make_independent_task(
+        "Cumulative event " + path, tasks_->get_low_level_container(), std::move(later));
     try {
         scheduler->schedule(task.share(), processor, due, 0);
     } catch (...) {

@@ -29,6 +29,8 @@ public:
     /// The batch of the path, or null; from now on another one begins.
     std::shared_ptr<cumulative_event_data> TakeCumulativeEvent(const std::string& path);
 
+    void drop_all();
+
 private:
     // Guards what follows. Never held while a task is made, an event is broadcast or
     // a payload destroyed.

@@ -21,6 +21,10 @@ EventRoutingImpl::~EventRoutingImpl() {
     const platform::no_cancellation to_the_end;
     if (const auto failure = platform::guarded([&] { WriteStatistics(*records_.take_period()); }))
         report_exception(failure);
+    // What these hold is foreign code, too.
+    monitors_.reset();
+    cumulative_events_.drop_all();
+    tasks_.reset();
 }
 
 std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler(
@@ -51,6 +55,7 @@ std::shared_ptr<tasklib::task_queue_ifc> EventRoutingImpl::CreateTaskQueue() {
 }
 
 bool EventRoutingImpl::EndAndWaitForHandlers() {
+    has_ended_.store(true, std::memory_order_relaxed);
     return tasks_->end_and_wait({});
 }
 

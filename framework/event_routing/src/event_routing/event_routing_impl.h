@@ -49,11 +49,14 @@ private:
     broadcast_records records_;
     routing_lock routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
-    // Of the asynchronous parts. Nothing in it holds the service.
-    const std::shared_ptr<tasklib::task_container> tasks_;
+    // Of asynchronous parts and deliveries, which hold the service only while they run.
+    std::shared_ptr<tasklib::task_container> tasks_;
+    // Relaxed: saves making a task that the container would cancel, even when there is no
+    // task library any more to make it.
+    std::atomic<bool> has_ended_{false};
     cumulative_events cumulative_events_;
     spare_parameters spare_parameters_;
-    const std::shared_ptr<event_monitors> monitors_;
+    std::shared_ptr<event_monitors> monitors_;
 };
 
 } // namespace zel::event_routing::impl
