@@ -88,11 +88,13 @@ template <class Signature>
 std::shared_ptr<tasklib::keep_registered>
 MonitorHandlers<Signature>::RegisterMonitorHandler(std::function<Signature> callable) {
     const auto added = std::make_shared<monitor>(std::move(callable));
-    auto cookie = tasklib::make_reg_cookie(
-        [registry = std::weak_ptr(this->shared_from_this()), address = added.get()] {
-            if (const auto still_there = registry.lock())
-                still_there->UnregisterMonitorHandler(address);
-        });
+    auto cookie = tasklib::make_reg_cookie([registry = std::weak_ptr(this->shared_from_this()),
+                                            address = added.get(), orphan = std::weak_ptr(added)] {
+        if (const auto still_there = registry.lock())
+            still_there->UnregisterMonitorHandler(address);
+        else if (const auto in_snapshots = orphan.lock())
+            in_snapshots->retire();
+    });
     platform::scoped_lock inside(guard_);
     monitors_.push_back(added);
     list_has_changed();
