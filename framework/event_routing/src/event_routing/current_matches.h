@@ -10,16 +10,22 @@
 
 namespace zel::event_routing::impl {
 
+/// Null when nothing that still holds is remembered.
+template <class Matches>
+std::shared_ptr<const Matches> remembered_matches(match_records<Matches>& records,
+                                                  const routing_lock& lock, const text_key& text) {
+    const auto present = lock.current_generation();
+    return routing_lock::is_stable(present) ? records.recall(text, present) : nullptr;
+}
+
 /// Waits for a registration on another thread. `collect` is called with the generation,
 /// under the lock held shared.
 template <class Matches, class Collect>
 std::shared_ptr<const Matches> current_matches(match_records<Matches>& records, routing_lock& lock,
                                                const text_key& text, const Collect& collect) {
-    const auto present = lock.current_generation();
-    if (routing_lock::is_stable(present))
-        if (auto known = records.recall(text, present))
-            return known;
-    std::shared_ptr<const Matches> matches;
+    auto matches = remembered_matches(records, lock, text);
+    if (matches)
+        return matches;
     {
         threading::shared_lock_guard maps_are_stable(lock);
         matches = collect(lock.current_generation());

@@ -45,12 +45,11 @@ public:
             add_message_number(parameters.copy(), next_number());
     }
 
-    /// Failures of monitors go to the diagnostic observers.
+    /// Only where there is somebody to tell. Failures of monitors go to the diagnostic
+    /// observers.
     void tell(const std::string& path, const data& input, const data& response,
               const data& error_response, const routing_parameters& parameters,
               const std::exception_ptr& error) {
-        if (!*this)
-            return;
         const platform::no_cancellation to_the_end;
         const auto failure = platform::guarded([&] {
             noted_->begin.end_into(noted_->info);

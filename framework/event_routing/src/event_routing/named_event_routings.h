@@ -23,7 +23,10 @@ public:
                                         [&](const auto& entry) { return entry.first == name; });
         if (known != instances_.end())
             return known->second;
-        return instances_.emplace_back(name, std::make_shared<EventRoutingImpl>()).second;
+        list::value_type made(name, nullptr);
+        instances_.reserve(instances_.size() + 1);
+        made.second = std::make_shared<EventRoutingImpl>();
+        return instances_.emplace_back(std::move(made)).second;
     }
 
     /// In the order in which they were made.
@@ -34,7 +37,8 @@ public:
 
 private:
     // Guards the list. Making an instance runs no foreign code, so that is done inside:
-    // two first requests for a name need no second instance.
+    // two first requests for a name need no second instance. Destroying one does, so
+    // nothing may fail once it is made.
     mutable platform::plain_lock guard_;
     list instances_ ZEL_GUARDED_BY(guard_);
 };

@@ -103,7 +103,9 @@ bool RequestRoutingImpl::request::CheckRequestResult(bool processed) const {
 // Handlers that came since take part, and those that went do not.
 void RequestRoutingImpl::request::update_matches() {
     const auto present = service_.routing_lock_.current_generation();
-    if (matches_->generation != present || !routing_lock::is_stable(present))
+    if (!matches_)
+        matches_ = service_.matches_of(text_key(path_));
+    else if (matches_->generation != present || !routing_lock::is_stable(present))
         matches_ = service_.matches_of(text_key(*matches_));
 }
 
@@ -175,7 +177,8 @@ void RequestRoutingImpl::request::enter_stage(std::int32_t stage) {
 }
 
 void RequestRoutingImpl::request::tell_monitors(const std::exception_ptr& failure) {
-    observed_.tell(path(), data_, response_, error_response_, *parameters_, failure);
+    if (observed_)
+        observed_.tell(path(), data_, response_, error_response_, *parameters_, failure);
 }
 
 } // namespace zel::event_routing::impl

@@ -2,6 +2,7 @@
 // the functions of this class.
 #pragma once
 
+#include "framework/event_routing/src/event_routing/current_matches.h"
 #include "framework/event_routing/src/event_routing/request_routing_impl.h"
 
 #include <exception>
@@ -15,9 +16,12 @@ public:
             request_answer& response, request_answer& error_response,
             const routing_parameters& parameters)
         : service_(service), names_(service.parameter_names_),
-          matches_(service.matches_of(text_key(path))), data_(data), response_(response),
-          error_response_(error_response), callers_parameters_(parameters),
-          parameters_(parameters) {}
+          matches_(remembered_matches(service.records_, service.routing_lock_, text_key(path))),
+          data_(data), response_(response), error_response_(error_response),
+          callers_parameters_(parameters), parameters_(parameters) {
+        if (!matches_)
+            path_ = path;
+    }
     request(const request&) = delete;
     request& operator=(const request&) = delete;
 
@@ -42,11 +46,12 @@ private:
     void enter_stage(std::int32_t stage);
 
     /// Given to handlers and monitors. Not the caller's text, which may lie in an output.
-    const std::string& path() const noexcept { return matches_->text; }
+    const std::string& path() const noexcept { return matches_ ? matches_->text : path_; }
 
     RequestRoutingImpl& service_;
     observation observed_{*service_.monitors_};
     const parameter_names& names_;
+    std::string path_;                               // until there are matches
     std::shared_ptr<const request_matches> matches_; // as they were when a pass began
     const request_data& data_;
     request_answer& response_;

@@ -31,11 +31,11 @@ struct request_matches : matches_of_text {
     std::vector<request_match> fallbacks;
 };
 
-/// Where they are looked for.
+/// Where they are looked for. Handlers that are left go in the opposite order.
 struct request_maps {
-    request_routing_node redirections;
     request_routing_node handlers;
     request_routing_node fallbacks;
+    request_routing_node redirections;
 };
 
 /// The maps must not change meanwhile.

@@ -10,16 +10,19 @@ namespace zel::event_routing::impl {
 
 namespace {
 
-constinit log::source_position registering(__FILE__, __LINE__);
-constinit log::source_position registering_fallback(__FILE__, __LINE__);
-constinit log::source_position registering_redirection(__FILE__, __LINE__);
+constinit log::source_position registering(__FILE__, 61);
+constinit log::source_position registering_fallback(__FILE__, 78);
+constinit log::source_position registering_redirection(__FILE__, 95);
 
 } // namespace
 
 RequestRoutingImpl::RequestRoutingImpl(std::weak_ptr<IEventRouting> events)
     : events_(std::move(events)), monitors_(std::make_shared<observation::monitors>()) {}
 
-RequestRoutingImpl::~RequestRoutingImpl() = default;
+RequestRoutingImpl::~RequestRoutingImpl() {
+    const platform::no_cancellation to_the_end;
+    monitors_.reset(); // their callables are foreign code
+}
 
 std::shared_ptr<tasklib::keep_registered>
 RequestRoutingImpl::RegisterRequestHandler(const std::string& path, std::int32_t priority,

@@ -61,7 +61,7 @@ private:
     routing_lock routing_lock_;
     request_maps maps_ ZEL_GUARDED_BY(routing_lock_);
     match_records<request_matches> records_;
-    const std::shared_ptr<observation::monitors> monitors_;
+    std::shared_ptr<observation::monitors> monitors_;
 };
 
 } // namespace zel::event_routing::impl

@@ -80,7 +80,8 @@ void SnowballRoutingImpl::snowball_pass::observe_call(
 }
 
 void SnowballRoutingImpl::snowball_pass::tell_monitors(const std::exception_ptr& failure) {
-    observed_.tell(path_, data_, response_, error_response_, *parameters_, failure);
+    if (observed_)
+        observed_.tell(path_, data_, response_, error_response_, *parameters_, failure);
 }
 
 auto SnowballRoutingImpl::matches_of(const text_key& path)

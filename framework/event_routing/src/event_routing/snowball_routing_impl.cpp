@@ -7,13 +7,16 @@ namespace zel::event_routing::impl {
 
 namespace {
 
-constinit log::source_position registering(__FILE__, __LINE__);
+constinit log::source_position registering(__FILE__, 46);
 
 } // namespace
 
 SnowballRoutingImpl::SnowballRoutingImpl() : monitors_(std::make_shared<observation::monitors>()) {}
 
-SnowballRoutingImpl::~SnowballRoutingImpl() = default;
+SnowballRoutingImpl::~SnowballRoutingImpl() {
+    const platform::no_cancellation to_the_end;
+    monitors_.reset(); // their callables are foreign code
+}
 
 std::shared_ptr<tasklib::keep_registered> SnowballRoutingImpl::RegisterSnowballHandler(
     const std::string& path, const snowball_handler& handler, const std::string& description) {

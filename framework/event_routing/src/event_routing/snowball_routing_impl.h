@@ -55,7 +55,7 @@ private:
     routing_lock routing_lock_;
     snowball_routing_node handlers_ ZEL_GUARDED_BY(routing_lock_);
     match_records<snowball_matches> records_;
-    const std::shared_ptr<observation::monitors> monitors_;
+    std::shared_ptr<observation::monitors> monitors_;
 };
 
 } // namespace zel::event_routing::impl
