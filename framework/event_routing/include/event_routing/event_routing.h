@@ -27,8 +27,8 @@
 //         "indexer");
 //
 // Dropping the cookie is the only way to unregister. It waits for running
-// asynchronous parts of the handler, except from inside the handler itself, and once
-// it has returned none starts any more.
+// asynchronous parts of the handler, except from inside one of them, and once it has
+// returned none starts any more.
 //
 // From inside a part a handler may broadcast, register and drop cookies, its own too:
 // no lock of the service is held. A handler registered meanwhile is not part of the
@@ -66,7 +66,8 @@ using synchronous_event_part = std::function<bool(const std::string& path, const
 using asynchronous_event_part = std::function<void(const std::string& path, const event_data& data,
                                                    const routing_parameters& parameters)>;
 
-/// Is told of every part that ran and of every broadcast, after the fact, on the
+/// Is told of every part that ran, but of no asynchronous one that threw, and of every
+/// broadcast, after the fact, on the
 /// thread that did the work; several threads may call it at once. What it throws ends
 /// the routing of a broadcast whose part it was told of.
 using event_monitor = std::function<void(const std::string& path, const event_data& data,
@@ -84,10 +85,12 @@ public:
 
     /// Runs the handlers of one path, or of several separated by ";". A handler
     /// found through several paths runs once and is given those paths joined by
-    /// ";". Failures of handlers are logged, and told to the diagnostic observers once for
-    /// each path and description. What else fails is logged and ends the routing, while
-    /// started parts go on; an exception that is no std::exception, from a monitor,
-    /// reaches the caller. `keep` has no effect.
+    /// ";". Failures of handlers are logged; those of synchronous parts are told to the
+    /// diagnostic observers, too, once for each path and description. What else fails is
+    /// logged and ends the routing, while started parts go on. What is no std::exception
+    /// reaches the caller: from a monitor, or tasklib::canceled_exception when the task that
+    /// the caller is inside of is canceled while it waits for room in a full queue. `keep`
+    /// has no effect.
     ///
     /// With the parameter "synchronous" the call waits for the asynchronous parts it
     /// has started, for that many milliseconds in all (4294967295 or -1: until they
@@ -103,8 +106,10 @@ public:
     /// the number of calls as "cumulative_event_count". Handlers run on a thread of the
     /// task library. Paths are told apart as they are written, "a;b" from "b;a", and each is
     /// remembered. An infinite delay never delivers, and after EndAndWaitForHandlers nothing
-    /// is delivered. Throws exceptions::fatal when the task library has ended; the path is
-    /// then as if the call had not been made.
+    /// is delivered. Throws what keeps the delivery from being arranged, exceptions::fatal
+    /// when the task library has ended; the batch is gone then, with what other threads have
+    /// added to it meanwhile. Whatever becomes of the task that the caller is inside of, the
+    /// delivery comes.
     virtual void
     BroadcastCumulativeEvent(threading::universal_timeout delay, const std::string& path,
                              const event_data& data, const routing_parameters& parameters,

@@ -20,7 +20,7 @@
 // of them that answer make the request fail; the first redirection that answers ends it.
 //
 // Handlers may send, register and drop cookies, their own too: no lock of the service is
-// held while they run. A handler registered meanwhile takes part in the passes that begin
+// held while they run, unless the request is sent while a registration is announced. A handler registered meanwhile takes part in the passes that begin
 // later; one dropped meanwhile is skipped. What a handler throws ends the request and
 // reaches the sender. typed.h puts C++ types in place of the payloads.
 //
@@ -92,12 +92,15 @@ public:
     /// "event_routing.request_handler.registered" on the default event service with the
     /// path as a "string". That runs inside of this call with the registrations held:
     /// requests on other threads wait for it, and so does this call for a handler that
-    /// waits for them. Throws exceptions::error for a path with a misplaced "*".
+    /// waits for them. Throws exceptions::error for a path with a misplaced "*", and what
+    /// keeps the broadcast from being made, when the serialization library has ended for
+    /// instance; nothing is registered then.
     virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestHandler(const std::string& path, std::int32_t priority,
                            const request_handler& handler, const std::string& description) = 0;
 
-    /// Registers a handler for what no regular handler has processed.
+    /// Registers a handler for what no regular handler has processed, as long as somebody
+    /// holds the result. Throws exceptions::error for a path with a misplaced "*".
     virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestFallbackHandler(const std::string& path, const request_handler& handler,
                                    const std::string& description) = 0;
@@ -110,7 +113,8 @@ public:
     virtual std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(request_monitor monitor) = 0;
 
-    /// Registers a handler that is asked before all others.
+    /// Registers a handler that is asked before all others, as long as somebody holds the
+    /// result. Throws exceptions::error for a path with a misplaced "*".
     virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestRedirectionHandler(const std::string& path, const request_handler& handler,
                                       const std::string& description) = 0;
