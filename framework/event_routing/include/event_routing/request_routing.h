@@ -20,9 +20,10 @@
 // of them that answer make the request fail; the first redirection that answers ends it.
 //
 // Handlers may send, register and drop cookies, their own too: no lock of the service is
-// held while they run, unless the request is sent while a registration is announced. A handler registered meanwhile takes part in the passes that begin
-// later; one dropped meanwhile is skipped. What a handler throws ends the request and
-// reaches the sender. typed.h puts C++ types in place of the payloads.
+// held while they run, unless the request is sent while a registration is announced. A handler
+// registered meanwhile takes part in the passes that begin later; one dropped meanwhile is skipped.
+// What a handler throws ends the request and reaches the sender. typed.h puts C++ types in place of
+// the payloads.
 //
 // Dropping a cookie is the only way to unregister. It waits for calls of the handler on
 // other threads, except from inside the handler itself.

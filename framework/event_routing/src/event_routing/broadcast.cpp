@@ -4,6 +4,7 @@
 #include "framework/event_routing/src/event_routing/asynchronous_part.h"
 #include "framework/event_routing/src/event_routing/debugging.h"
 #include "framework/event_routing/src/event_routing/handler_failures.h"
+#include "generic/tasklib/src/tasks/deadline.h"
 #include "generic/tasklib/src/tasks/start_task.h"
 #include "generic/tasklib/src/tasks/task_library.h"
 
@@ -169,16 +170,12 @@ void asynchronous_part::operator()() const {
 void EventRoutingImpl::broadcast::wait_for_tasks() const {
     if (!patience_)
         return;
-    const auto deadline = tasklib::unbiased_clock::now() + platform::milliseconds(*patience_);
-    const auto time_left = [&]() -> threading::universal_timeout {
-        using std::chrono::microseconds;
-        if (*patience_ == no_limit)
-            return {};
-        const auto left = deadline - tasklib::unbiased_clock::now();
-        return {false, std::max(std::chrono::ceil<microseconds>(left), microseconds(0)).count()};
-    };
+    const tasklib::deadline until(
+        *patience_ == no_limit
+            ? threading::universal_timeout()
+            : threading::universal_timeout{false, *patience_ * std::int64_t(1000)});
     for (const auto& task : tasks_)
-        if (!task.wait(time_left()))
+        if (!task.wait(until.time_left()))
             break;
 }
 

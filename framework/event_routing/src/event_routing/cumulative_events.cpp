@@ -1,6 +1,7 @@
 #include "framework/event_routing/src/event_routing/cumulative_events.h"
 
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
+#include "generic/tasklib/src/tasks/deadline.h"
 #include "generic/tasklib/src/tasks/start_task.h"
 #include "generic/tasklib/src/tasks/task.h"
 #include "generic/tasklib/src/tasks/task_library.h"
@@ -8,22 +9,6 @@
 #include <utility>
 
 namespace zel::event_routing::impl {
-
-namespace {
-
-using tasklib::unbiased_clock;
-
-unbiased_clock::time_point due_after(threading::universal_timeout delay) {
-    constexpr std::int64_t ticks_per_microsecond = 10;
-    constexpr auto never = unbiased_clock::time_point::max();
-    const auto now = unbiased_clock::now();
-    if (delay.infinite || delay.microseconds > (never - now).count() / ticks_per_microsecond)
-        return never;
-    return now + unbiased_clock::duration(std::max<std::int64_t>(delay.microseconds, 0) *
-                                          ticks_per_microsecond);
-}
-
-} // namespace
 
 bool cumulative_events::add(const std::string& path, event_data data,
                             routing_parameters parameters) {
@@ -87,14 +72,14 @@ void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout del
                                                 const std::string& path, const event_data& data,
                                                 const routing_parameters& parameters,
                                                 const std::shared_ptr<tasklib::keep_registered>&) {
-    using single_run = tasklib::basic_single_run_sch_params<unbiased_clock>;
+    using single_run = tasklib::basic_single_run_sch_params<tasklib::unbiased_clock>;
     delivery later(path);
     if (!cumulative_events_.add(path, data, parameters))
         return;
     later.answer_for(weak_from_this());
     if (has_ended_.load(std::memory_order_relaxed))
         return;
-    const auto due = std::make_shared<single_run>(due_after(delay));
+    const auto due = std::make_shared<single_run>(tasklib::deadline(delay).moment());
     const auto scheduler = tasklib::get_task_scheduler();
     const auto processor = tasklib::get_task_processor();
     // Others add to the batch, whatever becomes of the task that happened to begin it.

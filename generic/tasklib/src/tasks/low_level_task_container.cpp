@@ -9,33 +9,6 @@
 
 namespace zel::tasklib {
 
-// One wait has one deadline, however many single waits it takes.
-class low_level_task_container::remaining_time {
-public:
-    explicit remaining_time(threading::universal_timeout timeout) noexcept
-        : infinite_(timeout.infinite), deadline_(later(unbiased_clock::now(), timeout)) {}
-
-    threading::universal_timeout now() const noexcept {
-        if (infinite_)
-            return {};
-        const auto left = std::chrono::ceil<std::chrono::microseconds>(
-            std::max(deadline_ - unbiased_clock::now(), unbiased_clock::duration::zero()));
-        return {false, left.count()};
-    }
-
-private:
-    static unbiased_clock::time_point later(unbiased_clock::time_point from,
-                                            threading::universal_timeout by) noexcept {
-        constexpr auto last = unbiased_clock::time_point::max();
-        if (by.infinite || by.microseconds > (last - from).count() / 10)
-            return last;
-        return from + unbiased_clock::duration(10 * std::max<std::int64_t>(by.microseconds, 0));
-    }
-
-    bool infinite_;
-    unbiased_clock::time_point deadline_;
-};
-
 void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
     bool ended = false;
     {
@@ -85,11 +58,11 @@ void low_level_task_container::end() {
 }
 
 bool low_level_task_container::wait(threading::universal_timeout timeout, std::int32_t mode) {
-    const remaining_time remaining(timeout);
-    return wait_for_tasks(remaining, mode) && wait_for_ended_states(remaining, mode);
+    const deadline until(timeout);
+    return wait_for_tasks(until, mode) && wait_for_ended_states(until, mode);
 }
 
-bool low_level_task_container::wait_for_tasks(const remaining_time& remaining, std::int32_t mode) {
+bool low_level_task_container::wait_for_tasks(const deadline& until, std::int32_t mode) {
     if (holds_nothing())
         return true;
     const auto current = get_this_taskcancellation();
@@ -101,9 +74,9 @@ bool low_level_task_container::wait_for_tasks(const remaining_time& remaining, s
             own.push_back(task.get());
             continue;
         }
-        bool has_ended = waited_for->wait_ended(remaining.now());
+        bool has_ended = waited_for->wait_ended(until.time_left());
         if (const auto latest = task->get_ended_state(); has_ended && latest != waited_for)
-            has_ended = latest->wait_ended(remaining.now());
+            has_ended = latest->wait_ended(until.time_left());
         if (!has_ended && (mode != report_timeout || report_held_tasks()))
             return false;
         drop_from_held(*task);
@@ -147,10 +120,9 @@ void low_level_task_container::drop_from_held(task_ifc& task) {
     take_out(task);
 }
 
-bool low_level_task_container::wait_for_ended_states(const remaining_time& remaining,
-                                                     std::int32_t mode) {
+bool low_level_task_container::wait_for_ended_states(const deadline& until, std::int32_t mode) {
     while (const auto state = last_ended_state()) {
-        if (!state->wait_ended(remaining.now())) {
+        if (!state->wait_ended(until.time_left())) {
             if (mode == report_timeout)
                 raise_text_report("ended state timed out");
             return false;

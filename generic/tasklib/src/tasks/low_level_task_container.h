@@ -1,6 +1,8 @@
 // The tasks of one owner, and waiting for them.
 #pragma once
 
+#include "generic/tasklib/src/tasks/deadline.h"
+
 #include <tasklib/cancellation_companions.h>
 #include <tasklib/ended_state.h>
 #include <tasklib/task_container.h>
@@ -23,10 +25,8 @@ public:
     bool wait(threading::universal_timeout timeout, std::int32_t mode) override;
 
 private:
-    class remaining_time;
-
-    bool wait_for_tasks(const remaining_time& remaining, std::int32_t mode);
-    bool wait_for_ended_states(const remaining_time& remaining, std::int32_t mode);
+    bool wait_for_tasks(const deadline& until, std::int32_t mode);
+    bool wait_for_ended_states(const deadline& until, std::int32_t mode);
     bool holds_nothing();
     std::shared_ptr<task_ifc> first_to_wait_for(wait_exclusion_ifc* exclusion,
                                                 const std::vector<const task_ifc*>& own);
