@@ -4,6 +4,7 @@
 #include "tests/support/routing.h"
 
 #include <condition_variable>
+#include <set>
 
 namespace zel::event_routing::impl {
 namespace {
@@ -21,64 +22,51 @@ protected:
             events->EndAndWaitForHandlers();
     }
 
-    struct delivered {
-        std::string path;
-        event_data data;
-        routing_parameters parameters;
-        platform::thread_id thread;
-    };
-
-    void call(const std::string& path, std::int64_t delay = 0, const event_data& payload = nullptr,
+    void call(const std::string& path, std::int64_t delay = 0, const char* payload = nullptr,
               const routing_parameters& parameters = {}) {
-        events->BroadcastCumulativeEvent({false, delay}, path, payload, parameters, nullptr);
+        events->BroadcastCumulativeEvent({false, delay}, path,
+                                         payload ? serialization::make_payload(std::string(payload))
+                                                 : nullptr,
+                                         parameters, nullptr);
     }
-    // The next delivery, in the order of arrival.
-    delivered next() {
+    using deliveries = std::multiset<std::string>; // path, payload and parameters
+    // Waits until there are so many.
+    deliveries next(std::size_t count = 1) {
         std::unique_lock inside(guard);
-        EXPECT_TRUE(
-            arrived.wait_for(inside, platform::patience, [&] { return !deliveries.empty(); }));
-        if (deliveries.empty())
-            return {};
-        auto first = deliveries.front();
-        deliveries.erase(deliveries.begin());
-        return first;
+        EXPECT_TRUE(arrived.wait_for(inside, platform::patience,
+                                     [&] { return delivered.size() >= count; }));
+        return std::exchange(delivered, {});
     }
-    std::int64_t next_count() { return next().parameters["cumulative_event_count"].number; }
 
+    const platform::thread_id test_thread = platform::this_thread_id();
     std::mutex guard;
     std::condition_variable arrived;
-    std::vector<delivered> deliveries;
+    deliveries delivered;
     cookie handler = listen("*", [this](auto& path, auto& payload, auto& parameters) {
+        EXPECT_NE(platform::this_thread_id(), test_thread);
+        std::string text = path + " " + text_of(payload);
+        for (const auto& [name, value] : parameters)
+            text += " " + name + "=" + std::to_string(value.number);
         std::lock_guard inside(guard);
-        deliveries.push_back({path, payload, parameters, platform::this_thread_id()});
+        delivered.insert(text);
         arrived.notify_one();
         return true;
     });
 };
 
 TEST_F(CumulativeEvents, AreMergedUntilTheyAreDueAndBringTheLatestAndTheirNumber) {
-    auto released = serialization::make_payload(1);
-    const std::weak_ptr first = released;
-    const auto last = serialization::make_payload(2);
-    call("p;q", 10 * second, std::exchange(released, nullptr), {{"dropped", 1}});
+    call("p;q", 10 * second, "first", {{"dropped", 1}});
     call("p;q", 0);
-    call("p;q", 0, last, {{"kept", 1}, {"cumulative_event_count", 77}});
-    EXPECT_TRUE(first.expired());
-    call("q;p");
-    EXPECT_EQ(next().path, "q;p") << "another order is another path, and due at once";
+    call("p;q", 0, "last", {{"kept", 1}, {"cumulative_event_count", 77}});
+    call("q;p"); // another order is another path, and due at once
+    EXPECT_EQ(next(), deliveries{"q;p none cumulative_event_count=1"});
     ticks += 10 * ticks_of_a_second - 1;
     call("one tick before");
-    EXPECT_EQ(next().path, "one tick before");
+    EXPECT_EQ(next(), deliveries{"one tick before none cumulative_event_count=1"});
     ticks += 1;
     call("due"); // makes the scheduler look at the replaced clock
-    auto merged = next();
-    const auto other = next();
-    if (merged.path == "due")
-        merged = other;
-    EXPECT_EQ(merged.path, "p;q");
-    EXPECT_EQ(merged.data, last);
-    EXPECT_EQ(merged.parameters, (routing_parameters{{"kept", 1}, {"cumulative_event_count", 3}}));
-    EXPECT_NE(merged.thread, platform::this_thread_id());
+    EXPECT_EQ(next(2), (deliveries{"due none cumulative_event_count=1",
+                                   "p;q last cumulative_event_count=3 kept=1"}));
 }
 
 TEST_F(CumulativeEvents, BeginAnewWhileTheLastBatchIsBroadcast) {
@@ -88,10 +76,11 @@ TEST_F(CumulativeEvents, BeginAnewWhileTheLastBatchIsBroadcast) {
     call("p", 10 * second);
     call("p");
     go_on.set();
-    EXPECT_EQ(next_count(), 1);
+    EXPECT_EQ(next(), deliveries{"p none cumulative_event_count=1"});
     ticks += 10 * ticks_of_a_second;
     call("due");
-    EXPECT_EQ(next_count() + next_count(), 2 + 1);
+    EXPECT_EQ(next(2),
+              (deliveries{"due none cumulative_event_count=1", "p none cumulative_event_count=2"}));
 }
 
 TEST_F(CumulativeEvents, NeverComeAfterAnEndlessDelayOrTheEnd) {
@@ -99,18 +88,21 @@ TEST_F(CumulativeEvents, NeverComeAfterAnEndlessDelayOrTheEnd) {
          {universal_timeout{}, universal_timeout{false, std::int64_t(1) << 62}})
         events->BroadcastCumulativeEvent(endless, "never", nullptr, {}, nullptr);
     call("at once", -1);
-    EXPECT_EQ(next().path, "at once");
+    EXPECT_EQ(next(), deliveries{"at once none cumulative_event_count=1"});
     const auto payload = serialization::make_payload(1);
-    call("pending", 10 * second, payload);
-    events->EndAndWaitForHandlers();
-    call("after the end", 0, payload);
+    for (const bool has_ended : {false, true}) {
+        events->BroadcastCumulativeEvent({false, 10 * second}, "p", payload, {}, nullptr);
+        events->BroadcastCumulativeEvent({false, 10 * second}, "p", payload, {}, nullptr);
+        EXPECT_EQ(payload.use_count(), has_ended ? 1 : 2);
+        events->EndAndWaitForHandlers();
+    }
     ticks += 1000 * ticks_of_a_second;
     const std::weak_ptr service = events;
     handler.reset();
     events.reset();
     EXPECT_TRUE(service.expired()) << "no delivery holds it";
     EXPECT_EQ(payload.use_count(), 1);
-    EXPECT_EQ(deliveries.size(), 0u);
+    EXPECT_EQ(delivered, deliveries());
 }
 
 // The calling task shares its cancellation with what it starts.
@@ -122,7 +114,8 @@ TEST_F(CumulativeEvents, AreNotStuckWhenADeliveryWasCanceled) {
     tasklib::submit_or_cancel(task.share(), *tasklib::get_task_processor());
     task.get();
     call("p");
-    EXPECT_EQ(next_count(), 1) << "the batch went with its delivery";
+    EXPECT_EQ(next(), deliveries{"p none cumulative_event_count=1"})
+        << "the batch went with its delivery";
 }
 
 } // namespace

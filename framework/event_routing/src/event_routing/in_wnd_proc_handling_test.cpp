@@ -1,5 +1,6 @@
 #include "framework/event_routing/src/event_routing/in_wnd_proc_handling_manager.h"
 
+#include "framework/serialization/payload_test.h"
 #include "generic/tasklib/src/tasks/reg_cookie.h"
 #include "platform/src/served_window_test.h"
 #include "tests/support/routing.h"
@@ -45,16 +46,13 @@ TEST_F(WindowWork, HasOneHandlingObjectForAWindowAndNoneForOneThatDoesNotExist) 
         EXPECT_EQ(taken_notes(), "left") << "is released";
     }
     for (int twice = 0; twice < 2; ++twice)
-        try {
-            handling_of(window_handle{0xfedcba9});
-            ADD_FAILURE();
-        } catch (const exceptions::error& failure) {
-            EXPECT_NE(std::string(failure.what()).find("0xfedcba9"), std::string::npos);
-        }
+        EXPECT_EQ(serialization::failure_of([&] { handling_of(window_handle{0xfedcba9}); }),
+                  "zel::event_routing::IModule::GetInWndProcHandling: there is no window "
+                  "0xfedcba9.");
 }
 
 TEST_F(WindowWork, RunsWhatManyThreadsPostInTheOrderOfEachOnTheWindowsThread) {
-    std::array<int, 3> last{};
+    std::array<int, 2> last{};
     served_window window;
     const auto handling = handling_of(window.handle());
     const auto post = [&](std::size_t poster) {
@@ -64,15 +62,14 @@ TEST_F(WindowWork, RunsWhatManyThreadsPostInTheOrderOfEachOnTheWindowsThread) {
                 EXPECT_EQ(value, ++last.at(poster));
             }));
     };
-    {
-        watched_thread a([&] { post(0); }), b([&] { post(1); });
-        post(2);
-    }
+    std::jthread other([&] { post(0); });
+    post(1);
+    other.join();
     int seen = 0;
     EXPECT_TRUE(send_to_window(*handling, [&] { seen = 1; })) << "does not wait for the posted";
     EXPECT_EQ(seen, 1);
     window.end();
-    EXPECT_EQ(last, (std::array{1'000, 1'000, 1'000}));
+    EXPECT_EQ(last, (std::array{1'000, 1'000}));
 }
 
 TEST_F(WindowWork, RunsOneQueuedItemPerMessageAndPassesOnMessagesOfOthers) {
@@ -155,13 +152,8 @@ TEST_F(WindowWork, ReleasesExactlyTheStoredCookieAndOutsideOfItsGuard) {
     cookie by_another_thread;
     auto first = handling->KeepHandlerRegistered(noting_cookie("1"));
     auto second = handling->KeepHandlerRegistered(tasklib::make_reg_cookie([&] {
-        signal stored;
-        watched_thread other([&] {
-            by_another_thread = handling->KeepHandlerRegistered(noting_cookie("3"));
-            stored.set();
-        });
-        EXPECT_TRUE(stored.comes());
-        other.join();
+        const auto keep = [&] { return handling->KeepHandlerRegistered(noting_cookie("3")); };
+        std::jthread([&] { by_another_thread = keep(); }).join();
         note("2");
     }));
     const auto kept = noting_cookie("4");

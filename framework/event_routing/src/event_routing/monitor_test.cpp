@@ -103,15 +103,15 @@ TEST_F(Monitor, IsToldTheTimesOrThatTheyAreUnknown) {
     using reading = std::optional<std::int64_t>;
     using replaced = platform::clock_replacement;
     static std::int64_t looks;
-    // Each look takes one second and three seconds of processor time.
+    // Each look takes one second, and two of processor time.
     const replaced counter(platform::clock::performance_counter,
                            [] { return reading(1000 * ++looks); });
-    const replaced cycles(platform::clock::thread_cycles, [] { return reading(60 * ++looks); });
+    const replaced cycles(platform::clock::thread_cycles, [] { return reading(40 * ++looks); });
     {
         const replaced rate(platform::clock::performance_frequency, [] { return reading(1000); });
         const replaced cycle_rate(platform::clock::thread_cycle_rate, [] { return reading(20); });
         broadcast("a");
-        EXPECT_EQ(times, (std::vector<double>{3, 3, 15, 7}));
+        EXPECT_EQ(times, (std::vector<double>{2, 3, 10, 7}));
     }
     times.clear();
     const replaced no_rate(platform::clock::performance_frequency, [] { return reading(); });

@@ -159,6 +159,7 @@ public:
 
     outcome run(const test_case& all) {
         seen_ = {};
+        left_ = nullptr; // the outputs are those of the case before
         cookies held;
         for (const auto& h : all.handlers)
             held.push_back(add(h));
@@ -197,8 +198,10 @@ private:
     }
 
     cookie add(const handler& h) {
-        const request_handler callable = [&h, this](auto&&, auto&&, auto&&, request_answer& error,
-                                                    const routing_parameters& parameters) {
+        const request_handler callable = [&h, this](auto& path, auto& data, auto& response,
+                                                    auto& error, auto& parameters) {
+            EXPECT_TRUE(path == "a.b" && data == data_ && response == left_);
+            response = left_ = serialization::make_payload(1);
             seen_.calls += call_of(h, parameters);
             switch (h.how) {
             case behaviour::fail:
@@ -224,7 +227,7 @@ private:
 
     outcome seen_;
     const request_data data_ = serialization::make_payload(1);
-    request_answer response_, error_;
+    request_answer response_, error_, left_;
     std::shared_ptr<RequestRoutingImpl> requests_ =
         std::make_shared<RequestRoutingImpl>(std::weak_ptr<IEventRouting>());
     cookie monitor_;
