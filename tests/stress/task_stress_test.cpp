@@ -3,7 +3,6 @@
 #include "generic/tasklib/src/tasks/task_support_test.h"
 #include "tests/support/stress.h"
 
-#include <array>
 #include <iostream>
 
 namespace zel::tasklib::test {
@@ -44,11 +43,11 @@ class commotion : public zel::test::commotion {
     }
 
     template <class Item>
-    Item any_of(std::array<Item, 8>& items, random_number& random) {
+    Item any_of(std::vector<Item>& items, random_number& random) {
         return held_in(items[random() % items.size()]);
     }
     template <class Item>
-    void put_anywhere(std::array<Item, 8>& items, random_number& random, Item item) {
+    void put_anywhere(std::vector<Item>& items, random_number& random, Item item) {
         put(items[random() % items.size()], item);
     }
 
@@ -126,23 +125,12 @@ class commotion : public zel::test::commotion {
         }
     }
 
-    template <class Item>
-    static std::array<Item, 8> filled(const auto& make_item) {
-        std::array<Item, 8> items;
-        for (auto& item : items)
-            item = make_item();
-        return items;
-    }
-
     std::atomic<std::uint64_t> bodies_{0}, cancels_{0}, replaced_owners_{0};
     std::shared_ptr<task_processor_ifc> processor_ = get_task_processor();
-    std::array<std::shared_ptr<task_queue>, 8> queues_ =
-        filled<std::shared_ptr<task_queue>>([] { return std::make_shared<task_queue>(1); });
-    std::array<task<void>, 8> handles_ =
-        filled<task<void>>([] { return make_task("", nullptr, [] {}); });
+    std::vector<std::shared_ptr<task_queue>> queues_{8, std::make_shared<task_queue>(1)};
+    std::vector<task<void>> handles_{8, make_task("", nullptr, [] {})};
     // Go first, with all that is left.
-    std::array<std::shared_ptr<owner>, 8> owners_ =
-        filled<std::shared_ptr<owner>>([] { return std::make_shared<owner>(); });
+    std::vector<std::shared_ptr<owner>> owners_{8, std::make_shared<owner>()};
 };
 
 TEST(TaskStress, EveryTaskEndsRunsOnceAtMostAndLeavesNothingBehind) {
