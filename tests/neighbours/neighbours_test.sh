@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # What a client is told when a neighbouring library is missing, damaged or of
-# another version: neighbours_test.sh REGISTER_ONE LIBRARY_FOLDER WRONG_LOG THROWING_LOG
-# ASK_FOR_TASKS ODD_TASKS_CORE
+# another version: neighbours_test.sh REGISTER_ONE LIBRARY_FOLDER ODD_LOG ASK_FOR_TASKS
+# ODD_TASKS_CORE
 set -euo pipefail
 
-program=$1 libraries=$2 wrong_log=$3 throwing_log=$4 ask_for_tasks=$5 odd_tasks_core=$6
+program=$1 libraries=$2 odd_log=$3 ask_for_tasks=$4 odd_tasks_core=$5
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -43,15 +43,14 @@ expect "$damaged" "
 $damaged" # the module registers handlers of its own
 
 fresh_copy
-cp "$wrong_log" "$scratch/lib/libzel_log.so"
+cp "$odd_log" "$scratch/lib/libzel_log.so"
 expect "Wrong interface version implemented.
 Module: $scratch/lib/libevent_routing.so" "	Interface: class zel::log::ILogModule
 	Version: 1
 Module: $scratch/lib/libzel_log.so" "	Implementation: zel::log::detail::(anonymous namespace)::wrong_log
 	Version: 2"
 
-fresh_copy
-cp "$throwing_log" "$scratch/lib/libzel_log.so"
+export NO_PAPER=1
 failure="The library zel_log could not be used: The log has no paper."
 expect "$failure
 $failure"

@@ -1,16 +1,14 @@
 // Several threads make tasks, hand them over in every way, cancel them, wait for them
-// and destroy what they belong to, for a few seconds; the sanitizers watch.
+// and destroy what they belong to; the sanitizers watch.
 #include "generic/tasklib/src/tasks/task_support_test.h"
+#include "tests/support/stress.h"
 
-#include <array>
-#include <cstdlib>
 #include <iostream>
-#include <random>
 
 namespace zel::tasklib::test {
 namespace {
 
-using random_numbers = std::minstd_rand;
+using zel::test::random_number;
 using parameters = basic_single_run_sch_params<unbiased_clock>;
 
 // A container that nobody adds to any more when it goes.
@@ -29,42 +27,31 @@ struct owner {
     std::atomic<bool> holds_endless_ones{false};
 };
 
-class commotion {
-public:
-    explicit commotion(unsigned seed) : seed_(seed) {}
-
-    void run(unsigned thread) {
-        random_numbers random(seed_ + thread);
-        while (std::chrono::steady_clock::now() < end_)
-            step(random() % 16, random);
+class commotion : public zel::test::commotion {
+    bool has_seen_everything() const override {
+        return bodies_ > 1000 && cancels_ > 100 && replaced_owners_ > 100;
     }
 
-    std::atomic<std::uint64_t> bodies{0}, cancels{0}, owners{0};
-
-private:
     // Where a body and those inside of it belong.
     struct place {
         std::shared_ptr<task_container_low_level_ifc> container;
         std::shared_ptr<std::atomic<int>> alive;
     };
 
-    static threading::universal_timeout shortly(random_numbers& random) {
+    static threading::universal_timeout shortly(random_number& random) {
         return {false, static_cast<std::int64_t>(random() % 500)};
     }
 
     template <class Item>
-    Item any_of(std::array<Item, 8>& items, random_numbers& random) {
-        std::lock_guard inside(guard_);
-        return items[random() % items.size()];
+    Item any_of(std::vector<Item>& items, random_number& random) {
+        return held_in(items[random() % items.size()]);
     }
     template <class Item>
-    void put(std::array<Item, 8>& items, random_numbers& random, Item item) {
-        std::unique_lock inside(guard_);
-        std::swap(items[random() % items.size()], item);
-        inside.unlock(); // the former one goes without the lock
+    void put_anywhere(std::vector<Item>& items, random_number& random, Item item) {
+        put(items[random() % items.size()], item);
     }
 
-    void step(unsigned kind, random_numbers& random) {
+    void step(unsigned kind, random_number& random) override {
         const auto held_by = any_of(owners_, random);
         const place here{held_by->low_level, held_by->alive};
         const auto queue = any_of(queues_, random);
@@ -83,45 +70,45 @@ private:
         } else if (kind == 10) {
             queue->run_all_stored_tasks(processor_);
         } else if (kind == 11) {
-            put(queues_, random, std::make_shared<task_queue>(1 + random() % 2));
+            put_anywhere(queues_, random, std::make_shared<task_queue>(1 + random() % 2));
         } else if (kind == 12) {
             here.container->wait(shortly(random), 0);
         } else if (kind == 13) {
             any_of(handles_, random).wait(shortly(random));
         } else if (kind == 14) {
-            cancels += !any_of(handles_, random).cancel();
+            cancels_ += !any_of(handles_, random).cancel();
         } else {
-            put(owners_, random, std::make_shared<owner>());
-            ++owners;
+            put_anywhere(owners_, random, std::make_shared<owner>());
+            ++replaced_owners_;
         }
     }
 
-    task<void> make(const place& here, random_numbers& random) {
+    task<void> make(const place& here, random_number& random) {
         auto handle = make_task("task", here.container, body(here, random));
-        put(handles_, random, handle);
+        put_anywhere(handles_, random, handle);
         return handle;
     }
 
-    void schedule(const place& here, unbiased_clock::time_point when, random_numbers& random) {
+    void schedule(const place& here, unbiased_clock::time_point when, random_number& random) {
         get_task_scheduler()->schedule(make(here, random).share(), processor_,
                                        std::make_shared<parameters>(when), 0);
     }
 
-    std::function<void()> body(const place& here, random_numbers& random) {
+    std::function<void()> body(const place& here, random_number& random) {
         ++*here.alive;
         const std::shared_ptr<std::atomic<int>> alive(here.alive.get(),
                                                       [a = here.alive](auto*) { --*a; });
         const auto runs = std::make_shared<std::atomic<int>>(0);
         return [=, this, seed = random()] {
-            ++bodies;
+            ++bodies_;
             EXPECT_EQ((*runs)++, 0) << "runs twice";
             EXPECT_GT(*alive, 0);
-            random_numbers numbers(seed);
+            random_number numbers(seed);
             work(numbers() % 8, here, numbers);
         };
     }
 
-    void work(unsigned kind, const place& here, random_numbers& random) {
+    void work(unsigned kind, const place& here, random_number& random) {
         if (kind == 0) {
             const auto inner = make_task("inner", here.container, [held = here] {});
             submit_or_cancel(inner.share(), *processor_);
@@ -132,32 +119,18 @@ private:
         } else if (kind == 2) {
             here.container->wait(shortly(random), 0);
         } else if (kind == 3) {
-            cancels += !any_of(handles_, random).cancel();
+            cancels_ += !any_of(handles_, random).cancel();
         } else if (kind == 4) {
             throw std::runtime_error("fails");
         }
     }
 
-    template <class Item>
-    static std::array<Item, 8> filled(const auto& make_item) {
-        std::array<Item, 8> items;
-        for (auto& item : items)
-            item = make_item();
-        return items;
-    }
-
-    const unsigned seed_;
-    const std::chrono::steady_clock::time_point end_ =
-        std::chrono::steady_clock::now() + std::chrono::seconds(3);
+    std::atomic<std::uint64_t> bodies_{0}, cancels_{0}, replaced_owners_{0};
     std::shared_ptr<task_processor_ifc> processor_ = get_task_processor();
-    std::mutex guard_; // guards what follows
-    std::array<std::shared_ptr<task_queue>, 8> queues_ =
-        filled<std::shared_ptr<task_queue>>([] { return std::make_shared<task_queue>(1); });
-    std::array<task<void>, 8> handles_ =
-        filled<task<void>>([] { return make_task("", nullptr, [] {}); });
+    std::vector<std::shared_ptr<task_queue>> queues_{8, std::make_shared<task_queue>(1)};
+    std::vector<task<void>> handles_{8, make_task("", nullptr, [] {})};
     // Go first, with all that is left.
-    std::array<std::shared_ptr<owner>, 8> owners_ =
-        filled<std::shared_ptr<owner>>([] { return std::make_shared<owner>(); });
+    std::vector<std::shared_ptr<owner>> owners_{8, std::make_shared<owner>()};
 };
 
 TEST(TaskStress, EveryTaskEndsRunsOnceAtMostAndLeavesNothingBehind) {
@@ -165,15 +138,7 @@ TEST(TaskStress, EveryTaskEndsRunsOnceAtMostAndLeavesNothingBehind) {
     const char* const given = std::getenv("TASK_STRESS_SEED");
     const unsigned seed = given ? static_cast<unsigned>(std::atoi(given)) : std::random_device()();
     std::cout << "TASK_STRESS_SEED=" << seed << '\n';
-    commotion all(seed);
-    {
-        std::vector<std::jthread> running;
-        for (unsigned thread = 0; thread < 4; ++thread)
-            running.emplace_back([&all, thread] { all.run(thread); });
-    }
-    EXPECT_GT(all.bodies, 1000u);
-    EXPECT_GT(all.cancels, 100u);
-    EXPECT_GT(all.owners, 100u);
+    commotion().run(seed);
 }
 
 } // namespace

@@ -28,6 +28,14 @@ public:
         return sink_->lines;
     }
 
+    /// The same lines as "severity text".
+    std::vector<std::string> texts() const {
+        std::vector<std::string> all;
+        for (const auto& logged : lines())
+            all.push_back(std::to_string(logged.severity) + " " + logged.text);
+        return all;
+    }
+
 private:
     struct sink : log::ILogSink {
         void Write(const log::record& r) override {

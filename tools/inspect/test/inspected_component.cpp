@@ -4,6 +4,7 @@
 
 #include <platform/event.h>
 
+#include <array>
 #include <thread>
 #include <vector>
 
@@ -34,78 +35,61 @@ struct own_failure : std::exception {
     const char* what() const noexcept override { return "no ink"; }
 };
 
-void register_events(IModule& module, cookies& kept) {
+cookies register_events(IModule& module) {
     const auto heard = [](auto&&...) { return true; };
     const auto events = get_event_routing(module);
-    kept.push_back(events->RegisterEventHandler(
-        nullptr, "document.saved", heard, [](auto&&...) {}, "indexer"));
-    kept.push_back(events->RegisterEventHandler(nullptr, "document.*", heard, nullptr,
-                                                "title \"bar\" \\\x1b[31m\n"));
-    kept.push_back(events->RegisterEventHandler(nullptr, "*", heard, nullptr, "journal"));
-    kept.push_back(events->RegisterEventHandler(
-        nullptr, "document.forward",
-        [events](const std::string&, const event_data& data, const routing_parameters& about) {
-            events->BroadcastEvent("document.saved", data, about, nullptr);
-            return true;
-        },
-        nullptr, "forwards"));
-    kept.push_back(get_named_event_routing(module, "ui")
-                       ->RegisterEventHandler(nullptr, "window.moved", heard, nullptr, "repaint"));
+    const auto forwards = [events](auto&, const event_data& data, auto& about) {
+        events->BroadcastEvent("document.saved", data, about, nullptr);
+        return true;
+    };
+    const auto on = [&](const char* path, const synchronous_event_part& part,
+                        const char* description, const asynchronous_event_part& later = nullptr) {
+        return events->RegisterEventHandler(nullptr, path, part, later, description);
+    };
+    return {on("document.saved", heard, "indexer", [](auto&&...) {}),
+            on("document.*", heard, "title \"bar\" \\\x1b[31m\n"), on("*", heard, "journal"),
+            on("document.forward", forwards, "forwards"),
+            get_named_event_routing(module, "ui")
+                ->RegisterEventHandler(nullptr, "window.moved", heard, nullptr, "repaint")};
 }
 
-void register_requests(IRequestRouting& requests, cookies& kept) {
-    using Check = Request<bool, std::string>;
-    kept.push_back(requests.RegisterRequestHandler(
-        "spelling.check", 0,
-        Check::RequestHandler([](const std::string& word) { return word == "right"; }),
-        "dictionary"));
-    using Double = Request<note, note>;
-    kept.push_back(requests.RegisterRequestHandler("note.double", 0,
-                                                   Double::RequestHandler([](note given) {
-                                                       given.text += given.text;
-                                                       given.pages *= 2;
-                                                       return given;
-                                                   }),
-                                                   "doubles"));
-    kept.push_back(requests.RegisterRequestHandler(
-        "parameters", 0,
-        [](const std::string&, const request_data& data, request_answer& response, request_answer&,
-           const routing_parameters& about) {
-            response = make_payload(std::to_string(about.at("count").number) + " " +
-                                    about.at("unit").text + (data ? " with data" : ""));
-            return true;
-        },
-        "reads parameters"));
-    kept.push_back(requests.RegisterRequestHandler(
-        "fail.throw", 0, [](auto&&...) -> bool { throw own_failure(); }, "throws"));
-    kept.push_back(requests.RegisterRequestHandler(
-        "fail.answer", 0,
-        [](const std::string&, const request_data&, request_answer&, request_answer& error,
-           const routing_parameters&) {
-            error = make_payload(note{"out of paper", 0});
-            return true;
-        },
-        "answers with an error"));
+cookies register_requests(IRequestRouting& requests) {
+    const auto spelled = [](const std::string& word) { return word == "right"; };
+    const auto doubled = [](const note& given) {
+        return note{given.text + given.text, given.pages * 2};
+    };
+    const auto tells = [](auto&, auto& data, request_answer& response, auto&, auto& about) {
+        response = make_payload(std::to_string(about.at("count").number) + " " +
+                                about.at("unit").text + (data ? " with data" : ""));
+        return true;
+    };
+    const auto throws = [](auto&&...) -> bool { throw own_failure(); };
+    const auto fails = [](auto&, auto&, auto&, request_answer& error, auto&) {
+        error = make_payload(note{"out of paper", 0});
+        return true;
+    };
+    const auto on = [&](const char* path, const request_handler& handler, const char* description) {
+        return requests.RegisterRequestHandler(path, 0, handler, description);
+    };
+    return {on("spelling.check", Request<bool, std::string>::RequestHandler(spelled), "dictionary"),
+            on("note.double", Request<note, note>::RequestHandler(doubled), "doubles"),
+            on("parameters", tells, "reads parameters"), on("fail.throw", throws, "throws"),
+            on("fail.answer", fails, "answers with an error")};
 }
 
-void register_snowballs(ISnowballRouting& snowballs, cookies& kept) {
-    using Menu = Snowball<std::vector<std::string>>;
-    for (const char* const entry : {"open", "print"})
-        kept.push_back(snowballs.RegisterSnowballHandler(
-            "menu.build",
-            Menu::SnowballHandler([entry](std::vector<std::string>& so_far, const auto&) {
-                so_far.push_back(entry);
-            }),
-            entry));
+cookies register_snowballs(ISnowballRouting& snowballs) {
+    using menu = std::vector<std::string>;
+    const auto on = [&](const std::string& entry) {
+        const auto adds = [=](menu& so_far, auto&) { so_far.push_back(entry); };
+        return snowballs.RegisterSnowballHandler("menu.build",
+                                                 Snowball<menu>::SnowballHandler(adds), entry);
+    };
+    return {on("open"), on("print")};
 }
 
 // Broadcasts and asks all the time on a thread of its own.
 class ticking {
 public:
-    ticking() {
-        register_requests(*get_request_routing(*get_module()), cookies_);
-        thread_ = std::thread([this] { tick(); });
-    }
     ~ticking() {
         stop_.set();
         thread_.join();
@@ -128,20 +112,18 @@ private:
         }
     }
 
-    cookies cookies_;
+    const cookies cookies_ = register_requests(*get_request_routing(*get_module()));
     zel::platform::event stop_{zel::platform::reset_mode::manual, false};
-    std::thread thread_;
+    std::thread thread_{[this] { tick(); }};
 };
 
 } // namespace
 
 void start_event_routing_component(std::shared_ptr<void>& component) {
-    auto kept = std::make_shared<cookies>();
     const auto module = get_module();
-    register_events(*module, *kept);
-    register_requests(*get_request_routing(*module), *kept);
-    register_snowballs(*get_snowball_routing(*module), *kept);
-    component = kept;
+    component = std::make_shared<std::array<cookies, 3>>(
+        std::array{register_events(*module), register_requests(*get_request_routing(*module)),
+                   register_snowballs(*get_snowball_routing(*module))});
 }
 
 extern "C" ZEL_EXPORT void start_ticking(std::shared_ptr<void>& component) {

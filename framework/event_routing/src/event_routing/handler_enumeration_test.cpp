@@ -2,12 +2,11 @@
 
 #include "framework/event_routing/src/event_routing/module_reference.h"
 #include "framework/serialization/payload_test.h"
+#include "tests/support/routing.h"
 
 #include <event_routing/enumerate_handlers.h>
 #include <event_routing/exceptions.h>
 #include <event_routing/typed.h>
-
-#include <thread>
 
 namespace zel::event_routing::impl {
 namespace {
@@ -15,29 +14,11 @@ namespace {
 using namespace enumerate_handlers;
 using namespace serialization;
 
-template <class Output>
-byte_vector bytes_of(const Output& answer) {
-    out_blob_stream out;
-    Serialize(out, answer);
-    return out.take();
-}
-
-template <class Output>
-std::string failure_of_reading(const std::string& text) {
-    return failure_of([&] {
-        Output answer;
-        FromJson(json_from_text(text), answer);
-    });
-}
-
 TEST(EnumerationTypes, HaveTheirBinaryForms) {
-    const output empty{
-        {{handler_type::event, {}}, {handler_type::request, {}}, {handler_type::snowball, {}}}, {}};
-    EXPECT_EQ(bytes_of(empty), byte_vector({3, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 2, 0,
-                                            0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0}));
-    const output_2 one{{{handler_type::event, {{"a.b", "d"}}, "x"}}, {}};
-    EXPECT_EQ(bytes_of(one), byte_vector({1, 0,   0,   0,   1, 0, 0, 0, 1,   0, 0, 0, 3, 0,  0,
-                                          0, 'a', '.', 'b', 1, 0, 0, 0, 'd', 1, 0, 0, 0, 'x'}));
+    out_blob_stream out;
+    Serialize(out, output_2{{{handler_type::event, {{"a.b", "d"}}, "x"}}, {}});
+    EXPECT_EQ(out.take(), byte_vector({1, 0,   0,   0,   1, 0, 0, 0, 1,   0, 0, 0, 3, 0,  0,
+                                       0, 'a', '.', 'b', 1, 0, 0, 0, 'd', 1, 0, 0, 0, 'x'}));
 }
 
 TEST(EnumerationTypes, HaveTheirJsonForms) {
@@ -51,20 +32,13 @@ TEST(EnumerationTypes, HaveTheirJsonForms) {
     FromJson(json_from_text(text), read);
     EXPECT_EQ(read, answer);
 
-    const std::string maps = "zel::serialization::impl::EnumConversionMaps<enum "
-                             "zel::event_routing::enumerate_handlers::handler_type>::";
-    EXPECT_EQ(failure_of_reading<output>("[[{}],[]]"),
-              maps + "EnumFromJson: Object value expected. at [0][0].type");
-    EXPECT_EQ(failure_of_reading<output>(R"([[{"type":"Event"}],[]])"),
-              maps + "FromString: unknown enum name. at [0][0].type");
-    EXPECT_EQ(failure_of_reading<output>(R"([[{"type":1,"handlers":{}}],[]])"),
-              "zel::serialization::SeqContainerFromJson: Array value expected. "
-              "at [0][0].handlers");
-    EXPECT_EQ(failure_of_reading<output>(R"([[{"type":1,"handlers":[{"path":"a"}]}],[]])"),
-              "zel::serialization::FromJson: String value expected. "
-              "at [0][0].handlers[0].description");
-    EXPECT_EQ(failure_of_reading<output_2>(R"([[{"type":"snowball"}],[]])"),
-              "zel::serialization::FromJson: String value expected. at [0][0].channelId");
+    EXPECT_EQ(failure_of([&] { FromJson(json_from_text(R"([[{"type":"Event"}],[]])"), read); }),
+              "zel::serialization::impl::EnumConversionMaps<enum "
+              "zel::event_routing::enumerate_handlers::handler_type>::FromString: unknown enum "
+              "name. at [0][0].type");
+    output first_form;
+    FromJson(json_from_text(R"([[{"type":"snowball","handlers":[]}],[]])"), first_form);
+    EXPECT_EQ(first_form, (output{{{handler_type::snowball, {}}}, {}}));
 }
 
 class HandlerEnumeration : public testing::Test {
@@ -72,14 +46,14 @@ protected:
     static constexpr const char* first = "event_routing.enumerate_handlers";
     static constexpr const char* second = "event_routing.enumerate_handlers2";
 
-    std::shared_ptr<IDataHolder> ask(const char* path, const request_data& data) {
+    request_answer ask(const std::string& path, const request_data& data) {
         request_answer response, error_response;
         EXPECT_TRUE(requests->SendRequest(path, data, response, error_response, {}));
         EXPECT_EQ(error_response, nullptr);
         return response;
     }
 
-    const std::shared_ptr<IModule> module = std::make_shared<ThisModule>();
+    std::shared_ptr<IModule> module = std::make_shared<ThisModule>();
     const std::shared_ptr<IRequestRouting> requests = module->GetRequestRouting();
 };
 
@@ -96,15 +70,14 @@ TEST_F(HandlerEnumeration, ListsAllServices) {
               (byte_vector{3, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 2, 0,
                            0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0}));
 
-    const auto fallback = [](auto&&...) { return false; };
-    const auto event =
-        module->GetEventRouting()->RegisterEventHandler(nullptr, "a.*", nullptr, nullptr, "e");
-    const auto named = module->GetNamedEventRouting("y")->RegisterEventHandler(
-        nullptr, "b", nullptr, nullptr, "n");
+    const auto named = module->GetNamedEventRouting("y");
     module->GetNamedEventRouting("");
-    const auto request = requests->RegisterRequestHandler("c.d", 1, fallback, "r");
-    const auto unlisted = requests->RegisterRequestFallbackHandler("*", fallback, "f");
-    const auto snowball = module->GetSnowballRouting()->RegisterSnowballHandler("*", nullptr, "s");
+    const cookies held = {
+        module->GetEventRouting()->RegisterEventHandler(nullptr, "a.*", nullptr, nullptr, "e"),
+        named->RegisterEventHandler(nullptr, "b", nullptr, nullptr, "n"),
+        requests->RegisterRequestHandler("c.d", 1, nullptr, "r"),
+        requests->RegisterRequestFallbackHandler("unlisted", nullptr, "f"),
+        module->GetSnowballRouting()->RegisterSnowballHandler("*", nullptr, "s")};
     const handler_texts events{{"a.*", "e"}}, asked{{"c.d", "r"}}, passes{{"*", "s"}};
     output scratch;
     EXPECT_EQ(*GetDataValue(request_data(ask(first, make_json_payload(Json::arrayValue))), scratch),
@@ -122,59 +95,39 @@ TEST_F(HandlerEnumeration, ListsAllServices) {
                         {}}));
 }
 
-TEST_F(HandlerEnumeration, GivesWayToComponentsAndDeclinesOtherData) {
-    request_answer response, error_response;
-    const auto send = [&](const request_data& data) {
-        return requests->SendRequest(first, data, response, error_response, {});
-    };
-    EXPECT_THROW(send(nullptr), request_was_not_processed);
-    EXPECT_THROW(send(make_payload(std::string("x"))), request_was_not_processed);
+TEST_F(HandlerEnumeration, GivesWayToComponentsDeclinesOtherDataAndEndsWithTheModule) {
+    EXPECT_THROW(ask(first, nullptr), request_was_not_processed);
+    EXPECT_THROW(ask(first, make_payload(std::string("x"))), request_was_not_processed);
     Json::Value one(Json::arrayValue);
     one.append(1);
-    EXPECT_EQ(failure_of([&] { send(make_json_payload(one)); }),
+    EXPECT_EQ(failure_of([&] { ask(first, make_json_payload(one)); }),
               "zel::serialization::FromJson: Array size is not he same as tuple size.");
-    const auto cookie = requests->RegisterRequestHandler(
-        first, 0, [](auto&&...) { return true; }, "in its place");
-    EXPECT_TRUE(send(nullptr));
-}
-
-TEST(ModuleEnd, TakesItsHandlersBackFromAServiceThatLivesOn) {
-    auto module = std::make_shared<ThisModule>();
-    const auto requests = module->GetRequestRouting();
+    {
+        const auto cookie = requests->RegisterRequestHandler(
+            first, 0, [](auto&&...) { return true; }, "in its place");
+        EXPECT_EQ(ask(first, make_payload(input())), nullptr);
+    }
     module.reset();
-    request_answer response, error_response;
-    for (const char* path :
-         {"event_routing.enumerate_handlers", "event_routing.enumerate_handlers2"})
-        EXPECT_THROW(
-            requests->SendRequest(path, make_payload(input()), response, error_response, {}),
-            request_was_not_processed);
+    for (const char* path : {first, second})
+        EXPECT_THROW(ask(path, make_payload(input())), request_was_not_processed);
 }
 
 TEST(NamedEventRouting, IsOneInstanceForEachName) {
     const auto module = std::make_shared<ThisModule>();
-    std::vector<std::shared_ptr<IEventRouting>> found(8);
-    {
-        std::vector<std::jthread> askers;
-        for (auto& place : found)
-            askers.emplace_back([&] { place = module->GetNamedEventRouting("x"); });
-    }
-    for (const auto& instance : found)
-        EXPECT_EQ(instance, found[0]);
-    EXPECT_NE(module->GetNamedEventRouting("X"), found[0]);
+    auto found = found_by_threads([&] { return module->GetNamedEventRouting("x"); });
+    EXPECT_EQ(found.size(), 1u);
+    EXPECT_FALSE(found.contains(module->GetNamedEventRouting("X")));
     EXPECT_NE(module->GetNamedEventRouting(""), module->GetEventRouting());
-    const std::weak_ptr<IEventRouting> watched = found[0];
+    const std::weak_ptr watched = *found.begin();
     found.clear();
     EXPECT_FALSE(watched.expired());
 }
 
 TEST(DataTypeNotRegistered, NamesRequestAndType) {
-    const data_type_not_registered failure("Request", "event_routing.enumerate_handlers",
-                                           {{"synchronous", 1}}, "N");
-    EXPECT_STREQ(failure.what(),
-                 "Request event_routing.enumerate_handlers: 'N' data type is not registered.");
-    EXPECT_EQ(failure.path(), "event_routing.enumerate_handlers");
+    const data_type_not_registered failure("Request", "a.b", {{"synchronous", 1}}, "N");
+    EXPECT_STREQ(failure.what(), "Request a.b: 'N' data type is not registered.");
+    EXPECT_EQ(failure.path() + failure.data_type(), "a.bN");
     EXPECT_EQ(failure.parameters().at("synchronous").number, 1);
-    EXPECT_EQ(failure.data_type(), "N");
 }
 
 } // namespace

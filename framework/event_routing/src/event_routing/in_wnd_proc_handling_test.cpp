@@ -1,76 +1,58 @@
 #include "framework/event_routing/src/event_routing/in_wnd_proc_handling_manager.h"
 
-#include "framework/event_routing/src/event_routing/event_routing_impl.h"
+#include "framework/serialization/payload_test.h"
 #include "generic/tasklib/src/tasks/reg_cookie.h"
 #include "platform/src/served_window_test.h"
+#include "tests/support/routing.h"
 
 #include <event_routing/window_work.h>
 
 #include <array>
-#include <gtest/gtest.h>
-#include <stdexcept>
-#include <string>
 
 namespace zel::event_routing::impl {
 namespace {
 
 using namespace platform;
 
-struct signal : event {
-    signal() : event(reset_mode::manual, false) {}
-    bool comes() { return wait(patience); }
-};
-
-class WindowWork : public testing::Test {
+class WindowWork : public Routing {
 protected:
     std::shared_ptr<InWndProcHandling> handling_of(window_handle window) {
         return InWndProcHandlingManager::GetHandling(window, events);
     }
-    auto note(char letter) {
-        return [this, letter] { notes += letter; };
+    auto noting(const char* text) {
+        return [=, this] { note(text); };
     }
-    auto cookie(char letter) { return tasklib::make_reg_cookie(note(letter)); }
-
-    const std::shared_ptr<EventRoutingImpl> events = std::make_shared<EventRoutingImpl>();
-    std::string notes;
+    auto noting_cookie(const char* text) { return tasklib::make_reg_cookie(noting(text)); }
 };
 
 TEST_F(WindowWork, HasOneHandlingObjectForAWindowAndNoneForOneThatDoesNotExist) {
     function_window window, other;
-    std::array<std::shared_ptr<InWndProcHandling>, 4> found;
-    {
-        std::vector<std::jthread> threads;
-        for (auto& one : found)
-            threads.emplace_back([&] { one = handling_of(window.handle); });
-    }
-    for (const auto& one : found)
-        EXPECT_EQ(one, found[0]);
-    EXPECT_NE(handling_of(other.handle), found[0]);
-    EXPECT_EQ(found[0]->previous(), &call_function) << "one procedure in front of the window's";
-    EXPECT_NE(found[0]->GetTaskQueue(), nullptr);
+    const auto found = found_by_threads([&] { return handling_of(window.handle); });
+    EXPECT_EQ(found.size(), 1u);
+    const auto handling = *found.begin();
+    EXPECT_NE(handling_of(other.handle), handling);
+    EXPECT_EQ(handling->previous(), &call_function) << "one procedure in front of the window's";
+    EXPECT_NE(handling->GetTaskQueue(), nullptr);
     {
         // In front of the library's, and keeps the end of the window from it.
         function_window swallowed;
-        handling_of(swallowed.handle)->KeepHandlerRegistered(cookie('k'));
-        const auto kept = handling_of(swallowed.handle)->KeepHandlerRegistered(cookie('r'));
+        handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("kept"));
+        const auto left =
+            handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("left"));
         replace_window_procedure(swallowed.handle, [](auto...) -> std::intptr_t { return 0; });
         destroy_window(swallowed.handle);
-        EXPECT_EQ(notes, "k");
+        EXPECT_EQ(taken_notes(), "kept");
         EXPECT_THROW(handling_of(swallowed.handle), exceptions::error);
-        EXPECT_EQ(notes, "kr") << "what was left is released";
+        EXPECT_EQ(taken_notes(), "left") << "is released";
     }
-    for (int twice = 0; twice < 2; ++twice) {
-        try {
-            handling_of(window_handle{0xfedcba9});
-            ADD_FAILURE();
-        } catch (const exceptions::error& failure) {
-            EXPECT_NE(std::string(failure.what()).find("0xfedcba9"), std::string::npos);
-        }
-    }
+    for (int twice = 0; twice < 2; ++twice)
+        EXPECT_EQ(serialization::failure_of([&] { handling_of(window_handle{0xfedcba9}); }),
+                  "zel::event_routing::IModule::GetInWndProcHandling: there is no window "
+                  "0xfedcba9.");
 }
 
 TEST_F(WindowWork, RunsWhatManyThreadsPostInTheOrderOfEachOnTheWindowsThread) {
-    std::array<int, 4> last{};
+    std::array<int, 2> last{};
     served_window window;
     const auto handling = handling_of(window.handle());
     const auto post = [&](std::size_t poster) {
@@ -80,21 +62,20 @@ TEST_F(WindowWork, RunsWhatManyThreadsPostInTheOrderOfEachOnTheWindowsThread) {
                 EXPECT_EQ(value, ++last.at(poster));
             }));
     };
-    {
-        watched_thread a([&] { post(0); }), b([&] { post(1); }), c([&] { post(2); });
-        post(3);
-    }
+    std::jthread other([&] { post(0); });
+    post(1);
+    other.join();
     int seen = 0;
     EXPECT_TRUE(send_to_window(*handling, [&] { seen = 1; })) << "does not wait for the posted";
     EXPECT_EQ(seen, 1);
     window.end();
-    EXPECT_EQ(last, (std::array<int, 4>{1'000, 1'000, 1'000, 1'000}));
+    EXPECT_EQ(last, (std::array{1'000, 1'000}));
 }
 
 TEST_F(WindowWork, RunsOneQueuedItemPerMessageAndPassesOnMessagesOfOthers) {
     function_window window([&](auto message, auto wparam, auto lparam) -> std::intptr_t {
         if (message == work_message_of_this_library().message)
-            notes += "foreign " + std::to_string(wparam) + " " + std::to_string(lparam) + " ";
+            note("foreign " + std::to_string(wparam) + " " + std::to_string(lparam));
         return message == first_own_message ? 9 : 0;
     });
     const auto handling = handling_of(window.handle);
@@ -102,16 +83,16 @@ TEST_F(WindowWork, RunsOneQueuedItemPerMessageAndPassesOnMessagesOfOthers) {
     EXPECT_EQ(message, register_window_message(
                            "InWndProcHandlingManager-F11114B9-D845-458F-828D-30B1800AA4EA"));
     send_message(window.handle, message, instance_cookie); // nothing is queued
-    for (const char letter : {'a', 'b', 'c'})
-        EXPECT_TRUE(post_to_window(*handling, note(letter)));
-    for (const char* sofar : {"a", "ab"}) {
+    for (const char* text : {"a", "b", "c"})
+        EXPECT_TRUE(post_to_window(*handling, noting(text)));
+    for (const char* first : {"a", "b"}) {
         send_message(window.handle, message, instance_cookie);
-        EXPECT_EQ(notes, sofar);
+        EXPECT_EQ(taken_notes(), first);
     }
     dispatch_messages(); // two messages more than items
-    EXPECT_EQ(notes, "abc");
+    EXPECT_EQ(taken_notes(), "c");
     send_message(window.handle, message, instance_cookie + 1, 5);
-    EXPECT_EQ(notes, "abcforeign " + std::to_string(instance_cookie + 1) + " 5 ");
+    EXPECT_EQ(taken_notes(), "foreign " + std::to_string(instance_cookie + 1) + " 5");
     EXPECT_EQ(send_message(window.handle, first_own_message), 9);
     EXPECT_THROW(handling->PostToWindow(nullptr), exceptions::error);
     EXPECT_THROW(handling->SendToWindow(nullptr), exceptions::error);
@@ -122,85 +103,67 @@ TEST_F(WindowWork, KeepsWorkThatTheWindowHasNoRoomForUntilLaterWorkComes) {
     const auto handling = handling_of(window.handle);
     while (post_message(window.handle, first_own_message)) {
     }
-    EXPECT_FALSE(post_to_window(*handling, note('a')));
+    EXPECT_FALSE(post_to_window(*handling, noting("a")));
     dispatch_messages();
-    EXPECT_EQ(notes, "");
-    for (const char letter : {'b', 'c'})
-        EXPECT_TRUE(post_to_window(*handling, note(letter)));
+    EXPECT_EQ(taken_notes(), "");
+    for (const char* text : {"b", "c"})
+        EXPECT_TRUE(post_to_window(*handling, noting(text)));
     dispatch_messages();
-    EXPECT_EQ(notes, "ab") << "one item for each message";
+    EXPECT_EQ(taken_notes(), "a b") << "one item for each message";
 }
 
 TEST_F(WindowWork, EndsWithTheWindowDropsWhatIsQueuedAndReleasesCookies) {
-    auto window = std::make_unique<function_window>([&](auto message, auto, auto) {
-        if (message == destroy_message)
-            notes += 'd';
+    window_handle handle{};
+    auto window = std::make_unique<function_window>([&](auto message, auto...) {
+        if (message == destroy_message) {
+            EXPECT_EQ(replace_window_procedure(handle, &call_function), &call_function);
+            EXPECT_THROW(handling_of(handle), exceptions::error) << "nothing would end it";
+            note("destroyed");
+        }
         return 0;
     });
-    const auto handle = window->handle;
+    handle = window->handle;
     auto handling = handling_of(handle);
-    auto early = handling->KeepHandlerRegistered(cookie('1'));
-    const auto late = handling->KeepHandlerRegistered(cookie('2'));
+    auto early = handling->KeepHandlerRegistered(noting_cookie("1"));
+    auto late = handling->KeepHandlerRegistered(noting_cookie("2"));
     handling->KeepHandlerRegistered(nullptr);
-    post_to_window(*handling, [held = cookie('w')] { ADD_FAILURE() << "its window is gone"; });
+    post_to_window(*handling,
+                   [held = noting_cookie("work")] { ADD_FAILURE() << "its window is gone"; });
     early.reset();
-    EXPECT_EQ(notes, "1");
+    EXPECT_EQ(taken_notes(), "1");
 
     // Somebody puts a procedure in front of the library's in between.
     static window_procedure previous = nullptr;
     previous =
         replace_window_procedure(handle, [](auto... message) { return previous(message...); });
     window.reset();
-    EXPECT_EQ(notes, "1d");
+    EXPECT_EQ(taken_notes(), "destroyed");
     EXPECT_THROW(handling_of(handle), exceptions::error);
-    EXPECT_FALSE(send_to_window(*handling, note('x')));
-    EXPECT_FALSE(post_to_window(*handling, note('x')));
+    EXPECT_FALSE(send_to_window(*handling, noting("sent")));
+    EXPECT_FALSE(post_to_window(*handling, noting("posted")));
     handling.reset();
-    EXPECT_EQ(notes, "1d2w");
-}
-
-TEST_F(WindowWork, PutsTheWindowsOwnProcedureBackAndReleasesTheLastObjectWithTheWindow) {
-    window_handle handle{};
-    std::shared_ptr<tasklib::keep_registered> held;
-    {
-        function_window window([&](auto message, auto, auto) {
-            if (message != destroy_message)
-                return 0;
-            EXPECT_EQ(replace_window_procedure(handle, &call_function), &call_function);
-            EXPECT_THROW(handling_of(handle), exceptions::error) << "nothing would end it";
-            notes += 'd';
-            return 0;
-        });
-        handle = window.handle;
-        held = handling_of(handle)->KeepHandlerRegistered(cookie('c'));
-    }
-    EXPECT_EQ(notes, "dc");
-    held.reset(); // too late to do anything
+    EXPECT_EQ(taken_notes(), "2 work");
+    late.reset(); // too late to do anything
 }
 
 TEST_F(WindowWork, ReleasesExactlyTheStoredCookieAndOutsideOfItsGuard) {
     function_window window;
     const auto handling = handling_of(window.handle);
-    signal stored;
-    std::shared_ptr<tasklib::keep_registered> by_another_thread;
-    auto first = handling->KeepHandlerRegistered(cookie('1'));
+    cookie by_another_thread;
+    auto first = handling->KeepHandlerRegistered(noting_cookie("1"));
     auto second = handling->KeepHandlerRegistered(tasklib::make_reg_cookie([&] {
-        watched_thread other([&] {
-            by_another_thread = handling->KeepHandlerRegistered(cookie('3'));
-            stored.set();
-        });
-        EXPECT_TRUE(stored.comes());
-        notes += '2';
-        other.join();
+        const auto keep = [&] { return handling->KeepHandlerRegistered(noting_cookie("3")); };
+        std::jthread([&] { by_another_thread = keep(); }).join();
+        note("2");
     }));
-    const auto kept = cookie('4');
+    const auto kept = noting_cookie("4");
     auto third = handling->KeepHandlerRegistered(kept);
     second.reset();
-    EXPECT_EQ(notes, "2");
+    EXPECT_EQ(taken_notes(), "2");
     first.reset();
     by_another_thread.reset();
     third.reset();
-    EXPECT_EQ(notes, "213") << "somebody else holds the last one";
+    EXPECT_EQ(taken_notes(), "1 3") << "somebody else holds the last one";
     EXPECT_EQ(kept.use_count(), 1);
     EXPECT_THROW(InWndProcHandling(window.handle, nullptr).KeepHandlerRegistered(kept),
                  std::bad_weak_ptr);
@@ -211,36 +174,36 @@ TEST_F(WindowWork, TellsTheSenderThatItHasThrownAndKeepsWhatIsQueuedBehindIt) {
     const auto handling = handling_of(window.handle);
     const auto throws = [] { throw std::runtime_error("broken"); };
     post_to_window(*handling, throws);
-    post_to_window(*handling, note('a'));
+    post_to_window(*handling, noting("a"));
     watched_thread sender([&] { EXPECT_FALSE(send_to_window(*handling, throws)); });
     EXPECT_TRUE(sender.falls_asleep());
     for (int twice = 0; twice < 2; ++twice)
         EXPECT_THROW(dispatch_messages(), std::runtime_error);
     sender.join();
-    EXPECT_EQ(notes, "");
+    EXPECT_EQ(taken_notes(), "");
     dispatch_messages();
-    EXPECT_EQ(notes, "a");
+    EXPECT_EQ(taken_notes(), "a");
 }
 
 // The window's end waits for the handler, and the handler for the window.
 TEST_F(WindowWork, FailsForAHandlerWhoseCookieTheEndOfItsWindowReleases) {
-    signal is_inside;
     std::optional<std::intptr_t> first = 1, second = 1;
-    std::shared_ptr<tasklib::keep_registered> held;
+    cookie held, released;
     {
         function_window window;
         const auto handling = handling_of(window.handle);
-        held = handling->KeepHandlerRegistered(events->RegisterEventHandler(
-            handling->GetTaskQueue(), "a", nullptr,
-            [&, handle = window.handle](auto&&...) {
-                is_inside.set();
-                first = send_message(handle, first_own_message);
-                second = send_message(handle, first_own_message);
-            },
-            "sends"));
-        events->BroadcastEvent("a", nullptr, {}, nullptr);
-        ASSERT_TRUE(is_inside.comes());
+        const auto sends = [&, handle = window.handle](auto&&...) {
+            running.set();
+            first = send_message(handle, first_own_message);
+            second = send_message(handle, first_own_message);
+        };
+        held = handling->KeepHandlerRegistered(
+            listen("a", nullptr, sends, "sends", handling->GetTaskQueue()));
+        released = handling->KeepHandlerRegistered(noting_cookie("released"));
+        broadcast("a");
+        ASSERT_TRUE(running.comes());
     }
+    EXPECT_EQ(taken_notes(), "released") << "nobody holds the handling object any more";
     EXPECT_EQ(first, std::nullopt);
     EXPECT_EQ(second, std::nullopt);
 }

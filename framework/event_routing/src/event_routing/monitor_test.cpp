@@ -1,123 +1,122 @@
-#include "framework/event_routing/src/event_routing/event_routing_impl.h"
+// What the monitors of the three services are told, and when.
+#include "framework/event_routing/src/event_routing/message_counters.h"
+#include "tests/support/routing.h"
 
-#include "platform/src/watched_thread_test.h"
-#include "tests/support/log_capture.h"
-
-#include <gtest/gtest.h>
 #include <platform/diagnostics.h>
 #include <platform/process.h>
 
 #include <cmath>
-#include <mutex>
-#include <stdexcept>
 
 namespace zel::event_routing::impl {
 namespace {
 
-using platform::patience;
 using info = monitor::event_handling_info_2;
 
-class Monitor : public testing::Test {
+class Monitor : public Routing {
 protected:
-    using cookie = std::shared_ptr<tasklib::keep_registered>;
-
     // Notes which monitor was told of what.
     cookie watch(const std::string& name) {
-        return watch([=, this](const std::string& path, const info& about) {
-            std::string text = name + "<" + path + ">";
-            if (about.handler_info)
-                text += std::to_string(about.handler_info->first) + about.handler_info->second;
-            for (const auto& [level, description] : about.handlers_info)
-                text += " " + std::to_string(level) + description;
-            std::lock_guard inside(guard);
-            told.push_back(text);
-        });
+        return events->RegisterMonitorHandler(
+            [=, this](const std::string& path, auto&, auto&, const info& about) {
+                std::string text = name + "<" + path + ">";
+                if (about.handler_info)
+                    text += std::to_string(about.handler_info->first) + about.handler_info->second;
+                for (const auto& [level, description] : about.handlers_info)
+                    text += " " + std::to_string(level) + description;
+                note(text);
+            });
     }
-    cookie watch(std::function<void(const std::string&, const info&)> monitor) {
-        return events->RegisterMonitorHandler([=](const std::string& path, const auto&, const auto&,
-                                                  const info& about) { monitor(path, about); });
-    }
-    cookie listen(const std::string& path, const std::string& description,
-                  synchronous_event_part first, asynchronous_event_part second = nullptr) {
-        return events->RegisterEventHandler(nullptr, path, std::move(first), std::move(second),
-                                            description);
-    }
-    using texts = std::vector<std::string>;
-    texts told_of(const std::string& paths, const routing_parameters& parameters = {}) {
-        events->BroadcastEvent(paths, nullptr, parameters, nullptr);
-        std::lock_guard inside(guard);
-        return std::exchange(told, {});
+    cookie watch(std::function<void(const info&)> monitor) {
+        return events->RegisterMonitorHandler(
+            [=](auto&, auto&, auto&, const info& about) { monitor(about); });
     }
 
-    static bool yes(const std::string&, const event_data&, const routing_parameters&) {
-        return true;
-    }
-    static void nothing(const std::string&, const event_data&, const routing_parameters&) {}
-
-    std::mutex guard;
-    texts told;
-    std::shared_ptr<EventRoutingImpl> events = std::make_shared<EventRoutingImpl>();
+    int reports = 0;
+    const platform::exception_observer observer{[this](auto&&...) { ++reports; }};
 };
 
 TEST_F(Monitor, IsToldOfEveryPartAndOfTheBroadcast) {
     const auto monitor = watch("m");
-    const std::vector<cookie> handlers = {
-        listen("a.*", "wild", &yes), listen("a.x", "exact", nullptr, &nothing),
+    const auto part = [](auto&&...) { return true; };
+    const cookies handlers = {
+        listen("a.*", part, nullptr, "wild"), listen("a.x", nullptr, part, "exact"),
         listen(
-            "*", "throws", [](auto&&...) -> bool { throw std::runtime_error("contained"); },
-            &nothing)};
+            "*", [](auto&&...) -> bool { throw std::runtime_error("contained"); }, part, "throws"),
+        listen(
+            "b", nullptr, [](auto&&...) { throw std::bad_alloc(); }, "fails")};
     const test::log_capture log(log::silent);
-    EXPECT_EQ(told_of("a.b;a.x", {{"synchronous", -1}}),
-              (texts{"m<a.b;a.x>1Sync: wild", "m<a.b;a.x>0Sync: throws", "m<a.x>2Async: exact",
-                     "m<a.b;a.x> 1wild 0throws 2exact"}));
-    EXPECT_EQ(told_of(""), texts{"m<>"}) << "a broadcast without paths is one, too";
-
-    const auto fails = listen("b", "fails", nullptr, [](auto&&...) { throw std::bad_alloc(); });
-    EXPECT_EQ(told_of("b", {{"synchronous", -1}}),
-              (texts{"m<b>0Sync: throws", "m<b> 1fails 0throws"}))
+    EXPECT_EQ(notes_of("a.b;a.x", until_ended),
+              "m<a.b;a.x>1Sync: wild m<a.b;a.x>0Sync: throws m<a.x>2Async: exact "
+              "m<a.b;a.x> 1wild 0throws 2exact");
+    EXPECT_EQ(notes_of(""), "m<>") << "a broadcast without paths is one, too";
+    EXPECT_EQ(notes_of("b", until_ended), "m<b>0Sync: throws m<b> 1fails 0throws")
         << "a failed asynchronous part is none";
 }
 
 TEST_F(Monitor, NumbersAMessageThatHasNoNumberYet) {
     routing_parameters seen;
-    const auto handler = listen("*", "", [&](auto&, auto&, const routing_parameters& parameters) {
-        seen = parameters;
+    const auto see = [&](auto&&... arguments) {
+        seen = std::get<sizeof...(arguments) - 1>(std::tie(arguments...));
         return true;
-    });
-    const auto number_of = [&](const routing_parameters& parameters) {
-        told_of("a", parameters);
-        return seen.contains("monitoring_message_id") ? seen["monitoring_message_id"].number : 0;
     };
-    EXPECT_EQ(number_of({{"x", 1}}), 0) << "nobody watches";
-    const auto monitor = watch("m");
-    const auto first = number_of({{"x", 1}, {"monitoring_message_pid", 3}});
-    EXPECT_EQ(seen["monitoring_message_pid"].number, std::int64_t(platform::process_id()));
-    EXPECT_EQ(seen.size(), 3u);
-    EXPECT_EQ(number_of({}), first + 1);
-    EXPECT_EQ(number_of({{"monitoring_message_id", 77}}), 77);
-    EXPECT_EQ(seen.size(), 1u) << "a forwarded message passes unchanged";
+    const cookies handlers = {listen("*", see), answer("*", see), collect("*", see)};
+    const std::int64_t pid = platform::process_id();
+    const struct {
+        std::function<void(const routing_parameters&)> send;
+        std::uint32_t (*next_number)() noexcept;
+        std::int64_t pid_in_place_of_3;
+    } services[] = {{[&](auto& p) { broadcast("a", p); }, &next_event_message_id, pid},
+                    {[&](auto& p) { ask("a", p); }, &next_request_message_id, 3},
+                    {[&](auto& p) { roll("a", p); }, &next_snowball_message_id, 3}};
+    const routing_parameters plain{{"x", 1}, {"monitoring_message_pid", 3}};
+    cookies monitors;
+    for (const bool watched : {false, true}) {
+        for (const auto& service : services) {
+            service.send(plain);
+            const std::int64_t number = service.next_number() - 1;
+            EXPECT_EQ(seen, !watched ? plain
+                                     : (routing_parameters{
+                                           {"x", 1},
+                                           {"monitoring_message_id", number},
+                                           {"monitoring_message_pid", service.pid_in_place_of_3}}));
+            service.send({{"monitoring_message_id", 77}});
+            EXPECT_EQ(seen, (routing_parameters{{"monitoring_message_id", 77}})) << "is forwarded";
+            for (int more = 0; watched && more < 2; ++more) {
+                service.send({});
+                EXPECT_EQ(seen, (routing_parameters{{"monitoring_message_id", number + 2 + more},
+                                                    {"monitoring_message_pid", pid}}));
+            }
+        }
+        const auto ignore = [](auto&&...) {};
+        monitors = {events->RegisterMonitorHandler(ignore),
+                    requests->RegisterMonitorHandler(ignore),
+                    snowballs->RegisterMonitorHandler(ignore)};
+    }
 }
 
 TEST_F(Monitor, IsToldTheTimesOrThatTheyAreUnknown) {
     std::vector<double> times;
-    const auto monitor = watch([&](const std::string&, const info& about) {
+    const auto monitor = watch([&](const info& about) {
         times.insert(times.end(), {about.cpu_time, about.elapsed_time});
     });
-    const auto handler = listen("a", "", [](auto&&...) {
-        platform::event(platform::reset_mode::manual, false).wait(platform::milliseconds(2));
-        return true;
-    });
-    told_of("a");
-    ASSERT_EQ(times.size(), 4u);
-    EXPECT_GE(times[1], 0.002);
-    EXPECT_GE(times[3], times[1]);
-    EXPECT_TRUE(times[0] > 0 && times[2] > times[0] && times[2] < times[3]);
+    const auto handler = listen("a", notes(""));
+    using reading = std::optional<std::int64_t>;
+    using replaced = platform::clock_replacement;
+    static std::int64_t looks;
+    // Each look takes one second, and two of processor time.
+    const replaced counter(platform::clock::performance_counter,
+                           [] { return reading(1000 * ++looks); });
+    const replaced cycles(platform::clock::thread_cycles, [] { return reading(40 * ++looks); });
+    {
+        const replaced rate(platform::clock::performance_frequency, [] { return reading(1000); });
+        const replaced cycle_rate(platform::clock::thread_cycle_rate, [] { return reading(20); });
+        broadcast("a");
+        EXPECT_EQ(times, (std::vector<double>{2, 3, 10, 7}));
+    }
     times.clear();
-    const platform::clock_replacement no_rate(platform::clock::performance_frequency,
-                                              []() -> std::optional<std::int64_t> { return {}; });
-    const platform::clock_replacement no_cycles(platform::clock::thread_cycles,
-                                                []() -> std::optional<std::int64_t> { return {}; });
-    told_of("a");
+    const replaced no_rate(platform::clock::performance_frequency, [] { return reading(); });
+    const replaced no_cycles(platform::clock::thread_cycles, [] { return reading(); });
+    broadcast("a");
     EXPECT_EQ(std::count_if(times.begin(), times.end(), [](double t) { return std::isnan(t); }), 4);
 }
 
@@ -125,68 +124,75 @@ TEST_F(Monitor, ComesAndGoesAlsoFromInside) {
     auto first = watch("1");
     const auto second = watch("2");
     const auto third = watch("3");
-    EXPECT_EQ(told_of("a"), (texts{"1<a>", "2<a>", "3<a>"}));
+    EXPECT_EQ(notes_of("a"), "1<a> 2<a> 3<a>");
     first.reset();
-    EXPECT_EQ(told_of("a"), (texts{"3<a>", "2<a>"})) << "the last one has filled the gap";
+    EXPECT_EQ(notes_of("a"), "3<a> 2<a>") << "the last one has filled the gap";
     cookie own, late;
     own = watch([&](auto&&...) {
         own.reset();
         late = watch("late");
-        events->BroadcastEvent("inner", nullptr, {}, nullptr);
+        broadcast("inner");
     });
-    EXPECT_EQ(told_of("a"), (texts{"3<a>", "2<a>", "3<inner>", "2<inner>", "late<inner>"}));
-    EXPECT_EQ(told_of("a"), (texts{"3<a>", "2<a>", "late<a>"}));
+    EXPECT_EQ(notes_of("a"), "3<a> 2<a> 3<inner> 2<inner> late<inner>");
+    EXPECT_EQ(notes_of("a"), "3<a> 2<a> late<a>");
     events.reset();
     late.reset(); // outlives its service
 }
 
-TEST_F(Monitor, KeepsADropOnAnotherThreadWaitingWhileItIsCalled) {
-    platform::event running(platform::reset_mode::manual, false);
-    platform::event go_on(platform::reset_mode::manual, false);
-    std::atomic<int> calls{0};
-    auto slow = watch([&](auto&&...) {
-        ++calls;
-        running.set();
-        EXPECT_TRUE(go_on.wait(patience));
-    });
-    std::jthread broadcaster([&] { told_of("a"); });
-    ASSERT_TRUE(running.wait(patience));
-    platform::watched_thread dropper([&] { slow.reset(); });
-    EXPECT_TRUE(dropper.falls_asleep());
-    told_of("b"); // without it
-    go_on.set();
-    dropper.join();
-    EXPECT_EQ(calls, 1);
-}
-
 TEST_F(Monitor, ThatThrowsEndsTheRoutingButNeverTheCaller) {
     const test::log_capture log(5);
-    int reported = 0;
-    const platform::exception_observer observer([&](auto&&...) { ++reported; });
-    std::string calls;
-    const auto note = [&](const char* name) {
-        return [&calls, name](auto&&...) {
-            calls += name;
-            return true;
-        };
-    };
-    const std::vector<cookie> handlers = {listen("a", "", note("first ")),
-                                          listen("a", "", note("second "))};
+    const cookies handlers = {listen("a", notes("first")), listen("a", notes("second"))};
     bool throws_int = false;
-    const auto monitor = watch([&](const std::string&, const info& about) {
-        calls += about.handler_info ? "part " : "broadcast ";
+    const auto monitor = watch([&](const info& about) {
+        note(about.handler_info ? "part" : "broadcast");
         if (throws_int && about.handler_info)
             throw 1;
         throw std::runtime_error("m");
     });
-    told_of("a");
-    EXPECT_EQ(calls, "first part broadcast ");
-    EXPECT_EQ(reported, 1) << "what it throws about a broadcast is only reported";
-    ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_EQ(log.lines()[0].text, " Broadcasting of 'a' event failed.\nm");
+    EXPECT_EQ(notes_of("a"), "first<a> part broadcast");
+    EXPECT_EQ(reports, 1) << "what it throws about a broadcast is only reported";
+    EXPECT_EQ(log.texts(), texts{"5  Broadcasting of 'a' event failed.\nm"});
     throws_int = true;
-    EXPECT_THROW(told_of("a"), int) << "no std::exception is passed on";
-    EXPECT_EQ(reported, 2);
+    EXPECT_THROW(broadcast("a"), int) << "no std::exception is passed on";
+    EXPECT_EQ(reports, 2);
+}
+
+// request_model_test.cpp has what the monitors of requests are told.
+TEST_F(Monitor, IsToldOfASnowballThatHasEndedWithOrWithoutFailure) {
+    data = serialization::make_payload(1);
+    double longest = 0;
+    const auto text = [&](const monitor::handler_record& record) {
+        EXPECT_TRUE(record.elapsed_time <= longest && record.cpu_time >= 0);
+        return std::to_string(record.level) + record.description;
+    };
+    const cookies held = {
+        snowballs->RegisterMonitorHandler([&](const std::string& path, auto& d, auto& r, auto& e,
+                                              auto& parameters, auto& about, auto error) {
+            EXPECT_TRUE(path == "a.b" && d == data && r == response && e == error_response);
+            EXPECT_TRUE(parameters.contains("monitoring_message_id"));
+            longest = about.elapsed_time;
+            for (const auto& called : about.called_handlers)
+                note(text(called));
+            if (about.current_handler)
+                note("in " + text(*about.current_handler));
+            note(error ? exceptions::brief_text(error) : "well");
+            throw std::runtime_error("stays here");
+        }),
+        collect(
+            "a.b", [](auto&&...) {}, "first"),
+        collect(
+            "*",
+            [](auto&, auto&, auto& r, auto& e, auto& parameters) {
+                r = e = serialization::make_payload(2);
+                if (parameters.contains("fail"))
+                    throw std::runtime_error("failed");
+            },
+            "second")};
+    roll("a.b");
+    EXPECT_EQ(taken_notes(), "2first 0second well");
+    EXPECT_THROW(roll("a.b", {{"fail", 1}}), std::runtime_error);
+    EXPECT_EQ(taken_notes(), "2first in 0second failed");
+    EXPECT_EQ(reports, 2);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "framework/event_routing/src/event_routing/parameter_bytes.h"
 
 #include "framework/event_routing/src/event_routing/module_reference.h"
-#include "framework/exceptions/exceptions.h"
+#include "framework/serialization/payload_test.h"
 
 #include <gtest/gtest.h>
 
@@ -18,15 +18,12 @@ TEST(ParameterBytes, HaveTheDocumentedLayout) {
     EXPECT_EQ(parameters_to_bytes(parameters), expected);
     EXPECT_EQ(parameters_from_bytes(expected), parameters);
     EXPECT_EQ(parameters_to_bytes({}), bytes());
-}
 
-TEST(ParameterBytes, RoundTripNumbersTextsAndOddKeys) {
-    const routing_parameters parameters{{"", 0},
-                                        {std::string("\0key\0", 5), "text"},
-                                        {"smallest", std::numeric_limits<std::int64_t>::min()},
-                                        {"minus two", -2},
-                                        {"\xff", "last"}};
-    EXPECT_EQ(parameters_from_bytes(parameters_to_bytes(parameters)), parameters);
+    const routing_parameters odd{{"", 0},
+                                 {std::string("\0key\0", 5), "text"},
+                                 {"smallest", std::numeric_limits<std::int64_t>::min()},
+                                 {"\xff", "last"}};
+    EXPECT_EQ(parameters_from_bytes(parameters_to_bytes(odd)), odd);
 }
 
 TEST(ParameterBytes, RefuseEveryTruncationAndEveryLengthBeyondTheEnd) {
@@ -37,12 +34,8 @@ TEST(ParameterBytes, RefuseEveryTruncationAndEveryLengthBeyondTheEnd) {
     for (std::size_t size = 1; size < whole.size(); ++size)
         malformed.emplace_back(whole.data(), whole.data() + size);
     for (const auto& data : malformed)
-        try {
-            parameters_from_bytes(data);
-            ADD_FAILURE() << data.size();
-        } catch (const exceptions::error& failure) {
-            EXPECT_STREQ(failure.what(), "Invalid binary event routing data");
-        }
+        EXPECT_EQ(serialization::failure_of([&] { parameters_from_bytes(data); }),
+                  "Invalid binary event routing data");
 }
 
 TEST(ParameterBytes, LetTheLastRecordOfAKeyAndATextWin) {

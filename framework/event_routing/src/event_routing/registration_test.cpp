@@ -1,131 +1,163 @@
+// Registration and its end, which are the same for all services.
 #include "framework/event_routing/src/event_routing/registration.h"
 
-#include "framework/event_routing/src/event_routing/event_routing_impl.h"
 #include "framework/exceptions/exceptions.h"
-#include "platform/src/watched_thread_test.h"
-#include "tests/support/bare_service.h"
-#include "tests/support/log_capture.h"
+#include "tests/support/routing.h"
 
-#include <gtest/gtest.h>
-#include <optional>
+namespace zel::event_routing::impl {
 
-namespace zel::test {
-
-using namespace event_routing::impl;
-using platform::milliseconds;
-using platform::patience;
-
-// Owned by every copy of a callable; runs the action when the last copy goes.
-using callable = std::shared_ptr<int>;
-using service = bare_service<callable>;
-
-class Registration : public testing::Test {
-protected:
-    static callable with_end(std::function<void()> action) {
-        return {new int, [action](int* p) {
-                    delete p;
-                    action();
-                }};
-    }
-    bool is_destroyed() { return destroyed.wait(milliseconds(0)); }
-
-    platform::event destroyed{platform::reset_mode::manual, false};
-    std::shared_ptr<service> owner = std::make_shared<service>();
-    std::shared_ptr<tasklib::keep_registered> cookie =
-        owner->add("a.b", with_end([this] { destroyed.set(); }));
-    service::record record = owner->find("a.b");
+struct refusing_service {
+    void Unregister(event_routing_node::registration) { throw std::runtime_error("refused"); }
 };
 
-TEST_F(Registration, KeepsItsServiceAliveAndDescribesItself) {
-    const std::weak_ptr<service> watched = owner;
-    EXPECT_EQ(dynamic_cast<KeepRegisteredWithDescr&>(*cookie).description(), "a.b, x");
-    owner.reset();
-    EXPECT_FALSE(watched.expired());
-    cookie.reset();
-    EXPECT_TRUE(watched.expired());
-    EXPECT_FALSE(call(*record)) << "a collected record never revives its callable";
-}
+} // namespace zel::event_routing::impl
+
+template <>
+struct zel::declared_type_name<zel::event_routing::impl::refusing_service> {
+    static std::string text() { return "class service"; }
+};
+
+namespace zel::event_routing::impl {
+namespace {
+
+using pairs = std::vector<std::pair<std::string, std::string>>;
+
+class Registration : public Routing {
+protected:
+    struct handler {
+        std::function<void()> called;
+        bool operator()(auto&&...) const { return called(), true; }
+    };
+    struct kind {
+        std::function<cookie(const handler&)> add;
+        std::function<void()> call; // with outputs of its own, as threads call it
+    };
+    // Whatever is waited for by its removal.
+    std::vector<kind> kinds() {
+        const auto tell = [this] { broadcast("a", until_ended); };
+        const auto send = [this] {
+            request_answer r, e;
+            requests->SendRequest("a", nullptr, r, e, without_failure);
+        };
+        const auto roll = [this] {
+            snowball_result r, e;
+            snowballs->SendSnowball("a", nullptr, r, e, {});
+        };
+        return {{[=, this](auto& h) { return listen("a", nullptr, h); }, tell},
+                {[=, this](auto& h) { return answer("a", h); }, send},
+                {[=, this](auto& h) { return fallback("a", h); }, send},
+                {[=, this](auto& h) { return redirect("a", h); }, send},
+                {[=, this](auto& h) { return collect("a", h); }, roll},
+                {[=, this](auto& h) { return events->RegisterMonitorHandler(h); }, tell},
+                {[=, this](auto& h) { return requests->RegisterMonitorHandler(h); }, send},
+                {[=, this](auto& h) { return snowballs->RegisterMonitorHandler(h); }, roll}};
+    }
+};
 
 TEST_F(Registration, DropWaitsForCallsOnOtherThreadsAndDestroysTheCallableFirst) {
-    std::optional<platform::watched_thread> dropper;
-    {
-        const running_call running(*record);
-        dropper.emplace([&] {
-            cookie.reset();
-            EXPECT_TRUE(is_destroyed());
+    for (const auto& each : kinds()) {
+        running.reset();
+        go_on.reset();
+        std::atomic<int> calls = 0;
+        // Destroying is the registrant's code: no lock is held that others need.
+        std::shared_ptr<void> owned(nullptr, [&](auto) { std::jthread(each.call).join(); });
+        const std::weak_ptr callable(owned);
+        auto held = each.add({[&, owned = std::move(owned)] {
+            ++calls;
+            blocks()();
+        }});
+        const std::jthread caller(each.call);
+        ASSERT_TRUE(running.comes());
+        platform::watched_thread dropper([&] {
+            held.reset();
+            EXPECT_TRUE(callable.expired());
         });
-        EXPECT_TRUE(dropper->falls_asleep());
-        EXPECT_EQ(owner->find("a.b"), nullptr) << "unlinked at once";
-        EXPECT_FALSE(running_call(*record)) << "nothing begins any more";
-        EXPECT_FALSE(is_destroyed());
+        EXPECT_TRUE(dropper.falls_asleep());
+        each.call(); // does not reach it
+        go_on.set();
+        dropper.join();
+        EXPECT_EQ(calls, 1);
     }
-    dropper->join();
 }
 
 TEST_F(Registration, DropFromInsideTheHandlerDoesNotWait) {
-    {
-        const running_call inside(*record);
-        cookie.reset();
-        EXPECT_FALSE(running_call(*record)) << "nothing starts after the drop";
-        EXPECT_FALSE(call(*record));
-        EXPECT_FALSE(is_destroyed()) << "the running call keeps its callable";
+    for (const auto& each : kinds()) {
+        int calls = 0;
+        auto owned = std::make_shared<int>();
+        const std::weak_ptr callable(owned);
+        cookie own;
+        own = each.add({[&, owned = std::move(owned)] {
+            ++calls;
+            own.reset();
+            each.call();
+            EXPECT_FALSE(callable.expired()) << "the running call keeps it";
+        }});
+        each.call();
+        EXPECT_EQ(calls, 1) << "nothing starts after the drop";
+        EXPECT_TRUE(callable.expired());
     }
-    EXPECT_TRUE(is_destroyed());
 }
 
-// Copying, refusing and destroying a callable is the registrant's code.
-TEST_F(Registration, DestroysCallablesWithoutHoldingALock) {
-    int ends_without_locks = 0;
-    const auto other_thread_gets_in = [&] {
-        platform::event got_in(platform::reset_mode::manual, false);
-        const std::jthread other([&] {
-            owner->find("c");
-            running_call{*record};
-            got_in.set();
-        });
-        ends_without_locks += got_in.wait(patience);
-    };
-    EXPECT_THROW(owner->add("c*", with_end(other_thread_gets_in)), exceptions::error);
-    auto other = owner->add("c", with_end(other_thread_gets_in));
-    record = owner->find("c");
-    other.reset();
-    EXPECT_EQ(ends_without_locks, 2);
-}
-
-TEST_F(Registration, FailedUnregistrationIsLoggedAndLeavesTheHandler) {
-    const log_capture log(5);
-    {
-        threading::shared_lock_guard held_shared_only(owner->routing_lock);
-        cookie.reset();
-    }
-    ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_EQ(log.lines()[0].severity, 7);
-    EXPECT_EQ(log.lines()[0].number, 313);
-    EXPECT_TRUE(log.lines()[0].text.starts_with(
-        KeepRegistered<service, service::node>::own_type_name() +
-        "::~KeepRegistered\nzel::threading::recursive_shared_mutex::try_set_exclusive_mode: "
-        "writer lock is not enabled when thread holds reader lock."));
-    EXPECT_NE(owner->find("a.b"), nullptr);
+TEST_F(Registration, IsLoggedListedAndKeepsItsService) {
+    const test::log_capture log(0);
+    const std::weak_ptr watched = snowballs;
+    const cookies held = {listen("a.b", nullptr, nullptr, "e"), answer("a.c", nullptr, "r"),
+                          fallback("a.y.*", nullptr, "f"), redirect("a.z", nullptr, "d")};
+    auto last = collect("*", nullptr, "s");
+    EXPECT_THROW(listen("a*", nullptr), exceptions::error);
+    EXPECT_THROW(answer("b*", nullptr), exceptions::error);
+    EXPECT_THROW(collect("c*", nullptr), exceptions::error);
+    const std::string begin = "0 Registering ";
+    EXPECT_EQ(log.texts(),
+              (texts{begin + "event handler for a.b.", begin + "request handler for a.c.",
+                     begin + "request fallback handler for a.y.*. Description: f",
+                     begin + "request redirection handler for a.z. Description: d",
+                     begin + "snowball handler for *.", begin + "event handler for a*.",
+                     begin + "request handler for b*.", begin + "snowball handler for c*."}));
+    EXPECT_EQ(events->GetEventHandlers(), (pairs{{"a.b", "e"}}));
+    EXPECT_EQ(requests->GetRequestHandlers(), (pairs{{"a.c", "r"}}));
+    EXPECT_EQ(snowballs->GetSnowballHandlers(), (pairs{{"*", "s"}}));
+    EXPECT_EQ(dynamic_cast<KeepRegisteredWithDescr&>(*held[2]).description(), "a.y.*, f");
+    snowballs.reset();
+    EXPECT_FALSE(watched.expired());
+    last.reset();
+    EXPECT_TRUE(watched.expired());
 }
 
 TEST_F(Registration, NeedsASharedServiceAndLeavesNothingBehindWithoutOne) {
-    service on_the_stack;
-    EXPECT_THROW(on_the_stack.add("a", nullptr), std::bad_weak_ptr);
-    EXPECT_EQ(on_the_stack.find("a"), nullptr);
+    SnowballRoutingImpl on_the_stack;
+    EXPECT_THROW(on_the_stack.RegisterSnowballHandler("a", nullptr, ""), std::bad_weak_ptr);
+    EXPECT_TRUE(on_the_stack.GetSnowballHandlers().empty());
 }
 
-TEST(EventCookie, IsNamedInTheLogByItsFullType) {
-    const std::string item =
-        "struct zel::event_routing::impl::RoutingMapNode<struct "
-        "zel::event_routing::impl::EventRoutingNodeFunction,struct "
-        "zel::event_routing::impl::EventRoutingNodeAdditionalData>::function_container_item";
-    const auto name = KeepRegistered<EventRoutingImpl, event_routing_node>::own_type_name();
-    EXPECT_EQ(name, "zel::event_routing::impl::KeepRegistered<class "
-                    "zel::event_routing::impl::EventRoutingImpl,struct std::pair<class std::list<" +
-                        item + ",class std::allocator<" + item +
-                        "> > *,class std::_List_iterator<class std::_List_val<struct "
-                        "std::_List_simple_types<" +
-                        item + "> > > > >");
+TEST(Cookie, LogsItsFailureUnderItsFullTypeName) {
+    const test::log_capture log(5);
+    KeepRegistered<refusing_service, event_routing_node>(std::make_shared<refusing_service>(), {},
+                                                         "");
+    const std::string impl = "zel::event_routing::impl::";
+    const std::string item = "struct " + impl + "RoutingMapNode<struct " + impl +
+                             "EventRoutingNodeFunction,struct " + impl +
+                             "EventRoutingNodeAdditionalData>::function_container_item";
+    EXPECT_EQ(log.texts(),
+              texts{"7 " + impl + "KeepRegistered<class service,struct std::pair<class std::list<" +
+                    item + ",class std::allocator<" + item +
+                    "> > *,class std::_List_iterator<class std::_List_val<struct "
+                    "std::_List_simple_types<" +
+                    item + "> > > > >::~KeepRegistered\nrefused"});
+    EXPECT_EQ(log.lines().at(0).number, 313);
+    EXPECT_EQ(type_name<EventRoutingImpl>(), "class " + impl + "EventRoutingImpl");
+
+    const std::string text = "class std::basic_string<char,struct std::char_traits<char>,class "
+                             "std::allocator<char> >";
+    const std::string holder = "class std::shared_ptr<class zel::serialization::IDataHolder";
+    const std::string value = "struct zel::event_routing::routing_parameter_value";
+    EXPECT_EQ(type_name<request_routing_node>(),
+              "struct " + impl + "RoutingMapNode<class std::function<bool __cdecl(" + text +
+                  " const &," + holder + " const > const &," + holder + "> &," + holder +
+                  "> &,class std::map<" + text + "," + value + ",struct std::less<" + text +
+                  " >,class std::allocator<struct std::pair<" + text + " const ," + value +
+                  "> > > const &)>,struct " + impl + "RequestRoutingNodeAdditionalData>");
 }
 
-} // namespace zel::test
+} // namespace
+} // namespace zel::event_routing::impl

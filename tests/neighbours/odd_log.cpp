@@ -1,13 +1,21 @@
-// A log library built for another version of its interface.
+// A log library built for another version of its interface, or one that cannot make its
+// module. That exception and all its code are of this library, which is unloaded before
+// anybody reads of it.
+#include "framework/exceptions/exceptions.h"
 #include "framework/log/log_module.h"
 #include "framework/module_interface/module_lifetime.h"
+
+#include <cstdlib>
 
 namespace zel::log::detail {
 
 namespace {
 
-class wrong_log final : public ILogModule {
-public:
+struct own_error final : exceptions::error {
+    own_error() : error("The log has no paper.") {}
+};
+
+struct wrong_log final : ILogModule {
     std::int32_t GetInterfaceVersion() const override { return 2; }
     const mi::LibraryDescriptor& GetLibraryDescriptor() const override { std::abort(); }
     int LowestSeverity() const noexcept override { std::abort(); }
@@ -18,19 +26,16 @@ public:
     void SetDefaultSinkSeverity(int) override { std::abort(); }
 };
 
-class wrong_lifetime final : public mi::ModuleLifetime {
-    bool IsModuleUsed() const override { return false; }
-};
-
 } // namespace
 
 ZEL_EXPORT std::shared_ptr<ILogModule> CreateLogModule() {
-    static const auto instance = std::make_shared<wrong_log>();
-    return instance;
+    if (std::getenv("NO_PAPER"))
+        throw own_error();
+    return std::make_shared<wrong_log>();
 }
 
 ZEL_EXPORT std::shared_ptr<mi::IModuleLifetime> GetModuleLifetimeObject() {
-    return std::make_shared<wrong_lifetime>();
+    return mi::shared_lifetime<mi::ResidentLifetime>();
 }
 
 } // namespace zel::log::detail
