@@ -1,13 +1,13 @@
 #include <platform/credentials.h>
+
+#include "platform/src/watched_thread_test.h"
+
 #include <platform/impersonation_watch.h>
 
 #include <cerrno>
-#include <functional>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -26,16 +26,8 @@ std::vector<long> credentials() {
 
 bool on_a_thread(const std::function<bool()>& holds) {
     bool held = false;
-    std::thread([&] { held = holds(); }).join();
+    watched_thread([&] { held = holds(); }).join();
     return held;
-}
-
-bool in_a_child(const std::function<bool()>& holds) {
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(holds() ? 0 : 1);
-    int status = -1;
-    return waitpid(child, &status, 0) == child && status == 0;
 }
 
 bool found_and_reverted() {
@@ -52,7 +44,7 @@ TEST(Credentials, CountTheOwnUserAndLeaveAllAsItWasWhenTheSystemRefuses) {
                !is_impersonating() && impersonate({geteuid(), getegid()}) == 0 &&
                credentials() == before && found_and_reverted() && credentials() == before;
     };
-    EXPECT_TRUE(in_a_child([&] {
+    EXPECT_TRUE(holds_in_a_child([&] {
         const bool root = geteuid() == 0;
         return (!root || setresgid(7, 7, 8) + setresuid(9, 9, 9) == 0) && on_a_thread(holds);
     }));
@@ -70,7 +62,7 @@ TEST(Credentials, ActForOneThreadHoweverItChangedAndGoBack) {
     // New threads start as their creator is, and do not speak for the process.
     EXPECT_TRUE(on_a_thread([&] { return on_a_thread(goes_back) && goes_back(); }));
     EXPECT_TRUE(goes_back());
-    for (const auto& run : {&on_a_thread, &in_a_child}) {
+    for (const auto& run : {&on_a_thread, &holds_in_a_child}) {
         EXPECT_TRUE(run([&] { return syscall(SYS_setfsuid, 33) == 0 && goes_back(); }));
         EXPECT_TRUE(run([&] {
             syscall(SYS_setresgid, -1, 44, -1);
@@ -102,8 +94,8 @@ TEST(Credentials, FollowAChangeOfTheWholeProcess) {
     const auto found = [&] {
         return known() && syscall(SYS_setresuid, -1, 0, -1) == 0 && found_and_reverted() && known();
     };
-    EXPECT_TRUE(in_a_child([&] { return setresuid(9, 9, 9) == 0 && known(); })) << "alone";
-    EXPECT_TRUE(in_a_child([&] {
+    EXPECT_TRUE(holds_in_a_child([&] { return setresuid(9, 9, 9) == 0 && known(); })) << "alone";
+    EXPECT_TRUE(holds_in_a_child([&] {
         return on_a_thread([&] { return seteuid(9) == 0 && known() && on_a_thread(found); });
     }));
 }

@@ -22,20 +22,18 @@ protected:
     void write(const fs::path& file) { std::ofstream(root_ / file) << "x"; }
 
     // Reads on to the expected change; a missing one hangs until the test's time is over.
-    bool tells_of(const folder_change& expected) {
+    bool tells_of(where at, const fs::path& name) {
+        const folder_change expected{at, name.empty() ? root_ : root_ / name};
         for (;;) {
-            for (; !unread_.empty(); unread_.pop_front()) {
+            while (!unread_.empty()) {
                 told_.push_back(unread_.front());
+                unread_.pop_front();
                 if (told_.back() == expected)
                     return true;
             }
             const auto changes = watch_.wait();
             unread_.assign(changes->begin(), changes->end());
         }
-    }
-
-    bool tells_of(where at, const fs::path& name) {
-        return tells_of({at, name.empty() ? root_ : root_ / name});
     }
 
     const fs::path root_ =
@@ -46,13 +44,12 @@ protected:
 };
 
 TEST_F(FolderWatch, TellsWhereToLookAgain) {
+    write("old");
     ASSERT_FALSE(watch_.add(root_));
-    write("new");
-    EXPECT_TRUE(tells_of(where::file, "new"));
-    fs::permissions(root_ / "new", fs::perms::owner_read);
-    EXPECT_TRUE(tells_of(where::file, "new"));
-    fs::rename(root_ / "new", root_ / "moved");
-    EXPECT_TRUE(tells_of(where::file, "moved"));
+    fs::permissions(root_ / "old", fs::perms::owner_read);
+    EXPECT_TRUE(tells_of(where::file, "old"));
+    fs::rename(root_ / "old", root_ / "moved");
+    EXPECT_TRUE(tells_of(where::file, "old") && tells_of(where::file, "moved"));
     fs::remove(root_ / "moved");
     EXPECT_TRUE(tells_of(where::file, "moved"));
     fs::create_directory(root_ / "folder");
@@ -79,19 +76,6 @@ TEST_F(FolderWatch, NamesNothingInAFolderThatWasMovedAwayByItsFormerPath) {
     EXPECT_TRUE(tells_of(where::file, "ab/file")) << "only looks like part of what was moved";
     for (const auto& change : told_)
         EXPECT_FALSE(change.path.starts_with((root_ / "a/").string())) << change.path;
-}
-
-TEST_F(FolderWatch, SaysSoWhenTheSystemHasLostChanges) {
-    ASSERT_FALSE(watch_.add(root_));
-    std::ifstream limit("/proc/sys/fs/inotify/max_queued_events");
-    int events = 16'384;
-    limit >> events;
-    for (int i = 0; i < events / 2 + 1; ++i) { // two changes each that are not alike
-        const fs::path file = root_ / std::to_string(i);
-        std::ofstream(file).close();
-        fs::remove(file);
-    }
-    EXPECT_TRUE(tells_of(folder_change{}));
 }
 
 TEST_F(FolderWatch, EndsAWaitThatRunsAndLaterOnes) {

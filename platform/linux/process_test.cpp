@@ -8,7 +8,6 @@
 #include <optional>
 #include <pthread.h>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -16,13 +15,9 @@ namespace {
 using namespace zel::platform;
 
 TEST(Process, KnowsItsNumbersAfterAFork) {
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(process_id() == this_thread_id() && static_cast<pid_t>(process_id()) == getpid() ? 0
-                                                                                               : 1);
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0) << "the child has kept its parent's numbers";
+    EXPECT_TRUE(holds_in_a_child([] {
+        return process_id() == this_thread_id() && static_cast<pid_t>(process_id()) == getpid();
+    })) << "the child has kept its parent's numbers";
 }
 
 TEST(Process, CancelsAThreadInNoWaitOfThisLayerAndUnwindsItThroughTheGuard) {

@@ -8,8 +8,6 @@
 #include <future>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -59,12 +57,9 @@ TEST(ThreadDescription, EndsWithItsThreadAlsoForTheThreadsLastActionsAndInTheChi
         thread_local const last_action destroyed_after_the_description{this_thread_id()};
         replace_thread_description("parent");
         ended = destroyed_after_the_description.id;
-        const pid_t child = fork();
-        if (child == 0)
-            _exit(thread_description(ended) + thread_description(this_thread_id()) != "parent");
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0) << "the child takes its thread for the parent's";
+        EXPECT_TRUE(holds_in_a_child([ended] {
+            return thread_description(ended) + thread_description(this_thread_id()) == "parent";
+        })) << "the child takes its thread for the parent's";
     }).join();
     EXPECT_EQ(left + thread_description(ended), "");
 }

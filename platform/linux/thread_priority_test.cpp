@@ -2,7 +2,6 @@
 #include "platform/src/watched_thread_test.h"
 
 #include <platform/thread_priority.h>
-#include <platform/thread_statistics.h>
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -31,15 +30,6 @@ TEST(ThreadPriority, IsLoweredFreelyAndRaisedToNormalWhereTheSystemAllows) {
         EXPECT_TRUE(raised && raise_to_normal_priority(self));
         EXPECT_EQ(thread_priority(self), 1) << "an urgent thread is left alone";
     }).join();
-}
-
-TEST(ThreadStatistics, CountProcessorTimeAndWaits) {
-    const auto before = read_thread_statistics().value();
-    auto now = before;
-    while (now.user_time + now.kernel_time < before.user_time + before.kernel_time + 200'000)
-        now = read_thread_statistics().value();
-    event(reset_mode::manual, false).wait(milliseconds(1));
-    EXPECT_GT(read_thread_statistics().value().voluntary_switches, now.voluntary_switches);
 }
 
 } // namespace
