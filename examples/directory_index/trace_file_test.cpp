@@ -3,6 +3,7 @@
 #include <framework/serialization/json_text.h>
 #include <platform/process.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -22,27 +23,8 @@ Json::Value events_in(const std::filesystem::path& file) {
     return zel::serialization::json_from_text(text)["traceEvents"];
 }
 
-// How many pairs there are of each category; a begin without its end and an end without its
-// begin make a failure.
-std::map<std::string, std::set<std::string>> pairs_by_category(const Json::Value& events) {
-    std::map<std::string, std::set<std::string>> ids;
-    std::map<std::string, double> open;
-    for (const auto& event : events) {
-        const std::string key = event["cat"].asString() + "#" + event["id"].asString();
-        if (event["ph"] == "b") {
-            EXPECT_TRUE(open.emplace(key, event["ts"].asDouble()).second) << key;
-        } else if (event["ph"] == "e") {
-            EXPECT_TRUE(open.contains(key) && open[key] <= event["ts"].asDouble()) << key;
-            open.erase(key);
-            EXPECT_TRUE(ids[event["cat"].asString()].insert(event["id"].asString()).second);
-        }
-    }
-    EXPECT_TRUE(open.empty());
-    return ids;
-}
-
 TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
-    constexpr int broadcasts_of_each = 200;
+    constexpr int broadcasts = 200; // of each of two threads
     const auto file = std::filesystem::temp_directory_path() /
                       ("trace_file_test_" + std::to_string(zel::platform::process_id()));
     const auto services = directory_index::services::of_this_process();
@@ -61,10 +43,8 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
         trace_file trace(file, services);
         EXPECT_EQ(events_in(file).size(), 1u) << "as after a sudden end";
         const auto broadcast = [&] {
-            routing_parameters until_all_have_ended;
-            until_all_have_ended["synchronous"] = -1;
-            for (int i = 0; i < broadcasts_of_each; ++i)
-                events->BroadcastEvent("outer", nullptr, until_all_have_ended, nullptr);
+            for (int i = 0; i < broadcasts; ++i)
+                events->BroadcastEvent("outer", nullptr, {{"synchronous", -1}}, nullptr);
         };
         std::thread other(broadcast);
         broadcast();
@@ -75,25 +55,31 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
     const auto traced = events_in(file);
     std::filesystem::remove(file);
 
-    const auto ids = pairs_by_category(traced);
-    ASSERT_EQ(ids.size(), 3u) << "broadcasts, and two handlers with asynchronous parts";
-    EXPECT_EQ(ids.at("broadcast").size(), 2 * broadcasts_of_each * 4u);
-    for (const auto& [category, messages] : ids) {
-        if (category != "broadcast") {
-            EXPECT_EQ(messages.size(), 2u * broadcasts_of_each) << category;
-        }
-        for (const auto& message : messages)
-            EXPECT_TRUE(ids.at("broadcast").contains(message)) << category;
-    }
     std::map<std::string, int> complete;
-    for (const auto& event : traced)
+    std::map<std::string, std::set<std::string>> pairs; // ids by category
+    Json::Value begin;
+    for (const auto& event : traced) {
+        const std::string category = event["cat"].asString();
         if (event["ph"] == "X") {
-            ++complete[event["cat"].asString()];
-            EXPECT_EQ(event["args"]["level"], event["cat"] == "broadcast" ? Json::Value() : 1);
+            ++complete[category];
+            EXPECT_EQ(event["args"]["level"], category == "broadcast" ? Json::Value() : 1);
+        } else if (event["ph"] == "e") {
+            EXPECT_TRUE(begin["ph"] == "b" && begin["cat"] == category &&
+                        begin["id"] == event["id"] && begin["ts"] <= event["ts"]);
+            EXPECT_TRUE(pairs[category].insert(event["id"].asString()).second);
         }
-    EXPECT_EQ(complete["broadcast"], 2 * broadcasts_of_each * 4);
-    EXPECT_EQ(complete["synchronous"], 2 * broadcasts_of_each * 4);
-    EXPECT_EQ(complete["asynchronous"], 2 * broadcasts_of_each * 2);
+        begin = event;
+    }
+    EXPECT_EQ(complete, (std::map<std::string, int>{{"asynchronous", 2 * broadcasts * 2},
+                                                    {"broadcast", 2 * broadcasts * 4},
+                                                    {"synchronous", 2 * broadcasts * 4}}));
+    ASSERT_EQ(pairs.size(), 3u) << "broadcasts, and two handlers with asynchronous parts";
+    const auto& all = pairs.at("broadcast");
+    EXPECT_EQ(all.size(), 2u * broadcasts * 4);
+    for (const auto& [category, ids] : pairs) {
+        EXPECT_TRUE(category == "broadcast" || ids.size() == 2u * broadcasts) << category;
+        EXPECT_TRUE(std::includes(all.begin(), all.end(), ids.begin(), ids.end())) << category;
+    }
 }
 
 TEST(TraceFile, FailsWhereItCannotBeWritten) {
