@@ -2,17 +2,22 @@
 
 #include "platform/src/watched_thread_test.h"
 
+#include <platform/child_process.h>
 #include <platform/diagnostics.h>
+#include <platform/interrupt.h>
 
+#include <csignal>
 #include <gtest/gtest.h>
 #include <optional>
 #include <pthread.h>
-#include <string>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 using namespace zel::platform;
+using texts = std::vector<std::string>;
 
 TEST(Process, KnowsItsNumbersAfterAFork) {
     EXPECT_TRUE(holds_in_a_child([] {
@@ -46,6 +51,63 @@ TEST(RaiseException, TellsObserversThatThrowComeGoAndRaiseFromInsideACall) {
     });
     raise_exception(diagnostic::text_report, {});
     EXPECT_EQ(told, "came left ");
+}
+
+TEST(RunProgram, GivesInputAndArgumentsAsTheyAreAndReadsAllOutput) {
+    const std::string large(300'000, 'x'); // more than a pipe takes at once, both ways
+    const auto copied = run_program("cat", {}, large);
+    EXPECT_EQ(copied.output, large);
+    EXPECT_EQ(copied.exit_code, 0);
+    EXPECT_EQ(run_program("true", {}, large).output, "") << "a program that does not read";
+    const texts odd{"[%s]", "a b; $(echo c) *\n"};
+    EXPECT_EQ(run_program("printf", odd, "").output, "[a b; $(echo c) *\n]");
+}
+
+TEST(RunProgram, TellsHowTheProgramEndedAndThatThereIsNone) {
+    EXPECT_EQ(run_program("sh", texts{"-c", "echo part; exit 7"}, "").exit_code, 7);
+    EXPECT_EQ(run_program("sh", texts{"-c", "kill -TERM $$"}, "").exit_code, 128 + 15);
+    try {
+        run_program("no_such_program_anywhere", {}, "");
+        ADD_FAILURE() << "started nothing, and said nothing";
+    } catch (const std::system_error& failure) {
+        EXPECT_EQ(failure.code(), std::errc::no_such_file_or_directory);
+        EXPECT_NE(std::string(failure.what()).find("no_such_program_anywhere"), std::string::npos);
+    }
+}
+
+// To the process, as a terminal does it, and not to this thread.
+void request(int signal) {
+    kill(getpid(), signal);
+}
+
+TEST(Interrupt, SetsAnEventAtTheFirstRequestAndGivesTheSignalBack) {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        interrupt_watch interrupt;
+        EXPECT_THROW(interrupt_watch(), std::logic_error);
+        EXPECT_FALSE(interrupt.requested().wait(milliseconds(0)));
+        EXPECT_FALSE(interrupt.exit_code());
+        request(signal);
+        EXPECT_TRUE(interrupt.requested().wait(patience));
+        EXPECT_EQ(interrupt.exit_code(), 128 + signal);
+    }
+    sigset_t blocked{};
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_FALSE(sigismember(&blocked, SIGINT)) << "watched after its end";
+}
+
+TEST(Interrupt, EndsTheProcessAtTheSecondRequestAndLeavesIgnoredOnesIgnored) {
+    const auto request_twice = [] {
+        std::signal(SIGINT, SIG_IGN);
+        interrupt_watch interrupt;
+        request(SIGINT);
+        request(SIGTERM);
+        if (!interrupt.requested().wait(patience) || interrupt.exit_code() != 128 + SIGTERM)
+            _exit(1);
+        request(SIGTERM);
+        event(reset_mode::manual, false).wait(patience);
+        _exit(2);
+    };
+    EXPECT_EXIT(request_twice(), testing::KilledBySignal(SIGTERM), "");
 }
 
 } // namespace

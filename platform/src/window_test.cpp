@@ -59,19 +59,62 @@ TEST(Window, SendsInBothDirectionsAtOnce) {
     EXPECT_EQ(got, 8 * rounds);
 }
 
-TEST(Window, HandlesWhatItSendsToItselfAtOnceAndSentMessagesBeforePostedOnes) {
+// Notes what it is told, which may be to throw or to end the loop.
+struct noting_window : function_window {
+    noting_window()
+        : function_window([this](auto message, auto letter, auto) -> std::intptr_t {
+              if (message != number)
+                  return 0;
+              order += static_cast<char>(letter);
+              if (letter == '!')
+                  throw std::runtime_error("broken");
+              if (letter == 'q')
+                  quit_message_loop(3);
+              return 7;
+          }) {}
+    std::optional<std::intptr_t> send(char letter) { return send_message(handle, number, letter); }
+    void post(std::string_view letters) {
+        for (const char letter : letters)
+            EXPECT_TRUE(post_message(handle, number, letter));
+    }
     std::string order;
-    function_window window([&](auto message, auto, auto) -> std::intptr_t {
-        order += message == number ? 'p' : message == next ? 's' : '-';
-        return 7;
-    });
-    EXPECT_TRUE(post_message(window.handle, number));
-    EXPECT_EQ(send_message(window.handle, next), 7);
-    EXPECT_EQ(order, "s");
-    watched_thread sender([&] { EXPECT_EQ(send_message(window.handle, next), 7); });
+};
+
+TEST(Window, HandlesWhatItSendsToItselfAtOnceAndSentMessagesBeforePostedOnes) {
+    noting_window window;
+    window.post("p");
+    EXPECT_EQ(window.send('s'), 7);
+    watched_thread sender([&] { EXPECT_EQ(window.send('t'), 7); });
     EXPECT_TRUE(sender.falls_asleep());
+    EXPECT_EQ(window.order, "s");
     EXPECT_EQ(dispatch_messages(), std::nullopt);
-    EXPECT_EQ(order, "ssp");
+    EXPECT_EQ(window.order, "stp");
+}
+
+TEST(Window, LetsExceptionsLeaveTheDispatchAndFailsTheSender) {
+    noting_window window;
+    window.post("!p");
+    EXPECT_THROW(dispatch_messages(), std::runtime_error);
+    watched_thread sender([&] { EXPECT_EQ(window.send('!'), std::nullopt); });
+    EXPECT_TRUE(sender.falls_asleep());
+    EXPECT_THROW(dispatch_messages(), std::runtime_error);
+    sender.join();
+    dispatch_messages();
+    EXPECT_EQ(window.order, "!!p") << "what was queued behind it is still there";
+    EXPECT_THROW(window.send('!'), std::runtime_error) << "on the own thread";
+}
+
+TEST(Window, EndsALoopAtOnceOrBehindWhatIsPosted) {
+    noting_window window;
+    window.post("aqb");
+    EXPECT_TRUE(post_message(window.handle, quit_message, 4));
+    window.post("c");
+    EXPECT_EQ(run_message_loop(), 3);
+    EXPECT_EQ(window.order, "aq");
+    EXPECT_EQ(dispatch_messages(), 4);
+    EXPECT_EQ(window.order, "aqb");
+    EXPECT_EQ(dispatch_messages(), std::nullopt);
+    EXPECT_EQ(window.order, "aqbc");
 }
 
 TEST(Window, WhenDestroyedDropsItsMessagesLetsSendersGoAndIsNotFoundAnyMore) {
@@ -149,26 +192,6 @@ TEST(Window, IsDestroyedByTheEndOfItsThreadWhichReportsWhatThatThrowsAndLetsNobo
     EXPECT_EQ(window_thread(handle), no_thread);
 }
 
-TEST(Window, LetsExceptionsLeaveTheDispatchAndFailsTheSender) {
-    int handled = 0;
-    function_window window([&](auto message, auto, auto) -> std::intptr_t {
-        if (message == next)
-            throw std::runtime_error("broken");
-        return handled += message == number;
-    });
-    EXPECT_TRUE(post_message(window.handle, next));
-    EXPECT_TRUE(post_message(window.handle, number));
-    EXPECT_THROW(dispatch_messages(), std::runtime_error);
-    EXPECT_EQ(handled, 0);
-    watched_thread sender([&] { EXPECT_EQ(send_message(window.handle, next), std::nullopt); });
-    EXPECT_TRUE(sender.falls_asleep());
-    EXPECT_THROW(dispatch_messages(), std::runtime_error);
-    sender.join();
-    dispatch_messages();
-    EXPECT_EQ(handled, 1) << "what was queued behind it is still there";
-    EXPECT_THROW(send_message(window.handle, next), std::runtime_error) << "on the own thread";
-}
-
 // The sender is thrown out of its wait by a message that it handles meanwhile.
 TEST(Window, TakesItsMessageBackOrWaitsForItsEndWhenItsSenderIsThrownOut) {
     window_handle to_sender{};
@@ -212,23 +235,6 @@ TEST(Window, TakesItsMessageBackOrWaitsForItsEndWhenItsSenderIsThrownOut) {
     sender.join();
     dispatch_messages();
     EXPECT_EQ(handled, 2);
-}
-
-TEST(Window, EndsALoopAtOnceOrBehindWhatIsPosted) {
-    int handled = 0;
-    function_window window([&](auto message, auto, auto) {
-        if (message == next)
-            quit_message_loop(3);
-        return handled += message == number, 0;
-    });
-    for (const auto message : {number, next, number, quit_message, number})
-        EXPECT_TRUE(post_message(window.handle, message, 4));
-    EXPECT_EQ(run_message_loop(), 3);
-    EXPECT_EQ(handled, 1);
-    EXPECT_EQ(dispatch_messages(), 4);
-    EXPECT_EQ(handled, 2);
-    EXPECT_EQ(dispatch_messages(), std::nullopt);
-    EXPECT_EQ(handled, 3);
 }
 
 TEST(RegisteredMessage, IsTheSameForTheSameTextAndWithinItsRange) {
