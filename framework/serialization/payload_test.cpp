@@ -98,33 +98,22 @@ TEST(ConcreteData, ConvertsOnceHoweverManyThreadsAsk) {
 
 TEST(Payload, IsReadWhereItLiesOrFromJson) {
     const auto data = make_payload(filled_sample());
-    const auto json = get_json_conversion_module();
-    const auto wrapped = [&](const char* type, const Json::Value& document) {
-        return make_json_payload(json->WrapDocument(type, document));
-    };
     sample scratch;
     const sample* const value = GetDataValue(data, scratch);
-    ASSERT_NE(value, nullptr);
-    EXPECT_NE(value, &scratch);
+    ASSERT_TRUE(value && value != &scratch);
     EXPECT_EQ(*value, filled_sample());
-    Json::Value document = ToJson(*value);
-    for (const auto& payload : {make_json_payload(document), wrapped("struct sample", document)}) {
-        scratch = {};
-        EXPECT_EQ(GetDataValue(payload, scratch), &scratch);
-        EXPECT_EQ(scratch, filled_sample());
-    }
-
-    // Another type, another type's document, nothing.
     std::tuple<> other;
     EXPECT_EQ(GetDataValue(data, other), nullptr);
-    EXPECT_EQ(GetDataValue(wrapped("struct other", document), scratch), nullptr);
     EXPECT_EQ(GetDataValue<sample>(nullptr, scratch), nullptr);
 
+    Json::Value document = ToJson(*value);
+    EXPECT_EQ(GetDataValue(make_json_payload(document), scratch), &scratch);
+    EXPECT_EQ(scratch, filled_sample());
     document["inside"][1]["tiny"] = 1000;
-    document["text"] = "replaced";
-    EXPECT_EQ(failure_of([&] { GetDataValue(wrapped("struct sample", document), scratch); }),
+    const auto wrapped =
+        make_json_payload(get_json_conversion_module()->WrapDocument("struct sample", document));
+    EXPECT_EQ(failure_of([&] { GetDataValue(wrapped, scratch); }),
               "zel::serialization::FromJson: Numeric value overflow. at zel.data.inside[1].tiny");
-    EXPECT_EQ(scratch, filled_sample()) << "what fails leaves the scratch value alone";
 }
 
 TEST(Payload, OfAnUnregisteredTypeIsNotMade) {
@@ -144,41 +133,18 @@ TEST(Payload, IsConvertedByTheNameOfItsType) {
     const auto json = get_json_conversion_module();
     const Json::Value document = ToJson(filled_sample());
     const auto holder = json->CreateFromJson("struct sample", document);
-    ASSERT_NE(holder, nullptr);
-    EXPECT_EQ(holder->GetData()->GetTypeName(), "struct sample");
     EXPECT_EQ(json->ToJson(holder), document);
     EXPECT_EQ(json->CreateFromJson("struct sample", Json::Value()), nullptr);
-    EXPECT_THROW(json->CreateFromJson("struct sample", 1), conversion_error);
     EXPECT_EQ(DataToJsonLambda<std::tuple<>>()(holder), Json::Value()) << "of another type";
     EXPECT_EQ(json->ToJson(nullptr), Json::Value());
-
-    const auto text = json->CreateFromJson("string", "a");
-    std::string scratch;
-    EXPECT_EQ(*GetDataValue(text, scratch), "a");
-    EXPECT_EQ(json->ToJson(text), "a");
+    EXPECT_EQ(json->ToJson(json->CreateFromJson("string", "a")), "a");
     const auto any = get_bin_serialization_module()->CreateData("json");
     const auto bytes = reinterpret_cast<const std::uint8_t*>("[1]");
     any->GetData()->SetSerializedData(bytes, 3);
     EXPECT_EQ(json->ToJson(any), json_from_text("[1]"));
     any->GetData()->SetSerializedData(bytes, 2);
     EXPECT_THROW(json->ToJson(any), exceptions::error);
-}
-
-TEST(JsonConversionModule, TakesOnlyOneShapeForAWrappedDocument) {
-    const auto json = get_json_conversion_module();
-    std::string name = "untouched";
-    Json::Value value;
-    for (const char* ordinary :
-         {"null", R"("zel.data_type")", R"({"zel.data_type":"a","data":1})",
-          R"({"zel.data_type":1,"zel.data":1})", R"({"zel.data_type":"a","zel.data":1,"b":2})"})
-        EXPECT_FALSE(json->UnwrapDocument(json_from_text(ordinary), name, value, 0)) << ordinary;
-    EXPECT_EQ(name, "untouched");
-    EXPECT_TRUE(json->UnwrapDocument(json_from_text(R"({"zel.data_type":"a","zel.data":[1]})"),
-                                     name, value, 0));
-    EXPECT_EQ(name, "a");
-    EXPECT_EQ(value, json_from_text("[1]"));
-    EXPECT_EQ(json_to_text(json->WrapDocument("a", value)),
-              R"({"zel.data":[1],"zel.data_type":"a"})");
+    EXPECT_EQ(json_to_text(json->WrapDocument("a", 1)), R"({"zel.data":1,"zel.data_type":"a"})");
 }
 
 TEST(BinSerializationModule, UsesTheFirstOfSeveralFactoriesWhileItIsRegistered) {

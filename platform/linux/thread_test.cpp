@@ -2,7 +2,6 @@
 #include "platform/src/watched_thread_test.h"
 
 #include <platform/credentials.h>
-#include <platform/impersonation_watch.h>
 #include <platform/thread_description.h>
 #include <platform/thread_priority.h>
 
@@ -165,22 +164,6 @@ TEST(Credentials, ActForOneThreadHoweverItChangedAndGoBack) {
             return syscall(SYS_setresuid, -1, 33, -1) == 0 && goes_back();
         }));
     }
-}
-
-TEST(ImpersonationWatch, FindsWhatFoldsIntoItsStretchAlone) {
-    EXPECT_TRUE(on_a_thread([] {
-        const user_identity self{geteuid(), getegid()};
-        const auto finds = [&](bool acts) {
-            impersonation_watch watch;
-            return (!acts || impersonate(self) == 0) && watch.finds_impersonation() == acts;
-        };
-        const own_code_only outside;
-        bool right = finds(false) && finds(true) && finds(false); // is still acting: no change
-        revert_to_self();
-        impersonation_watch foreign; // may act between the inner ones
-        right = right && finds(false) && impersonate(self) == 0 && finds(false);
-        return right && foreign.finds_impersonation();
-    }));
 }
 
 TEST(Credentials, FollowAChangeOfTheWholeProcess) {

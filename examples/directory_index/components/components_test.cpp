@@ -40,7 +40,7 @@ TEST(Components, AnswerFromTheCacheUntilTheIndexChanges) {
         answered_by.clear();
         return Lookup::Ask(*to.requests, paths::index_lookup, "TWO").value->at(0).count;
     };
-    change("one Two two");
+    change("one Two B-two 2two two_");
     EXPECT_EQ(ask(), 2);
     EXPECT_EQ(answered_by, "word index;lookup cache;");
     EXPECT_EQ(ask(), 2);

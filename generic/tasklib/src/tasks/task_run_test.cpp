@@ -87,11 +87,11 @@ std::atomic<std::int64_t> counter{0}, cycles{0};
 struct listener : performance_logger_ifc {
     void log_task_performance(std::uint32_t kind, const std::string& name, double elapsed,
                               double processor, const zel::perfstats::Data* grown) override {
-        told << kind << name << ' ' << elapsed << ' ' << processor << '\n';
-        EXPECT_TRUE(grown->user_time + grown->kernel_time > 0 && grown->page_faults > 0 &&
-                    grown->voluntary_switches > 0);
         if (name.empty())
             throw std::runtime_error("cannot");
+        told << kind << name << ' ' << elapsed << ' ' << processor;
+        EXPECT_TRUE(grown->user_time + grown->kernel_time > 0 && grown->page_faults > 0 &&
+                    grown->voluntary_switches > 0);
     }
     std::ostringstream told;
 };
@@ -114,12 +114,13 @@ TEST(TaskRun, IsMeasuredAndReportedWhileSomebodyListens) {
         make_task(name, nullptr, std::move(body)).share()->run(false);
     };
     const auto work = [&] { // until all figures have grown
+        std::vector<std::vector<char>> kept;
         const auto begin = storage->begin_thread_statistics();
         for (auto now = begin;
              now.user_time == begin.user_time || now.page_faults == begin.page_faults ||
              now.voluntary_switches == begin.voluntary_switches;
              now = storage->end_thread_statistics()) {
-            std::vector<char>(10'000'000, 'x');
+            kept.emplace_back(10'000'000, 'x');
             sleep_for(milliseconds(1)); // a voluntary switch
         }
     };
@@ -134,11 +135,11 @@ TEST(TaskRun, IsMeasuredAndReportedWhileSomebodyListens) {
     storage->set_measurement(true);
     run("heard", work);
     run(queue_runner_name, [] {});
-    run("", work);
+    run("", [] {});
     run("removed meanwhile", [&] { storage->set_performance_logger(nullptr); });
     EXPECT_FALSE(is_measuring());
     EXPECT_EQ(logger.use_count(), 1);
-    EXPECT_EQ(logger->told.str(), "2heard 1 0.5\n2 1 0.5\n");
+    EXPECT_EQ(logger->told.str(), "2heard 1 0.5");
     EXPECT_EQ(records(log),
               texts{"tasks 7 66 Error while stopping log_performance_wrapper\ncannot"});
 }
