@@ -1,31 +1,9 @@
 #include "framework/serialization/payload_test.h"
 
-#include <platform/event.h>
+#include <latch>
 #include <thread>
 
 namespace zel::serialization {
-
-/// Counts how often it is converted.
-struct counted {
-    int number = 0;
-};
-
-template <>
-struct binary_form<counted> {
-    static inline std::atomic<int> writes{0};
-    static inline std::atomic<int> reads{0};
-
-    static void write(out_blob_stream& out, const counted& value) {
-        ++writes;
-        std::this_thread::yield();
-        Serialize(out, value.number);
-    }
-    static void read(in_blob_stream_base& in, counted& value) {
-        ++reads;
-        std::this_thread::yield();
-        Deserialize(in, value.number);
-    }
-};
 
 struct unknown {
     int number = 0;
@@ -37,26 +15,17 @@ struct record<unknown> {
     static constexpr std::tuple fields{field("number", &unknown::number)};
 };
 
-} // namespace zel::serialization
-
-template <>
-struct zel::declared_type_name<zel::serialization::counted> {
-    static std::string text() { return "struct counted"; }
-};
-
-namespace zel::serialization {
 namespace {
 
 template <class Call>
 void on_many_threads(Call call) {
-    platform::event start{platform::reset_mode::manual, false};
+    std::latch start(8);
     std::vector<std::jthread> threads;
     for (int thread = 0; thread < 8; ++thread)
         threads.emplace_back([&] {
-            start.wait();
+            start.arrive_and_wait();
             call();
         });
-    start.set();
 }
 
 byte_vector bytes_of(const IData& data) {
@@ -103,54 +72,48 @@ TEST(ConcreteData, HoldsAValueOrBytesOrBoth) {
               "Not a serializeable data.");
 }
 
-TEST(ConcreteData, ConvertsOnceHoweverManyThreadsAsk) {
-    SerializableData<counted> made;
-    made.MutableValue().number = 5;
-    std::atomic<int> sum{0};
-    on_many_threads([&] { sum += bytes_of(made)[0]; });
-    EXPECT_EQ(sum, 40);
-    EXPECT_EQ(binary_form<counted>::writes, 1);
+struct counting_data final : SerializableData<int> {
+    void Serialize(const int& value, byte_vector& out) const override {
+        ++conversions;
+        std::this_thread::yield();
+        SerializableData::Serialize(value, out);
+    }
+    void Deserialize(int& out, const byte_vector& bytes) const override {
+        ++conversions;
+        std::this_thread::yield();
+        SerializableData::Deserialize(out, bytes);
+    }
+    mutable std::atomic<int> conversions{0};
+};
 
-    SerializableData<counted> received;
+TEST(ConcreteData, ConvertsOnceHoweverManyThreadsAsk) {
+    counting_data made, received;
+    made.MutableValue() = 5;
     received.SetSerializedData(byte_vector{6, 0, 0, 0}.data(), 4);
-    on_many_threads([&] { sum += received.Value().number; });
+    std::atomic<int> sum{0};
+    on_many_threads([&] { sum += bytes_of(made)[0] + received.Value(); });
     EXPECT_EQ(sum, 88);
-    EXPECT_EQ(binary_form<counted>::reads, 1);
+    EXPECT_TRUE(made.conversions == 1 && received.conversions == 1);
 }
 
 TEST(Payload, IsReadWhereItLiesOrFromJson) {
     const auto data = make_payload(filled_sample());
     sample scratch;
     const sample* const value = GetDataValue(data, scratch);
-    ASSERT_NE(value, nullptr);
-    EXPECT_NE(value, &scratch);
+    ASSERT_TRUE(value && value != &scratch);
     EXPECT_EQ(*value, filled_sample());
-
-    const Json::Value document = ToJson(*value);
-    EXPECT_EQ(GetDataValue(make_json_payload(document), scratch), &scratch);
-    EXPECT_EQ(scratch, filled_sample());
-    const auto json = get_json_conversion_module();
-    scratch = {};
-    EXPECT_EQ(
-        GetDataValue(make_json_payload(json->WrapDocument("struct sample", document)), scratch),
-        &scratch);
-    EXPECT_EQ(scratch, filled_sample());
-
-    // Another type, another type's document, nothing.
     std::tuple<> other;
     EXPECT_EQ(GetDataValue(data, other), nullptr);
-    EXPECT_EQ(
-        GetDataValue(make_json_payload(json->WrapDocument("struct other", document)), scratch),
-        nullptr);
     EXPECT_EQ(GetDataValue<sample>(nullptr, scratch), nullptr);
 
-    Json::Value wrong = document;
-    wrong["inside"][1]["tiny"] = 1000;
-    wrong["text"] = "replaced";
-    const auto wrapped = make_json_payload(json->WrapDocument("struct sample", wrong));
+    Json::Value document = ToJson(*value);
+    EXPECT_EQ(GetDataValue(make_json_payload(document), scratch), &scratch);
+    EXPECT_EQ(scratch, filled_sample());
+    document["inside"][1]["tiny"] = 1000;
+    const auto wrapped =
+        make_json_payload(get_json_conversion_module()->WrapDocument("struct sample", document));
     EXPECT_EQ(failure_of([&] { GetDataValue(wrapped, scratch); }),
               "zel::serialization::FromJson: Numeric value overflow. at zel.data.inside[1].tiny");
-    EXPECT_EQ(scratch, filled_sample()) << "what fails leaves the scratch value alone";
 }
 
 TEST(Payload, OfAnUnregisteredTypeIsNotMade) {
@@ -170,42 +133,18 @@ TEST(Payload, IsConvertedByTheNameOfItsType) {
     const auto json = get_json_conversion_module();
     const Json::Value document = ToJson(filled_sample());
     const auto holder = json->CreateFromJson("struct sample", document);
-    ASSERT_NE(holder, nullptr);
-    EXPECT_EQ(holder->GetData()->GetTypeName(), "struct sample");
     EXPECT_EQ(json->ToJson(holder), document);
     EXPECT_EQ(json->CreateFromJson("struct sample", Json::Value()), nullptr);
-    EXPECT_THROW(json->CreateFromJson("struct sample", 1), conversion_error);
     EXPECT_EQ(DataToJsonLambda<std::tuple<>>()(holder), Json::Value()) << "of another type";
     EXPECT_EQ(json->ToJson(nullptr), Json::Value());
-
-    const auto text = json->CreateFromJson("string", "a");
-    std::string scratch;
-    ASSERT_NE(dynamic_cast<const string_data_t*>(text->GetData().get()), nullptr);
-    EXPECT_EQ(*GetDataValue(text, scratch), "a");
-    EXPECT_EQ(json->ToJson(text), "a");
+    EXPECT_EQ(json->ToJson(json->CreateFromJson("string", "a")), "a");
     const auto any = get_bin_serialization_module()->CreateData("json");
-    any->GetData()->SetSerializedData(reinterpret_cast<const std::uint8_t*>("[1]"), 3);
+    const auto bytes = reinterpret_cast<const std::uint8_t*>("[1]");
+    any->GetData()->SetSerializedData(bytes, 3);
     EXPECT_EQ(json->ToJson(any), json_from_text("[1]"));
-    any->GetData()->SetSerializedData(reinterpret_cast<const std::uint8_t*>("[1"), 2);
+    any->GetData()->SetSerializedData(bytes, 2);
     EXPECT_THROW(json->ToJson(any), exceptions::error);
-}
-
-TEST(JsonConversionModule, TakesOnlyOneShapeForAWrappedDocument) {
-    const auto json = get_json_conversion_module();
-    std::string name = "untouched";
-    Json::Value value;
-    for (const char* ordinary :
-         {"null", "[]", R"("zel.data_type")", R"({"zel.data_type":"a"})", R"({"zel.data":1})",
-          R"({"zel.data_type":1,"zel.data":1})", R"({"zel.data_type":"a","zel.data":1,"b":2})",
-          R"({"type":"a","data":1})"})
-        EXPECT_FALSE(json->UnwrapDocument(json_from_text(ordinary), name, value, 0)) << ordinary;
-    EXPECT_EQ(name, "untouched");
-    EXPECT_TRUE(json->UnwrapDocument(json_from_text(R"({"zel.data_type":"a","zel.data":[1]})"),
-                                     name, value, 0));
-    EXPECT_EQ(name, "a");
-    EXPECT_EQ(value, json_from_text("[1]"));
-    EXPECT_EQ(json_to_text(json->WrapDocument("a", value)),
-              R"({"zel.data":[1],"zel.data_type":"a"})");
+    EXPECT_EQ(json_to_text(json->WrapDocument("a", 1)), R"({"zel.data":1,"zel.data_type":"a"})");
 }
 
 TEST(BinSerializationModule, UsesTheFirstOfSeveralFactoriesWhileItIsRegistered) {

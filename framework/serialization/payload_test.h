@@ -55,6 +55,19 @@ inline sample filled_sample() {
     return value;
 }
 
+/// Records inside of each other.
+inline sample chain_of(unsigned levels) {
+    sample whole;
+    for (unsigned level = 1; level < levels; ++level) {
+        sample outer;
+        outer.inside.push_back(std::move(whole));
+        whole = std::move(outer);
+    }
+    return whole;
+}
+
+inline const std::string too_deep = "zel::serialization: The data are nested too deeply.";
+
 /// The text, then "at" and the place if there is one; nothing when the call succeeds.
 template <class Call>
 std::string failure_of(Call&& call) {

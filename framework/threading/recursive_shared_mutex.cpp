@@ -87,10 +87,4 @@ void recursive_shared_mutex::unlock() {
         writer_free_.set();
 }
 
-bool recursive_shared_mutex::is_held_shared_by_this_thread() const {
-    const thread_id self = platform::this_thread_id();
-    platform::scoped_lock inside(guard_);
-    return has_reader(self);
-}
-
 } // namespace zel::threading

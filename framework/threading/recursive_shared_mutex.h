@@ -39,9 +39,6 @@ public:
     void lock() ZEL_THREAD_ATTRIBUTE(acquire_capability());
     void unlock() ZEL_THREAD_ATTRIBUTE(release_capability());
 
-    /// Whether the calling thread has a shared hold.
-    bool is_held_shared_by_this_thread() const;
-
 private:
     using thread_id = platform::thread_id;
 
@@ -53,7 +50,7 @@ private:
     }
 
     // Guards every field below. Held for short bookkeeping, never across a wait.
-    mutable platform::plain_lock guard_;
+    platform::plain_lock guard_;
     thread_id writer_ ZEL_GUARDED_BY(guard_) = platform::no_thread;
     std::int32_t writer_depth_ ZEL_GUARDED_BY(guard_) = 0;
     // One entry per shared hold, in no order.

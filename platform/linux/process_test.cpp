@@ -2,27 +2,27 @@
 
 #include "platform/src/watched_thread_test.h"
 
+#include <platform/child_process.h>
 #include <platform/diagnostics.h>
+#include <platform/interrupt.h>
 
+#include <csignal>
 #include <gtest/gtest.h>
 #include <optional>
 #include <pthread.h>
-#include <string>
-#include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 using namespace zel::platform;
+using texts = std::vector<std::string>;
 
 TEST(Process, KnowsItsNumbersAfterAFork) {
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(process_id() == this_thread_id() && static_cast<pid_t>(process_id()) == getpid() ? 0
-                                                                                               : 1);
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0) << "the child has kept its parent's numbers";
+    EXPECT_TRUE(holds_in_a_child([] {
+        return process_id() == this_thread_id() && static_cast<pid_t>(process_id()) == getpid();
+    })) << "the child has kept its parent's numbers";
 }
 
 TEST(Process, CancelsAThreadInNoWaitOfThisLayerAndUnwindsItThroughTheGuard) {
@@ -51,6 +51,41 @@ TEST(RaiseException, TellsObserversThatThrowComeGoAndRaiseFromInsideACall) {
     });
     raise_exception(diagnostic::text_report, {});
     EXPECT_EQ(told, "came left ");
+}
+
+TEST(RunProgram, GivesInputAndArgumentsAsTheyAreAndTellsHowItEnded) {
+    const std::string large(300'000, 'x'); // more than a pipe takes at once, both ways
+    EXPECT_EQ(run_program("cat", {}, large).output, large);
+    EXPECT_EQ(run_program("true", {}, large).output, "") << "a program that does not read";
+    const texts odd{"[%s]", "a b; $(echo c) *\n"};
+    EXPECT_EQ(run_program("printf", odd, "").output, "[a b; $(echo c) *\n]");
+    EXPECT_EQ(run_program("sh", texts{"-c", "exit 7"}, "").exit_code, 7);
+    EXPECT_EQ(run_program("sh", texts{"-c", "kill -TERM $$"}, "").exit_code, 128 + 15);
+    try {
+        run_program("no_such_program_anywhere", {}, "");
+        ADD_FAILURE() << "started nothing, and said nothing";
+    } catch (const std::system_error& failure) {
+        EXPECT_EQ(failure.code(), std::errc::no_such_file_or_directory);
+        EXPECT_NE(std::string(failure.what()).find("no_such_program_anywhere"), std::string::npos);
+    }
+}
+
+// To the process, as a terminal does it, and not to this thread.
+void request(int signal) {
+    kill(getpid(), signal);
+}
+
+TEST(Interrupt, TellsOfTheFirstRequestButIgnoredOnesAndEndsTheProcessAtTheSecond) {
+    const auto request_twice = [] {
+        std::signal(SIGINT, SIG_IGN);
+        interrupt_watch interrupt;
+        request(SIGINT);
+        request(SIGTERM);
+        if (interrupt.requested().wait(patience) && interrupt.exit_code() == 128 + SIGTERM)
+            request(SIGTERM);
+        event(reset_mode::manual, false).wait(patience);
+    };
+    EXPECT_EXIT(request_twice(), testing::KilledBySignal(SIGTERM), "");
 }
 
 } // namespace

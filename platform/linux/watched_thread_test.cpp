@@ -2,7 +2,6 @@
 
 #include <platform/process.h>
 
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <pthread.h>
@@ -37,13 +36,12 @@ void end_this_thread() {
     pthread_exit(nullptr);
 }
 
-int exit_code_of_forked_copy() {
+bool holds_in_a_child(const std::function<bool()>& look) {
     const pid_t child = fork();
     if (child == 0)
-        std::exit(0);
+        _exit(look() ? 0 : 1);
     int status = -1;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return waitpid(child, &status, 0) == child && status == 0;
 }
 
 } // namespace zel::platform

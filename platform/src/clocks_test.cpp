@@ -17,6 +17,7 @@ TEST(Clocks, CountInTheirUnitsFromTheirEpochsUnlessReplaced) {
     const auto awake = in_seconds(clock::performance_counter, rate);
     EXPECT_LT(abs(awake - steady_clock::now().time_since_epoch()), seconds(5));
     EXPECT_LT(abs(awake - in_seconds(clock::unbiased_time, 10'000'000)), seconds(5));
+    EXPECT_TRUE(read_clock(clock::thread_cycles) > 0 && read_clock(clock::thread_cycle_rate) > 0);
 
     const clock_replacement stopped(clock::performance_counter, [] { return std::optional(42L); });
     EXPECT_EQ(read_clock(clock::performance_counter), 42);

@@ -4,6 +4,7 @@
 
 #include <platform/event.h>
 
+#include <functional>
 #include <thread>
 
 namespace zel::platform {
@@ -17,8 +18,15 @@ bool wait_until_asleep(thread_id thread);
 /// Ends the calling thread by unwinding it.
 [[noreturn]] void end_this_thread();
 
-/// Lets a copy of the process exit and returns its exit code; -1 when it crashed.
-int exit_code_of_forked_copy();
+/// Whether something holds in a copy of the process, whose only thread looks. It may
+/// also exit, with the code 0.
+bool holds_in_a_child(const std::function<bool()>& look);
+
+/// Set once, for all who wait.
+struct signal : event {
+    signal() noexcept : event(reset_mode::manual, false) {}
+    bool comes() { return wait(patience); }
+};
 
 class watched_thread {
 public:

@@ -7,86 +7,107 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace zel::platform {
 namespace {
 
 constexpr window_message number = first_own_message, next = number + 1;
 
-struct signal : event {
-    signal() : event(reset_mode::manual, false) {}
-    bool comes() { return wait(patience); }
+// Notes what it is told, which may be to throw, to end the loop or to post.
+struct noting_window : function_window {
+    noting_window()
+        : function_window([this](auto message, auto letter, auto) -> std::intptr_t {
+              if (message != number)
+                  return 0;
+              order += static_cast<char>(letter);
+              if (letter == '!')
+                  throw std::runtime_error("broken");
+              if (letter == 'q')
+                  quit_message_loop(3);
+              if (letter == '+')
+                  post("-");
+              return 7;
+          }) {}
+    std::optional<std::intptr_t> send(char letter) { return send_message(handle, number, letter); }
+    void post(std::string_view letters) {
+        for (const char letter : letters)
+            EXPECT_TRUE(post_message(handle, number, letter));
+    }
+    std::string order;
 };
 
 TEST(Window, RefusesPostedMessagesBeyondItsRoomAndLeavesThoseThatComeMeanwhile) {
-    std::size_t handled = 0;
-    function_window* other = nullptr;
-    function_window window([&](auto message, auto, auto) {
-        handled += message == number;
-        if (message == number && handled == 1) {
-            EXPECT_TRUE(post_message(other->handle, number));
-        }
-        return 0;
-    });
-    function_window second(
-        [&](auto message, auto, auto) { return handled += message == number, 0; });
-    other = &second;
-    for (std::size_t i = 0; i < most_posted_messages; ++i)
-        ASSERT_TRUE(post_message(window.handle, number));
-    EXPECT_FALSE(post_message(window.handle, number));
+    noting_window window, second;
+    const std::string all = '+' + std::string(most_posted_messages - 1, 'p');
+    window.post(all);
     EXPECT_FALSE(post_message(second.handle, number)) << "one queue for all windows of a thread";
-    EXPECT_EQ(dispatch_messages(), std::nullopt);
-    EXPECT_EQ(handled, most_posted_messages);
-    EXPECT_EQ(dispatch_messages(), std::nullopt);
-    EXPECT_EQ(handled, most_posted_messages + 1);
+    for (const auto& handled : {all, all + '-'}) {
+        EXPECT_EQ(dispatch_messages(), std::nullopt);
+        EXPECT_EQ(window.order, handled);
+    }
 }
 
 TEST(Window, SendsInBothDirectionsAtOnce) {
     constexpr std::intptr_t rounds = 2'000;
     std::array<window_handle, 2> handles{};
-    std::array<std::atomic<std::intptr_t>, 2> got{};
-    std::array<signal, 2> has_sent;
+    std::atomic<std::intptr_t> got{0};
     const auto handles_of = [&](std::size_t self) -> window_function {
-        return [&, self](auto message, auto depth, auto value) -> std::intptr_t {
+        return [&, other = 1 - self](auto message, auto depth, auto value) -> std::intptr_t {
             if (message == next) {
                 for (std::intptr_t i = 1; i <= rounds; ++i)
-                    EXPECT_EQ(send_message(handles[1 - self], number, 3, i), i + 3);
-                has_sent[self].set();
+                    EXPECT_EQ(send_message(handles[other], number, 3, i), i + 3);
                 return 1;
             }
             if (message != number)
                 return 0;
-            ++got[self];
+            ++got;
             // To the thread that waits for the answer, and back again.
-            return depth == 0 ? value
-                              : *send_message(handles[1 - self], number, depth - 1, value) + 1;
+            return depth == 0 ? value : *send_message(handles[other], number, depth - 1, value) + 1;
         };
     };
     served_window one(handles_of(0)), two(handles_of(1));
     handles = {one.handle(), two.handle()};
-    EXPECT_TRUE(post_message(one.handle(), next));
-    EXPECT_TRUE(post_message(two.handle(), next));
-    for (auto& all : has_sent)
-        EXPECT_TRUE(all.comes());
-    one.end();
-    two.end();
-    EXPECT_EQ(got[0] + got[1], 8 * rounds);
+    watched_thread starter([&] { EXPECT_EQ(send_message(one.handle(), next), 1); });
+    EXPECT_EQ(send_message(two.handle(), next), 1);
+    starter.join();
+    EXPECT_EQ(got, 8 * rounds);
 }
 
 TEST(Window, HandlesWhatItSendsToItselfAtOnceAndSentMessagesBeforePostedOnes) {
-    std::string order;
-    function_window window([&](auto message, auto, auto) -> std::intptr_t {
-        order += message == number ? 'p' : message == next ? 's' : '-';
-        return 7;
-    });
-    EXPECT_TRUE(post_message(window.handle, number));
-    EXPECT_EQ(send_message(window.handle, next), 7);
-    EXPECT_EQ(order, "s");
-    watched_thread sender([&] { EXPECT_EQ(send_message(window.handle, next), 7); });
+    noting_window window;
+    window.post("p");
+    EXPECT_EQ(window.send('s'), 7);
+    watched_thread sender([&] { EXPECT_EQ(window.send('t'), 7); });
     EXPECT_TRUE(sender.falls_asleep());
+    EXPECT_EQ(window.order, "s");
     EXPECT_EQ(dispatch_messages(), std::nullopt);
-    EXPECT_EQ(order, "ssp");
+    EXPECT_EQ(window.order, "stp");
+}
+
+TEST(Window, LetsExceptionsLeaveTheDispatchAndFailsTheSender) {
+    noting_window window;
+    window.post("!p");
+    EXPECT_THROW(dispatch_messages(), std::runtime_error);
+    watched_thread sender([&] { EXPECT_EQ(window.send('!'), std::nullopt); });
+    EXPECT_TRUE(sender.falls_asleep());
+    EXPECT_THROW(dispatch_messages(), std::runtime_error);
+    sender.join();
+    dispatch_messages();
+    EXPECT_EQ(window.order, "!!p") << "what was queued behind it is still there";
+    EXPECT_THROW(window.send('!'), std::runtime_error) << "on the own thread";
+}
+
+TEST(Window, EndsALoopAtOnceOrBehindWhatIsPosted) {
+    noting_window window;
+    window.post("aqb");
+    EXPECT_TRUE(post_message(window.handle, quit_message, 4));
+    window.post("c");
+    EXPECT_EQ(run_message_loop(), 3);
+    EXPECT_EQ(window.order, "aq");
+    EXPECT_EQ(dispatch_messages(), 4);
+    EXPECT_EQ(window.order, "aqb");
+    EXPECT_EQ(dispatch_messages(), std::nullopt);
+    EXPECT_EQ(window.order, "aqbc");
 }
 
 TEST(Window, WhenDestroyedDropsItsMessagesLetsSendersGoAndIsNotFoundAnyMore) {
@@ -113,7 +134,6 @@ TEST(Window, WhenDestroyedDropsItsMessagesLetsSendersGoAndIsNotFoundAnyMore) {
     EXPECT_TRUE(sender.falls_asleep());
     window.reset();
     sender.join();
-    EXPECT_EQ(order, "2 1024 ");
     EXPECT_EQ(dispatch_messages(), std::nullopt);
     EXPECT_EQ(order, "2 1024 ");
     EXPECT_FALSE(post_message(handle, number));
@@ -124,164 +144,76 @@ TEST(Window, WhenDestroyedDropsItsMessagesLetsSendersGoAndIsNotFoundAnyMore) {
     EXPECT_NE(function_window().handle, handle);
 }
 
-TEST(Window, IsDestroyedByTheEndOfItsThreadWhichReportsWhatThatThrows) {
+// A handler that one window's end waits for may be sending to another one.
+TEST(Window, IsDestroyedByTheEndOfItsThreadWhichReportsWhatThatThrowsAndLetsNobodyIn) {
     std::atomic<int> reports{0};
     const exception_observer observer(
         [&](auto code, auto) { reports += code == diagnostic::exception_report; });
     std::string order;
-    signal made, leave;
+    signal ends, sent;
     window_handle handle{};
-    const window_function throws = [&](auto message, auto, auto) -> std::intptr_t {
+    const window_function first = [&](auto message, auto, auto) -> std::intptr_t {
         order += 'a';
         EXPECT_EQ(message, destroy_message);
         EXPECT_THROW(create_window(), std::logic_error);
         throw std::runtime_error("broken");
     };
-    const window_function works = [&](auto, auto, auto) { return order += 'b', 0; };
+    const window_function latest = [&](auto, auto, auto) {
+        ends.set();
+        EXPECT_TRUE(sent.comes());
+        return order += 'b', 0;
+    };
+    std::optional<watched_thread> sender;
     watched_thread owner([&] {
-        handle = create_window(&call_function, const_cast<window_function*>(&throws));
-        create_window(&call_function, const_cast<window_function*>(&works));
-        made.set();
-        EXPECT_TRUE(leave.comes());
+        handle = create_window(&call_function, const_cast<window_function*>(&first));
+        create_window(&call_function, const_cast<window_function*>(&latest));
+        sender.emplace([&] {
+            EXPECT_EQ(send_message(handle, number), std::nullopt);
+            EXPECT_TRUE(ends.comes());
+            EXPECT_EQ(send_message(handle, number), std::nullopt) << "is still to be destroyed";
+            sent.set();
+        });
+        EXPECT_TRUE(sender->falls_asleep());
     });
-    ASSERT_TRUE(made.comes());
-    watched_thread sender([&] { EXPECT_EQ(send_message(handle, number), std::nullopt); });
-    EXPECT_TRUE(sender.falls_asleep());
-    leave.set();
     owner.join();
-    sender.join();
     EXPECT_EQ(order, "ba");
     EXPECT_EQ(reports, 1);
     EXPECT_EQ(window_thread(handle), no_thread);
 }
 
-// A handler that one window's end waits for may be sending to another one.
-TEST(Window, NoneOfAThreadsWindowsTakesAnythingOnceTheThreadEnds) {
-    signal ends, sent;
-    window_handle first{};
-    std::optional<std::intptr_t> result = 1;
-    std::jthread sender([&] {
-        EXPECT_TRUE(ends.comes());
-        result = send_message(first, number);
-        sent.set();
-    });
-    std::jthread owner([&] {
-        first = create_window();
-        // The latest is destroyed first.
-        static signal* waits[2];
-        waits[0] = &ends;
-        waits[1] = &sent;
-        create_window([](auto, auto message, auto, auto) -> std::intptr_t {
-            if (message == destroy_message) {
-                waits[0]->set();
-                EXPECT_TRUE(waits[1]->comes());
-            }
-            return 0;
-        });
-    });
-    owner.join();
-    sender.join();
-    EXPECT_EQ(result, std::nullopt);
-}
-
-TEST(Window, LetsExceptionsLeaveTheDispatchAndFailsTheSender) {
-    int handled = 0;
-    function_window window([&](auto message, auto, auto) -> std::intptr_t {
-        if (message == next)
-            throw std::runtime_error("broken");
-        return handled += message == number;
-    });
-    EXPECT_TRUE(post_message(window.handle, next));
-    EXPECT_TRUE(post_message(window.handle, number));
-    EXPECT_THROW(dispatch_messages(), std::runtime_error);
-    EXPECT_EQ(handled, 0);
-    watched_thread sender([&] { EXPECT_EQ(send_message(window.handle, next), std::nullopt); });
-    EXPECT_TRUE(sender.falls_asleep());
-    EXPECT_THROW(dispatch_messages(), std::runtime_error);
-    sender.join();
-    dispatch_messages();
-    EXPECT_EQ(handled, 1) << "what was queued behind it is still there";
-    EXPECT_THROW(send_message(window.handle, next), std::runtime_error) << "on the own thread";
-}
-
 // The sender is thrown out of its wait by a message that it handles meanwhile.
 TEST(Window, TakesItsMessageBackOrWaitsForItsEndWhenItsSenderIsThrownOut) {
-    window_handle to_sender{};
-    served_window target([&](auto message, auto, auto) -> std::intptr_t {
+    std::atomic<window_handle> to_sender;
+    const auto send_from_a_window = [&](window_handle target) {
+        noting_window own;
+        to_sender = own.handle;
+        EXPECT_THROW(send_message(target, number), std::runtime_error);
+    };
+    int handled = 0;
+    const auto throw_the_sender_out = [&](auto message, auto, auto) -> std::intptr_t {
         if (message != number)
             return 0;
-        EXPECT_EQ(send_message(to_sender, next), std::nullopt);   // throws over there
-        EXPECT_EQ(send_message(to_sender, number), std::nullopt); // refused: it waits for us only
-        return 1;
-    });
-    for (const bool by_unwinding_a_thread : {false, true}) {
-        bool left = false;
-        watched_thread sender([&] {
-            function_window own([&](auto message, auto, auto) -> std::intptr_t {
-                if (message == next && by_unwinding_a_thread)
-                    end_this_thread();
-                if (message == next)
-                    throw std::runtime_error("broken");
-                return 1;
-            });
-            to_sender = own.handle;
-            if (by_unwinding_a_thread)
-                send_message(target.handle(), number); // gtest would hold the unwinding up
-            else
-                EXPECT_THROW(send_message(target.handle(), number), std::runtime_error);
-            left = true;
-        });
-        sender.join();
-        EXPECT_EQ(left, !by_unwinding_a_thread);
-    }
+        EXPECT_EQ(send_message(to_sender, number, '!'), std::nullopt);
+        EXPECT_EQ(send_message(to_sender, number), std::nullopt) << "it waits for us only";
+        return ++handled;
+    };
+    served_window target(throw_the_sender_out);
+    send_from_a_window(target.handle());
+    EXPECT_EQ(handled, 1);
     // Nobody takes what is sent to this one before the sender is gone.
-    int handled = 0;
-    function_window idle([&](auto message, auto, auto) { return handled += message == number, 0; });
-    signal made;
-    watched_thread sender([&] {
-        function_window own([&](auto, auto, auto) -> std::intptr_t { throw 1; });
-        to_sender = own.handle;
-        made.set();
-        EXPECT_ANY_THROW(send_message(idle.handle, number));
-        replace_window_procedure(own.handle, &default_window_procedure); // throws no more
-    });
-    ASSERT_TRUE(made.comes());
+    function_window idle(throw_the_sender_out);
+    watched_thread sender([&] { send_from_a_window(idle.handle); });
     EXPECT_TRUE(sender.falls_asleep());
-    watched_thread thrower([&] { EXPECT_EQ(send_message(to_sender, next), std::nullopt); });
+    watched_thread thrower([&] { EXPECT_EQ(send_message(to_sender, number, '!'), std::nullopt); });
     thrower.join();
     sender.join();
     dispatch_messages();
-    EXPECT_EQ(handled, 0);
-}
-
-TEST(Window, EndsALoopAtOnceOrBehindWhatIsPosted) {
-    int handled = 0;
-    function_window window([&](auto message, auto, auto) {
-        if (message == next)
-            quit_message_loop(3);
-        return handled += message == number, 0;
-    });
-    for (const auto message : {number, next, number, quit_message, number})
-        EXPECT_TRUE(post_message(window.handle, message, 4));
-    EXPECT_EQ(run_message_loop(), 3);
     EXPECT_EQ(handled, 1);
-    EXPECT_EQ(dispatch_messages(), 4);
-    EXPECT_EQ(handled, 2);
-    EXPECT_EQ(dispatch_messages(), std::nullopt);
-    EXPECT_EQ(handled, 3);
 }
 
-TEST(RegisteredMessage, IsTheSameForTheSameTextOnAllThreadsAndWithinItsRange) {
-    std::array<window_message, 4> found{};
-    {
-        std::vector<std::jthread> threads;
-        for (auto& one : found)
-            threads.emplace_back([&one] { one = register_window_message("same"); });
-    }
-    for (const auto one : found)
-        EXPECT_EQ(one, found[0]);
-    EXPECT_GE(found[0], first_registered_message);
-    EXPECT_NE(register_window_message("Same"), found[0]);
+TEST(RegisteredMessage, IsTheSameForTheSameTextAndWithinItsRange) {
+    const auto same = register_window_message("same");
+    EXPECT_GE(same, first_registered_message);
     EXPECT_EQ(register_window_message(""), 0u);
     window_message last = 0;
     for (int i = 0; i <= 0x4000; ++i)
@@ -289,7 +221,7 @@ TEST(RegisteredMessage, IsTheSameForTheSameTextOnAllThreadsAndWithinItsRange) {
             last = taken;
     EXPECT_EQ(last, last_registered_message);
     EXPECT_EQ(register_window_message("too late"), 0u);
-    EXPECT_EQ(register_window_message("same"), found[0]);
+    EXPECT_EQ(register_window_message("same"), same);
 }
 
 } // namespace

@@ -124,7 +124,8 @@ int exit_of_a_forked_child() {
     });
     get_task_processor()->submit(running.share(), 0);
     first_runs.wait();
-    require(platform::exit_code_of_forked_copy() == 0, "a child ends without the threads");
+    require(platform::holds_in_a_child([]() -> bool { std::exit(0); }),
+            "a child ends without the threads");
     released.set();
     return 0;
 }

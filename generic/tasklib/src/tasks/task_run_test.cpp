@@ -1,8 +1,10 @@
 // What a run does with its thread, and what is told of it.
+#include "framework/module_interface/version_check.h"
 #include "generic/tasklib/src/tasks/task_support_test.h"
 
 #include <platform/clocks.h>
 #include <platform/credentials.h>
+#include <platform/process.h>
 #include <platform/thread_description.h>
 #include <platform/thread_priority.h>
 
@@ -82,15 +84,20 @@ TEST(TaskRun, EndsEveryImpersonationThatABodyLeavesBehindAndReportsTheFirst) {
 // Clocks that go on by a tick whenever they are read.
 std::atomic<std::int64_t> counter{0}, cycles{0};
 
-struct listener final : performance_logger_ifc {
+struct listener : performance_logger_ifc {
     void log_task_performance(std::uint32_t kind, const std::string& name, double elapsed,
-                              double processor, const zel::perfstats::Data* statistics) override {
-        told << kind << name << ' ' << elapsed << ' ' << processor << ' '
-             << (statistics && statistics->voluntary_switches > 0) << '\n';
+                              double processor, const zel::perfstats::Data* grown) override {
         if (name.empty())
             throw std::runtime_error("cannot");
+        told << kind << name << ' ' << elapsed << ' ' << processor;
+        EXPECT_TRUE(grown->user_time + grown->kernel_time > 0 && grown->page_faults > 0 &&
+                    grown->voluntary_switches > 0);
     }
     std::ostringstream told;
+};
+
+struct newer_listener final : listener {
+    std::int32_t GetInterfaceVersion() const override { return 5; }
 };
 
 TEST(TaskRun, IsMeasuredAndReportedWhileSomebodyListens) {
@@ -106,19 +113,33 @@ TEST(TaskRun, IsMeasuredAndReportedWhileSomebodyListens) {
     const auto run = [](const char* name, std::function<void()> body) {
         make_task(name, nullptr, std::move(body)).share()->run(false);
     };
-    const auto pause = [] { signal().wait(milliseconds(1)); };
+    const auto work = [&] { // until all figures have grown
+        std::vector<std::vector<char>> kept;
+        const auto begin = storage->begin_thread_statistics();
+        for (auto now = begin;
+             now.user_time == begin.user_time || now.page_faults == begin.page_faults ||
+             now.voluntary_switches == begin.voluntary_switches;
+             now = storage->end_thread_statistics()) {
+            kept.emplace_back(10'000'000, 'x');
+            sleep_for(milliseconds(1)); // a voluntary switch
+        }
+    };
     cycles = 0;
     run("begun before", [&] { storage->set_performance_logger(logger); });
+    EXPECT_THROW(storage->set_performance_logger(std::make_shared<newer_listener>()),
+                 zel::WrongIfcVersion);
+    EXPECT_EQ(storage->get_performance_logger(), logger) << "the one before stays";
     storage->set_measurement(false);
-    run("switched off", pause);
+    run("switched off", [] { EXPECT_FALSE(is_measuring()); });
     EXPECT_EQ(cycles, 0) << "nothing is measured in vain";
     storage->set_measurement(true);
-    run("heard", pause);
-    run(queue_runner_name, pause);
-    run("", pause);
-    storage->set_performance_logger(nullptr);
-    run("no more", pause);
-    EXPECT_EQ(logger->told.str(), "2heard 1 0.5 1\n2 1 0.5 1\n");
+    run("heard", work);
+    run(queue_runner_name, [] {});
+    run("", [] {});
+    run("removed meanwhile", [&] { storage->set_performance_logger(nullptr); });
+    EXPECT_FALSE(is_measuring());
+    EXPECT_EQ(logger.use_count(), 1);
+    EXPECT_EQ(logger->told.str(), "2heard 1 0.5");
     EXPECT_EQ(records(log),
               texts{"tasks 7 66 Error while stopping log_performance_wrapper\ncannot"});
 }

@@ -15,16 +15,11 @@
 
 namespace zel::tasklib::test {
 
-using platform::milliseconds, platform::watched_thread;
+using platform::milliseconds, platform::signal, platform::watched_thread;
 using texts = std::vector<std::string>;
 using shared_task = std::shared_ptr<task_ifc>;
 
 inline constexpr threading::universal_timeout at_once{false, 0}, in_time{false, 10'000'000};
-
-struct signal : platform::event {
-    signal() : event(platform::reset_mode::manual, false) {}
-    bool comes() { return wait(platform::patience); }
-};
 
 /// A task of its own container.
 struct sample {
@@ -36,7 +31,7 @@ struct sample {
     }
 
     std::function<void()> body;
-    std::atomic<int> bodies{0}, claims{0};
+    std::atomic<int> bodies{0};
     std::shared_ptr<int> payload = std::make_shared<int>();
     std::shared_ptr<low_level_task_container> container =
         std::make_shared<low_level_task_container>("");
