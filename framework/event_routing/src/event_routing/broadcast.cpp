@@ -34,11 +34,11 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
                                       const std::shared_ptr<tasklib::keep_registered>&) {
     broadcast event(*this, paths, data, parameters);
     try {
-        event.recall_handlers();
         event.take_monitors();
         event.choose_parameters();
+        event.recall_handlers();
         event.collect_handlers();
-        event.route_event();
+        event.RouteEvent();
         event.wait_for_tasks();
     } catch (const std::exception&) {
         routing_log.report(log::severity::failed_operation, broadcast_failed,
@@ -47,21 +47,10 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
     }
 }
 
-// The same handlers as the last time, if no registration has changed since.
-void EventRoutingImpl::broadcast::recall_handlers() {
-    generation_ = service_.routing_lock_.current_generation();
-    matches_ = service_.records_.recall(counted_.visitor, generation_);
-}
-
 void EventRoutingImpl::broadcast::take_monitors() {
     monitors_ = service_.monitors_->GetMonitors();
-    if (monitors_.empty())
-        return;
-    begin_.emplace();
-    // A monitor that came after a handler is told of that handler.
-    const auto now = service_.routing_lock_.current_generation();
-    if (std::exchange(generation_, now) != now)
-        matches_ = nullptr;
+    if (!monitors_.empty())
+        begin_.emplace();
 }
 
 void EventRoutingImpl::broadcast::choose_parameters() {
@@ -73,6 +62,13 @@ void EventRoutingImpl::broadcast::choose_parameters() {
     if (!is_numbered(*parameters_))
         parameters_ = &numbered_.add_number(*parameters_, next_event_message_id());
     tells_monitors_ = true;
+}
+
+// The same handlers as the last time, if no registration has changed since. After the
+// monitors: one that came after a handler is told of that handler.
+void EventRoutingImpl::broadcast::recall_handlers() {
+    generation_ = service_.routing_lock_.current_generation();
+    matches_ = service_.records_.recall(at_the_end_.visitor, generation_);
 }
 
 // Empty ones are no paths.
@@ -89,31 +85,37 @@ void EventRoutingImpl::broadcast::split_paths(const Use& use) const {
 void EventRoutingImpl::broadcast::collect_handlers() {
     if (matches_)
         return;
-    flattening matches(counted_.visitor.paths(), generation_);
+    flattening matches(at_the_end_.visitor.paths(), generation_);
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
     event_routing_node::collected_handlers collected(&memory);
-    split_paths([&](std::string_view path) {
-        collected.clear();
-        {
-            threading::shared_lock_guard map_is_stable(service_.routing_lock_);
-            service_.map_.CollectHandlers(path, collected);
-        }
-        matches.FlattenHandlers(path, collected);
+    const auto failure = platform::guarded([&] {
+        split_paths([&](std::string_view path) {
+            collected.clear();
+            {
+                threading::shared_lock_guard map_is_stable(service_.routing_lock_);
+                service_.map_.CollectHandlers(path, collected);
+            }
+            matches.FlattenHandlers(path, collected);
+        });
     });
     auto made = matches.take();
     matches_ = made.get();
+    if (failure) { // monitors hear of what was found
+        service_.records_.keep(at_the_end_.visitor, std::move(made));
+        std::rethrow_exception(failure);
+    }
     // What cannot be remembered is looked for again.
-    platform::guarded([&] { service_.records_.remember(counted_.visitor, std::move(made)); });
+    platform::guarded([&] { service_.records_.remember(at_the_end_.visitor, std::move(made)); });
 }
 
-void EventRoutingImpl::broadcast::route_event() {
+void EventRoutingImpl::broadcast::RouteEvent() {
     for (const auto& handler : matches_->handlers)
         run_handler(handler);
 }
 
 void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handler) {
-    const announced_call body(service_.records_, counted_.visitor, *handler.handler);
+    const announced_call body(service_.records_, at_the_end_.visitor, *handler.handler);
     if (!body)
         return;
     const auto& [synchronous_part, asynchronous_part] = body->function;
@@ -126,7 +128,7 @@ void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handle
 // What the part answers; false also when it throws.
 bool EventRoutingImpl::broadcast::run_synchronous_part(const MultiPathHandlerInfo& handler,
                                                        const synchronous_event_part& part) {
-    const measured_part measured(monitors_);
+    const measurement_scope measured(monitors_);
     bool answer = false;
     const auto failure =
         platform::guarded([&] { answer = part(*handler.path, data_, *parameters_); });
@@ -161,7 +163,7 @@ void asynchronous_part::operator()() const {
     const running_call body(*handler_->handler);
     if (!body)
         return;
-    const measured_part measured(monitors_);
+    const measurement_scope measured(monitors_);
     body->function.asynchronous_part(*handler_->path, data_, parameters_);
     measured.end("Async: ", *handler_, data_, parameters_);
 }

@@ -17,18 +17,18 @@ public:
     broadcast(EventRoutingImpl& service, const std::string& paths, const event_data& data,
               const routing_parameters& parameters) noexcept
         : service_(service), paths_(paths), data_(data), parameters_(&parameters),
-          counted_(service.records_, paths) {}
+          at_the_end_(service.records_, paths) {}
     /// Tells the monitors and counts, however the broadcast ends. A monitor that ends
     /// its thread is unwound from here.
     ~broadcast() noexcept(false);
     broadcast(const broadcast&) = delete;
     broadcast& operator=(const broadcast&) = delete;
 
-    void recall_handlers();
     void take_monitors();
     void choose_parameters();
+    void recall_handlers();
     void collect_handlers();
-    void route_event();
+    void RouteEvent();
     void wait_for_tasks() const;
 
 private:
@@ -55,13 +55,13 @@ private:
     const std::string& paths_;
     const event_data& data_;
     const routing_parameters* parameters_; // the caller's, unless a number was added
-    counting counted_;
+    counting at_the_end_;
 
-    std::uint64_t generation_ = 0; // of the registrations when the broadcast began
     event_monitors::snapshot monitors_;
     std::optional<measurement> begin_; // only for monitors, like the next two
     numbered_parameters numbered_{service_.spare_parameters_};
     bool tells_monitors_ = false;
+    std::uint64_t generation_ = 0;        // of the registrations, from then on
     const match_list* matches_ = nullptr; // which the visitor keeps
     // How many milliseconds to wait for the tasks; nothing: not at all.
     std::optional<std::uint32_t> patience_;

@@ -60,6 +60,11 @@ void broadcast_records::remember(visitor& broadcast, std::shared_ptr<const match
         detach(replaced);
 }
 
+void broadcast_records::keep(visitor& broadcast, std::shared_ptr<const match_list> matches) {
+    platform::scoped_lock inside(guard_);
+    broadcast.own_ = std::move(matches);
+}
+
 void broadcast_records::take_seat(visitor& broadcast) {
     const auto place = std::ranges::find(under_way_, nullptr);
     const auto seat = static_cast<std::size_t>(place - under_way_.begin());
@@ -85,7 +90,7 @@ void broadcast_records::count_uses(registered_handler& removed) noexcept {
     platform::scoped_lock inside(guard_);
     for (visitor* const v : under_way_)
         if (v && v->inside_.load(std::memory_order_acquire) == &removed) {
-            v->is_counted_ = true;
+            v->is_use_counted_ = true;
             removed.count_use();
         }
 }
@@ -94,7 +99,7 @@ void broadcast_records::end_use(visitor& broadcast, registered_handler& used) {
     bool was_counted = false;
     {
         platform::scoped_lock inside(guard_);
-        was_counted = std::exchange(broadcast.is_counted_, false);
+        was_counted = std::exchange(broadcast.is_use_counted_, false);
     }
     if (was_counted)
         used.end_use();

@@ -55,7 +55,7 @@ public:
         std::shared_ptr<const match_list> own_; // which it made
         std::thread::id thread_;
         std::size_t seat_ = no_seat;
-        bool is_counted_ = false; // by a removal, in the handler that it is inside of
+        bool is_use_counted_ = false; // by a removal, in the handler that it is inside of
     };
 
     /// What was remembered for this generation, or null. Stays until the visitor
@@ -64,6 +64,9 @@ public:
 
     /// Remembers a list for others, perhaps. The visitor keeps it in any case.
     void remember(visitor& broadcast, std::shared_ptr<const match_list> matches);
+
+    /// Only keeps it.
+    void keep(visitor& broadcast, std::shared_ptr<const match_list> matches);
 
     /// Ends a visit and counts it. The period if it ended with this broadcast, else
     /// null; the caller writes its report.

@@ -2,8 +2,8 @@
 
 namespace zel::event_routing::impl {
 
-void measured_part::tell(const char* label, const MultiPathHandlerInfo& handler,
-                         const event_data& data, const routing_parameters& parameters) const {
+void measurement_scope::tell(const char* label, const MultiPathHandlerInfo& handler,
+                             const event_data& data, const routing_parameters& parameters) const {
     monitor::event_handling_info_2 info;
     begin_->end_into(info);
     info.handler_info.emplace(handler.level, label + handler.handler->description);

@@ -17,9 +17,9 @@ using event_monitors = MonitorHandlers<void(const std::string& path, const event
 
 /// Of one part of one handler. Begins when it is made, if there are monitors;
 /// otherwise it reads no clock and `end` does nothing.
-class measured_part {
+class measurement_scope {
 public:
-    explicit measured_part(const event_monitors::snapshot& monitors) : monitors_(monitors) {
+    explicit measurement_scope(const event_monitors::snapshot& monitors) : monitors_(monitors) {
         if (!monitors.empty())
             begin_.emplace();
     }
