@@ -44,8 +44,9 @@ TEST(ThreadDescription, IsKnownAtOnceAndFollowedByTheSystemsNameWhenItLastsAndWh
                 EXPECT_EQ(shown(), "fourteen bytes");
                 restore_thread_description("outer");
                 EXPECT_EQ(shown(), "outer");
+                pthread_setname_np(pthread_self(), "meanwhile");
                 restore_thread_description("");
-                EXPECT_EQ(shown() + text(), own);
+                EXPECT_EQ(shown() + text(), "meanwhile");
                 replace_thread_description("outer");
             }
         }).join();

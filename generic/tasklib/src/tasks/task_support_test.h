@@ -31,7 +31,7 @@ struct sample {
     }
 
     std::function<void()> body;
-    std::atomic<int> bodies{0};
+    std::atomic<int> bodies{0}, claims{0};
     std::shared_ptr<int> payload = std::make_shared<int>();
     std::shared_ptr<low_level_task_container> container =
         std::make_shared<low_level_task_container>("");

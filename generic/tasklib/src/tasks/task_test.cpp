@@ -7,26 +7,37 @@ namespace zel::tasklib::test {
 namespace {
 
 TEST(Task, RunsOnceOrIsCanceledWhicheverComesFirst) {
+    const auto processor = get_task_processor();
+    const auto submit = [&](const shared_task& t) { submit_or_cancel(t, *processor); };
     for (int round = 0; round < 20; ++round) {
         std::deque<sample> tasks(200);
-        std::latch start(3);
-        const auto with_each = [&](auto action) {
-            return std::jthread([&, action] {
-                start.arrive_and_wait();
-                for (auto& task : tasks)
-                    action(task);
-            });
-        };
         {
-            const auto runner = with_each([](sample& t) { t.share()->run(false); });
-            const auto executer = with_each([processor = get_task_processor()](sample& t) {
-                processor->execute(t.share(), true);
+            std::latch start(6);
+            const auto with_each = [&](auto action) {
+                return std::jthread([&, action] {
+                    start.arrive_and_wait();
+                    for (auto& task : tasks)
+                        action(task);
+                });
+            };
+            const auto claim = [](sample& t) {
+                t.claims += t.share()->try_claim();
+                t.share()->run(false);
+            };
+            const auto one = with_each(claim), two = with_each(claim);
+            const auto submitter = with_each([&](sample& t) { submit(t.share()); });
+            const auto runner = with_each([&](sample& t) { processor->execute(t.share(), true); });
+            const auto canceler = with_each([&](sample& t) {
+                round % 3 == 0 ? t.container->end() : void(t.handle.cancel());
+                submit(make_task("", t.container, [held = t.payload] {}).share());
             });
-            const auto canceler = with_each(
-                [&](sample& t) { round % 3 == 0 ? t.container->end() : void(t.handle.cancel()); });
+            const auto waiter =
+                with_each([&](sample& t) { EXPECT_TRUE(t.container->wait(in_time, 0)); });
         }
-        for (auto& task : tasks)
-            EXPECT_TRUE(task.is_over() && task.bodies <= 1);
+        for (auto& task : tasks) {
+            EXPECT_TRUE(task.container->wait(in_time, 0) && task.is_over());
+            EXPECT_TRUE(task.bodies <= 1 && task.claims <= 1);
+        }
     }
 }
 
