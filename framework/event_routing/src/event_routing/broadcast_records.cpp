@@ -100,41 +100,28 @@ void broadcast_records::end_use(visitor& broadcast, registered_handler& used) {
         used.end_use();
 }
 
-// Writes the count of a list into the period and leaves the list to its users.
+// Leaves a list to its users.
 void broadcast_records::detach(const std::shared_ptr<const match_list>& matches) noexcept {
-    auto& book = matches->book;
-    if (book.period == period_number_) {
-        period_->path_counts[book.place_in_period].count = book.count;
-        counted_[book.place_in_period] = nullptr;
-    }
-    book.is_current = false;
-    if (book.users > 0)
-        book.self = matches;
+    matches->book.is_current = false;
+    if (matches->book.users > 0)
+        matches->book.self = matches;
 }
 
+// The list of a text remembers where in the period its count is; a text without a list is
+// added each time.
 void broadcast_records::count(const visitor& broadcast) {
-    const match_list* const matched = broadcast.used_ ? broadcast.used_ : broadcast.own_.get();
+    const match_list* const matched = broadcast.list();
     const match_list* const current =
         matched && matched->book.is_current ? matched : lists_.find(broadcast.paths_).get();
-    if (!current || current->book.period != period_number_) {
-        // The text is shared with the list, but for very long lists.
-        const match_list* const owner = current ? current : matched;
-        auto text =
-            owner && lists_.fits(*owner)
-                ? std::shared_ptr<const std::string>(owner->shared_from_this(), &owner->text)
-                : std::make_shared<const std::string>(broadcast.paths_.text);
-        // So that the two grow together or not at all.
-        counted_.reserve(std::max<std::size_t>(broadcasts_in_period, counted_.size() + 1));
-        period_->path_counts.push_back({std::move(text), 1});
-        counted_.push_back(current);
+    if (current && current->book.period == period_number_) {
+        ++period_->path_counts[current->book.place_in_period].count;
+    } else {
+        period_->add_path(broadcast.paths_.text);
         if (current) {
-            current->book.count = 0;
             current->book.period = period_number_;
-            current->book.place_in_period = counted_.size() - 1;
+            current->book.place_in_period = period_->path_counts.size() - 1;
         }
     }
-    if (current)
-        ++current->book.count;
     ++total_count_;
 }
 
@@ -154,10 +141,6 @@ std::unique_ptr<const statistics_data_t> broadcast_records::UpdateStatistics(vis
 
 std::unique_ptr<statistics_data_t> broadcast_records::end_period() {
     auto next = std::make_unique<statistics_data_t>();
-    for (std::size_t i = 0; i < counted_.size(); ++i)
-        if (counted_[i])
-            period_->path_counts[i].count = counted_[i]->book.count;
-    counted_.clear();
     period_->total_count = std::exchange(total_count_, 0);
     deadline_ = next->deadline;
     ++period_number_;

@@ -94,9 +94,6 @@ private:
     std::uint64_t period_number_ ZEL_GUARDED_BY(guard_) = 1;
     tasklib::unbiased_clock::time_point deadline_ ZEL_GUARDED_BY(guard_);
     std::unique_ptr<statistics_data_t> period_ ZEL_GUARDED_BY(guard_);
-    // Where the counts of the period still are: in a list, or null when they were
-    // written down.
-    std::vector<const match_list*> counted_ ZEL_GUARDED_BY(guard_);
 
     match_table<match_list> lists_ ZEL_GUARDED_BY(guard_);
     // Those that have begun and are not counted yet; null where a seat is free.

@@ -8,8 +8,8 @@
 #include <tasklib/unbiased_clock.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zel::event_routing::impl {
@@ -17,7 +17,8 @@ namespace zel::event_routing::impl {
 /// One period.
 struct statistics_data_t {
     struct path_count {
-        std::shared_ptr<const std::string> path; ///< as BroadcastEvent was given it
+        std::size_t begin; ///< in the texts
+        std::size_t length;
         std::uint32_t count;
     };
 
@@ -25,7 +26,16 @@ struct statistics_data_t {
     tasklib::unbiased_clock::time_point deadline = start + std::chrono::hours(1);
     /// A path may stand here several times; the report adds them up.
     std::vector<path_count> path_counts;
+    /// The paths as BroadcastEvent was given them, in one row: a new one costs a copy and
+    /// as a rule no allocation.
+    std::string texts;
     std::uint32_t total_count = 0;
+
+    /// A path that was broadcast once. When memory is short, nothing is added.
+    void add_path(std::string_view path) {
+        texts.append(path);
+        path_counts.push_back({texts.size() - path.size(), path.size(), 1});
+    }
 };
 
 std::string report_of(const statistics_data_t& period);

@@ -39,11 +39,10 @@ struct match_list : matches_of_text, std::enable_shared_from_this<match_list> {
 
     /// Of broadcast_records, which guards it.
     struct bookkeeping {
-        std::uint32_t users = 0; // broadcasts that run the list without a reference
-        std::uint32_t count = 0; // of broadcasts in this period
-        std::uint64_t period = 0;
-        std::size_t place_in_period = 0;
+        std::uint32_t users = 0;                // broadcasts that run the list without a reference
         bool is_current = false;                // found by those who broadcast the text
+        std::uint64_t period = 0;               // in which it was counted last
+        std::size_t place_in_period = 0;        // of its count
         std::shared_ptr<const match_list> self; // held for users after the list was replaced
     };
     mutable bookkeeping book;
