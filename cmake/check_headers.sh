@@ -5,6 +5,7 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 mapfile -d '' headers < <(git ls-files -z --cached --others --exclude-standard -- '*.h')
+wait $! # fails where git does
 
 # A header is named by its path in the repository or below a folder "include".
 flags=(-I.)

@@ -39,12 +39,6 @@ foreach(target IN LISTS installed_targets)
         list(FILTER links EXCLUDE REGEX "project_options")
         set_target_properties(${target} PROPERTIES INTERFACE_LINK_LIBRARIES "${links}")
     endif()
-    # Folders of the checkout mean nothing to a user of the installed package.
-    get_target_property(folders ${target} INTERFACE_INCLUDE_DIRECTORIES)
-    if(folders)
-        list(TRANSFORM folders REPLACE "^(${PROJECT_SOURCE_DIR}.*)$" "$<BUILD_INTERFACE:\\1>")
-        set_target_properties(${target} PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "${folders}")
-    endif()
 endforeach()
 
 # The link libevent_routing.so belongs to the runtime: hosts load the library by its name.

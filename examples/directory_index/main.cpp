@@ -11,6 +11,7 @@
 #include <platform/interrupt.h>
 
 #include <exception>
+#include <filesystem>
 #include <optional>
 
 namespace {
@@ -69,6 +70,12 @@ int run(const command_line& command) {
     if (command.trace.empty())
         return index_and_report(command, to, interrupt);
 
+    if (std::error_code failure; !command.handlers) {
+        // Before the trace replaces what its file may hold.
+        std::filesystem::directory_iterator(command.folder, failure);
+        if (failure)
+            return refuse(command.folder, failure);
+    }
     std::optional<trace_file> trace;
     try {
         trace.emplace(command.trace, to);

@@ -1,33 +1,22 @@
 #include "examples/directory_index/report_text.h"
 
-#include <fmt/format.h>
+#include <framework/serialization/json_text.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <fmt/format.h>
 
 namespace directory_index {
 
 namespace {
 
-bool is_continuation(char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
-}
-
 // Bytes of the UTF-8 character at the beginning, 0 when there is none.
 std::size_t character_length(std::string_view text) {
-    const auto lead = static_cast<unsigned char>(text.front());
-    const std::size_t length = lead < 0x80   ? 1
-                               : lead < 0xC2 ? 0
-                               : lead < 0xE0 ? 2
-                               : lead < 0xF0 ? 3
-                               : lead < 0xF5 ? 4
-                                             : 0;
-    if (length > text.size())
-        return 0;
-    for (std::size_t i = 1; i < length; ++i)
-        if (!is_continuation(text[i]))
-            return 0;
-    return length;
+    for (std::size_t length = 1; length <= std::min<std::size_t>(4, text.size()); ++length)
+        if (zel::serialization::is_utf8(text.substr(0, length)))
+            return length;
+    return 0;
 }
 
 bool is_control(std::string_view character) {

@@ -5,11 +5,13 @@ set -euo pipefail
 lines() {
     printf '%s\n' 'one' '' 'two words'
     for ((i = 0; i < 2000; ++i)); do echo "line $i has five words"; done
+    printf 'no newline'
 }
 
 expected() {
     printf '%s\n' '1 words: one' '0 words: ' '2 words: two words'
     for ((i = 0; i < 2000; ++i)); do echo "5 words: line $i has five words"; done
+    echo '2 words: no newline'
 }
 
 diff <(expected) <(lines | "$1")

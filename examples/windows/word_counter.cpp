@@ -45,6 +45,8 @@ bool word_counter::read_from(int descriptor) {
     std::array<char, 4096> some{};
     const auto size = read(descriptor, some.data(), some.size());
     if (size <= 0) {
+        if (!unfinished_.empty())
+            take_line(std::exchange(unfinished_, {})); // the last line needs no newline
         has_ended_ = true;
         quit_when_done();
         return false;

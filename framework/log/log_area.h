@@ -28,6 +28,14 @@ public:
             hand_over(*log, severity, position, make_text(), nullptr);
     }
 
+    /// Says what is about to happen, which a sink that fails must not prevent. What keeps
+    /// the log library from being used reaches the caller.
+    template <class MakeText>
+    void announce(int severity, source_position& position, MakeText&& make_text) const {
+        if (const auto log = wanted(severity))
+            platform::guarded([&] { hand_over(*log, severity, position, make_text(), nullptr); });
+    }
+
     /// Writes a message with an exception attached.
     template <class MakeText>
     void report(int severity, source_position& position, const std::exception_ptr& failure,

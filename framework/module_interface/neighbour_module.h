@@ -27,7 +27,9 @@ struct neighbour_names {
 class loaded_library {
 public:
     explicit loaded_library(const std::string& library) : image_(load(library)) {}
-    ~loaded_library() { loader().free_dll(image_); }
+    ~loaded_library() {
+        platform::guarded([&] { loader().free_dll(image_); });
+    }
     loaded_library(const loaded_library&) = delete;
     loaded_library& operator=(const loaded_library&) = delete;
 

@@ -14,23 +14,24 @@ namespace zel::log {
 // Ends the feeding of one sink. Holds the log weakly: it may be gone before.
 class LogModuleImpl::subscription final : public InterfaceBase {
 public:
-    subscription(std::weak_ptr<LogModuleImpl> log, std::shared_ptr<ILogSink> sink,
-                 std::uint64_t number)
-        : log_(std::move(log)), sink_(std::move(sink)), number_(number) {}
+    subscription(std::weak_ptr<LogModuleImpl> log, std::shared_ptr<entry> own)
+        : log_(std::move(log)), own_(std::move(own)) {}
     ~subscription() override {
+        own_->is_active.store(false, std::memory_order_relaxed);
+        // Without memory for another list it stays in this one until the next change.
         if (const auto log = log_.lock())
-            log->remove(number_);
+            platform::guarded([&] { log->remove(*own_); });
     }
 
 private:
     std::weak_ptr<LogModuleImpl> log_;
-    std::shared_ptr<ILogSink> sink_; // so that it never ends under the log's guard
-    std::uint64_t number_;
+    std::shared_ptr<entry> own_; // so that the sink never ends under the log's guard
 };
 
 LogModuleImpl::LogModuleImpl() {
     platform::scoped_lock inside(guard_);
-    replace({{std::make_shared<standard_error_sink>(), severity::failed_operation, 0}});
+    replace({std::make_shared<entry>(std::make_shared<standard_error_sink>(),
+                                     severity::failed_operation)});
 }
 
 const mi::LibraryDescriptor& LogModuleImpl::GetLibraryDescriptor() const {
@@ -38,24 +39,25 @@ const mi::LibraryDescriptor& LogModuleImpl::GetLibraryDescriptor() const {
     return descriptor;
 }
 
-void LogModuleImpl::Write(const record& entry) {
+void LogModuleImpl::Write(const record& written) {
     std::shared_ptr<const sink_list> sinks;
     {
         platform::scoped_lock inside(guard_);
         sinks = sinks_;
     }
-    record complete = entry;
+    record complete = written;
     std::string text;
-    if (entry.exception) {
-        text = std::string(entry.text) + "\n" + exception_text(entry.exception);
+    if (written.exception) {
+        text = std::string(written.text) + "\n" + exception_text(written.exception);
         complete.text = text;
     }
     // A sink that fails keeps no other from its record.
     std::exception_ptr first_failure;
     for (const auto& wanting : *sinks) {
-        if (entry.severity < wanting.lowest_severity)
+        if (written.severity < wanting->lowest_severity ||
+            !wanting->is_active.load(std::memory_order_relaxed))
             continue;
-        const auto failure = platform::guarded([&] { wanting.sink->Write(complete); });
+        const auto failure = platform::guarded([&] { wanting->sink->Write(complete); });
         if (!first_failure)
             first_failure = failure;
     }
@@ -67,10 +69,11 @@ std::shared_ptr<InterfaceBase> LogModuleImpl::AddSink(std::shared_ptr<ILogSink> 
                                                       int lowest_severity) {
     if (!sink)
         throw std::invalid_argument("zel::log::ILogModule::AddSink: the sink is null.");
+    const auto added = std::make_shared<entry>(std::move(sink), lowest_severity);
+    auto result = std::make_shared<subscription>(weak_from_this(), added);
     platform::scoped_lock inside(guard_);
-    auto result = std::make_shared<subscription>(weak_from_this(), sink, ++last_number_);
     sink_list list = *sinks_;
-    list.push_back({std::move(sink), lowest_severity, last_number_});
+    list.push_back(added);
     replace(std::move(list));
     return result;
 }
@@ -78,21 +81,21 @@ std::shared_ptr<InterfaceBase> LogModuleImpl::AddSink(std::shared_ptr<ILogSink> 
 void LogModuleImpl::SetDefaultSinkSeverity(int lowest_severity) {
     platform::scoped_lock inside(guard_);
     sink_list list = *sinks_;
-    list.front().lowest_severity = lowest_severity;
+    list.front() = std::make_shared<entry>(list.front()->sink, lowest_severity);
     replace(std::move(list));
 }
 
-void LogModuleImpl::remove(std::uint64_t number) {
+void LogModuleImpl::remove(const entry& gone) {
     platform::scoped_lock inside(guard_);
     sink_list list = *sinks_;
-    std::erase_if(list, [&](const entry_t& e) { return e.number == number; });
+    std::erase_if(list, [&](const auto& e) { return e.get() == &gone; });
     replace(std::move(list));
 }
 
 void LogModuleImpl::replace(sink_list list) {
     int lowest = silent;
-    for (const auto& entry : list)
-        lowest = std::min(lowest, entry.lowest_severity);
+    for (const auto& wanting : list)
+        lowest = std::min(lowest, wanting->lowest_severity);
     sinks_ = std::make_shared<const sink_list>(std::move(list));
     lowest_.store(lowest, std::memory_order_relaxed);
 }

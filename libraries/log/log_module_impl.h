@@ -26,22 +26,25 @@ public:
     void SetDefaultSinkSeverity(int lowest_severity) override;
 
 private:
-    struct entry_t {
-        std::shared_ptr<ILogSink> sink;
-        int lowest_severity;
-        std::uint64_t number; ///< names the subscription: a sink may have several
+    /// One for each subscription: a sink may have several.
+    struct entry {
+        entry(std::shared_ptr<ILogSink> to, int lowest)
+            : sink(std::move(to)), lowest_severity(lowest) {}
+
+        const std::shared_ptr<ILogSink> sink;
+        const int lowest_severity;
+        std::atomic<bool> is_active{true}; // relaxed: a record may always be under way
     };
-    using sink_list = std::vector<entry_t>;
+    using sink_list = std::vector<std::shared_ptr<entry>>;
     class subscription;
 
-    void remove(std::uint64_t number);
+    void remove(const entry& gone);
     void replace(sink_list list) ZEL_REQUIRES(guard_);
 
     // Guards the pointer; the list itself is never changed, so that a record is
     // written without a lock and a sink may come or go from inside a call.
     platform::critical_section guard_;
     std::shared_ptr<const sink_list> sinks_ ZEL_GUARDED_BY(guard_);
-    std::uint64_t last_number_ ZEL_GUARDED_BY(guard_) = 0;
     std::atomic<int> lowest_{silent};
 };
 

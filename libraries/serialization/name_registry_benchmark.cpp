@@ -1,7 +1,7 @@
 // Finding data types by name.
 #include "libraries/serialization/name_registry.h"
 
-#include "framework/serialization/data.h"
+#include "framework/serialization/bin_serialization_module.h"
 
 #include <benchmark/benchmark.h>
 

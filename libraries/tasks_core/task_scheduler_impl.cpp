@@ -1,6 +1,7 @@
 #include "libraries/tasks_core/task_scheduler_impl.h"
 
 #include "framework/exceptions/exceptions.h"
+#include "generic/tasklib/src/tasks/deadline.h"
 
 #include <tasklib/task_processor.h>
 
@@ -15,15 +16,6 @@ namespace {
 
 constexpr auto never = unbiased_clock::time_point::max();
 
-unbiased_clock::time_point moment_after(threading::universal_timeout left) {
-    constexpr std::int64_t ticks_per_microsecond = 10;
-    const auto now = unbiased_clock::now();
-    if (left.infinite || left.microseconds > (never - now).count() / ticks_per_microsecond)
-        return never;
-    const auto microseconds = std::max<std::int64_t>(left.microseconds, 0);
-    return now + unbiased_clock::duration(microseconds * ticks_per_microsecond);
-}
-
 } // namespace
 
 task_scheduler_impl::task_scheduler_impl(std::shared_ptr<task_threads> threads)
@@ -33,7 +25,7 @@ void task_scheduler_impl::schedule(const std::shared_ptr<task_ifc>& task,
                                    const std::shared_ptr<task_processor_ifc>& processor,
                                    const std::shared_ptr<scheduling_parameters_ifc>& parameters,
                                    std::uint32_t) {
-    const auto when = moment_after(parameters->time_left());
+    const auto when = deadline(parameters->time_left()).moment();
     task->set_submitter(shared_from_this());
     try {
         // What is due at once has the timer look also at what is due before: a clock that was
@@ -86,6 +78,7 @@ void task_scheduler_impl::withdraw(task_ifc& task) {
 std::vector<std::shared_ptr<task_ifc>> task_scheduler_impl::stop_taking() {
     std::vector<std::shared_ptr<task_ifc>> rest;
     platform::scoped_lock inside(guard_);
+    rest.reserve(delayed_.size()); // nothing fails from here on
     ended_ = true;
     for (auto& [key, entry] : delayed_)
         rest.push_back(std::move(entry.task));
@@ -112,7 +105,9 @@ void task_scheduler_impl::set_timer() {
 }
 
 void task_scheduler_impl::submit_due() {
-    for (const auto& due_now : take_due()) {
+    std::vector<delayed_task> all_due;
+    platform::guarded([&] { all_due = take_due(); }); // without memory: the next time
+    for (const auto& due_now : all_due) {
         due_now.task->take_submitter();
         if (platform::guarded([&] { due_now.processor->submit(due_now.task, 0); }))
             due_now.task->cancellation().cancel(); // it must not stay behind
@@ -125,6 +120,8 @@ std::vector<task_scheduler_impl::delayed_task> task_scheduler_impl::take_due() {
     const auto now = unbiased_clock::now();
     const auto is_due = [now](const due& key) { return key.first <= now && key.first != never; };
     platform::scoped_lock inside(guard_);
+    taken.reserve(static_cast<std::size_t>(
+        std::ranges::count_if(delayed_, is_due, [](const auto& entry) { return entry.first; })));
     while (!delayed_.empty() && is_due(delayed_.begin()->first)) {
         places_.erase(delayed_.begin()->second.task.get());
         taken.push_back(std::move(delayed_.begin()->second));

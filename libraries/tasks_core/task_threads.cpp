@@ -8,6 +8,7 @@
 #include <platform/impersonation_watch.h>
 #include <platform/process.h>
 
+#include <algorithm>
 #include <asio/post.hpp>
 
 namespace zel::tasklib {
@@ -63,14 +64,19 @@ worker::~worker() {
     current_ = nullptr;
     if (unwound_)
         threads_.unwound(inside_turn);
-    platform::scoped_lock inside(threads_.threads_guard_);
-    threads_.left_.push_back(std::this_thread::get_id());
+    const platform::no_cancellation to_the_end;
+    if (auto left_before = threads_.leave_the_list(); left_before.joinable())
+        left_before.join();
 }
 
 task_threads::task_threads(const thread_limits& limits)
     : limits_(limits), timers_(1), workers_stay_(workers_.get_executor()),
       timers_stay_(timers_.get_executor()), watch_timer_(timers_) {
-    timer_thread_ = std::thread([this] { timers_.run(); });
+    timer_thread_ = std::thread([this] {
+        while (platform::guarded([&] { timers_.run(); })) {
+            // Without memory something was left undone, and is done at the next occasion.
+        }
+    });
 }
 
 task_threads::~task_threads() = default;
@@ -241,6 +247,7 @@ void task_threads::wait_ends() noexcept {
 std::vector<std::shared_ptr<task_ifc>> task_threads::stop_taking() {
     std::vector<std::shared_ptr<task_ifc>> rest;
     platform::scoped_lock inside(guard_);
+    rest.reserve(pending_.size()); // nothing fails from here on
     ended_.store(true, std::memory_order_release);
     while (auto task = pending_.take_first())
         rest.push_back(std::move(task));
@@ -259,16 +266,31 @@ void join_or_leave(std::thread& thread) {
 
 } // namespace
 
+// Its destructors of thread-local objects, which may take their time, are still to come.
+std::thread task_threads::leave_the_list() {
+    platform::scoped_lock inside(threads_guard_);
+    const auto own = std::ranges::find(workers_list_, std::this_thread::get_id(),
+                                       [](const std::thread& t) { return t.get_id(); });
+    if (own == workers_list_.end())
+        return {}; // the end waits for it
+    auto before = std::exchange(last_that_left_, std::move(*own));
+    workers_list_.erase(own);
+    return before;
+}
+
 void task_threads::join() {
     std::list<std::thread> threads;
+    std::thread left;
     {
         platform::scoped_lock inside(threads_guard_);
         no_more_threads_ = true;
         threads.swap(workers_list_);
+        left.swap(last_that_left_);
     }
     workers_.stop();
     for (auto& thread : threads)
         join_or_leave(thread);
+    join_or_leave(left);
     timers_.stop();
     join_or_leave(timer_thread_);
 }

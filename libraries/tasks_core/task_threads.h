@@ -87,7 +87,7 @@ private:
     std::size_t threads_to_leave(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
     void hurry_watch() noexcept;
     void send_threads_away(std::size_t count);
-    void join_those_that_left();
+    std::thread leave_the_list();
 
     const thread_limits limits_;
     asio::io_context workers_;
@@ -130,7 +130,8 @@ private:
     // Guards the list of threads; held while one is started, never while a task runs.
     platform::critical_section threads_guard_;
     std::list<std::thread> workers_list_ ZEL_GUARDED_BY(threads_guard_);
-    std::vector<std::thread::id> left_ ZEL_GUARDED_BY(threads_guard_);
+    // Joined by the next that leaves: whatever thread waited for it might be needed.
+    std::thread last_that_left_ ZEL_GUARDED_BY(threads_guard_);
     bool no_more_threads_ ZEL_GUARDED_BY(threads_guard_) = false;
     std::thread timer_thread_;
 };

@@ -24,7 +24,6 @@ void task_threads::hurry_watch() noexcept {
 }
 
 void task_threads::watch(bool hurried) {
-    join_those_that_left();
     const bool names_follow = platform::publish_thread_descriptions();
     const auto pause = look_around(names_follow || hurried);
     watch_timer_.cancel();
@@ -106,22 +105,6 @@ std::size_t task_threads::threads_to_leave(std::chrono::steady_clock::time_point
     threads_ = needed;
     added_ -= std::min(added_, leaving);
     return leaving;
-}
-
-void task_threads::join_those_that_left() {
-    std::list<std::thread> left;
-    {
-        platform::scoped_lock inside(threads_guard_);
-        for (const auto id : left_) {
-            const auto found = std::find_if(workers_list_.begin(), workers_list_.end(),
-                                            [&](const auto& t) { return t.get_id() == id; });
-            if (found != workers_list_.end())
-                left.splice(left.end(), workers_list_, found);
-        }
-        left_.clear();
-    }
-    for (auto& thread : left)
-        thread.join();
 }
 
 } // namespace zel::tasklib

@@ -30,6 +30,8 @@ std::string quoted(const std::string& text) {
         if (c == '"' || c == '\\')
             shown += '\\';
         shown += c;
+        if (c == '&') // Graphviz decodes entities
+            shown += "amp;";
     }
     return shown + '"';
 }

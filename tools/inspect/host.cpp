@@ -13,7 +13,7 @@ namespace {
 // What users write for a file is one, also without a folder; the loader takes such a
 // word for the name of a library.
 std::string path_or_name(const std::string& library) {
-    const bool is_file = library.find(".so") != std::string::npos;
+    const bool is_file = library.ends_with(".so") || library.find(".so.") != std::string::npos;
     return is_file && library.find('/') == std::string::npos ? "./" + library : library;
 }
 

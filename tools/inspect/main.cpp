@@ -5,6 +5,7 @@
 #include "tools/inspect/handler_tree.h"
 #include "tools/inspect/host.h"
 #include "tools/inspect/output.h"
+#include "tools/inspect/printable.h"
 #include "tools/inspect/reach.h"
 #include "tools/inspect/send.h"
 #include "tools/inspect/watch.h"
@@ -23,7 +24,7 @@ using zel::platform::interrupt_watch;
 enum exit_code { done = 0, failed = 1, bad_request = 2 };
 
 int complain(exit_code code, const std::string& text) {
-    std::fprintf(stderr, "event_routing_inspect: %s\n", text.c_str());
+    std::fprintf(stderr, "event_routing_inspect: %s\n", printable_message(text).c_str());
     return code;
 }
 

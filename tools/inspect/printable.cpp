@@ -27,15 +27,16 @@ bool is_control(std::string_view character) {
     return byte(0) == 0xC2 && byte(1) < 0xA0;
 }
 
-} // namespace
-
-std::string printable(std::string_view text) {
+// `kept`: what stays though it would be shown otherwise.
+std::string shown_safely(std::string_view text, std::string_view kept) {
     std::string shown;
     shown.reserve(text.size());
     while (!text.empty()) {
         const std::size_t length = character_length(text);
         const std::string_view character = text.substr(0, std::max<std::size_t>(1, length));
-        if (character == "\\")
+        if (kept.find(character) != kept.npos)
+            shown += character;
+        else if (character == "\\")
             shown += "\\\\";
         else if (length != 0 && !is_control(character))
             shown += character;
@@ -45,6 +46,16 @@ std::string printable(std::string_view text) {
         text.remove_prefix(character.size());
     }
     return shown;
+}
+
+} // namespace
+
+std::string printable(std::string_view text) {
+    return shown_safely(text, {});
+}
+
+std::string printable_message(std::string_view message) {
+    return shown_safely(message, "\n\t\\");
 }
 
 } // namespace inspect

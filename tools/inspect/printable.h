@@ -10,4 +10,7 @@ namespace inspect {
 /// or a byte that is no UTF-8 becomes "\x1b" or the like, a backslash two.
 std::string printable(std::string_view text);
 
+/// Of a message, parts of which may be printable already: lines, tabs and backslashes stay.
+std::string printable_message(std::string_view message);
+
 } // namespace inspect

@@ -121,10 +121,14 @@ TEST_F(AsynchronousPart, MayDropItsOwnCookieAndTheLastReferenceToTheService) {
     cookie own;
     const std::weak_ptr service = events;
     signal dropped;
+    const auto captured = std::make_shared<int>();
+    auto monitor = events->RegisterMonitorHandler([captured](auto&&...) {});
     const auto drops = [&](auto&&...) {
         blocks()();
         own.reset();
         EXPECT_TRUE(service.expired());
+        monitor.reset();
+        EXPECT_EQ(captured.use_count(), 1) << "it is not told of this part any more";
         dropped.set();
     };
     own = start("a", drops, events->CreateTaskQueue());

@@ -31,8 +31,8 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
     const std::shared_ptr<tasklib::task_queue_ifc>& queue, const std::string& path,
     const synchronous_event_part& synchronous_part,
     const asynchronous_event_part& asynchronous_part, const std::string& description) {
-    routing_log.write(log::severity::registration, registering,
-                      [&] { return "Registering event handler for " + path + "."; });
+    routing_log.announce(log::severity::registration, registering,
+                         [&] { return "Registering event handler for " + path + "."; });
     const prepared_handler<event_routing_node> handler(
         path, EventRoutingNodeFunction{synchronous_part, asynchronous_part},
         EventRoutingNodeAdditionalData{queue}, description);

@@ -124,10 +124,21 @@ TEST(NamedEventRouting, IsOneInstanceForEachName) {
 }
 
 TEST(DataTypeNotRegistered, NamesRequestAndType) {
-    const data_type_not_registered failure("Request", "a.b", {{"synchronous", 1}}, "N");
-    EXPECT_STREQ(failure.what(), "Request a.b: 'N' data type is not registered.");
-    EXPECT_EQ(failure.path() + failure.data_type(), "a.bN");
-    EXPECT_EQ(failure.parameters().at("synchronous").number, 1);
+    // Registered by nobody: by Request for instance, which does so first.
+    using never = std::pair<std::array<std::int64_t, 97>, std::tuple<>>;
+    const std::string name(kept_type_name<never>());
+    const auto callable = [] { return never::first_type(); };
+    CustomRequestHandler<std::tuple<>, never, decltype(callable)> handler(callable);
+    std::shared_ptr<serialization::IDataHolder> response, error_response;
+    try {
+        handler("a.b", serialization::make_payload(std::tuple<>()), response, error_response,
+                {{"synchronous", 1}});
+        FAIL();
+    } catch (const data_type_not_registered& failure) {
+        EXPECT_EQ(failure.what(), "Request a.b: '" + name + "' data type is not registered.");
+        EXPECT_EQ(failure.path() + failure.data_type(), "a.b" + name);
+        EXPECT_EQ(failure.parameters().at("synchronous").number, 1);
+    }
 }
 
 } // namespace

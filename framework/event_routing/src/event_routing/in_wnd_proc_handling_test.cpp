@@ -185,6 +185,42 @@ TEST_F(WindowWork, TellsTheSenderThatItHasThrownAndKeepsWhatIsQueuedBehindIt) {
     EXPECT_EQ(taken_notes(), "a");
 }
 
+TEST_F(WindowWork, GoesBothWaysAtOnce) {
+    served_window one, other;
+    const auto to_one = handling_of(one.handle()), to_other = handling_of(other.handle());
+    std::atomic<int> done{0};
+    const auto goes = [&](auto& there, auto& back) {
+        for (int i = 0; i < 1'000; ++i)
+            EXPECT_TRUE(send_to_window(*there, [&] { send_to_window(*back, [&] { ++done; }); }));
+    };
+    std::jthread also([&] { goes(to_one, to_other); });
+    goes(to_other, to_one);
+    also.join();
+    EXPECT_EQ(done, 2'000);
+}
+
+TEST_F(WindowWork, LeavesAWindowToItsEndWhoeverAsksForItMeanwhile) {
+    window_handle early{};
+    window_function tells = [&](auto message, auto...) {
+        if (message == destroy_message)
+            note("told");
+        return 0;
+    };
+    window_function asks = [&](auto message, auto...) {
+        if (message == destroy_message) {
+            EXPECT_NE(handling_of(early), nullptr);
+        }
+        return 0;
+    };
+    std::jthread([&] { // the end of which destroys them, the later one first
+        early = create_window(&call_function, &tells);
+        handling_of(early);
+        create_window(&call_function, &asks);
+    })
+        .join();
+    EXPECT_EQ(taken_notes(), "told");
+}
+
 // The window's end waits for the handler, and the handler for the window.
 TEST_F(WindowWork, FailsForAHandlerWhoseCookieTheEndOfItsWindowReleases) {
     std::optional<std::intptr_t> first = 1, second = 1;

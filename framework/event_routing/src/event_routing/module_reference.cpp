@@ -83,7 +83,7 @@ ThisModule::SerializeRoutingParameters(const routing_parameters& parameters) {
 
 routing_parameters ThisModule::DeserializeRoutingParameters(const std::uint8_t* data,
                                                             std::size_t size) {
-    return parameters_from_bytes({data, size});
+    return parameters_from_bytes({data, data ? size : 0});
 }
 
 std::string ThisModule::CreateUniqueName(const std::string& base) {

@@ -100,6 +100,10 @@ TEST_F(Registration, DropFromInsideTheHandlerDoesNotWait) {
 
 TEST_F(Registration, IsLoggedListedAndKeepsItsService) {
     const test::log_capture log(0);
+    struct failing_sink : log::ILogSink {
+        void Write(const log::record&) override { throw std::runtime_error("disk full"); }
+    };
+    const auto fails = log::get_log_module()->AddSink(std::make_shared<failing_sink>(), 0);
     const std::weak_ptr watched = snowballs;
     const cookies held = {listen("a.b", nullptr, nullptr, "e"), answer("a.c", nullptr, "r"),
                           fallback("a.y.*", nullptr, "f"), redirect("a.z", nullptr, "d")};

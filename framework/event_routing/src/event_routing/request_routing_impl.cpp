@@ -28,8 +28,8 @@ std::shared_ptr<tasklib::keep_registered>
 RequestRoutingImpl::RegisterRequestHandler(const std::string& path, std::int32_t priority,
                                            const request_handler& handler,
                                            const std::string& description) {
-    routing_log.write(log::severity::registration, registering,
-                      [&] { return "Registering request handler for " + path + "."; });
+    routing_log.announce(log::severity::registration, registering,
+                         [&] { return "Registering request handler for " + path + "."; });
     const prepared_handler<request_routing_node> prepared(
         path, handler, RequestRoutingNodeAdditionalData{priority}, description);
     const auto events = events_.lock(); // may be the last reference, so it outlives the hold
@@ -42,7 +42,7 @@ RequestRoutingImpl::RegisterRequestHandler(const std::string& path, std::int32_t
 
 std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestFallbackHandler(
     const std::string& path, const request_handler& handler, const std::string& description) {
-    routing_log.write(log::severity::registration, registering_fallback, [&] {
+    routing_log.announce(log::severity::registration, registering_fallback, [&] {
         return "Registering request fallback handler for " + path + ". Description: " + description;
     });
     const prepared_handler<request_routing_node> prepared(
@@ -53,7 +53,7 @@ std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestFal
 
 std::shared_ptr<tasklib::keep_registered> RequestRoutingImpl::RegisterRequestRedirectionHandler(
     const std::string& path, const request_handler& handler, const std::string& description) {
-    routing_log.write(log::severity::registration, registering_redirection, [&] {
+    routing_log.announce(log::severity::registration, registering_redirection, [&] {
         return "Registering request redirection handler for " + path +
                ". Description: " + description;
     });

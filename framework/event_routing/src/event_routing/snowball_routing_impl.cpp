@@ -20,8 +20,8 @@ SnowballRoutingImpl::~SnowballRoutingImpl() {
 
 std::shared_ptr<tasklib::keep_registered> SnowballRoutingImpl::RegisterSnowballHandler(
     const std::string& path, const snowball_handler& handler, const std::string& description) {
-    routing_log.write(log::severity::registration, registering,
-                      [&] { return "Registering snowball handler for " + path + "."; });
+    routing_log.announce(log::severity::registration, registering,
+                         [&] { return "Registering snowball handler for " + path + "."; });
     const prepared_handler<snowball_routing_node> prepared(
         path, handler, SnowballRoutingNodeAdditionalData(), description);
     threading::exclusive_lock_guard map_is_mine(routing_lock_);

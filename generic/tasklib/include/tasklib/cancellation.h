@@ -18,7 +18,8 @@ public:
     virtual ~cancellation_callback() = default;
     /// Runs on the cancelling thread under the lock of the cancelled object, so it
     /// must not wait for a thread that cancels the same object. It may add and
-    /// remove callbacks, itself too. What it throws is logged.
+    /// remove callbacks, itself too. What it throws is logged afterwards. Tasks made inside a
+    /// canceled one are canceled when all callbacks have been called.
     virtual void on_cancel(cancellation_ifc& canceled) = 0;
 };
 

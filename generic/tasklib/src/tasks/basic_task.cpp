@@ -116,10 +116,10 @@ basic_task::extras& basic_task::with_extras() {
 }
 
 // A thread that is inside of something already shows both.
-void basic_task::prepare_thread(std::string& shown_before) {
+void basic_task::prepare_thread(std::optional<std::string>& shown_before) {
     shown_before = platform::replace_thread_description(name());
-    if (!shown_before.empty())
-        platform::replace_thread_description(shown_before + " - " + name());
+    if (!shown_before->empty())
+        platform::replace_thread_description(*shown_before + " - " + name());
 }
 
 void basic_task::restore_thread(std::string shown_before) noexcept {

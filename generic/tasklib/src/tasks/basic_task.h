@@ -59,7 +59,7 @@ private:
         run_statistics statistics;
     };
 
-    void prepare_thread(std::string& shown_before) override;
+    void prepare_thread(std::optional<std::string>& shown_before) override;
     void leave_holders(const std::shared_ptr<runnable>& self) override;
     void restore_thread(std::string shown_before) noexcept override;
     void raise_running_thread() const;

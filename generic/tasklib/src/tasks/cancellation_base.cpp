@@ -12,19 +12,7 @@
 
 namespace zel::tasklib {
 
-namespace {
-
-constinit log::source_position callback_failed(__FILE__, 20);
-
-template <class Callback>
-void log_failure_of(const Callback& callback) {
-    if (const auto failure = platform::guarded(callback))
-        tasks_log.report_handler_failure(callback_failed, failure, [] {
-            return std::string("A cancellation callback throws exception!");
-        });
-}
-
-} // namespace
+static constinit log::source_position callback_failed(__FILE__, 20);
 
 versioned_ifc* cancellation_base::query_interface(const interface_id& wanted) {
     return wanted == versioned_ifc::id || wanted == cancellation_ifc::id ? this : nullptr;
@@ -33,30 +21,37 @@ versioned_ifc* cancellation_base::query_interface(const interface_id& wanted) {
 bool cancellation_base::cancel() {
     if (canceled_.exchange(true, std::memory_order_acq_rel))
         return true;
-    companions later;
-    call_callbacks(later);
-    for (const auto& companion : later)
-        log_failure_of([&] { companion->propagate_cancel(); });
+    aftermath after;
+    call_callbacks(after);
+    for (const auto& companion : after.companions)
+        if (auto failure = platform::guarded([&] { companion->propagate_cancel(); }))
+            platform::guarded([&] { after.failures.push_back(std::move(failure)); });
+    for (const auto& failure : after.failures)
+        tasks_log.report_handler_failure(callback_failed, failure, [] {
+            return std::string("A cancellation callback throws exception!");
+        });
     return false;
 }
 
-void cancellation_base::call_callbacks(companions& later) {
+void cancellation_base::call_callbacks(aftermath& after) {
     platform::scoped_lock inside(callbacks_guard_);
     if (!callbacks_)
         return;
-    auto* const outer = std::exchange(collected_, &later);
-    const auto collected = gsl::finally([&] { collected_ = outer; });
-    const auto called = *callbacks_; // callbacks change the list
-    for (auto* callback : called)
-        if (std::find(callbacks_->begin(), callbacks_->end(), callback) != callbacks_->end())
-            log_failure_of([&] { callback->on_cancel(*this); });
+    auto* const outer = std::exchange(aftermath_, &after);
+    const auto restored = gsl::finally([&] { aftermath_ = outer; });
+    auto& [kept, to_be_called] = *callbacks_;
+    to_be_called.swap(kept); // those that callbacks add are not called
+    while (!to_be_called.empty()) {
+        kept.splice(kept.end(), to_be_called, to_be_called.begin());
+        auto* const callback = kept.back();
+        if (auto failure = platform::guarded([&] { callback->on_cancel(*this); }))
+            platform::guarded([&] { after.failures.push_back(std::move(failure)); });
+    }
 }
 
 void cancellation_base::propagate_after_callbacks(
     const std::shared_ptr<cancellation_companion_ifc>& to) {
-    if (collected_)
-        collected_->push_back(to);
-    else
+    if (!aftermath_ || platform::guarded([&] { aftermath_->companions.push_back(to); }))
         to->propagate_cancel();
 }
 
@@ -67,17 +62,19 @@ bool cancellation_base::is_canceled() const {
 void cancellation_base::add_callback(cancellation_callback* callback) {
     platform::scoped_lock inside(callbacks_guard_);
     if (!callbacks_)
-        callbacks_ = std::make_unique<std::list<cancellation_callback*>>();
-    callbacks_->push_back(callback);
+        callbacks_ = std::make_unique<callback_lists>();
+    callbacks_->kept.push_back(callback);
 }
 
 void cancellation_base::remove_callback(cancellation_callback* callback) {
     platform::scoped_lock inside(callbacks_guard_);
     if (!callbacks_)
         return;
-    const auto found = std::find(callbacks_->begin(), callbacks_->end(), callback);
-    if (found != callbacks_->end())
-        callbacks_->erase(found);
+    for (auto* const list : {&callbacks_->kept, &callbacks_->to_be_called})
+        if (const auto found = std::ranges::find(*list, callback); found != list->end()) {
+            list->erase(found);
+            return;
+        }
 }
 
 } // namespace zel::tasklib

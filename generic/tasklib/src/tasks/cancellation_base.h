@@ -6,6 +6,7 @@
 #include <platform/critical_section.h>
 
 #include <atomic>
+#include <exception>
 #include <list>
 #include <memory>
 #include <vector>
@@ -28,21 +29,30 @@ public:
     static void propagate_after_callbacks(const std::shared_ptr<cancellation_companion_ifc>& to);
 
 private:
-    using companions = std::vector<std::shared_ptr<cancellation_companion_ifc>>;
+    // What follows once the guard is given back: foreign code, too.
+    struct aftermath {
+        std::vector<std::shared_ptr<cancellation_companion_ifc>> companions;
+        std::vector<std::exception_ptr> failures;
+    };
+    // Lists, because tasks made inside this one go in about the order in which they came,
+    // and because calling must not fail for want of memory.
+    struct callback_lists {
+        std::list<cancellation_callback*> kept;
+        std::list<cancellation_callback*> to_be_called;
+    };
 
-    void call_callbacks(companions& later);
+    void call_callbacks(aftermath& after);
 
-    // Where callbacks that run on this thread leave their companions.
-    static inline constinit thread_local companions* collected_ = nullptr;
+    // Of the callbacks that run on this thread.
+    static inline constinit thread_local aftermath* aftermath_ = nullptr;
 
     // Acquire and release: who sees the flag sees what led to it.
     std::atomic<bool> canceled_{false};
     // Guards the list and stays held while callbacks run, so that a removed one is
     // running nowhere. Recursive: callbacks add and remove callbacks.
     platform::critical_section callbacks_guard_;
-    // Null as long as nobody wants to hear of it, as with most tasks. A list, because
-    // tasks made inside this one go in about the order in which they came.
-    std::unique_ptr<std::list<cancellation_callback*>> callbacks_ ZEL_GUARDED_BY(callbacks_guard_);
+    // Null as long as nobody wants to hear of it, as with most tasks.
+    std::unique_ptr<callback_lists> callbacks_ ZEL_GUARDED_BY(callbacks_guard_);
 };
 
 } // namespace zel::tasklib

@@ -1,4 +1,8 @@
+#include "generic/tasklib/src/tasks/reg_cookie.h"
 #include "generic/tasklib/src/tasks/task_support_test.h"
+
+#include <stdexcept>
+#include <thread>
 
 namespace zel::tasklib::test {
 namespace {
@@ -71,6 +75,35 @@ TEST(Cancellation, ReachesTheTasksMadeInsideOfATask) {
     EXPECT_EQ(payload.use_count(), 1);
     EXPECT_EQ(made.at(0)->bodies + made.at(1)->bodies + made.at(2)->bodies, 0);
     EXPECT_EQ(get_this_taskcancellation(), nullptr);
+}
+
+TEST(Cancellation, HoldsNoGuardWhileCapturesOfFollowersOrSinksAreRun) {
+    callback ignored([] {});
+    callback throws([] { throw std::runtime_error("contained"); });
+    sample outer;
+    const auto needs_the_guard = [&] {
+        std::jthread([&] {
+            outer.share()->add_callback(&ignored);
+            outer.share()->remove_callback(&ignored);
+        }).join();
+    };
+    struct sink final : log::ILogSink {
+        explicit sink(std::function<void()> what) : does(std::move(what)) {}
+        void Write(const log::record&) override { does(); }
+        std::function<void()> does;
+    };
+    const auto logged = log::get_log_module()->AddSink(std::make_shared<sink>(needs_the_guard), 7);
+    const auto room = std::make_shared<waiting_room>();
+    outer.body = [&] {
+        room->submit(make_task("", nullptr, [held = make_reg_cookie(needs_the_guard)] {}).share(),
+                     0);
+        outer.share()->add_callback(&throws);
+        outer.handle.cancel();
+        outer.share()->remove_callback(&throws);
+    };
+    get_task_processor()->execute(outer.share(), true);
+    EXPECT_EQ(outer.bodies, 1);
+    EXPECT_TRUE(room->tasks.empty());
 }
 
 } // namespace

@@ -31,10 +31,12 @@ std::string report_text(std::string task_name) {
     std::string text = "Still Impersonated";
     if (user_of(platform::thread_user()) == user_of(platform::process_user()))
         text += " (self-impersonated)";
+    if (task_name.empty())
+        return text;
     replace_all(task_name, "struct", "");
     replace_all(task_name, "class", "");
     replace_all(task_name, "::", ".");
-    return task_name.empty() ? text : text + "-" + task_name;
+    return text + "-" + task_name;
 }
 
 // Whatever comes of the report, the thread goes back to itself.

@@ -49,12 +49,13 @@ void low_level_task_container::end() {
     std::vector<std::shared_ptr<task_ifc>> canceled;
     {
         platform::scoped_lock inside(guard_);
-        if (std::exchange(ended_, true))
+        if (ended_)
             return;
-        canceled = held_;
+        canceled = held_; // before the flag, which would let nobody try again
+        ended_ = true;
     }
     for (const auto& task : canceled)
-        task->cancellation().cancel();
+        platform::guarded([&] { task->cancellation().cancel(); });
 }
 
 bool low_level_task_container::wait(threading::universal_timeout timeout, std::int32_t mode) {

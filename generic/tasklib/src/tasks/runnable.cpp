@@ -55,7 +55,7 @@ struct runnable::ending {
     ending(const ending&) = delete;
     ending& operator=(const ending&) = delete;
 
-    std::string shown_before; // on the thread
+    std::optional<std::string> shown_before; // on the thread, unless it still is
 
 private:
     const std::shared_ptr<runnable> run_;
@@ -99,10 +99,12 @@ void runnable::body_failed(const std::exception_ptr& failure) {
                          failure, [&] { return failure_text(kind_, name_, ": failed."); });
 }
 
-void runnable::end_run(const std::shared_ptr<runnable>& self, std::string shown_before) noexcept {
+void runnable::end_run(const std::shared_ptr<runnable>& self,
+                       std::optional<std::string> shown_before) noexcept {
     drop_body();
     platform::guarded([&] { leave_holders(self); });
-    restore_thread(std::move(shown_before));
+    if (shown_before)
+        restore_thread(*std::move(shown_before));
     ended_state_->set_ended();
 }
 

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace zel::tasklib {
@@ -55,7 +56,7 @@ private:
     struct ending;
 
     /// Shows on the thread what it does, after keeping what it showed before.
-    virtual void prepare_thread(std::string& shown_before) = 0;
+    virtual void prepare_thread(std::optional<std::string>& shown_before) = 0;
     virtual void run_body() = 0;
     /// Destroys the body and what it captured.
     virtual void drop_body() noexcept = 0;
@@ -64,7 +65,8 @@ private:
     virtual void restore_thread(std::string shown_before) noexcept = 0;
 
     void body_failed(const std::exception_ptr& failure);
-    void end_run(const std::shared_ptr<runnable>& self, std::string shown_before) noexcept;
+    void end_run(const std::shared_ptr<runnable>& self,
+                 std::optional<std::string> shown_before) noexcept;
 
     const runnable_kind kind_;
     // Relaxed exchange: decides who runs; the body is published by whoever hands

@@ -99,7 +99,10 @@ public:
             std::rethrow_exception(failure);
     }
 
-    bool cancel() const { return shared_->cancel(); }
+    bool cancel() const {
+        const auto until_the_end = shared_; // what goes with the task may own this handle
+        return until_the_end->cancel();
+    }
 
 private:
     std::shared_ptr<detail::task_with_value<void>> shared_;
