@@ -28,8 +28,8 @@ pc_file=$(find "$prefix" -name event_routing.pc)
 libraries=$(dirname "$(dirname "$pc_file")")
 export PKG_CONFIG_PATH=$libraries/pkgconfig
 unset LD_LIBRARY_PATH
-read -ra cflags <<<"$(pkg-config --cflags event_routing)"
-read -ra libs <<<"$(pkg-config --libs event_routing)"
+eval "cflags=($(pkg-config --cflags event_routing))" # quoted for a shell
+eval "libs=($(pkg-config --libs event_routing))" # quoted for a shell
 
 (cd "$prefix"/include/event_routing-* && find . -name '*.h' -printf '#include <%P>\n' | sort) \
     >"$scratch/all_headers.cpp"

@@ -86,7 +86,7 @@ cmake --build "$scratch/letters/build" >"$scratch/build.log" ||
     { cat "$scratch/build.log" >&2; fail "README's program does not build"; }
 
 export PKG_CONFIG_PATH=$scratch/development/usr/lib/pkgconfig
-read -ra flags <<<"$(pkg-config --cflags --libs event_routing)"
+eval "flags=($(pkg-config --cflags --libs event_routing))" # quoted for a shell
 "$compiler" -shared -fPIC "$here/greeter.cpp" "${flags[@]}" -o "$scratch/libgreeter.so"
 
 expect_letter

@@ -39,6 +39,14 @@ struct stopped_clock {
                                               [] { return std::optional(ticks.load()); }};
 };
 
+/// For ends that nothing announces.
+inline bool comes_true(const std::function<bool()>& condition) {
+    const auto limit = std::chrono::steady_clock::now() + platform::patience;
+    while (!condition() && std::chrono::steady_clock::now() < limit)
+        std::this_thread::yield();
+    return condition();
+}
+
 inline std::string text_of(const std::shared_ptr<const serialization::IDataHolder>& payload) {
     std::string scratch;
     const auto* const text = serialization::GetDataValue(payload, scratch);

@@ -141,6 +141,7 @@ private:
     void take_option(const std::string& option, const std::string& value) {
         if (option == "--entry") {
             entry_ = value;
+            entry_is_used_ = false;
         } else if (option == "--format") {
             if (!contains(command_->formats, value))
                 throw usage_error("there is no format " + shown(value));
@@ -173,7 +174,12 @@ private:
         else if (has_path && !std::exchange(path_is_known_, true))
             result_.path = word;
         else
-            result_.components.push_back({word, entry_});
+            take_library(word);
+    }
+
+    void take_library(const std::string& library) {
+        result_.components.push_back({library, entry_});
+        entry_is_used_ = true;
     }
 
     void require_whole() const {
@@ -183,6 +189,8 @@ private:
             throw usage_error("PATH is missing");
         if (result_.components.empty())
             throw usage_error("LIBRARY is missing");
+        if (!entry_is_used_)
+            throw usage_error("--entry " + shown(entry_) + ": no LIBRARY follows");
         if (result_.channel && result_.type.value_or(handler_type::event) != handler_type::event)
             throw usage_error("--channel is for events");
     }
@@ -191,6 +199,7 @@ private:
     const named_command* command_ = nullptr;
     command_line result_;
     std::string entry_ = "start_event_routing_component";
+    bool entry_is_used_ = true; // by a library behind it
     bool path_is_known_ = false;
     bool only_words_ = false;
 };

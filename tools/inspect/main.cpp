@@ -85,6 +85,8 @@ int run_and_tell(const host& components, const command_line& asked,
         return run(components, asked, interrupt);
     } catch (const usage_error& fault) {
         return complain(bad_request, fault.what());
+    } catch (const zel::serialization::conversion_error& failure) {
+        return complain(failed, "payload" + failure.place() + ": " + failure.what());
     } catch (...) {
         return complain(failed, zel::exceptions::brief_text(std::current_exception()));
     }

@@ -5,14 +5,6 @@
 namespace zel::event_routing::impl {
 namespace {
 
-// For ends that nothing announces.
-bool comes_true(const std::function<bool()>& condition) {
-    const auto limit = std::chrono::steady_clock::now() + platform::patience;
-    while (!condition() && std::chrono::steady_clock::now() < limit)
-        std::this_thread::yield();
-    return condition();
-}
-
 class AsynchronousPart : public Routing {
 protected:
     cookie start(const std::string& path, const asynchronous_event_part& part,

@@ -26,8 +26,8 @@ double minutes_since(tasklib::unbiased_clock::time_point start) {
 
 std::string report_of(const statistics_data_t& period) {
     std::map<std::string_view, std::uint32_t> counts;
-    for (const auto& [begin, length, count] : period.path_counts)
-        counts[std::string_view(period.texts).substr(begin, length)] += count;
+    for (const auto& counted : period.path_counts)
+        counts[period.text_of(counted)] += counted.count;
     std::vector<std::pair<std::string_view, std::uint32_t>> top(
         std::min(counts.size(), most_shown));
     std::partial_sort_copy(counts.begin(), counts.end(), top.begin(), top.end(),

@@ -5,7 +5,7 @@
 // broadcasts.
 #pragma once
 
-#include <tasklib/unbiased_clock.h>
+#include "generic/tasklib/src/tasks/deadline.h"
 
 #include <cstdint>
 #include <string>
@@ -13,6 +13,8 @@
 #include <vector>
 
 namespace zel::event_routing::impl {
+
+inline constexpr threading::universal_timeout an_hour{false, 3'600'000'000};
 
 /// One period.
 struct statistics_data_t {
@@ -23,7 +25,7 @@ struct statistics_data_t {
     };
 
     tasklib::unbiased_clock::time_point start = tasklib::unbiased_clock::now();
-    tasklib::unbiased_clock::time_point deadline = start + std::chrono::hours(1);
+    tasklib::unbiased_clock::time_point deadline = tasklib::deadline(an_hour).moment();
     /// A path may stand here several times; the report adds them up.
     std::vector<path_count> path_counts;
     /// The paths as BroadcastEvent was given them, in one row: a new one costs a copy and
@@ -31,8 +33,16 @@ struct statistics_data_t {
     std::string texts;
     std::uint32_t total_count = 0;
 
-    /// A path that was broadcast once. When memory is short, nothing is added.
+    std::string_view text_of(const path_count& counted) const {
+        return std::string_view(texts).substr(counted.begin, counted.length);
+    }
+    /// A path that was broadcast once; several times in a row it takes one place. When
+    /// memory is short, nothing is added.
     void add_path(std::string_view path) {
+        if (!path_counts.empty() && path == text_of(path_counts.back())) {
+            ++path_counts.back().count;
+            return;
+        }
         texts.append(path);
         path_counts.push_back({texts.size() - path.size(), path.size(), 1});
     }

@@ -44,13 +44,16 @@ TEST_F(Monitor, IsToldOfEveryPartAndOfTheBroadcast) {
             "*", [](auto&&...) -> bool { throw std::runtime_error("contained"); }, part, "throws"),
         listen(
             "b", nullptr, [](auto&&...) { throw std::bad_alloc(); }, "fails")};
-    const test::log_capture log(log::silent);
+    const test::log_capture log(2);
     EXPECT_EQ(notes_of("a.b;a.x", until_ended),
               "m<a.b;a.x>1Sync: wild m<a.b;a.x>0Sync: throws m<a.x>2Async: exact "
               "m<a.b;a.x> 1wild 0throws 2exact");
     EXPECT_EQ(notes_of(""), "m<>") << "a broadcast without paths is one, too";
     EXPECT_EQ(notes_of("b", until_ended), "m<b>0Sync: throws m<b> 1fails 0throws")
         << "a failed asynchronous part is none";
+    EXPECT_TRUE(comes_true([&] {
+        return log.texts().back().ends_with("failed without a caller check.\nstd::bad_alloc");
+    })) << "its task is gone, and surprises no later test";
 }
 
 TEST_F(Monitor, NumbersAMessageThatHasNoNumberYet) {
