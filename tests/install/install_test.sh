@@ -28,8 +28,9 @@ pc_file=$(find "$prefix" -name event_routing.pc)
 libraries=$(dirname "$(dirname "$pc_file")")
 export PKG_CONFIG_PATH=$libraries/pkgconfig
 unset LD_LIBRARY_PATH
-eval "cflags=($(pkg-config --cflags event_routing))" # quoted for a shell
-eval "libs=($(pkg-config --libs event_routing))" # quoted for a shell
+# It quotes for a shell.
+eval "cflags=($(pkg-config --cflags event_routing))"
+eval "libs=($(pkg-config --libs event_routing))"
 
 (cd "$prefix"/include/event_routing-* && find . -name '*.h' -printf '#include <%P>\n' | sort) \
     >"$scratch/all_headers.cpp"

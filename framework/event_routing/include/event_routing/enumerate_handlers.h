@@ -26,7 +26,7 @@ using handler_texts = std::vector<std::pair<std::string, std::string>>;
 /// The handlers of one routing service.
 struct handler_list {
     handler_type type = handler_type::undefined; ///< which service
-    handler_texts handlers;                      ///< all of them, in no order to rely on
+    handler_texts handlers;                      ///< in byte order of the subnodes
 
     bool operator==(const handler_list&) const = default;
 };
@@ -34,7 +34,7 @@ struct handler_list {
 /// The same, with the name of the event routing instance; empty for every other service.
 struct handler_list_2 {
     handler_type type = handler_type::undefined; ///< which service
-    handler_texts handlers;                      ///< all of them, in no order to rely on
+    handler_texts handlers;                      ///< in byte order of the subnodes
     std::string channelId;                       ///< the instance's name
 
     bool operator==(const handler_list_2&) const = default;
@@ -51,7 +51,7 @@ using output_2 = std::pair<std::vector<handler_list_2>, std::tuple<>>;
 struct handler_texts_json_form {
     /// An array of objects.
     static Json::Value to(const handler_texts& handlers, const serialization::json_place& place);
-    /// Throws exceptions::error, naming the place, for anything else.
+    /// Throws serialization::conversion_error for anything else.
     static void from(const Json::Value& json, handler_texts& handlers,
                      const serialization::json_place& place);
 };

@@ -67,9 +67,8 @@ using asynchronous_event_part = std::function<void(const std::string& path, cons
                                                    const routing_parameters& parameters)>;
 
 /// Is told of every part that ran, but of no asynchronous one that threw, and of every
-/// broadcast, after the fact, on the
-/// thread that did the work; several threads may call it at once. What it throws ends
-/// the routing of a broadcast whose part it was told of.
+/// broadcast, after the fact, on the thread that did the work; several threads may call it
+/// at once. What it throws ends the routing of a broadcast whose part it was told of.
 using event_monitor = std::function<void(const std::string& path, const event_data& data,
                                          const routing_parameters& parameters,
                                          const monitor::event_handling_info_2& info)>;

@@ -78,9 +78,9 @@ std::string KeepRegistered<Owner, Node>::own_type_name() {
 
 /// A handler on its way into a map. Made before the routing lock is taken and
 /// gone after it is given back: copying, refusing and destroying a callable are
-/// the registrant's code. (Only a regular request handler whose announcement fails is
-/// taken back under the lock, as nobody may reach it.) Throws exceptions::error for a misplaced
-/// "*".
+/// the registrant's code. (One exception: a regular request handler whose announcement
+/// fails goes under the lock, before anybody can reach it.) Throws exceptions::error for
+/// a misplaced "*".
 template <class Node>
 struct prepared_handler {
     template <class Function, class AdditionalData>

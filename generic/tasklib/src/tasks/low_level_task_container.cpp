@@ -54,7 +54,7 @@ void low_level_task_container::end() {
         canceled = held_; // before the flag, which would let nobody try again
         ended_ = true;
     }
-    for (const auto& task : canceled)
+    for (const auto& task : canceled) // one that fails keeps no other from its end
         platform::guarded([&] { task->cancellation().cancel(); });
 }
 
