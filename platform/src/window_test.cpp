@@ -38,7 +38,8 @@ struct noting_window : function_window {
 
 TEST(Window, RefusesPostedMessagesBeyondItsRoomAndLeavesThoseThatComeMeanwhile) {
     noting_window window, second;
-    const std::string all = '+' + std::string(most_posted_messages - 1, 'p');
+    std::string all(most_posted_messages, 'p');
+    all.front() = '+';
     window.post(all);
     EXPECT_FALSE(post_message(second.handle, number)) << "one queue for all windows of a thread";
     for (const auto& handled : {all, all + '-'}) {
