@@ -179,7 +179,7 @@ TEST(PendingTasks, KeepTheirOrderAroundGapsWhichDoNotPileUp) {
 }
 
 // Clocks of a test, in the system's place.
-using reading = std::optional<std::int64_t>;
+using reading = zel::platform::clock_reading;
 std::atomic<std::int64_t> shown{0};
 std::atomic<std::int64_t> rate{0};
 

@@ -19,11 +19,11 @@ std::atomic<clock_function>& entry(clock which) noexcept {
 
 } // namespace
 
-std::optional<std::int64_t> read_clock(clock which) noexcept {
+clock_reading read_clock(clock which) noexcept {
     return entry(which).load(std::memory_order_relaxed)();
 }
 
-std::optional<std::int64_t> read_clock_coarsely(clock which) noexcept {
+clock_reading read_clock_coarsely(clock which) noexcept {
     if (which == clock::unbiased_time &&
         entry(which).load(std::memory_order_relaxed) == &system_unbiased_time)
         return system_coarse_unbiased_time();

@@ -5,12 +5,12 @@
 
 namespace zel::platform {
 
-std::optional<std::int64_t> system_performance_counter();
-std::optional<std::int64_t> system_performance_frequency();
-std::optional<std::int64_t> system_unbiased_time();
-std::optional<std::int64_t> system_coarse_unbiased_time();
-std::optional<std::int64_t> system_time();
-std::optional<std::int64_t> system_thread_cycles();
-std::optional<std::int64_t> system_thread_cycle_rate();
+clock_reading system_performance_counter();
+clock_reading system_performance_frequency();
+clock_reading system_unbiased_time();
+clock_reading system_coarse_unbiased_time();
+clock_reading system_time();
+clock_reading system_thread_cycles();
+clock_reading system_thread_cycle_rate();
 
 } // namespace zel::platform

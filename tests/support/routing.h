@@ -36,7 +36,7 @@ struct signal : platform::event {
 struct stopped_clock {
     static inline std::atomic<std::int64_t> ticks{1'000'000'000};
     const platform::clock_replacement stopped{platform::clock::unbiased_time,
-                                              [] { return std::optional(ticks.load()); }};
+                                              [] { return platform::clock_reading(ticks); }};
 };
 
 /// For ends that nothing announces.

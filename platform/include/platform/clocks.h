@@ -8,7 +8,6 @@
 #include <platform/export.h>
 
 #include <cstdint>
-#include <optional>
 
 namespace zel::platform {
 
@@ -21,14 +20,30 @@ enum class clock {
     thread_cycle_rate,     ///< ticks of thread_cycles in a second
 };
 
-/// The clock's reading, or nothing where the system lacks it.
-ZEL_EXPORT std::optional<std::int64_t> read_clock(clock which) noexcept;
+/// What a clock shows, or nothing where the system lacks it. Not a std::optional: GCC
+/// returns that through memory, written in two pieces and read as a whole, for which the
+/// processor waits longer than for all the rest of a reading.
+class clock_reading {
+public:
+    constexpr clock_reading() noexcept = default;
+    constexpr clock_reading(std::int64_t ticks) noexcept : ticks_(ticks), is_there_(true) {}
+
+    constexpr explicit operator bool() const noexcept { return is_there_; }
+    /// Ticks; 0 where there is nothing.
+    constexpr std::int64_t operator*() const noexcept { return ticks_; }
+
+private:
+    std::int64_t ticks_ = 0;
+    bool is_there_ = false;
+};
+
+ZEL_EXPORT clock_reading read_clock(clock which) noexcept;
 
 /// The same at a fraction of the cost and up to some milliseconds behind, where the
 /// system offers that; a replaced clock is read as it is.
-ZEL_EXPORT std::optional<std::int64_t> read_clock_coarsely(clock which) noexcept;
+ZEL_EXPORT clock_reading read_clock_coarsely(clock which) noexcept;
 
-using clock_function = std::optional<std::int64_t> (*)();
+using clock_function = clock_reading (*)();
 
 /// Puts a function in place of a clock for as long as the object lives.
 class ZEL_EXPORT clock_replacement {

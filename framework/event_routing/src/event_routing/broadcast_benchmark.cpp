@@ -55,7 +55,7 @@ void require_calls(benchmark::State& state, const service& all, std::int64_t exp
         state.SkipWithError("not every handler was called once per broadcast");
 }
 
-std::optional<std::int64_t> no_reading() {
+zel::platform::clock_reading no_reading() {
     return 0;
 }
 

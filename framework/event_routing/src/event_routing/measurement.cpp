@@ -7,10 +7,10 @@ namespace zel::event_routing::impl {
 namespace {
 
 using platform::clock;
+using platform::clock_reading;
 using platform::read_clock;
 
-double seconds(std::optional<std::int64_t> begin, std::optional<std::int64_t> end,
-               std::optional<std::int64_t> rate) noexcept {
+double seconds(clock_reading begin, clock_reading end, clock_reading rate) noexcept {
     if (!begin || !end || !rate || *rate <= 0)
         return std::numeric_limits<double>::quiet_NaN();
     return static_cast<double>(*end - *begin) / static_cast<double>(*rate);

@@ -4,9 +4,6 @@
 #include <event_routing/handler_record.h>
 #include <platform/clocks.h>
 
-#include <cstdint>
-#include <optional>
-
 namespace zel::event_routing::impl {
 
 struct measured_times {
@@ -29,12 +26,10 @@ public:
     }
 
 private:
-    using reading = std::optional<std::int64_t>;
-
     // The wall clock is outermost: what the other reading takes counts as elapsed,
     // never the other way round.
-    const reading counter_;
-    const reading thread_cycles_;
+    const platform::clock_reading counter_;
+    const platform::clock_reading thread_cycles_;
 };
 
 /// Writes the times of a call into its record, also when the call throws.

@@ -75,8 +75,9 @@ private:
         has_monitors_.store(!monitors_.empty(), std::memory_order_release);
     }
 
-    // Guards the fields below. Never held while a monitor is called.
-    mutable platform::plain_lock guard_;
+    // Guards the fields below. Every message enters for its snapshot; never held while a
+    // monitor is called.
+    mutable platform::brief_lock guard_;
     list monitors_ ZEL_GUARDED_BY(guard_);
     // A copy that snapshots share; null after a change.
     mutable std::shared_ptr<const list> latest_ ZEL_GUARDED_BY(guard_);

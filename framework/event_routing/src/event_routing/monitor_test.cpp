@@ -103,7 +103,7 @@ TEST_F(Monitor, IsToldTheTimesOrThatTheyAreUnknown) {
         times.insert(times.end(), {about.cpu_time, about.elapsed_time});
     });
     const auto handler = listen("a", notes(""));
-    using reading = std::optional<std::int64_t>;
+    using reading = platform::clock_reading;
     using replaced = platform::clock_replacement;
     static std::int64_t looks;
     // Each look takes one second, and two of processor time.

@@ -89,8 +89,8 @@ struct slow_state final : ended_state_ifc {
 };
 
 TEST_F(TaskContainer, WaitsForAllEndedStatesWithinOneTime) {
-    const platform::clock_replacement clock(platform::clock::unbiased_time,
-                                            [] { return std::optional(slow_state::ticks.load()); });
+    const platform::clock_replacement clock(
+        platform::clock::unbiased_time, [] { return platform::clock_reading(slow_state::ticks); });
     const auto first = add("first"), second = add("second"), changes = add("changes");
     for (const auto& leaving : {first, second}) {
         leaving->shown = std::make_shared<slow_state>();

@@ -101,7 +101,7 @@ struct newer_listener final : listener {
 };
 
 TEST(TaskRun, IsMeasuredAndReportedWhileSomebodyListens) {
-    using ticks = std::optional<std::int64_t>;
+    using ticks = clock_reading;
     const clock_replacement clocks[] = {
         {clock::performance_counter, [] { return ticks(++counter); }},
         {clock::performance_frequency, [] { return ticks(1); }},
