@@ -3,6 +3,8 @@
 #include "fuzz/fuzz_support.h"
 #include "fuzz/fuzzed_types.h"
 
+#include "framework/text/utf8.h"
+
 namespace zel::fuzz {
 
 namespace {
@@ -48,7 +50,7 @@ void check_text(const Json::Value& document, std::size_t size) {
     std::string text;
     if (!failure_of(document_limit.of(size), [&] { text = json_to_text(document); }).empty())
         return;
-    require(serialization::is_utf8(text), "JSON text is UTF-8");
+    require(text::is_utf8(text), "JSON text is UTF-8");
     const Json::Value again = json_from_text(text);
     require(lost_bytes(text) || again == document, "a document keeps its meaning as text");
     // Not the same text: names whose bytes were replaced may be in another order.

@@ -1,6 +1,6 @@
 #include "examples/directory_index/report_text.h"
 
-#include <framework/serialization/json_text.h>
+#include <framework/text/utf8.h>
 
 #include <algorithm>
 #include <array>
@@ -10,22 +10,6 @@
 namespace directory_index {
 
 namespace {
-
-// Bytes of the UTF-8 character at the beginning, 0 when there is none.
-std::size_t character_length(std::string_view text) {
-    for (std::size_t length = 1; length <= std::min<std::size_t>(4, text.size()); ++length)
-        if (zel::serialization::is_utf8(text.substr(0, length)))
-            return length;
-    return 0;
-}
-
-bool is_control(std::string_view character) {
-    const auto first = static_cast<unsigned char>(character[0]);
-    if (character.size() == 1)
-        return first < 0x20 || first == 0x7F;
-    // U+0080 to U+009F: terminals take some of them for the start of a command.
-    return first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0;
-}
 
 std::string escaped(char c) {
     switch (c) {
@@ -69,9 +53,9 @@ std::string printable(std::string_view name) {
     std::string shown;
     shown.reserve(name.size());
     while (!name.empty()) {
-        const std::size_t length = character_length(name);
+        const std::size_t length = zel::text::character_length(name);
         const std::string_view character = name.substr(0, length == 0 ? 1 : length);
-        if (length == 0 || is_control(character) || character == "\\")
+        if (length == 0 || zel::text::is_control(character) || character == "\\")
             for (const char c : character)
                 shown += escaped(c);
         else

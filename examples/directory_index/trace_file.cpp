@@ -1,6 +1,6 @@
 #include "examples/directory_index/trace_file.h"
 
-#include <framework/serialization/json_text.h>
+#include <framework/text/utf8.h>
 #include <platform/process.h>
 #include <platform/thread_id.h>
 
@@ -22,7 +22,7 @@ constexpr std::string_view begin_of_file = "{\"traceEvents\":[";
 constexpr std::string_view end_of_file = "\n]}\n";
 
 std::string quoted(std::string_view text) {
-    return Json::valueToQuotedString(zel::serialization::as_utf8(text).c_str());
+    return Json::valueToQuotedString(zel::text::as_utf8(text).c_str());
 }
 
 double or_zero(double time) {

@@ -16,9 +16,4 @@ std::string json_to_text(const Json::Value& document);
 /// exceptions::error with what is wrong and where.
 Json::Value json_from_text(std::string_view text);
 
-bool is_utf8(std::string_view bytes) noexcept;
-
-/// The same text with every byte that is not part of well-formed UTF-8 as U+FFFD.
-std::string as_utf8(std::string_view bytes);
-
 } // namespace zel::serialization

@@ -1,7 +1,7 @@
 #include "framework/serialization/json_values.h"
 
 #include "framework/serialization/binary_streams.h"
-#include "framework/serialization/json_text.h"
+#include "framework/text/utf8.h"
 
 #include <cmath>
 #include <utility>
@@ -156,9 +156,9 @@ Json::Value string(const std::string& bytes, const json_place& place) {
     // What JsonCpp can hold, a length before the bytes included.
     if (bytes.size() > longest_blob - sizeof(unsigned) - 1)
         place.fail("zel::serialization::ToJson: The string is too long.");
-    if (is_utf8(bytes))
+    if (text::is_utf8(bytes))
         return bytes;
-    return as_utf8(bytes);
+    return text::as_utf8(bytes);
 }
 
 void refuse_alike(const json_place& place) {
@@ -167,7 +167,7 @@ void refuse_alike(const json_place& place) {
 
 void add_member(Json::Value& object, const std::string& key, Json::Value value,
                 const json_place& place) {
-    const std::string name = as_utf8(key);
+    const std::string name = text::as_utf8(key);
     if (object.isMember(name))
         refuse_alike(place);
     object[name] = std::move(value);
