@@ -29,7 +29,7 @@ platform::load_result load_library(const std::string& library, const std::string
 }
 
 void* required_symbol(platform::image_handle image, const char* symbol) {
-    if (void* const address = platform::find_symbol(image, symbol))
+    if (void* const address = platform::find_function(image, symbol))
         return address;
     throw exceptions::error("The library " + platform::image_path(image) + " does not export " +
                             symbol + ".");

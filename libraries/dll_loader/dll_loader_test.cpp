@@ -22,7 +22,7 @@ TEST(DllLoader, PrefersTheLibraryBesideTheCaller) {
     fs::copy_file(library, beside);
 
     const auto from = loader().load_dll(folder / "libcaller.so", nullptr);
-    const void* const caller = find_symbol(from, "GetModuleLifetimeDll");
+    const void* const caller = find_function(from, "GetModuleLifetimeDll");
     const auto near = loader().load_dll("zel_log", caller);
     const auto usual = loader().load_dll("zel_log", zel::mi::implementation_address());
     EXPECT_EQ(image_path(near), beside);

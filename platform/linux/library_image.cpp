@@ -28,6 +28,14 @@ image_handle image_from(void* handle) noexcept {
     return static_cast<image_handle>(reinterpret_cast<std::uintptr_t>(map));
 }
 
+bool is_data(const void* address) noexcept {
+    Dl_info info{};
+    const ElfW(Sym)* symbol = nullptr;
+    return dladdr1(address, &info, const_cast<void**>(reinterpret_cast<const void**>(&symbol)),
+                   RTLD_DL_SYMENT) != 0 &&
+           symbol && ELF64_ST_TYPE(symbol->st_info) == STT_OBJECT;
+}
+
 } // namespace
 
 image_handle image_of(const void* address) noexcept {
@@ -77,9 +85,10 @@ void unload_library(image_handle image) noexcept {
         dlclose(handle_of(image));
 }
 
-void* find_symbol(image_handle image, const char* name) noexcept {
+void* find_function(image_handle image, const char* name) noexcept {
     // Without an image the system would search all of them.
-    return image == image_handle::none ? nullptr : dlsym(handle_of(image), name);
+    void* const found = image == image_handle::none ? nullptr : dlsym(handle_of(image), name);
+    return found && is_data(found) ? nullptr : found;
 }
 
 } // namespace zel::platform

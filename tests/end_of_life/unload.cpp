@@ -28,7 +28,7 @@ protected:
     void load() {
         image = mi::loader().load_dll("event_routing", mi::implementation_address());
         const auto create =
-            reinterpret_cast<IModule* (*)()>(platform::find_symbol(image, "CreateModuleRaw"));
+            reinterpret_cast<IModule* (*)()>(platform::find_function(image, "CreateModuleRaw"));
         ASSERT_NE(create, nullptr);
         module = create();
         RequireInterface(*module);
@@ -82,7 +82,7 @@ TEST_F(Unload, KeepsItsCodeWhileAnObjectIsAlive) {
 TEST_F(Unload, TakesTheNeighboursAlongThatOnlyTheLibraryUsed) {
     for (int round = 0; round < 100; ++round) {
         image = mi::loader().load_dll("task_user", mi::implementation_address());
-        reinterpret_cast<void (*)()>(platform::find_symbol(image, "run_a_task"))();
+        reinterpret_cast<void (*)()>(platform::find_function(image, "run_a_task"))();
         ASSERT_TRUE(free());
         for (const char* file : {"libtask_user.so", "libzel_tasks_core.so", "libzel_perfstats.so"})
             ASSERT_FALSE(is_mapped(file)) << file << ", round " << round;

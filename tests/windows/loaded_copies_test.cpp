@@ -21,7 +21,7 @@ using namespace zel::event_routing;
 using namespace zel::platform;
 
 std::shared_ptr<IInWndProcHandling> handling_by(image_handle image, window_handle window) {
-    const auto create = reinterpret_cast<IModule* (*)()>(find_symbol(image, "CreateModuleRaw"));
+    const auto create = reinterpret_cast<IModule* (*)()>(find_function(image, "CreateModuleRaw"));
     IModule& module = *create();
     RequireInterface(module);
     auto handling = module.GetInWndProcHandling(window);

@@ -19,8 +19,15 @@ namespace {
 
 using zel::event_routing::enumerate_handlers::handler_type;
 
+// As much of it as an argument is recognised by.
 std::string shown(std::string_view text) {
-    return "'" + printable(text) + "'";
+    constexpr std::size_t enough = 200;
+    if (text.size() <= enough)
+        return "'" + printable(text) + "'";
+    std::size_t end = enough;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+        --end; // not inside of a character
+    return "'" + printable(text.substr(0, end)) + "...'";
 }
 
 struct named_command {

@@ -33,7 +33,7 @@ ZEL_EXPORT load_result load_library(const std::string& file);
 /// Gives one reference back; the last one unmaps the library.
 ZEL_EXPORT void unload_library(image_handle image) noexcept;
 
-/// Address of an exported symbol, or null.
-ZEL_EXPORT void* find_symbol(image_handle image, const char* name) noexcept;
+/// Address of an exported function; null also for the name of data.
+ZEL_EXPORT void* find_function(image_handle image, const char* name) noexcept;
 
 } // namespace zel::platform

@@ -134,8 +134,10 @@ refused 1 "Request 'nobody' was not processed. Routing parameters: " send reques
 refused 1 "There is no channel 'x'; there are 'ui'." send event a --channel x "$component"
 refused 1 "The library ./none.so could not be loaded: ./none.so: cannot open shared object file:\
  No such file or directory" list none.so
-refused 1 "The library $component does not export nothing. --entry names another function." \
-    list --entry nothing "$component"
+for entry in nothing no_function; do
+    refused 1 "The library $component does not export $entry. --entry names another function." \
+        list --entry $entry "$component"
+done
 refused 1 "The component '$component' could not be started: no ink" \
     list "$component" --entry=start_failing "$component"
 
@@ -144,6 +146,8 @@ refused 2 "--payload: no component knows the data type 'struct x'" \
 usage="; --help shows the usage"
 refused 2 "COMMAND is missing$usage"
 refused 2 "unknown command 'show\\x0a'$usage" $'show\n'
+printf -v long '%199sééé' ''
+refused 2 "unknown command '${long:0:199}...'$usage" "$long"
 refused 2 "LIBRARY is missing$usage" list
 refused 2 "PATH is missing$usage" send event
 refused 2 "TYPE is event, request or snowball, and not 'mail'$usage" send mail a "$component"

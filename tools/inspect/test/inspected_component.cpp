@@ -130,6 +130,9 @@ extern "C" ZEL_EXPORT void start_ticking(std::shared_ptr<void>& component) {
     component = std::make_shared<ticking>();
 }
 
+extern "C" ZEL_EXPORT int no_function;
+int no_function = 1;
+
 extern "C" ZEL_EXPORT void start_failing(std::shared_ptr<void>&) {
     throw own_failure();
 }
