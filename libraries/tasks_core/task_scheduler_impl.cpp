@@ -7,7 +7,6 @@
 
 #include <platform/diagnostics.h>
 
-#include <algorithm>
 #include <asio/post.hpp>
 
 namespace zel::tasklib {
@@ -27,14 +26,18 @@ void task_scheduler_impl::schedule(const std::shared_ptr<task_ifc>& task,
                                    std::uint32_t) {
     const auto when = deadline(parameters->time_left()).moment();
     task->set_submitter(shared_from_this());
+    auto added = place_in_row::none;
     try {
+        added = insert(task, processor, when);
         // What is due at once has the timer look also at what is due before: a clock that was
         // set on in one leap is not noticed otherwise.
-        if (insert(task, processor, when) || when <= unbiased_clock::now())
+        if (added == place_in_row::first || when <= unbiased_clock::now())
             asio::post(threads_->timers(), [this] { set_timer(); });
     } catch (...) {
-        withdraw(*task);
-        task->take_submitter();
+        if (added != place_in_row::kept) {
+            withdraw(*task);
+            task->take_submitter();
+        }
         throw;
     }
     // Who canceled it a moment ago may have looked for it in vain.
@@ -42,17 +45,16 @@ void task_scheduler_impl::schedule(const std::shared_ptr<task_ifc>& task,
         withdraw(*task);
 }
 
-// True when the timer has to be set to this one. A task that is here already keeps
-// its time.
-bool task_scheduler_impl::insert(const std::shared_ptr<task_ifc>& task,
-                                 const std::shared_ptr<task_processor_ifc>& processor,
-                                 unbiased_clock::time_point when) {
+task_scheduler_impl::place_in_row
+task_scheduler_impl::insert(const std::shared_ptr<task_ifc>& task,
+                            const std::shared_ptr<task_processor_ifc>& processor,
+                            unbiased_clock::time_point when) {
     platform::scoped_lock inside(guard_);
     if (ended_)
         throw exceptions::fatal("Tasks module already destroyed");
     const auto [known, is_new] = places_.try_emplace(task.get());
     if (!is_new)
-        return false;
+        return place_in_row::kept;
     try {
         // Delays of one length, as most are, come in the order of their ends.
         known->second = delayed_.emplace_hint(delayed_.end(), due{when, ++last_number_},
@@ -61,7 +63,7 @@ bool task_scheduler_impl::insert(const std::shared_ptr<task_ifc>& task,
         places_.erase(known);
         throw;
     }
-    return delayed_.begin() == known->second;
+    return delayed_.begin() == known->second ? place_in_row::first : place_in_row::later;
 }
 
 void task_scheduler_impl::withdraw(task_ifc& task) {
@@ -98,35 +100,28 @@ void task_scheduler_impl::set_timer() {
     if (next == never)
         return;
     timer_.expires_at(next);
-    timer_.async_wait([this](const std::error_code& canceled) {
-        if (!canceled)
-            submit_due();
-    });
+    threads_->call_at_the_end_of(timer_, [this] { submit_due(); });
 }
 
 void task_scheduler_impl::submit_due() {
-    std::vector<delayed_task> all_due;
-    platform::guarded([&] { all_due = take_due(); }); // without memory: the next time
-    for (const auto& due_now : all_due) {
-        due_now.task->take_submitter();
-        if (platform::guarded([&] { due_now.processor->submit(due_now.task, 0); }))
-            due_now.task->cancellation().cancel(); // it must not stay behind
+    const auto now = unbiased_clock::now();
+    while (const auto next = take_first(now)) {
+        next->task->take_submitter();
+        if (platform::guarded([&] { next->processor->submit(next->task, 0); })) // it must not stay
+            platform::guarded([&] { next->task->cancellation().cancel(); });
     }
     set_timer();
 }
 
-std::vector<task_scheduler_impl::delayed_task> task_scheduler_impl::take_due() {
-    std::vector<delayed_task> taken;
-    const auto now = unbiased_clock::now();
-    const auto is_due = [now](const due& key) { return key.first <= now && key.first != never; };
+std::optional<task_scheduler_impl::delayed_task>
+task_scheduler_impl::take_first(unbiased_clock::time_point due_by) {
     platform::scoped_lock inside(guard_);
-    taken.reserve(static_cast<std::size_t>(
-        std::ranges::count_if(delayed_, is_due, [](const auto& entry) { return entry.first; })));
-    while (!delayed_.empty() && is_due(delayed_.begin()->first)) {
-        places_.erase(delayed_.begin()->second.task.get());
-        taken.push_back(std::move(delayed_.begin()->second));
-        delayed_.erase(delayed_.begin());
-    }
+    const auto first = delayed_.begin();
+    if (first == delayed_.end() || first->first.first > due_by || first->first.first == never)
+        return std::nullopt;
+    std::optional taken(std::move(first->second));
+    places_.erase(taken->task.get());
+    delayed_.erase(first);
     return taken;
 }
 

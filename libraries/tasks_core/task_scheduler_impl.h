@@ -7,6 +7,7 @@
 
 #include <asio/basic_waitable_timer.hpp>
 #include <map>
+#include <optional>
 #include <unordered_map>
 
 namespace zel::tasklib {
@@ -33,12 +34,15 @@ private:
         std::shared_ptr<task_processor_ifc> processor;
     };
 
-    bool insert(const std::shared_ptr<task_ifc>& task,
-                const std::shared_ptr<task_processor_ifc>& processor,
-                unbiased_clock::time_point when);
+    // `kept`: a task that is here already keeps its time. The timer is set to the first.
+    enum class place_in_row { none, kept, first, later };
+
+    place_in_row insert(const std::shared_ptr<task_ifc>& task,
+                        const std::shared_ptr<task_processor_ifc>& processor,
+                        unbiased_clock::time_point when);
     void set_timer();
     void submit_due();
-    std::vector<delayed_task> take_due();
+    std::optional<delayed_task> take_first(unbiased_clock::time_point due_by);
 
     const std::shared_ptr<task_threads> threads_;
     // Of the timer thread alone, which has ended before this does.

@@ -72,11 +72,7 @@ worker::~worker() {
 task_threads::task_threads(const thread_limits& limits)
     : limits_(limits), timers_(1), workers_stay_(workers_.get_executor()),
       timers_stay_(timers_.get_executor()), watch_timer_(timers_) {
-    timer_thread_ = std::thread([this] {
-        while (platform::guarded([&] { timers_.run(); })) {
-            // Without memory something was left undone, and is done at the next occasion.
-        }
-    });
+    timer_thread_ = std::thread([this] { timers_.run(); });
 }
 
 task_threads::~task_threads() = default;

@@ -10,6 +10,8 @@
 #include "libraries/tasks_core/pending_tasks.h"
 
 #include <platform/critical_section.h>
+#include <platform/diagnostics.h>
+#include <platform/process.h>
 #include <platform/timeout.h>
 
 #include <array>
@@ -52,6 +54,20 @@ public:
 
     /// What the timer thread does besides watching.
     asio::io_context& timers() noexcept { return timers_; }
+
+    /// Has a timer call a function when it is time. On the timer thread, which goes on
+    /// trying while memory is short: nobody else would come back to it.
+    template <class Timer, class Function>
+    void call_at_the_end_of(Timer& timer, const Function& function) noexcept {
+        const auto wait = [&] {
+            timer.async_wait([function](const std::error_code& canceled) {
+                if (!canceled)
+                    function();
+            });
+        };
+        while (platform::guarded(wait) && !timers_.stopped())
+            platform::sleep_for(platform::milliseconds(1));
+    }
 
     /// Takes nothing on from now; returns what was pending.
     std::vector<std::shared_ptr<task_ifc>> stop_taking();

@@ -30,10 +30,7 @@ void task_threads::watch(bool hurried) {
     if (!pause)
         return;
     watch_timer_.expires_after(*pause);
-    watch_timer_.async_wait([this](const std::error_code& canceled) {
-        if (!canceled)
-            watch(false);
-    });
+    call_at_the_end_of(watch_timer_, [this] { watch(false); });
 }
 
 // Until when there is nothing to look for; nothing when that is for somebody else

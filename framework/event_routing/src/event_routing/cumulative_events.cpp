@@ -82,7 +82,8 @@ void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout del
     const auto due = std::make_shared<single_run>(tasklib::deadline(delay).moment());
     const auto scheduler = tasklib::get_task_scheduler();
     const auto processor = tasklib::get_task_processor();
-    // Others add to the batch, whatever becomes of the task that happened to begin it.
+    // Independent: others add to the batch, whatever becomes of the task in which this call
+    // happens to be made.
     const auto task = tasklib::make_independent_task(
         "Cumulative event " + path, tasks_->get_low_level_container(), std::move(later));
     try {
