@@ -52,6 +52,7 @@ TEST(Module, ThrowsWhatClientsCatchByType) {
     const auto bytes = module->SerializeRoutingParameters({{"a", 1}});
     EXPECT_EQ(module->DeserializeRoutingParameters(nullptr, 0), routing_parameters());
     EXPECT_THROW(module->DeserializeRoutingParameters(bytes.data(), 1), exceptions::error);
+    EXPECT_THROW(module->DeserializeRoutingParameters(nullptr, 1), exceptions::error);
     request_answer response, error_response;
     EXPECT_THROW(
         get_request_routing(*module)->SendRequest("a", nullptr, response, error_response, {}),

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace zel::log {
 
@@ -20,7 +21,7 @@ public:
         own_->is_active.store(false, std::memory_order_relaxed);
         // Without memory for another list it stays in this one until the next change.
         if (const auto log = log_.lock())
-            platform::guarded([&] { log->remove(*own_); });
+            platform::guarded([&] { log->change([](sink_list&) {}); });
     }
 
 private:
@@ -28,10 +29,27 @@ private:
     std::shared_ptr<entry> own_; // so that the sink never ends under the log's guard
 };
 
-LogModuleImpl::LogModuleImpl() {
+// Another list in the place of this one, without those whose subscription has ended.
+template <class Edit>
+void LogModuleImpl::change(const Edit& edit) {
+    std::shared_ptr<const sink_list> former; // goes, with its sinks, when the guard is free
     platform::scoped_lock inside(guard_);
-    replace({std::make_shared<entry>(std::make_shared<standard_error_sink>(),
-                                     severity::failed_operation)});
+    sink_list list = *sinks_;
+    std::erase_if(list,
+                  [](const auto& e) { return !e->is_active.load(std::memory_order_relaxed); });
+    edit(list);
+    int lowest = silent;
+    for (const auto& wanting : list)
+        lowest = std::min(lowest, wanting->lowest_severity);
+    former = std::exchange(sinks_, std::make_shared<const sink_list>(std::move(list)));
+    lowest_.store(lowest, std::memory_order_relaxed);
+}
+
+LogModuleImpl::LogModuleImpl() {
+    change([](sink_list& list) {
+        list.push_back(std::make_shared<entry>(std::make_shared<standard_error_sink>(),
+                                               severity::failed_operation));
+    });
 }
 
 const mi::LibraryDescriptor& LogModuleImpl::GetLibraryDescriptor() const {
@@ -71,33 +89,14 @@ std::shared_ptr<InterfaceBase> LogModuleImpl::AddSink(std::shared_ptr<ILogSink> 
         throw std::invalid_argument("zel::log::ILogModule::AddSink: the sink is null.");
     const auto added = std::make_shared<entry>(std::move(sink), lowest_severity);
     auto result = std::make_shared<subscription>(weak_from_this(), added);
-    platform::scoped_lock inside(guard_);
-    sink_list list = *sinks_;
-    list.push_back(added);
-    replace(std::move(list));
+    change([&](sink_list& list) { list.push_back(added); });
     return result;
 }
 
 void LogModuleImpl::SetDefaultSinkSeverity(int lowest_severity) {
-    platform::scoped_lock inside(guard_);
-    sink_list list = *sinks_;
-    list.front() = std::make_shared<entry>(list.front()->sink, lowest_severity);
-    replace(std::move(list));
-}
-
-void LogModuleImpl::remove(const entry& gone) {
-    platform::scoped_lock inside(guard_);
-    sink_list list = *sinks_;
-    std::erase_if(list, [&](const auto& e) { return e.get() == &gone; });
-    replace(std::move(list));
-}
-
-void LogModuleImpl::replace(sink_list list) {
-    int lowest = silent;
-    for (const auto& wanting : list)
-        lowest = std::min(lowest, wanting->lowest_severity);
-    sinks_ = std::make_shared<const sink_list>(std::move(list));
-    lowest_.store(lowest, std::memory_order_relaxed);
+    change([&](sink_list& list) {
+        list.front() = std::make_shared<entry>(list.front()->sink, lowest_severity);
+    });
 }
 
 } // namespace zel::log

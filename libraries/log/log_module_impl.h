@@ -38,13 +38,14 @@ private:
     using sink_list = std::vector<std::shared_ptr<entry>>;
     class subscription;
 
-    void remove(const entry& gone);
-    void replace(sink_list list) ZEL_REQUIRES(guard_);
+    template <class Edit>
+    void change(const Edit& edit);
 
     // Guards the pointer; the list itself is never changed, so that a record is
     // written without a lock and a sink may come or go from inside a call.
     platform::critical_section guard_;
-    std::shared_ptr<const sink_list> sinks_ ZEL_GUARDED_BY(guard_);
+    std::shared_ptr<const sink_list>
+        sinks_ ZEL_GUARDED_BY(guard_) = std::make_shared<const sink_list>();
     std::atomic<int> lowest_{silent};
 };
 

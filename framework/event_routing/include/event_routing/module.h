@@ -54,7 +54,8 @@ public:
     /// 2147483647 bytes.
     virtual std::vector<std::uint8_t>
     SerializeRoutingParameters(const routing_parameters& parameters) = 0;
-    /// The map of a byte form; throws exceptions::error for malformed bytes.
+    /// The map of a byte form; throws exceptions::error for malformed bytes, and
+    /// for none at all where there should be some.
     virtual routing_parameters DeserializeRoutingParameters(const std::uint8_t* data,
                                                             std::size_t size) = 0;
 

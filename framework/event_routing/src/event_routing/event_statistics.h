@@ -37,7 +37,7 @@ struct statistics_data_t {
         return std::string_view(texts).substr(counted.begin, counted.length);
     }
     /// A path that was broadcast once; several times in a row it takes one place. When
-    /// memory is short, nothing is added.
+    /// memory is short, it is not counted.
     void add_path(std::string_view path) {
         if (!path_counts.empty() && path == text_of(path_counts.back())) {
             ++path_counts.back().count;

@@ -3,7 +3,10 @@
 #include "framework/exceptions/exceptions.h"
 #include "generic/tasklib/src/tasks/reg_cookie.h"
 
+#include <platform/cancellation.h>
+
 #include <algorithm>
+#include <gsl/util>
 #include <random>
 
 namespace zel::event_routing::impl {
@@ -35,7 +38,9 @@ const work_message& work_message_of_this_library() {
 }
 
 InWndProcHandling::~InWndProcHandling() {
+    const platform::no_cancellation to_the_end;
     cookies_.clear(); // first, because handlers that still run may use the rest
+    work_.clear();
 }
 
 std::shared_ptr<tasklib::keep_registered>
@@ -96,6 +101,10 @@ void InWndProcHandling::run_work(std::intptr_t item) {
         first = std::move(work_.front());
         work_.pop_front();
     }
+    const auto dropped = gsl::finally([&] {
+        const platform::no_cancellation to_the_end;
+        first.reset();
+    });
     first->Execute();
 }
 

@@ -83,7 +83,9 @@ ThisModule::SerializeRoutingParameters(const routing_parameters& parameters) {
 
 routing_parameters ThisModule::DeserializeRoutingParameters(const std::uint8_t* data,
                                                             std::size_t size) {
-    return parameters_from_bytes({data, data ? size : 0});
+    if (!data && size > 0)
+        throw exceptions::error("Invalid binary event routing data");
+    return parameters_from_bytes({data, size});
 }
 
 std::string ThisModule::CreateUniqueName(const std::string& base) {

@@ -3,7 +3,10 @@
 
 #include "framework/event_routing/src/event_routing/event_routing_impl.h"
 
+#include <platform/diagnostics.h>
+
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <string>
 #include <utility>
@@ -23,10 +26,13 @@ public:
                                         [&](const auto& entry) { return entry.first == name; });
         if (known != instances_.end())
             return known->second;
-        list::value_type made(name, nullptr);
-        instances_.reserve(instances_.size() + 1);
-        made.second = std::make_shared<EventRoutingImpl>();
-        return instances_.emplace_back(std::move(made)).second;
+        auto& made = instances_.emplace_back(name, nullptr).second;
+        if (const auto failure =
+                platform::guarded([&] { made = std::make_shared<EventRoutingImpl>(); })) {
+            instances_.pop_back();
+            std::rethrow_exception(failure);
+        }
+        return made;
     }
 
     /// In the order in which they were made.

@@ -43,7 +43,8 @@ private:
 
     void call_callbacks(aftermath& after);
 
-    // Of the callbacks that run on this thread.
+    // Of the callbacks that run on this thread and are this copy's of the library: a task
+    // that was made inside another copy's is canceled at once.
     static inline constinit thread_local aftermath* aftermath_ = nullptr;
 
     // Acquire and release: who sees the flag sees what led to it.
