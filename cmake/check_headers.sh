@@ -20,8 +20,8 @@ check_one() {
     local header=$1 output
     shift
     [[ -e $header ]] || return 0 # deleted, but not yet from the index
-    # What its own source reads first is compiled alone by every build.
-    [[ $(grep -sm1 '^#include' "${header%.h}.cpp") != "#include \"$header\"" ]] || return 0
+    # What its own source reads first is compiled alone by every build of the tests.
+    [[ $header == fuzz/* || $(grep -sm1 '^#include' "${header%.h}.cpp") != "#include \"$header\"" ]] || return 0
     if ! output=$(g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only "$@" \
         -x c++ - <<<"#include \"$PWD/$header\"" 2>&1); then
         printf '%s\n%s does not compile alone\n' "$output" "$header"

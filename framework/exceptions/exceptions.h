@@ -77,7 +77,8 @@ inline std::string brief_text(const std::exception_ptr& failure) {
     try {
         std::rethrow_exception(failure);
     } catch (const std::exception& e) {
-        return e.what();
+        const char* const text = e.what();
+        return text ? text : "";
     } catch (const special_handling& e) {
         return std::string("Exception: ") + e.type_name();
     } catch (...) {

@@ -3,6 +3,7 @@
 #include "libraries/log/exception_text.h"
 #include "libraries/log/standard_error_sink.h"
 
+#include <platform/cancellation.h>
 #include <platform/diagnostics.h>
 
 #include <algorithm>
@@ -18,10 +19,12 @@ public:
     subscription(std::weak_ptr<LogModuleImpl> log, std::shared_ptr<entry> own)
         : log_(std::move(log)), own_(std::move(own)) {}
     ~subscription() override {
+        const platform::no_cancellation to_the_end;
         own_->is_active.store(false, std::memory_order_relaxed);
         // Without memory for another list it stays in this one until the next change.
         if (const auto log = log_.lock())
             platform::guarded([&] { log->change([](sink_list&) {}); });
+        own_.reset();
     }
 
 private:
@@ -65,10 +68,11 @@ void LogModuleImpl::Write(const record& written) {
     }
     record complete = written;
     std::string text;
-    if (written.exception) {
-        text = std::string(written.text) + "\n" + exception_text(written.exception);
-        complete.text = text;
-    }
+    if (written.exception) // without memory the record goes without the exception's text
+        platform::guarded([&] {
+            text = std::string(written.text) + "\n" + exception_text(written.exception);
+            complete.text = text;
+        });
     // A sink that fails keeps no other from its record.
     std::exception_ptr first_failure;
     for (const auto& wanting : *sinks) {

@@ -26,18 +26,10 @@ void task_scheduler_impl::schedule(const std::shared_ptr<task_ifc>& task,
                                    std::uint32_t) {
     const auto when = deadline(parameters->time_left()).moment();
     task->set_submitter(shared_from_this());
-    auto added = place_in_row::none;
     try {
-        added = insert(task, processor, when);
-        // What is due at once has the timer look also at what is due before: a clock that was
-        // set on in one leap is not noticed otherwise.
-        if (added == place_in_row::first || when <= unbiased_clock::now())
-            asio::post(threads_->timers(), [this] { set_timer(); });
+        insert(task, processor, when);
     } catch (...) {
-        if (added != place_in_row::kept) {
-            withdraw(*task);
-            task->take_submitter();
-        }
+        task->take_submitter();
         throw;
     }
     // Who canceled it a moment ago may have looked for it in vain.
@@ -45,25 +37,32 @@ void task_scheduler_impl::schedule(const std::shared_ptr<task_ifc>& task,
         withdraw(*task);
 }
 
-task_scheduler_impl::place_in_row
-task_scheduler_impl::insert(const std::shared_ptr<task_ifc>& task,
-                            const std::shared_ptr<task_processor_ifc>& processor,
-                            unbiased_clock::time_point when) {
+// A task that is here already keeps its time.
+void task_scheduler_impl::insert(const std::shared_ptr<task_ifc>& task,
+                                 const std::shared_ptr<task_processor_ifc>& processor,
+                                 unbiased_clock::time_point when) {
     platform::scoped_lock inside(guard_);
     if (ended_)
         throw exceptions::fatal("Tasks module already destroyed");
     const auto [known, is_new] = places_.try_emplace(task.get());
     if (!is_new)
-        return place_in_row::kept;
+        return;
+    known->second = delayed_.end();
     try {
         // Delays of one length, as most are, come in the order of their ends.
         known->second = delayed_.emplace_hint(delayed_.end(), due{when, ++last_number_},
                                               delayed_task{task, processor});
+        // What is due at once has the timer look also at what is due before: a clock that was
+        // set on in one leap is not noticed otherwise. Under the guard: those that come behind
+        // the first one rely on its timer.
+        if (delayed_.begin() == known->second || when <= unbiased_clock::now())
+            asio::post(threads_->timers(), [this] { set_timer(); });
     } catch (...) {
+        if (known->second != delayed_.end())
+            delayed_.erase(known->second);
         places_.erase(known);
         throw;
     }
-    return delayed_.begin() == known->second ? place_in_row::first : place_in_row::later;
 }
 
 void task_scheduler_impl::withdraw(task_ifc& task) {

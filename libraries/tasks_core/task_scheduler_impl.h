@@ -34,12 +34,9 @@ private:
         std::shared_ptr<task_processor_ifc> processor;
     };
 
-    // `kept`: a task that is here already keeps its time. The timer is set to the first.
-    enum class place_in_row { none, kept, first, later };
-
-    place_in_row insert(const std::shared_ptr<task_ifc>& task,
-                        const std::shared_ptr<task_processor_ifc>& processor,
-                        unbiased_clock::time_point when);
+    void insert(const std::shared_ptr<task_ifc>& task,
+                const std::shared_ptr<task_processor_ifc>& processor,
+                unbiased_clock::time_point when);
     void set_timer();
     void submit_due();
     std::optional<delayed_task> take_first(unbiased_clock::time_point due_by);

@@ -89,8 +89,8 @@ void task_threads::submit(const std::shared_ptr<task_ifc>& task) {
     try {
         meet(what);
     } catch (...) {
-        withdraw(*task);
-        throw;
+        if (withdraw(*task)) // otherwise another thread has taken it
+            throw;
     }
     run_begins(); // or would, if a thread were free: the watch has to look
 }
@@ -128,9 +128,11 @@ bool task_threads::are_in_hand() const {
            pending_.size() <= short_backlog;
 }
 
-void task_threads::meet(need what) {
-    if (what == need::nothing || (what == need::thread && !start_thread()))
-        return;
+bool task_threads::meet(need what) {
+    if (what == need::nothing)
+        return true;
+    if (what == need::thread && !start_thread())
+        return false;
     try {
         asio::post(workers_, [this] { take_turn(); });
     } catch (...) {
@@ -138,6 +140,7 @@ void task_threads::meet(need what) {
         --turns_;
         throw;
     }
+    return true;
 }
 
 // False when the system has no thread to give; the watch tries again.
@@ -296,9 +299,15 @@ std::size_t task_threads::thread_count() const {
     return threads_;
 }
 
-void task_threads::send_threads_away(std::size_t count) {
-    for (; count > 0; --count)
-        asio::post(workers_, [] { worker::current()->send_away(); });
+void task_threads::send_threads_away(std::size_t count) noexcept {
+    const auto failure = platform::guarded([&] {
+        for (; count > 0; --count)
+            asio::post(workers_, [] { worker::current()->send_away(); });
+    });
+    if (!failure)
+        return;
+    platform::scoped_lock inside(guard_); // the others stay, for now
+    threads_ += count;
 }
 
 announced_wait::announced_wait() noexcept

@@ -85,7 +85,7 @@ private:
     need next_need() ZEL_REQUIRES(guard_);
     void give_turn() ZEL_REQUIRES(guard_);
     bool are_in_hand() const ZEL_REQUIRES(guard_);
-    void meet(need what);
+    bool meet(need what); // false when a thread was needed and could not be had
     bool start_thread() noexcept;
     void take_turn();
     std::shared_ptr<task_ifc>
@@ -102,7 +102,7 @@ private:
     bool is_stalled(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
     std::size_t threads_to_leave(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
     void hurry_watch() noexcept;
-    void send_threads_away(std::size_t count);
+    void send_threads_away(std::size_t count) noexcept;
     std::thread leave_the_list();
 
     const thread_limits limits_;

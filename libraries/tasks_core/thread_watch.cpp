@@ -38,6 +38,7 @@ void task_threads::watch(bool hurried) {
 std::optional<platform::milliseconds> task_threads::look_around(bool look_again_soon) {
     const auto now = std::chrono::steady_clock::now();
     need what = need::nothing;
+    bool adds = false; // a thread beyond those for the cores
     std::size_t leaving = 0;
     std::optional<platform::milliseconds> pause;
     {
@@ -48,6 +49,7 @@ std::optional<platform::milliseconds> task_threads::look_around(bool look_again_
             ++added_;
             give_turn();
             what = need::thread;
+            adds = true;
         } else if (!progress) {
             short_runs_ = 0; // what is pending is not in hand after all
             what = next_need();
@@ -63,10 +65,13 @@ std::optional<platform::milliseconds> task_threads::look_around(bool look_again_
         // Under the guard: a task that arrives from now on finds it.
         watch_is_slow_.store(pause != quick, std::memory_order_relaxed);
     }
-    platform::guarded([&] {
-        meet(what);
-        send_threads_away(leaving);
-    });
+    bool is_met = true;
+    platform::guarded([&] { is_met = meet(what); });
+    if (!is_met && adds) {
+        platform::scoped_lock inside(guard_);
+        --added_;
+    }
+    send_threads_away(leaving);
     return pause;
 }
 

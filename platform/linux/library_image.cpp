@@ -28,12 +28,13 @@ image_handle image_from(void* handle) noexcept {
     return static_cast<image_handle>(reinterpret_cast<std::uintptr_t>(map));
 }
 
+// Of what has a name. A thread's own data lie in no image.
 bool is_data(const void* address) noexcept {
     Dl_info info{};
     const ElfW(Sym)* symbol = nullptr;
     return dladdr1(address, &info, const_cast<void**>(reinterpret_cast<const void**>(&symbol)),
-                   RTLD_DL_SYMENT) != 0 &&
-           symbol && ELF64_ST_TYPE(symbol->st_info) == STT_OBJECT;
+                   RTLD_DL_SYMENT) == 0 ||
+           (symbol && ELF64_ST_TYPE(symbol->st_info) == STT_OBJECT);
 }
 
 } // namespace

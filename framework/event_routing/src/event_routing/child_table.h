@@ -21,6 +21,7 @@ public:
         explicit child(std::string_view subnode) : name(subnode) {}
         const std::string name;
         Node node;
+        std::unique_ptr<child> next; // once it has left its table
     };
 
     /// Null when there is no child of that name.
@@ -54,11 +55,13 @@ public:
         return children;
     }
 
-    /// Moves all children to the end of `to`.
-    void release_to(std::vector<std::unique_ptr<child>>& to) {
+    /// Moves all children to the front of a chain. Takes no memory.
+    void release_to(std::unique_ptr<child>& chain) noexcept {
         for (slot& s : slots_)
-            if (s.entry)
-                to.push_back(std::move(s.entry));
+            if (s.entry) {
+                s.entry->next = std::move(chain);
+                chain = std::move(s.entry);
+            }
         slots_.clear();
         count_ = 0;
     }

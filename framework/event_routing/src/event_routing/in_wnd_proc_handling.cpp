@@ -50,17 +50,21 @@ InWndProcHandling::KeepHandlerRegistered(const std::shared_ptr<tasklib::keep_reg
 
 std::shared_ptr<tasklib::keep_registered>
 InWndProcHandling::StoreHandlerCookie(const std::shared_ptr<tasklib::keep_registered>& cookie) {
-    auto released_earlier =
-        tasklib::make_reg_cookie([stored = std::weak_ptr<tasklib::keep_registered>(cookie),
-                                  keeper = std::weak_ptr(shared_from_this())] {
+    if (cookie) {
+        const platform::scoped_lock inside(cookie_guard_);
+        cookies_.push_back(cookie);
+    }
+    try {
+        return tasklib::make_reg_cookie([stored = std::weak_ptr<tasklib::keep_registered>(cookie),
+                                         keeper = std::weak_ptr(shared_from_this())] {
             if (const auto still_stored = stored.lock())
                 if (const auto still_there = keeper.lock())
                     still_there->release(still_stored);
         });
-    const platform::scoped_lock inside(cookie_guard_);
-    if (cookie)
-        cookies_.push_back(cookie);
-    return released_earlier;
+    } catch (...) {
+        release(cookie);
+        throw;
+    }
 }
 
 void InWndProcHandling::release(const std::shared_ptr<tasklib::keep_registered>& cookie) {

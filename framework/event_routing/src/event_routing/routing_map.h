@@ -107,11 +107,11 @@ private:
 template <class Function, class AdditionalData>
 RoutingMapNode<Function, AdditionalData>::~RoutingMapNode() {
     // A path may have a million subnodes; destroying them must not recurse.
-    std::vector<std::unique_ptr<child_entry>> doomed;
+    std::unique_ptr<child_entry> doomed;
     children_.release_to(doomed);
-    while (!doomed.empty()) {
-        const auto child = std::move(doomed.back());
-        doomed.pop_back();
+    while (doomed) {
+        const auto child = std::move(doomed);
+        doomed = std::move(child->next);
         child->node.children_.release_to(doomed);
     }
 }
