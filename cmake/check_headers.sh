@@ -21,7 +21,8 @@ check_one() {
     shift
     [[ -e $header ]] || return 0 # deleted, but not yet from the index
     # What its own source reads first is compiled alone by every build of the tests.
-    [[ $header == fuzz/* || $(grep -sm1 '^#include' "${header%.h}.cpp") != "#include \"$header\"" ]] || return 0
+    [[ $header == fuzz/* ||
+        $(grep -sm1 '^#include' "${header%.h}.cpp") != "#include \"$header\"" ]] || return 0
     if ! output=$(g++ -std=c++20 -Wall -Wextra -Wpedantic -Werror -fsyntax-only "$@" \
         -x c++ - <<<"#include \"$PWD/$header\"" 2>&1); then
         printf '%s\n%s does not compile alone\n' "$output" "$header"

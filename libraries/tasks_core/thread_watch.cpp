@@ -69,7 +69,7 @@ std::optional<platform::milliseconds> task_threads::look_around(bool look_again_
     platform::guarded([&] { is_met = meet(what); });
     if (!is_met && adds) {
         platform::scoped_lock inside(guard_);
-        --added_;
+        added_ -= std::min<std::size_t>(added_, 1); // one of those that leave may have been it
     }
     send_threads_away(leaving);
     return pause;
