@@ -1,6 +1,6 @@
 // Bytes that are a map of routing parameters are, once written, the same map and the
 // same bytes for ever.
-#include "framework/event_routing/src/event_routing/parameter_bytes.h"
+#include "framework/event_routing/src/event_routing/module/parameter_bytes.h"
 #include "fuzz/fuzz_support.h"
 
 #include <algorithm>

@@ -5,7 +5,7 @@
 // bus in the cases that have one path only.
 #pragma once
 
-#include "framework/event_routing/src/event_routing/benchmark_paths.h"
+#include "framework/event_routing/src/event_routing/routing/benchmark_paths.h"
 
 #include <event_routing/event_routing.h>
 

@@ -1,6 +1,6 @@
 // This library, as its users call it.
 #include "benchmarks/peers/bus_cases.h"
-#include "framework/event_routing/src/event_routing/event_routing_impl.h"
+#include "framework/event_routing/src/event_routing/events/event_routing_impl.h"
 
 namespace zel::benchmarks {
 

@@ -1,7 +1,7 @@
 // Where a log record comes from: a source file and a number within it.
 //
-// The numbers are fixed, so that they stay comparable from release to release;
-// they are not the lines of today's file.
+// Both are fixed, so that records stay comparable from release to release: the number is
+// not a line of today's file, and a file that was moved goes on under its former path.
 #pragma once
 
 #include <array>

@@ -2,9 +2,9 @@
 // and handlers that stand still.
 #pragma once
 
-#include "framework/event_routing/src/event_routing/event_routing_impl.h"
-#include "framework/event_routing/src/event_routing/request_routing_impl.h"
-#include "framework/event_routing/src/event_routing/snowball_routing_impl.h"
+#include "framework/event_routing/src/event_routing/events/event_routing_impl.h"
+#include "framework/event_routing/src/event_routing/requests/request_routing_impl.h"
+#include "framework/event_routing/src/event_routing/snowballs/snowball_routing_impl.h"
 #include "framework/serialization/payload.h"
 #include "platform/src/watched_thread_test.h"
 #include "tests/support/log_capture.h"

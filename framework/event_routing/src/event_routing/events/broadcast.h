@@ -1,0 +1,72 @@
+// One broadcast on its way. Lives on the stack of BroadcastEvent, whose steps are
+// the functions of this class.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/events/event_routing_impl.h"
+#include "framework/event_routing/src/event_routing/monitors/numbered_parameters.h"
+#include "generic/tasklib/src/tasks/task.h"
+
+#include <tasklib/task_processor.h>
+
+#include <optional>
+
+namespace zel::event_routing::impl {
+
+class EventRoutingImpl::broadcast {
+public:
+    broadcast(EventRoutingImpl& service, const std::string& paths, const event_data& data,
+              const routing_parameters& parameters) noexcept
+        : service_(service), paths_(paths), data_(data), parameters_(&parameters),
+          at_the_end_(service.records_, paths) {}
+    /// Tells the monitors and counts, however the broadcast ends. A monitor that ends
+    /// its thread is unwound from here.
+    ~broadcast() noexcept(false);
+    broadcast(const broadcast&) = delete;
+    broadcast& operator=(const broadcast&) = delete;
+
+    void take_monitors();
+    void choose_parameters();
+    void recall_handlers();
+    void collect_handlers();
+    void RouteEvent();
+    void wait_for_tasks() const;
+
+private:
+    // Counts at the very end.
+    struct counting {
+        counting(broadcast_records& all, const std::string& paths) noexcept
+            : records(all), visitor(paths) {}
+        ~counting();
+
+        broadcast_records& records;
+        broadcast_records::visitor visitor;
+    };
+
+    template <class Use>
+    void split_paths(const Use& use) const;
+    void tell_monitors() const;
+    void run_handler(const MultiPathHandlerInfo& handler);
+    bool run_synchronous_part(const MultiPathHandlerInfo& handler,
+                              const synchronous_event_part& part);
+    void start_asynchronous_part(const MultiPathHandlerInfo& handler,
+                                 const std::shared_ptr<tasklib::task_queue_ifc>& queue);
+
+    EventRoutingImpl& service_;
+    const std::string& paths_;
+    const event_data& data_;
+    const routing_parameters* parameters_; // the caller's, unless a number was added
+    counting at_the_end_;
+
+    event_monitors::snapshot monitors_;
+    std::optional<measurement> begin_; // only for monitors, like the next two
+    numbered_parameters numbered_{service_.spare_parameters_};
+    bool tells_monitors_ = false;
+    std::uint64_t generation_ = 0;        // of the registrations, from then on
+    const match_list* matches_ = nullptr; // which the visitor keeps
+    // How many milliseconds to wait for the tasks; nothing: not at all.
+    std::optional<std::uint32_t> patience_;
+    std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started
+    std::vector<tasklib::task<void>> tasks_;                 // kept only to be waited for
+};
+
+} // namespace zel::event_routing::impl

@@ -1,0 +1,35 @@
+#include "framework/event_routing/src/event_routing/requests/request_matches.h"
+
+#include <algorithm>
+
+namespace zel::event_routing::impl {
+
+namespace {
+
+std::vector<request_match> collect(std::string_view path, const request_routing_node& root) {
+    request_routing_node::collected_handlers collected;
+    root.CollectHandlers(path, collected);
+    std::vector<request_match> matches;
+    matches.reserve(collected.size());
+    for (auto& [handler, level] : collected) {
+        const call body(*handler); // there as long as the handler is in the map
+        matches.push_back({std::move(handler), level, body->additional_data.priority});
+    }
+    return matches;
+}
+
+} // namespace
+
+std::shared_ptr<const request_matches> match_request(const text_key& path, std::uint64_t generation,
+                                                     const request_maps& maps) {
+    auto matches = std::make_shared<request_matches>(path, generation);
+    matches->redirections = collect(path.text, maps.redirections);
+    matches->regular = collect(path.text, maps.handlers);
+    matches->fallbacks = collect(path.text, maps.fallbacks);
+    // Within a priority they stay in the order of collection.
+    std::stable_sort(matches->regular.begin(), matches->regular.end(),
+                     [](const auto& a, const auto& b) { return a.priority > b.priority; });
+    return matches;
+}
+
+} // namespace zel::event_routing::impl

@@ -1,0 +1,123 @@
+// Registration cookies of the routing services.
+//
+// A cookie holds its service strongly and takes its handler out of the routing
+// map when it is destroyed. For all services: the routing lock is held only for the
+// unlinking and given back before running calls are waited for (retirable.h). A slow
+// handler thus delays the release of its own cookie only.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/routing/routing_map.h"
+#include "framework/module_interface/standard_type_names.h"
+#include "framework/threading/recursive_shared_mutex.h"
+
+#include <platform/cancellation.h>
+#include <tasklib/keep_registered.h>
+
+#include <memory>
+#include <string>
+
+namespace zel::event_routing::impl {
+
+/// Logs what kept a cookie from unregistering; throws nothing.
+void report_unregistration_failure(const std::exception_ptr& failure, std::string (*cookie_type)());
+
+class KeepRegisteredWithDescr : public tasklib::keep_registered {
+public:
+    /// For diagnostics: registration path, ", ", the registrant's description.
+    const std::string& description() const noexcept { return description_; }
+
+protected:
+    explicit KeepRegisteredWithDescr(std::string description)
+        : description_(std::move(description)) {}
+
+private:
+    std::string description_;
+};
+
+/// The cookie of a handler in a map of `Node`s; `Owner` offers `Unregister`.
+template <class Owner, class Node>
+class KeepRegistered final : public KeepRegisteredWithDescr {
+public:
+    using registration = typename Node::registration;
+
+    KeepRegistered(std::shared_ptr<Owner> owner, registration position, std::string description)
+        : KeepRegisteredWithDescr(std::move(description)), owner_(std::move(owner)),
+          registration_(position) {}
+
+    ~KeepRegistered() override {
+        const platform::no_cancellation to_the_end;
+        try {
+            owner_->Unregister(registration_);
+        } catch (const std::exception&) {
+            report_unregistration_failure(std::current_exception(), &own_type_name);
+        }
+        owner_.reset(); // may be the last reference
+    }
+
+    /// As the log names this cookie.
+    static std::string own_type_name();
+
+private:
+    std::shared_ptr<Owner> owner_;
+    registration registration_;
+};
+
+// The position type in the name is that of a linked list of the map's items.
+template <class Owner, class Node>
+std::string KeepRegistered<Owner, Node>::own_type_name() {
+    const std::string item = type_name<Node>() + "::function_container_item";
+    const std::string list = container_type_name("class std::list", item);
+    const std::string position = template_type_name(
+        "class std::_List_iterator",
+        {template_type_name("class std::_List_val",
+                            {template_type_name("struct std::_List_simple_types", {item})})});
+    return template_type_name(
+        "zel::event_routing::impl::KeepRegistered",
+        {type_name<Owner>(), template_type_name("struct std::pair", {list + " *", position})});
+}
+
+/// A handler on its way into a map. Made before the routing lock is taken and
+/// gone after it is given back: copying, refusing and destroying a callable are
+/// the registrant's code. (One exception: a regular request handler whose announcement
+/// fails goes under the lock, before anybody can reach it.) Throws exceptions::error for
+/// a misplaced "*".
+template <class Node>
+struct prepared_handler {
+    template <class Function, class AdditionalData>
+    prepared_handler(const std::string& path, Function function, AdditionalData additional_data,
+                     const std::string& description)
+        : target(path),
+          item(Node::make_item(std::move(function), std::move(additional_data), description)),
+          cookie_description(path + ", " + description) {}
+
+    const registration_path target;
+    const typename Node::function_container_item item;
+    const std::string cookie_description;
+};
+
+/// Puts a handler into the map and returns its cookie; with an exception nothing
+/// stays behind. The caller holds the routing lock exclusively.
+template <class Owner, class Node>
+std::shared_ptr<tasklib::keep_registered> register_handler(Owner& owner, Node& root,
+                                                           const prepared_handler<Node>& handler) {
+    auto self = owner.shared_from_this();
+    const auto position = root.InsertHandler(handler.target, handler.item);
+    try {
+        return std::make_shared<KeepRegistered<Owner, Node>>(std::move(self), position,
+                                                             handler.cookie_description);
+    } catch (...) {
+        Node::RemoveHandler(position);
+        throw;
+    }
+}
+
+/// Takes a handler out of its map. The caller retires it when the routing lock has
+/// been given back.
+template <class Node, class Lock>
+std::shared_ptr<typename Node::registered_handler>
+unlink_handler(Lock& routing_lock, typename Node::registration position) {
+    threading::exclusive_lock_guard map_is_mine(routing_lock);
+    return Node::RemoveHandler(position).record;
+}
+
+} // namespace zel::event_routing::impl

@@ -1,0 +1,78 @@
+// The snowball routing service.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/monitors/message_observation.h"
+#include "framework/event_routing/src/event_routing/routing/handler_type_name.h"
+#include "framework/event_routing/src/event_routing/routing/match_records.h"
+#include "framework/event_routing/src/event_routing/routing/routing_lock.h"
+#include "framework/event_routing/src/event_routing/routing/routing_map.h"
+
+#include <event_routing/snowball_handling_info.h>
+#include <event_routing/snowball_routing.h>
+
+namespace zel::event_routing::impl {
+
+struct SnowballRoutingNodeAdditionalData {};
+
+using snowball_routing_node = RoutingMapNode<snowball_handler, SnowballRoutingNodeAdditionalData>;
+
+class SnowballRouting : public ISnowballRouting {};
+
+class SnowballRoutingImpl final : public SnowballRouting,
+                                  public std::enable_shared_from_this<SnowballRoutingImpl> {
+public:
+    SnowballRoutingImpl();
+    ~SnowballRoutingImpl() override;
+
+    void SendSnowball(const std::string& path, const snowball_data& data, snowball_result& response,
+                      snowball_result& error_response,
+                      const routing_parameters& parameters) override;
+    std::shared_ptr<tasklib::keep_registered>
+    RegisterSnowballHandler(const std::string& path, const snowball_handler& handler,
+                            const std::string& description) override;
+    std::vector<std::pair<std::string, std::string>> GetSnowballHandlers() override;
+    std::shared_ptr<tasklib::keep_registered>
+    RegisterMonitorHandler(snowball_monitor monitor) override;
+    void WaitForTasks() override {}
+
+    /// Run by the cookie of a handler.
+    void Unregister(snowball_routing_node::registration position);
+
+private:
+    class snowball_pass;
+
+    using observation = message_observation<monitor::snowball_handling_info_3>;
+
+    struct snowball_matches : matches_of_text {
+        using matches_of_text::matches_of_text;
+        std::size_t size() const noexcept { return handlers.size(); }
+
+        std::vector<snowball_routing_node::collected_handler> handlers;
+    };
+
+    std::shared_ptr<const snowball_matches> matches_of(const text_key& path);
+
+    routing_lock routing_lock_;
+    snowball_routing_node handlers_ ZEL_GUARDED_BY(routing_lock_);
+    match_records<snowball_matches> records_;
+    std::shared_ptr<observation::monitors> monitors_;
+};
+
+} // namespace zel::event_routing::impl
+
+template <>
+struct zel::declared_type_name<zel::event_routing::snowball_handler> {
+    static std::string text() { return event_routing::impl::handler_type_name("void"); }
+};
+
+template <>
+struct zel::declared_type_name<zel::event_routing::impl::SnowballRoutingNodeAdditionalData> {
+    static std::string text() {
+        return "struct zel::event_routing::impl::SnowballRoutingNodeAdditionalData";
+    }
+};
+
+template <>
+struct zel::declared_type_name<zel::event_routing::impl::SnowballRoutingImpl> {
+    static std::string text() { return "class zel::event_routing::impl::SnowballRoutingImpl"; }
+};
