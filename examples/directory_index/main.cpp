@@ -72,7 +72,7 @@ int run(const command_line& command) {
 
     if (std::error_code failure; !command.handlers) {
         // Before the trace replaces what its file may hold.
-        std::filesystem::directory_iterator(command.folder, failure);
+        const std::filesystem::directory_iterator attempt(command.folder, failure);
         if (failure)
             return refuse(command.folder, failure);
     }

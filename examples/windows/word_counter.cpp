@@ -72,7 +72,7 @@ void word_counter::print(const std::string& line, std::size_t words) {
     quit_when_done();
 }
 
-void word_counter::quit_when_done() {
+void word_counter::quit_when_done() const {
     if (has_ended_ && to_print_ == 0)
         platform::quit_message_loop(0);
 }

@@ -24,7 +24,7 @@ public:
 private:
     void take_line(const std::string& line);
     void print(const std::string& line, std::size_t words);
-    void quit_when_done();
+    void quit_when_done() const;
 
     const std::shared_ptr<event_routing::IEventRouting> events_;
     const platform::window_handle window_;

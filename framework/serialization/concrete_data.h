@@ -60,7 +60,7 @@ public:
 
 protected:
     /// For the destructor of a derived class whose values need care.
-    T& DiscardedValue() noexcept { return value_; }
+    T& discarded_value() noexcept { return value_; }
 
 private:
     static constexpr std::uint32_t value_valid = 1;

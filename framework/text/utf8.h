@@ -7,9 +7,9 @@
 
 namespace zel::text {
 
-/// Bytes of the well-formed character at the beginning of a text that is not empty; 0 when
+/// Length of the well-formed character at the beginning of bytes that are not empty; 0 when
 /// there is none.
-std::size_t character_length(std::string_view text) noexcept;
+std::size_t character_length(std::string_view bytes) noexcept;
 
 bool is_utf8(std::string_view bytes) noexcept;
 

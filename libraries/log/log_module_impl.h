@@ -20,7 +20,7 @@ public:
         // Relaxed: a change is seen soon enough, and a record carries no state.
         return lowest_.load(std::memory_order_relaxed);
     }
-    void Write(const record& entry) override;
+    void Write(const record& written) override;
     std::shared_ptr<InterfaceBase> AddSink(std::shared_ptr<ILogSink> sink,
                                            int lowest_severity) override;
     void SetDefaultSinkSeverity(int lowest_severity) override;

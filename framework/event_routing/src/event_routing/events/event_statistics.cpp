@@ -20,7 +20,8 @@ constexpr std::size_t most_shown = 5;
 double minutes_since(tasklib::unbiased_clock::time_point start) {
     const auto elapsed = tasklib::unbiased_clock::now() - start;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-    return static_cast<double>(seconds / 6) / 10.0;
+    const auto tenths = seconds / 6;
+    return static_cast<double>(tenths) / 10.0;
 }
 
 } // namespace
