@@ -46,7 +46,7 @@ public:
     std::shared_ptr<task_ifc> withdraw(task_ifc& task);
     bool has_ended() const noexcept { return ended_.load(std::memory_order_acquire); }
 
-    /// A run begins on some thread. Two instructions as a rule.
+    /// Tells the watch that a run begins on some thread. As a rule that is two instructions.
     void run_begins() noexcept {
         if (watch_is_slow_.load(std::memory_order_relaxed))
             hurry_watch();
@@ -55,8 +55,8 @@ public:
     /// What the timer thread does besides watching.
     asio::io_context& timers() noexcept { return timers_; }
 
-    /// Has a timer call a function when it is time. On the timer thread, which goes on
-    /// trying while memory is short: nobody else would come back to it.
+    /// Has a timer call a function when it is time. Called on the timer thread. While memory
+    /// is short it tries again and again, because nobody else would set the timer later.
     template <class Timer, class Function>
     void call_at_the_end_of(Timer& timer, const Function& function) noexcept {
         const auto wait = [&] {
@@ -116,29 +116,30 @@ private:
     // Guards the row of tasks and the counts; held for a few steps.
     mutable platform::plain_lock guard_;
     pending_tasks pending_ ZEL_GUARDED_BY(guard_);
-    std::uint64_t taken_ ZEL_GUARDED_BY(guard_) = 0; // tasks, so far
-    // In a row, that took less time than it takes to wake a thread.
+    std::uint64_t taken_ ZEL_GUARDED_BY(guard_) = 0; // how many tasks so far
+    // How many runs in a row have taken less time than it takes to wake a thread.
     std::uint32_t short_runs_ ZEL_GUARDED_BY(guard_) = 0;
     std::size_t threads_ ZEL_GUARDED_BY(guard_) = 0;
     std::size_t turns_ ZEL_GUARDED_BY(guard_) = 0;   // given out, never more than threads
     std::size_t waiting_ ZEL_GUARDED_BY(guard_) = 0; // threads in an announced wait
     std::size_t added_ ZEL_GUARDED_BY(guard_) = 0;   // threads, for others that block unseen
-    // A thread whose turn is over looks for a moment whether the next task comes: to
-    // put it to sleep and wake it costs more than most tasks. One at a time.
+    // A thread whose turn is over looks for a moment whether the next task comes, because
+    // putting it to sleep and waking it costs more than most tasks. One thread at a time
+    // lingers in this way.
     bool somebody_lingers_ ZEL_GUARDED_BY(guard_) = false;
     std::size_t most_turns_ ZEL_GUARDED_BY(guard_) = 0; // since the current period began
-    // For the one that lingers. Relaxed: it looks again under the guard.
+    // Tells the thread that lingers. Relaxed: that thread looks again under the guard.
     std::atomic<bool> task_has_come_{false};
     // Written under the guard; acquire and release for those who only look.
     std::atomic<bool> ended_{false};
-    // Whether the watch pauses for longer than it takes to show what a thread does.
-    // Relaxed: one that is missed is seen after the pause.
+    // Whether the watch pauses for so long that a run would be over before a name of its
+    // thread could show it. Relaxed: a run that is missed is seen after the pause.
     std::atomic<bool> watch_is_slow_{true};
 
-    // What the watch remembers from look to look. Of the timer thread alone.
+    // What the watch remembers from look to look. Only the timer thread uses it.
     std::uint64_t taken_before_ = 0;
     std::optional<std::chrono::steady_clock::time_point> stalled_since_;
-    static constexpr std::size_t periods = 30; // of which one leaves the window at a time
+    static constexpr std::size_t periods = 30; // looked back at; the oldest is forgotten first
     std::array<std::size_t, periods> turns_by_period_{};
     std::size_t period_ = 0;
     std::chrono::steady_clock::time_point period_began_;
@@ -146,7 +147,8 @@ private:
     // Guards the list of threads; held while one is started, never while a task runs.
     platform::critical_section threads_guard_;
     std::list<std::thread> workers_list_ ZEL_GUARDED_BY(threads_guard_);
-    // Joined by the next that leaves: whatever thread waited for it might be needed.
+    // Joined by the next thread that leaves: any other thread that waited for its end might
+    // be needed for tasks.
     std::thread last_that_left_ ZEL_GUARDED_BY(threads_guard_);
     bool no_more_threads_ ZEL_GUARDED_BY(threads_guard_) = false;
     std::thread timer_thread_;

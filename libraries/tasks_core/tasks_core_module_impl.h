@@ -1,4 +1,4 @@
-// The task library as others see it.
+// The module of the task library, and what it makes on first use.
 #pragma once
 
 #include "libraries/tasks_core/task_processor_impl.h"

@@ -26,12 +26,14 @@ public:
     /// enough threads do that already.
     virtual void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) = 0;
 
-    /// Before a runner of an owner's is submitted: false when as many as there may be run
-    /// or have been submitted by this owner, and will come to all that is stored.
+    /// An owner asks this before it submits a runner. False when the owner need not: as many
+    /// runners as the queue allows are running, or have been submitted by this owner, and
+    /// they will run all that is stored.
     virtual bool needs_runner(const void* owner) = 0;
-    /// One has been submitted; it may have begun already.
+    /// The owner has submitted a runner, which may have begun already.
     virtual void runner_submitted(const void* owner) noexcept = 0;
-    /// One that is or will be submitted has begun, or never will.
+    /// A runner that the owner has submitted, or is about to submit, has begun or will never
+    /// begin.
     virtual void runner_came(const void* owner) noexcept = 0;
 };
 
