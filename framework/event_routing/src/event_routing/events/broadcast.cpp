@@ -149,7 +149,8 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
     const auto task = tasklib::make_task(
         "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
         asynchronous_part(matches_->shared_from_this(), handler, data_, *parameters_, monitors_));
-    // Who waits for a part of a queue that he holds up himself would wait for ever.
+    // A broadcast that waits goes past the queue: it may itself come from a part of that
+    // queue, which would then wait for a part that cannot start before it has ended.
     if (queue && !patience_)
         tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
     else
