@@ -48,8 +48,7 @@ public:
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
     /// Keeps a cookie until the result is dropped or the window has gone, whichever
-    /// comes first. The result itself keeps nothing alive. A null cookie is allowed, and
-    /// nothing is kept for it.
+    /// comes first. The result itself keeps nothing alive. Null is nothing to keep.
     virtual std::shared_ptr<tasklib::keep_registered>
     KeepHandlerRegistered(const std::shared_ptr<tasklib::keep_registered>& cookie) = 0;
 
