@@ -59,7 +59,8 @@ public:
     virtual void Deserialize(T& out, const byte_vector& bytes) const = 0;
 
 protected:
-    /// For the destructor of a derived class whose values need care.
+    /// The value, whichever form is valid. For the destructor of a derived class whose values
+    /// must not be destroyed in the ordinary way.
     T& discarded_value() noexcept { return value_; }
 
 private:

@@ -21,7 +21,8 @@ public:
     ~subscription() override {
         const platform::no_cancellation to_the_end;
         own_->is_active.store(false, std::memory_order_relaxed);
-        // Without memory for another list it stays in this one until the next change.
+        // If there is no memory for a new list, the entry stays in this one until the next
+        // change.
         if (const auto log = log_.lock())
             platform::guarded([&] { log->change([](sink_list&) {}); });
         own_.reset();

@@ -1,4 +1,4 @@
-// Who hears what tasks cost, and the kernel's figures.
+// Keeps the logger that is told what tasks cost, and reads the kernel's figures for it.
 #pragma once
 
 #include <tasklib/performance_logger.h>

@@ -183,7 +183,8 @@ task_threads::take_task(std::optional<std::chrono::steady_clock::duration> last_
             short_runs_ = *last_run < short_run ? short_runs_ + 1 : 0;
         if (auto task = take_first())
             return task;
-        // Others that run see to the next task, and need the cores.
+        // No lingering while other threads run tasks: they will take the next one, and
+        // need the cores.
         if (somebody_lingers_ || has_ended() || turns_ * 2 > limits_.cores) {
             --turns_;
             return nullptr;

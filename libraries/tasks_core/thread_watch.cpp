@@ -12,7 +12,7 @@ namespace zel::tasklib {
 
 namespace {
 
-// For as long a thread's name may lag behind what the thread does.
+// The name of a thread may lag behind what the thread does by this time.
 constexpr platform::milliseconds quick{1};
 
 } // namespace
@@ -33,8 +33,8 @@ void task_threads::watch(bool hurried) {
     call_at_the_end_of(watch_timer_, [this] { watch(false); });
 }
 
-// Until when there is nothing to look for; nothing when that is for somebody else
-// to say, with `hurry_watch`.
+// How long the watch may pause. Empty when it need not look until somebody calls
+// `hurry_watch`.
 std::optional<platform::milliseconds> task_threads::look_around(bool look_again_soon) {
     const auto now = std::chrono::steady_clock::now();
     need what = need::nothing;
@@ -89,8 +89,8 @@ bool task_threads::is_stalled(std::chrono::steady_clock::time_point now) {
     return true;
 }
 
-// As many as have not been needed at any moment of the last periods. Which of the
-// idle threads goes does not matter: the context wakes them in turn.
+// How many threads were not needed at any moment of the last periods. Which of the idle
+// threads go does not matter, because the context wakes them in turn.
 std::size_t task_threads::threads_to_leave(std::chrono::steady_clock::time_point now) {
     if (now - period_began_ >= limits_.idle / static_cast<int>(periods)) {
         period_began_ = now;

@@ -37,8 +37,8 @@ private:
     int number_;
 };
 
-// As a file: the program may read it when and as far as it likes, and this thread need
-// not write while it reads.
+// The input is a file and not a pipe: the program may read it when and as far as it likes,
+// and this thread need not write while the program reads.
 void fill(const descriptor& file, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(file.number(), text.data(), text.size());

@@ -66,8 +66,8 @@ task<void> submit_run_queue_tasks(const std::shared_ptr<task_container_ifc>& con
                                   const std::shared_ptr<task_processor_ifc>& processor,
                                   const std::shared_ptr<task_queue_ifc>& queue);
 
-/// The same where a push has told the need for it, unless a runner of the container
-/// is on its way already.
+/// Called when `push` has returned true. The same, unless a runner of the container has
+/// been submitted already and will come to all that is stored.
 void ensure_runner(const std::shared_ptr<task_container_ifc>& container,
                    const std::shared_ptr<task_processor_ifc>& processor,
                    const std::shared_ptr<task_queue_ifc>& queue);

@@ -49,7 +49,7 @@ private:
     broadcast_records records_;
     routing_lock routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
-    // Of asynchronous parts and deliveries, which hold the service only while they run.
+    // Holds asynchronous parts and deliveries; these hold the service only while they run.
     std::shared_ptr<tasklib::task_container> tasks_;
     // Relaxed: saves making a task that the container would cancel, even when there is no
     // task library any more to make it.

@@ -16,7 +16,7 @@ constinit log::source_position
 
 constexpr std::size_t most_shown = 5;
 
-// With one decimal, cut off.
+// Minutes with one decimal; the others are cut off.
 double minutes_since(tasklib::unbiased_clock::time_point start) {
     const auto elapsed = tasklib::unbiased_clock::now() - start;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();

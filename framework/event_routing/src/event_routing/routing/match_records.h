@@ -92,11 +92,11 @@ private:
         pointer matches;
     };
 
-    // Where very many more texts than these are routed in turn, to match anew is
-    // cheaper than to look for what has long left the processor's caches.
+    // When many more texts than these are routed in turn, what is remembered of one has left
+    // the processor's caches before the text comes again: matching anew is cheaper then.
     static constexpr std::size_t most_texts = 16'384;
 
-    // So that all together stay in bounds.
+    // Matches beyond these are not remembered, which bounds the memory of all together.
     static constexpr std::size_t most_handlers = 256;
     static constexpr std::size_t longest_text = 4096;
 
@@ -193,7 +193,8 @@ public:
         return known && known->generation == generation ? known : nullptr;
     }
 
-    /// For others; see match_table. Throws when memory is short, and changes nothing.
+    /// Remembers matches for later messages; see match_table. Throws when memory is short,
+    /// and changes nothing then.
     void remember(const pointer& matches) {
         pointer replaced; // goes when the guard is free
         platform::scoped_lock inside(guard_);

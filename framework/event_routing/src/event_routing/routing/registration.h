@@ -23,7 +23,7 @@ void report_unregistration_failure(const std::exception_ptr& failure, std::strin
 
 class KeepRegisteredWithDescr : public tasklib::keep_registered {
 public:
-    /// For diagnostics: registration path, ", ", the registrant's description.
+    /// Shown in diagnostics: registration path, ", ", the registrant's description.
     const std::string& description() const noexcept { return description_; }
 
 protected:
@@ -54,7 +54,7 @@ public:
         owner_.reset(); // may be the last reference
     }
 
-    /// As the log names this cookie.
+    /// The name by which the log calls this cookie.
     static std::string own_type_name();
 
 private:
