@@ -20,7 +20,8 @@
 
 namespace zel::event_routing::impl {
 
-/// The monitors of the moment in which it is made are told, once. `Info` is their record.
+/// Tells the monitors that there are when it is made, once. `Info` is the record that they
+/// are given.
 template <class Info>
 class message_observation {
 public:

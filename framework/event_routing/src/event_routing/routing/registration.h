@@ -1,9 +1,9 @@
 // Registration cookies of the routing services.
 //
 // A cookie holds its service strongly and takes its handler out of the routing
-// map when it is destroyed. For all services: the routing lock is held only for the
-// unlinking and given back before running calls are waited for (retirable.h). A slow
-// handler thus delays the release of its own cookie only.
+// map when it is destroyed. In all services it holds the routing lock only for the
+// unlinking, and gives it back before it waits for running calls (retirable.h). So a slow
+// handler delays the release of its own cookie only.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/routing/routing_map.h"
