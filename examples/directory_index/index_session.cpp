@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Their reports stand in this order.
+// The sections of the report stand in the order of their components here.
 constexpr std::array component_names = {
     "progress",   "extension_table",  "largest_files", "totals",       "line_counter",
     "word_index", "unreadable_files", "stop_words",    "lookup_cache", "explanations"};

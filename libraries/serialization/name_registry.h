@@ -36,7 +36,8 @@ public:
     std::shared_ptr<const Entry> find(std::string_view name) const {
         platform::scoped_lock inside(guard_);
         const auto found = entries_.find(name);
-        // Empty, until its cookie goes, when there was no memory to put it in.
+        // An entry is empty if there was no memory to fill it; it stays so until its cookie
+        // goes.
         return found == entries_.end() || found->second.empty() ? nullptr : found->second.front();
     }
 

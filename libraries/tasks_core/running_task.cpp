@@ -101,8 +101,8 @@ private:
     std::weak_ptr<cancellation_ifc> follower_;
 };
 
-// Stands for one task while it runs, and after that for those who still want to be
-// taken off its list. Does not keep the task.
+// Stands for one task while it runs. It stays longer where somebody still has a callback to
+// remove from it, and does not keep the task alive.
 class running_task final : public cancellation_ifc,
                            public companion_source_ifc,
                            public wait_exclusion_ifc,

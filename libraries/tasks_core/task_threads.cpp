@@ -266,7 +266,8 @@ void join_or_leave(std::thread& thread) {
 
 } // namespace
 
-// Its destructors of thread-local objects, which may take their time, are still to come.
+// Called by a worker at its end. Returns the thread that left before it, which has to be
+// joined: the destructors of that thread's own objects may still be running.
 std::thread task_threads::leave_the_list() {
     platform::scoped_lock inside(threads_guard_);
     const auto own = std::ranges::find(workers_list_, std::this_thread::get_id(),

@@ -11,7 +11,7 @@ namespace zel::tasklib {
 
 namespace {
 
-// Ends before the module, whether that is still held or not.
+// Ends before the module does, even where the module is still held and stays.
 constinit lifetime::basic_singleton<task_running, lifetime::const_longevity_traits<201009>> running;
 
 template <class Reader>

@@ -62,7 +62,7 @@ std::optional<platform::milliseconds> task_threads::look_around(bool look_again_
             pause = limits_.stalled;
         else if (threads_ > limits_.cores)
             pause = limits_.idle / static_cast<int>(periods);
-        // Under the guard: a task that arrives from now on finds it.
+        // Written under the guard, so that a task that arrives from now on finds it.
         watch_is_slow_.store(pause != quick, std::memory_order_relaxed);
     }
     bool is_met = true;

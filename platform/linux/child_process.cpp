@@ -72,7 +72,8 @@ struct file_actions {
     file_actions& operator=(const file_actions&) = delete;
 };
 
-// Reaped however reading its output ends; without a reader it ends by itself.
+// A program that was started. It is waited for however the reading of its output ends; once
+// nobody reads what it writes, it ends by itself.
 class child {
 public:
     explicit child(pid_t process) : process_(process) {}
