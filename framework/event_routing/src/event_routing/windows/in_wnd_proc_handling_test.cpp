@@ -146,6 +146,32 @@ TEST_F(WindowWork, EndsWithTheWindowDropsWhatIsQueuedAndReleasesCookies) {
     late.reset(); // too late to do anything
 }
 
+// Whoever was in front then may take itself out later, and put back what it had replaced.
+TEST_F(WindowWork, GoesRoundInNoCircleWhereAWindowOutlivesADestroyMessage) {
+    static std::array<window_procedure, 2> replaced;
+    constexpr std::array<window_procedure, 2> in_front{
+        [](auto... message) { return replaced[0](message...); },
+        [](auto... message) { return replaced[1](message...); }};
+    for (std::size_t layers = 1; layers <= in_front.size(); ++layers) {
+        auto window = std::make_unique<function_window>(
+            [&](auto message, auto...) { return note(std::to_string(message)), 9; });
+        const window_handle handle = window->handle;
+        auto handling = handling_of(handle);
+        for (std::size_t i = 0; i < layers; ++i)
+            replaced.at(i) = replace_window_procedure(handle, in_front.at(i));
+        EXPECT_EQ(send_message(handle, destroy_message), 9);
+        EXPECT_EQ(replace_window_procedure(handle, replaced.at(layers - 1)), &call_function);
+        EXPECT_EQ(send_message(handle, first_own_message), 9) << "no work, and nothing is lost";
+        EXPECT_NE(handling_of(handle), handling);
+        handling = handling_of(handle);
+        EXPECT_EQ(send_message(handle, first_own_message + 1), 9);
+        EXPECT_TRUE(send_to_window(*handling, noting("work")));
+        EXPECT_EQ(taken_notes(), "2 1024 1025 work");
+        window.reset();
+        EXPECT_EQ(taken_notes(), "2");
+    }
+}
+
 TEST_F(WindowWork, ReleasesExactlyTheStoredCookieAndOutsideOfItsGuard) {
     function_window window;
     const auto handling = handling_of(window.handle);
