@@ -120,7 +120,7 @@ public:
     /// Registers a handler; either part may be empty, and so may the queue. The
     /// handler stays registered as long as somebody holds the result. Throws
     /// exceptions::error for a path with a misplaced "*".
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterEventHandler(const std::shared_ptr<tasklib::task_queue_ifc>& queue,
                          const std::string& path, const synchronous_event_part& synchronous_part,
                          const asynchronous_event_part& asynchronous_part,
@@ -132,7 +132,7 @@ public:
     /// The monitor (event_handling_info.h) is told of broadcasts that begin from now on,
     /// as long as somebody holds the result. Dropping that waits for running calls,
     /// except from inside the monitor; afterwards it is not called any more.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(event_monitor monitor) = 0;
 
     /// Cancels asynchronous parts and cumulative events that have not started, also all
