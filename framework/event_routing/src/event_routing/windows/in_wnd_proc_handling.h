@@ -37,7 +37,7 @@ public:
     /// Releases the cookies and drops queued work.
     ~InWndProcHandling() override;
 
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     KeepHandlerRegistered(const std::shared_ptr<tasklib::keep_registered>& cookie) override;
     std::shared_ptr<tasklib::task_queue_ifc> GetTaskQueue() override { return queue_; }
     std::int32_t PostToWindow(const std::shared_ptr<IInWndProcWorkItem>& item) override;

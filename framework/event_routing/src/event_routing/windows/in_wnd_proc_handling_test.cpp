@@ -36,7 +36,7 @@ TEST_F(WindowWork, HasOneHandlingObjectForAWindowAndNoneForOneThatDoesNotExist) 
     {
         // In front of the library's, and keeps the end of the window from it.
         function_window swallowed;
-        handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("kept"));
+        handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("kept")).reset();
         const auto left =
             handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("left"));
         replace_window_procedure(swallowed.handle, [](auto...) -> std::intptr_t { return 0; });
@@ -126,7 +126,7 @@ TEST_F(WindowWork, EndsWithTheWindowDropsWhatIsQueuedAndReleasesCookies) {
     auto handling = handling_of(handle);
     auto early = handling->KeepHandlerRegistered(noting_cookie("1"));
     auto late = handling->KeepHandlerRegistered(noting_cookie("2"));
-    handling->KeepHandlerRegistered(nullptr);
+    handling->KeepHandlerRegistered(nullptr).reset();
     post_to_window(*handling,
                    [held = noting_cookie("work")] { ADD_FAILURE() << "its window is gone"; });
     early.reset();
