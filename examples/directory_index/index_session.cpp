@@ -39,7 +39,14 @@ index_session::index_session(services to, options chosen)
     : to_(std::move(to)), chosen_(std::move(chosen)),
       watch_(chosen_.watch ? std::make_unique<zel::platform::folder_watch>() : nullptr),
       told_(*to_.events, chosen_.watch ? catalogue::memory::all : catalogue::memory::none),
-      walker_(told_, watch_.get()), work_(*to_.events) {
+      walker_(told_, watch_.get()), work_(*to_.events),
+      is_working_(to_.events->RegisterEventHandler(
+          nullptr, paths::walk_working,
+          [this](auto&&...) {
+              break_off_when_stopped();
+              return true;
+          },
+          nullptr, "interruption of large files")) {
     // Before a component does: a payload's code must not go with a component's library.
     zel::serialization::register_data_type<explanation>();
     zel::serialization::register_data_type<Lookup::input_data>();
@@ -56,8 +63,15 @@ index_session::index_session(services to, options chosen)
     }
 }
 
+// Whoever is at a large file has the thread that would see the next entry of the folder.
+void index_session::break_off_when_stopped() {
+    if (is_stopped())
+        to_.events->BroadcastEvent(paths::walk_interrupted, nullptr, {}, nullptr);
+}
+
 std::error_code index_session::index(zel::platform::event& stop) {
-    const auto failure = walker_.walk(chosen_.folder, &stop);
+    stop_ = &stop;
+    const auto failure = walker_.walk(chosen_.folder, stop_);
     settle();
     return failure;
 }
@@ -73,6 +87,7 @@ void index_session::settle() {
 }
 
 std::error_code index_session::follow(zel::platform::event& stop) {
+    stop_ = &stop;
     folder_follower follower(*to_.events, *watch_);
     const std::array awaited{&stop, &follower.due()};
     for (bool ends = false; !ends;) {
@@ -95,14 +110,14 @@ std::error_code index_session::apply(const changes& seen, std::string& news) {
     if (seen.everywhere)
         folders = {chosen_.folder};
     for (const auto& folder : folders) {
-        if (is_done(folder))
+        if (is_stopped() || is_done(folder))
             continue;
         if (const auto failure = look_again_below(folder, news))
             return failure;
         done.push_back(folder);
     }
     for (const auto& file : seen.files)
-        if (!is_done(file) && !is_own_output(file))
+        if (!is_stopped() && !is_done(file) && !is_own_output(file))
             look_again(file, news);
     return {};
 }
@@ -113,11 +128,11 @@ std::error_code index_session::look_again_below(const std::string& folder, std::
     const std::size_t elsewhere = told_.size();
     std::error_code failure;
     if (folder == chosen_.folder) {
-        failure = walker_.walk(folder, nullptr);
+        failure = walker_.walk(folder, stop_);
         if (failure)
             return failure;
     } else if (fs::symlink_status(folder, failure).type() == fs::file_type::directory) {
-        failure = walker_.walk(folder, nullptr);
+        failure = walker_.walk(folder, stop_);
         if (failure && failure != std::errc::no_such_file_or_directory)
             told_.unreadable(folder, failure.message());
     }

@@ -70,8 +70,8 @@ public:
 
     /// The sink is fed until the result is destroyed; a call that is running on
     /// another thread at that moment may still end later.
-    virtual std::shared_ptr<InterfaceBase> AddSink(std::shared_ptr<ILogSink> sink,
-                                                   int lowest_severity) = 0;
+    [[nodiscard]] virtual std::shared_ptr<InterfaceBase> AddSink(std::shared_ptr<ILogSink> sink,
+                                                                 int lowest_severity) = 0;
 
     /// Changes the lowest severity of the sink that writes to standard error.
     virtual void SetDefaultSinkSeverity(int lowest_severity) = 0;

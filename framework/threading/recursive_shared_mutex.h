@@ -59,7 +59,8 @@ private:
     // a lock, which a release without waiters is spared.
     std::uint32_t waiting_for_slot_ ZEL_GUARDED_BY(guard_) = 0;
     bool waiting_for_readers_ ZEL_GUARDED_BY(guard_) = false;
-    // Set when the last reader leaves. Only the owner of the writer slot waits.
+    // Set when the last reader leaves or the writer slot is given up. Only the owner of the
+    // slot waits.
     platform::event readers_drained_{platform::reset_mode::automatic, false};
     // Set when the writer slot is given up.
     platform::event writer_free_{platform::reset_mode::manual, true};

@@ -10,11 +10,6 @@
 
 namespace zel::mi {
 
-const LibraryDescriptor& DllLoaderImpl::GetLibraryDescriptor() const {
-    static const LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 platform::image_handle DllLoaderImpl::load_dll(const std::string& library_name,
                                                const void* caller) {
     const std::string file = library_file(library_name, caller);

@@ -14,7 +14,6 @@ namespace zel::mi {
 
 class DllLoaderImpl final : public IDllLoader {
 public:
-    const LibraryDescriptor& GetLibraryDescriptor() const override;
     platform::image_handle load_dll(const std::string& library_name, const void* caller) override;
     bool free_dll(platform::image_handle image) override;
 

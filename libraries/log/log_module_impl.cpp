@@ -56,11 +56,6 @@ LogModuleImpl::LogModuleImpl() {
     });
 }
 
-const mi::LibraryDescriptor& LogModuleImpl::GetLibraryDescriptor() const {
-    static const mi::LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 void LogModuleImpl::Write(const record& written) {
     std::shared_ptr<const sink_list> sinks;
     {

@@ -15,7 +15,6 @@ class LogModuleImpl final : public ILogModule, public std::enable_shared_from_th
 public:
     LogModuleImpl();
 
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     int LowestSeverity() const noexcept override {
         // Relaxed: a change is seen soon enough, and a record carries no state.
         return lowest_.load(std::memory_order_relaxed);

@@ -9,7 +9,6 @@ namespace zel::perfstats {
 
 class performance_logger_storage_impl final : public tasklib::performance_logger_storage_module {
 public:
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     std::shared_ptr<tasklib::performance_logger_ifc> get_performance_logger() override;
     void set_performance_logger(std::shared_ptr<tasklib::performance_logger_ifc> logger) override;
     void set_measurement(bool on) override;

@@ -24,7 +24,8 @@ inline constinit std::atomic<int> live_cookies{0}; // relaxed: a count and nothi
 template <class Entry>
 class name_registry : public std::enable_shared_from_this<name_registry<Entry>> {
 public:
-    std::shared_ptr<tasklib::keep_registered> add(std::string_view name, Entry entry) {
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered> add(std::string_view name,
+                                                                Entry entry) {
         auto added = std::make_shared<const Entry>(std::move(entry));
         auto result = std::make_shared<cookie>(this->shared_from_this(), std::string(name), added);
         platform::scoped_lock inside(guard_);

@@ -50,11 +50,6 @@ void task_running::end() {
     threads_->join();
 }
 
-const mi::LibraryDescriptor& tasks_core_module_impl::GetLibraryDescriptor() const {
-    static const mi::LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 std::shared_ptr<ended_state_ifc> tasks_core_module_impl::create_ended_state() {
     return std::allocate_shared<ended_state_impl>(memory::recycling_allocator<ended_state_impl>());
 }

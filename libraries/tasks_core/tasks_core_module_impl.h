@@ -32,7 +32,6 @@ private:
 
 class tasks_core_module_impl final : public tasks_core_module {
 public:
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     std::shared_ptr<ended_state_ifc> create_ended_state() override;
     std::shared_ptr<task_processor_ifc> get_task_processor() override;
     std::shared_ptr<cancellation_ifc> get_this_taskcancellation() override;

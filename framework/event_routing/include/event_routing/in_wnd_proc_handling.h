@@ -49,7 +49,7 @@ public:
 
     /// Keeps a cookie until the result is dropped or the window has gone, whichever
     /// comes first. The result itself keeps nothing alive. Null is nothing to keep.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     KeepHandlerRegistered(const std::shared_ptr<tasklib::keep_registered>& cookie) = 0;
 
     /// The queue for the window's handlers; its tasks run on threads of the task

@@ -99,13 +99,13 @@ public:
     /// waits for them. Throws exceptions::error for a path with a misplaced "*", and what
     /// keeps the broadcast from being made, when the serialization library has ended for
     /// instance; nothing is registered then.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestHandler(const std::string& path, std::int32_t priority,
                            const request_handler& handler, const std::string& description) = 0;
 
     /// Registers a handler for what no regular handler has processed, as long as somebody
     /// holds the result. Throws exceptions::error for a path with a misplaced "*".
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestFallbackHandler(const std::string& path, const request_handler& handler,
                                    const std::string& description) = 0;
 
@@ -114,12 +114,12 @@ public:
 
     /// The monitor is told of requests that begin from now on, as long as somebody holds
     /// the result. Dropping that waits for running calls, except from inside the monitor.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(request_monitor monitor) = 0;
 
     /// Registers a handler that is asked before all others, as long as somebody holds the
     /// result. Throws exceptions::error for a path with a misplaced "*".
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestRedirectionHandler(const std::string& path, const request_handler& handler,
                                       const std::string& description) = 0;
 

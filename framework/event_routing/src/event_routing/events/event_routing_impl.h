@@ -29,13 +29,13 @@ public:
     void BroadcastCumulativeEvent(threading::universal_timeout delay, const std::string& path,
                                   const event_data& data, const routing_parameters& parameters,
                                   const std::shared_ptr<tasklib::keep_registered>& keep) override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterEventHandler(const std::shared_ptr<tasklib::task_queue_ifc>& queue,
                          const std::string& path, const synchronous_event_part& synchronous_part,
                          const asynchronous_event_part& asynchronous_part,
                          const std::string& description) override;
     std::vector<std::pair<std::string, std::string>> GetEventHandlers() override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(event_monitor monitor) override;
     bool EndAndWaitForHandlers() override;
 

@@ -43,7 +43,7 @@ public:
     /// Numbers the message unless nobody is told or it has a number.
     void add_number(working_parameters& parameters, std::uint32_t (*next_number)() noexcept) const {
         if (*this && !is_numbered(*parameters))
-            add_message_number(parameters.copy(), next_number());
+            fill_in_message_number(parameters.copy(), next_number());
     }
 
     /// Only where there is somebody to tell. Failures of monitors go to the diagnostic
