@@ -27,7 +27,7 @@ using raise_arguments = std::span<const std::uintptr_t>;
 /// Tells every observer; a load and a branch when there are none.
 ZEL_EXPORT void raise_exception(diagnostic code, raise_arguments arguments) noexcept;
 
-/// As long as the object lives, its function is told of every raise in the process.
+/// Is told of every raise in the process for as long as the object lives.
 ///
 /// It is called on the raising thread, possibly on several threads at once, without a lock
 /// and with cancellation held off. What it throws is dropped. The destructor does not wait

@@ -51,10 +51,9 @@ private:
     // only look, because room may be gone again anyway.
     std::atomic<std::size_t> count_{0};
     std::vector<platform::thread_id> runners_ ZEL_GUARDED_BY(guard_);
-    // How many runners of the first owner have been submitted and have not begun; below zero
-    // when one has begun before it was counted. It takes a while to wake a thread for a
-    // runner, and without this count each push meanwhile would submit another one. Runners
-    // of later owners are not counted.
+    // Runners of the first owner that have been submitted and have not begun; below zero
+    // when one began first. It takes a while to wake a thread for one, in which each push
+    // would submit another. Others than the first owner do without.
     const void* expecting_owner_ ZEL_GUARDED_BY(guard_) = nullptr;
     std::ptrdiff_t expected_runners_ ZEL_GUARDED_BY(guard_) = 0;
     const std::uint32_t runner_limit_;
