@@ -55,7 +55,7 @@ class neighbour_module {
 public:
     explicit neighbour_module(const neighbour_names& names) : library_(names.library) {
         const auto module = obtain(names);
-        RequireInterface(*module);
+        require_interface(*module);
         module_ = module;
     }
 

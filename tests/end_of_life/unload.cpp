@@ -31,7 +31,7 @@ protected:
             reinterpret_cast<IModule* (*)()>(platform::find_function(image, "CreateModuleRaw"));
         ASSERT_NE(create, nullptr);
         module = create();
-        RequireInterface(*module);
+        require_interface(*module);
     }
     bool free() { return mi::loader().free_dll(image); }
 

@@ -25,7 +25,7 @@ namespace zel::event_routing {
 /// The module of this process, made by the first caller.
 inline std::shared_ptr<IModule> get_module() {
     auto module = detail::CreateModule();
-    RequireInterface(*module);
+    require_interface(*module);
     // So that the loader does not unmap the caller's library under its objects.
     mi::announce_this_image();
     return module;
@@ -34,7 +34,7 @@ inline std::shared_ptr<IModule> get_module() {
 /// The default event routing service.
 inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
     auto service = module.GetEventRouting();
-    RequireInterface(*service);
+    require_interface(*service);
     return service;
 }
 
@@ -42,21 +42,21 @@ inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
 inline std::shared_ptr<IEventRouting> get_named_event_routing(IModule& module,
                                                               const std::string& name) {
     auto service = module.GetNamedEventRouting(name);
-    RequireInterface(*service);
+    require_interface(*service);
     return service;
 }
 
 /// The request routing service.
 inline std::shared_ptr<IRequestRouting> get_request_routing(IModule& module) {
     auto service = module.GetRequestRouting();
-    RequireInterface(*service);
+    require_interface(*service);
     return service;
 }
 
 /// The snowball routing service.
 inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
     auto service = module.GetSnowballRouting();
-    RequireInterface(*service);
+    require_interface(*service);
     return service;
 }
 
@@ -64,7 +64,7 @@ inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
 inline std::shared_ptr<IInWndProcHandling>
 get_in_wnd_proc_handling(IModule& module, platform::window_handle window) {
     auto handling = module.GetInWndProcHandling(window);
-    RequireInterface(*handling);
+    require_interface(*handling);
     return handling;
 }
 
