@@ -17,7 +17,8 @@ not be read. Symbolic links are not followed.
                 like index.NAME asks that question of the index
   --watch       stay, and report what changes until Ctrl-C
   --trace FILE  write what the program's parts did, and when, to FILE, for
-                ui.perfetto.dev or chrome://tracing
+                ui.perfetto.dev or chrome://tracing; of a long run only some
+                messages, so that FILE gets no larger than about 128 MiB
   --ui          print in the thread of a window, as programs with windows do
   --log         show the log on standard error, with statistics at the end
   --handlers    instead of all that, print as JSON which handlers the program's parts

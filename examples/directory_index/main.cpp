@@ -85,6 +85,8 @@ int run(const command_line& command) {
     const int code = index_and_report(command, to, interrupt);
     try {
         trace->close();
+        if (const auto omission = trace->omission(); !omission.empty())
+            complain("the trace '" + printable(command.trace) + "' " + omission);
     } catch (const std::system_error& failure) {
         complain("the trace '" + printable(command.trace) +
                  "' is not complete: " + failure.code().message());
