@@ -15,6 +15,8 @@ not be read. Symbolic links are not followed.
 
   --ask WORD... instead of the report, print which files have each WORD; a WORD
                 like index.NAME asks that question of the index
+  --gitignore   leave out .git and what DIR/.gitignore names; in the file, names and
+                paths from DIR on are understood, with * and ?
   --watch       stay, and report what changes until Ctrl-C
   --trace FILE  write what the program's parts did, and when, to FILE, for
                 ui.perfetto.dev or chrome://tracing; of a long run only some
@@ -76,6 +78,8 @@ private:
             result.handlers = true;
         else if (option == "--ui")
             result.ui = true;
+        else if (option == "--gitignore")
+            result.gitignore = true;
         else if (option == "--log")
             result.log = true;
         else if (option == "--ask")

@@ -92,6 +92,16 @@ same_with_ui .
 rm -r tree && mkdir tree tree/empty && ln -s tree linked
 check "empty folder through a link" 0 "$program" ../linked <<<'Total: 0 files, 0 B (0 bytes)'
 
+mkdir tree/{sub,build,.git} && touch tree/{a.txt,a.swp,build/a.o,.git/config,sub/b.txt,sub/b.swp}
+printf '%s\n' /build/ '*.swp' '!a.swp' >tree/.gitignore
+check "what .gitignore names" 0 bash -c '"$1" --gitignore . | grep " \./"' bash "$program" <<'TEXT'
+directory_index: passes over '!a.swp' in .gitignore; --help says what it takes
+        21 B  ./.gitignore
+         0 B  ./a.txt
+         0 B  ./sub/b.txt
+TEXT
+rm -r tree && mkdir tree
+
 for extension in {a..w} txt; do echo x >"tree/f.$extension"; done
 check "many extensions" 0 bash -c '"$1" . | sed -n "21,22p"' bash "$program" <<'TEXT'
            1          2 B             -  t
@@ -227,8 +237,12 @@ for traced in 'word index' watch.changed walk.ended report.build; do
 done
 [[ $(tail -n 1 trace) == ']}' ]] || fail "the trace has no end"
 
-start --watch tree
+mkdir tree/build && echo '*.swp' >tree/.gitignore && echo build >>tree/.gitignore
+start --watch --gitignore tree
 await 'Words: *'
+touch tree/a.swp tree/build/a && mv tree/build tree/moved && touch tree/new
+await 'New      tree/new'
+[[ $seen != *[ab].swp* && $seen != *tree/build* ]] || fail "ignored files are news: $seen"
 rm -r tree
 await "directory_index: 'tree': No such file or directory"
 ends_with 2

@@ -37,7 +37,7 @@ protected:
 TEST_F(IndexSession, ReportsWhatItHasFoundWhenItIsStopped) {
     for (const char* name : {"a", "b", "c"})
         std::ofstream(folder / name) << "word";
-    index_session session(to, {folder, false, {}});
+    index_session session(to, {.folder = folder});
     const auto interrupting = at("file.*", [&] { stop.set(); });
     EXPECT_FALSE(session.index(stop));
     const std::string report = report_of(session);
@@ -49,7 +49,7 @@ TEST_F(IndexSession, ReportsWhatItHasFoundWhenItIsStopped) {
 TEST_F(IndexSession, LeavesALargeFileWhenItIsStopped) {
     std::ofstream(folder / "large.txt");
     std::filesystem::resize_file(folder / "large.txt", 64 * 1024 * 1024);
-    index_session session(to, {folder, false, {}});
+    index_session session(to, {.folder = folder});
     int steps = 0;
     const auto interrupting = at("walk.working", [&] { stop.set(), ++steps; });
     EXPECT_FALSE(session.index(stop));

@@ -38,7 +38,8 @@ int index_and_report(const command_line& command, const services& to, interrupt_
     printer show = &print;
     if (command.ui)
         show = [&ui = window.emplace()](const std::string& text) { ui.show(text); };
-    index_session session(to, {command.folder, command.watch, own_outputs, show});
+    index_session session(to,
+                          {command.folder, command.watch, command.gitignore, own_outputs, show});
     if (command.handlers) {
         session.print_handlers();
         return session.all_components_are_there() ? done : failed;
