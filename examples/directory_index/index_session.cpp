@@ -71,7 +71,8 @@ index_session::index_session(services to, options chosen)
     }
 }
 
-// Whoever is at a large file has the thread that would see the next entry of the folder.
+// Whoever is at a large file has the thread that would see the next entry of the folder, and
+// whoever works asynchronously may have files by the thousand before him.
 void index_session::break_off_when_stopped() {
     if (is_stopped())
         to_.events->BroadcastEvent(paths::walk_interrupted, nullptr, {}, nullptr);
@@ -86,6 +87,7 @@ std::error_code index_session::index(zel::platform::event& stop) {
 
 // When this returns, the components have made of it all what they can.
 void index_session::settle() {
+    break_off_when_stopped();
     to_.events->BroadcastEvent(paths::walk_ended, nullptr, {}, nullptr);
     work_.wait();
     const auto& unwatched = walker_.first_unwatched();
