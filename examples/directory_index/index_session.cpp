@@ -25,6 +25,13 @@ bool is_at_or_below(const std::string& path, const std::string& folder) {
     return path == folder || path.starts_with(folder.ends_with('/') ? folder : folder + "/");
 }
 
+ignored_files ignored_of(const std::string& folder) {
+    ignored_files ignored(folder);
+    for (const auto& line : ignored.not_understood())
+        complain("passes over '" + printable(line) + "' in .gitignore; --help says what it takes");
+    return ignored;
+}
+
 // How many files there were and are at a path; nothing for none at all.
 std::string news_of(const std::string& path, std::size_t before, std::size_t after) {
     if (before == 0 && after == 0)
@@ -39,14 +46,15 @@ index_session::index_session(services to, options chosen)
     : to_(std::move(to)), chosen_(std::move(chosen)),
       watch_(chosen_.watch ? std::make_unique<zel::platform::folder_watch>() : nullptr),
       told_(*to_.events, chosen_.watch ? catalogue::memory::all : catalogue::memory::none),
-      walker_(told_, watch_.get()), work_(*to_.events),
-      is_working_(to_.events->RegisterEventHandler(
-          nullptr, paths::walk_working,
-          [this](auto&&...) {
-              break_off_when_stopped();
-              return true;
-          },
-          nullptr, "interruption of large files")) {
+      walker_(told_, watch_.get(),
+              chosen_.gitignore ? ignored_of(chosen_.folder) : ignored_files()),
+      work_(*to_.events), is_working_(to_.events->RegisterEventHandler(
+                              nullptr, paths::walk_working,
+                              [this](auto&&...) {
+                                  break_off_when_stopped();
+                                  return true;
+                              },
+                              nullptr, "interruption of large files")) {
     // Before a component does: a payload's code must not go with a component's library.
     zel::serialization::register_data_type<explanation>();
     zel::serialization::register_data_type<Lookup::input_data>();
@@ -63,7 +71,8 @@ index_session::index_session(services to, options chosen)
     }
 }
 
-// Whoever is at a large file has the thread that would see the next entry of the folder.
+// Whoever is at a large file has the thread that would see the next entry of the folder, and
+// whoever works asynchronously may have files by the thousand before him.
 void index_session::break_off_when_stopped() {
     if (is_stopped())
         to_.events->BroadcastEvent(paths::walk_interrupted, nullptr, {}, nullptr);
@@ -78,6 +87,7 @@ std::error_code index_session::index(zel::platform::event& stop) {
 
 // When this returns, the components have made of it all what they can.
 void index_session::settle() {
+    break_off_when_stopped();
     to_.events->BroadcastEvent(paths::walk_ended, nullptr, {}, nullptr);
     work_.wait();
     const auto& unwatched = walker_.first_unwatched();

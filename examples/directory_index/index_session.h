@@ -21,7 +21,8 @@ public:
     struct options {
         std::string folder;
         bool watch = false;
-        std::vector<std::string> own_outputs; ///< whose changes are nobody's news
+        bool gitignore = false; ///< what the folder's .gitignore names is left out
+        std::vector<std::string> own_outputs = {}; ///< whose changes are nobody's news
         printer show = &print;
     };
 

@@ -8,8 +8,8 @@
 //     lines.counted.<extension>  a text file was read: "path", "lines"
 //     gone.lines.<extension>   that count is so no more
 //     walk.working             a component is at a large file: no news, but alive
-//     walk.interrupted         the answer to that when the user does not want to wait any
-//                              longer: who is at a large file leaves it
+//     walk.interrupted         the user does not want to wait any longer: who is at a large
+//                              file leaves it, who has files to read still reads no more
 //     walk.ended               nothing more will be found, until a watched folder changes
 //     work.flush               who works asynchronously answers at once with
 //     work.pending             and, when all that came before is done, with
