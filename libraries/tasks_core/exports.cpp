@@ -16,8 +16,8 @@ constinit lifetime::basic_singleton<wrapper, lifetime::const_longevity_traits<20
 class tasks_core_lifetime final : public mi::ModuleLifetime {
 public:
     bool IsModuleUsed() const override {
-        // Every object that the library does not keep itself is held by somebody; most are
-        // ended states of tasks.
+        // Besides what the library keeps itself, every object is somebody's: the
+        // ended state of a task above all.
         const int own = module.read_if_created([](const wrapper&) { return 1; }).value_or(0) +
                         tasks_core_module_impl::own_objects();
         return mi::live_objects::current().objects > own ||

@@ -132,8 +132,8 @@ private:
     std::atomic<bool> task_has_come_{false};
     // Written under the guard; acquire and release for those who only look.
     std::atomic<bool> ended_{false};
-    // Whether the watch pauses for so long that a run would be over before a name of its
-    // thread could show it. Relaxed: a run that is missed is seen after the pause.
+    // Whether the watch pauses for longer than it takes to show what a thread does.
+    // Relaxed: one that is missed is seen after the pause.
     std::atomic<bool> watch_is_slow_{true};
 
     // What the watch remembers from look to look. Only the timer thread uses it.
