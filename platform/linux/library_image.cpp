@@ -13,6 +13,8 @@ namespace zel::platform {
 
 namespace {
 
+constexpr int loading_mode = RTLD_NOW | RTLD_LOCAL;
+
 const link_map* map_of(image_handle image) noexcept {
     return reinterpret_cast<const link_map*>(image);
 }
@@ -41,18 +43,30 @@ bool is_data(const void* address) noexcept {
 } // namespace
 
 image_handle image_of(const void* address) noexcept {
-    Dl_info info{};
     link_map* map = nullptr;
-    if (!address || dladdr1(address, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) == 0)
+    if (!address)
         return image_handle::none;
+#if __GLIBC_PREREQ(2, 35)
+    dl_find_object found{};
+    if (_dl_find_object(const_cast<void*>(address), &found) == 0)
+        map = found.dlfo_link_map;
+#else
+    Dl_info info{};
+    if (dladdr1(address, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) == 0)
+        return image_handle::none;
+#endif
     return static_cast<image_handle>(reinterpret_cast<std::uintptr_t>(map));
+}
+
+bool is_program(image_handle image) noexcept {
+    return *map_of(image)->l_name == '\0';
 }
 
 std::string image_path(image_handle image) {
     if (image == image_handle::none)
         return {};
     const char* const name = map_of(image)->l_name;
-    if (!name || !*name) { // the program itself
+    if (is_program(image)) {
         std::error_code failure;
         return std::filesystem::read_symlink("/proc/self/exe", failure).string();
     }
@@ -70,11 +84,14 @@ std::string library_file_name(const std::string& library) {
     return "lib" + library + ".so";
 }
 
+image_handle find_mapped_library(const std::string& file) noexcept {
+    return image_from(dlopen(file.c_str(), loading_mode | RTLD_NOLOAD));
+}
+
 load_result load_library(const std::string& file) {
-    constexpr int mode = RTLD_NOW | RTLD_LOCAL;
-    if (void* const mapped = dlopen(file.c_str(), mode | RTLD_NOLOAD))
-        return {image_from(mapped), true, {}};
-    void* const handle = dlopen(file.c_str(), mode);
+    if (const auto mapped = find_mapped_library(file); mapped != image_handle::none)
+        return {mapped, true, {}};
+    void* const handle = dlopen(file.c_str(), loading_mode);
     if (!handle) {
         const char* const reason = dlerror();
         return {image_handle::none, false, reason ? reason : "unknown reason"};
@@ -82,9 +99,12 @@ load_result load_library(const std::string& file) {
     return {image_from(handle), false, {}};
 }
 
-void unload_library(image_handle image) noexcept {
-    if (image != image_handle::none)
-        dlclose(handle_of(image));
+bool unload_library(image_handle image) noexcept {
+    if (image == image_handle::none)
+        return false;
+    const void* const inside = map_of(image)->l_ld;
+    dlclose(handle_of(image));
+    return image_of(inside) != image;
 }
 
 void* find_function(image_handle image, const char* name) noexcept {
