@@ -27,15 +27,20 @@ constexpr std::size_t short_backlog = 8; // tasks
 } // namespace
 
 // A thread of the pool while it lives.
-class worker {
+class worker final : public platform::thread_lender {
 public:
-    explicit worker(task_threads& threads) noexcept : threads_(threads) { current_ = this; }
+    explicit worker(task_threads& threads) noexcept : threads_(threads) {
+        current_ = this;
+        platform::set_thread_lender(this);
+    }
     ~worker();
     worker(const worker&) = delete;
     worker& operator=(const worker&) = delete;
 
     static worker* current() noexcept { return current_; }
-    task_threads& threads() noexcept { return threads_; }
+
+    void wait_begins() noexcept override { threads_.wait_begins(); }
+    void wait_ends() noexcept override { threads_.wait_ends(); }
 
     void work() {
         const platform::own_code_only between_the_tasks;
@@ -61,6 +66,7 @@ private:
 constinit thread_local worker* worker::current_ = nullptr;
 
 worker::~worker() {
+    platform::set_thread_lender(nullptr);
     current_ = nullptr;
     if (unwound_)
         threads_.unwound(inside_turn);
@@ -308,17 +314,6 @@ void task_threads::send_threads_away(std::size_t count) noexcept {
         return;
     platform::scoped_lock inside(guard_); // the others stay, for now
     threads_ += count;
-}
-
-announced_wait::announced_wait() noexcept
-    : threads_(worker::current() ? &worker::current()->threads() : nullptr) {
-    if (threads_)
-        threads_->wait_begins();
-}
-
-announced_wait::~announced_wait() {
-    if (threads_)
-        threads_->wait_ends();
 }
 
 } // namespace zel::tasklib

@@ -9,6 +9,7 @@
 
 #include "libraries/tasks_core/pending_tasks.h"
 
+#include <platform/announced_wait.h>
 #include <platform/critical_section.h>
 #include <platform/diagnostics.h>
 #include <platform/process.h>
@@ -78,7 +79,6 @@ public:
     std::size_t thread_count() const;
 
 private:
-    friend class announced_wait;
     friend class worker;
     enum class need { nothing, turn, thread };
 
@@ -150,19 +150,6 @@ private:
     std::thread last_that_left_ ZEL_GUARDED_BY(threads_guard_);
     bool no_more_threads_ ZEL_GUARDED_BY(threads_guard_) = false;
     std::thread timer_thread_;
-};
-
-/// For as long as it lives the calling thread waits, and if it is a worker another
-/// one may run tasks in its place.
-class announced_wait {
-public:
-    announced_wait() noexcept;
-    ~announced_wait();
-    announced_wait(const announced_wait&) = delete;
-    announced_wait& operator=(const announced_wait&) = delete;
-
-private:
-    task_threads* threads_;
 };
 
 } // namespace zel::tasklib

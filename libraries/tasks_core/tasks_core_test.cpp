@@ -97,6 +97,27 @@ TEST(TaskThreads, SoonRunWhatComesBehindALongTaskAmongShortOnes) {
     EXPECT_TRUE(long_one.wait());
 }
 
+TEST(TaskThreads, TakeOverOnceFromATaskThatAnnouncesThatItWaits) {
+    pool p({.cores = 1, .stalled = hours});
+    signal waits, others_wait, ended;
+    p.submit([&] {
+        const zel::platform::announced_wait outer;
+        const zel::platform::announced_wait inner; // of something that is called
+        waits.set();
+        ended.wait();
+    });
+    waits.wait();
+    p.submit([&] {
+        others_wait.set();
+        ended.wait();
+    });
+    EXPECT_TRUE(others_wait.comes());
+    const auto last = p.submit([] {});
+    EXPECT_EQ(p.threads->thread_count(), 2u);
+    ended.set();
+    EXPECT_TRUE(last.wait());
+}
+
 std::counting_semaphore threads_gone(0);
 struct thread_end {
     ~thread_end() { threads_gone.release(); }
