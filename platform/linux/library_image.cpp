@@ -40,18 +40,30 @@ bool is_data(const void* address) noexcept {
 } // namespace
 
 image_handle image_of(const void* address) noexcept {
-    Dl_info info{};
     link_map* map = nullptr;
-    if (!address || dladdr1(address, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) == 0)
+    if (!address)
         return image_handle::none;
+#if __GLIBC_PREREQ(2, 35)
+    dl_find_object found{};
+    if (_dl_find_object(const_cast<void*>(address), &found) == 0)
+        map = found.dlfo_link_map;
+#else
+    Dl_info info{};
+    if (dladdr1(address, &info, reinterpret_cast<void**>(&map), RTLD_DL_LINKMAP) == 0)
+        return image_handle::none;
+#endif
     return static_cast<image_handle>(reinterpret_cast<std::uintptr_t>(map));
+}
+
+bool is_program(image_handle image) noexcept {
+    return *map_of(image)->l_name == '\0';
 }
 
 std::string image_path(image_handle image) {
     if (image == image_handle::none)
         return {};
     const char* const name = map_of(image)->l_name;
-    if (!name || !*name) { // the program itself
+    if (is_program(image)) {
         std::error_code failure;
         return std::filesystem::read_symlink("/proc/self/exe", failure).string();
     }

@@ -11,8 +11,13 @@ namespace zel::platform {
 /// Names a mapped image; holds no reference to it.
 enum class image_handle : std::uintptr_t { none = 0 };
 
-/// The image that contains the address, `none` for an address outside of all.
+/// The image that contains the address, `none` for an address outside of all. Takes no
+/// lock.
 ZEL_EXPORT image_handle image_of(const void* address) noexcept;
+
+/// Whether it is the program itself, which is mapped for as long as the process lives.
+/// The image must be mapped.
+ZEL_EXPORT bool is_program(image_handle image) noexcept;
 
 /// Absolute path of the file an image was loaded from; empty when unknown.
 ZEL_EXPORT std::string image_path(image_handle image);
