@@ -135,11 +135,13 @@ refused 1 "There is no channel 'x'; there are 'ui'." send event a --channel x "$
 refused 1 "The library ./none.so could not be loaded: ./none.so: cannot open shared object file:\
  No such file or directory" list none.so
 for entry in nothing no_function; do
-    refused 1 "The library $component does not export $entry. --entry names another function." \
+    refused 1 "The library $component does not export $entry." \
         list --entry $entry "$component"
 done
-refused 1 "The component '$component' could not be started: no ink" \
+refused 1 "The component $component could not be started: no ink" \
     list "$component" --entry=start_failing "$component"
+refused 1 "The component $component could not be started: it gave the host nothing to hold" \
+    list "$component" --entry=start_nothing "$component"
 
 # no_note PLACE TYPE DOCUMENT: of a document that does not fit the place is told.
 no_note() {

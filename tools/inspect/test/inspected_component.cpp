@@ -175,6 +175,8 @@ extern "C" ZEL_EXPORT void start_crashing(std::shared_ptr<void>& component) {
     component = std::make_shared<crashing>();
 }
 
+extern "C" ZEL_EXPORT void start_nothing(std::shared_ptr<void>&) {}
+
 extern "C" ZEL_EXPORT void start_aborting(std::shared_ptr<void>&) {
     std::abort();
 }
