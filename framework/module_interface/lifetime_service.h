@@ -16,8 +16,8 @@ namespace zel::mi {
 struct image_hook {
     /// Runs the end-of-life actions of the image down to a threshold.
     void (*run_actions)(int threshold);
-    /// Whether an interface object of the image is alive.
-    bool (*has_live_objects)();
+    /// How many interface objects of the image are alive.
+    std::int32_t (*live_objects)();
 };
 
 /// At process exit images with a smaller rank end first: users before what they
@@ -32,7 +32,7 @@ public:
 
 class ZEL_EXPORT IModuleLifetimeService : public ModuleInterfaceBase {
 public:
-    static constexpr std::int32_t interface_version = 1;
+    static constexpr std::int32_t interface_version = 2;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
     /// Makes an image known, once or again.
@@ -46,10 +46,16 @@ public:
                            exit_rank rank) = 0;
 
     /// Runs the image's unload callbacks, then its remaining actions. True when
-    /// none of its objects is alive: then the image is forgotten and may be
-    /// unmapped. Always false while the process exits. The loader calls it with
-    /// nothing held but the lock that keeps others from loading this library.
+    /// nothing of it is in use, neither an interface object nor what
+    /// platform/image_use.h counts: then the image is forgotten and may be unmapped.
+    /// Always false while the process exits. May be called again for an image that
+    /// was in use. The loader calls it with no lock held; whoever loads this library
+    /// meanwhile waits.
     virtual bool EndImage(platform::image_handle image) = 0;
+
+    /// How many interface objects of the image are alive. None are known of an image
+    /// that was never made known.
+    virtual std::int32_t CountObjects(platform::image_handle image) = 0;
 };
 
 /// Loads `module_lifetime` on first use.

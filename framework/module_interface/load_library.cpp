@@ -1,6 +1,9 @@
 #include "framework/module_interface/load_library.h"
 
 #include "framework/exceptions/exceptions.h"
+#include "framework/module_interface/loader.h"
+
+#include <platform/diagnostics.h>
 
 #include <filesystem>
 
@@ -26,6 +29,17 @@ platform::load_result load_library(const std::string& library, const std::string
         throw exceptions::error("The library " + library +
                                 " could not be loaded: " + loaded.failure);
     return loaded;
+}
+
+void report_kept_library(platform::image_handle image, const std::string& path) {
+    constexpr std::size_t most_named = 10;
+    std::string text = "The library " + path + " stays mapped";
+    const char* separator = ", because it is in use: ";
+    for (const auto& use : loader().describe_uses(image, most_named)) {
+        text += separator + use;
+        separator = ", ";
+    }
+    platform::raise_text_report(text + ".");
 }
 
 void* required_symbol(platform::image_handle image, const char* symbol) {

@@ -16,6 +16,9 @@ std::string library_file(const std::string& library, const void* caller);
 /// library and the system's reason.
 platform::load_result load_library(const std::string& library, const std::string& file);
 
+/// Tells the diagnostic observers that a library stays mapped, and what is in use.
+void report_kept_library(platform::image_handle image, const std::string& path);
+
 /// Address of an export; throws exceptions::error naming library and symbol.
 void* required_symbol(platform::image_handle image, const char* symbol);
 

@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace zel::mi {
 
@@ -27,11 +28,28 @@ struct neighbour_names {
 class loaded_library {
 public:
     explicit loaded_library(const std::string& library) : image_(load(library)) {}
+    /// Tells the diagnostic observers when the library had to stay, and why.
     ~loaded_library() {
-        platform::guarded([&] { loader().free_dll(image_); });
+        platform::guarded([&] {
+            const auto image = image_;
+            if (image == platform::image_handle::none)
+                return;
+            const auto path = platform::image_path(image);
+            if (give_back() == library_state::kept)
+                report_kept_library(image, path);
+        });
     }
     loaded_library(const loaded_library&) = delete;
     loaded_library& operator=(const loaded_library&) = delete;
+
+    /// Of the library; `none` once it was given back.
+    platform::image_handle image() const noexcept { return image_; }
+
+    /// Gives the reference back before the object goes, once, and returns what became of
+    /// the library. Nothing of it may be used afterwards.
+    library_state give_back() {
+        return loader().give_back(std::exchange(image_, platform::image_handle::none));
+    }
 
     template <class Function>
     Function* function(const char* symbol) const {

@@ -41,7 +41,7 @@ IModuleLifetimeService& lifetime_service() {
 platform::image_handle announce_this_image() {
     const auto image = platform::image_of(implementation_address());
     lifetime_service().AddImage(image, {&lifetime::run_end_of_life_actions,
-                                        [] { return live_objects::current().objects != 0; }});
+                                        [] { return live_objects::current().objects; }});
     return image;
 }
 

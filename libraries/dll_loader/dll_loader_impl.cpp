@@ -4,86 +4,261 @@
 #include "framework/module_interface/lifetime_service.h"
 #include "framework/module_interface/load_library.h"
 
-#include <filesystem>
+#include <platform/cancellation.h>
+#include <platform/diagnostics.h>
+#include <platform/image_use.h>
+#include <platform/process.h>
+#include <platform/wait_on_address.h>
+
+#include <algorithm>
 #include <fmt/format.h>
 #include <utility>
 
 namespace zel::mi {
+
+namespace {
+
+using platform::image_handle;
+
+// How many uses an error names.
+constexpr std::size_t most_named = 10;
+
+// One of the system's references, given back unless it is kept.
+class new_reference {
+public:
+    explicit new_reference(image_handle image) noexcept : image_(image) {}
+    ~new_reference() { platform::unload_library(image_); }
+    new_reference(const new_reference&) = delete;
+    new_reference& operator=(const new_reference&) = delete;
+
+    void keep() noexcept { image_ = image_handle::none; }
+
+private:
+    image_handle image_;
+};
+
+// Interface objects tell nobody when they go, so they are looked at so often.
+constexpr platform::milliseconds pause_between_looks{1};
+
+std::string list_of(const std::vector<std::string>& uses) {
+    return uses.empty() ? "something outside of the loader keeps it mapped"
+                        : fmt::format("it is still in use: {}", fmt::join(uses, ", "));
+}
+
+} // namespace
 
 const LibraryDescriptor& DllLoaderImpl::GetLibraryDescriptor() const {
     static const LibraryDescriptor descriptor;
     return descriptor;
 }
 
-platform::image_handle DllLoaderImpl::load_dll(const std::string& library_name,
-                                               const void* caller) {
+image_handle DllLoaderImpl::load_dll(const std::string& library_name, const void* caller) {
+    unload_all_kept();
     const std::string file = library_file(library_name, caller);
-    const std::string name = std::filesystem::path(file).filename().string();
-    const auto lock = lock_of(name);
-    threading::shared_lock_guard nobody_ends_it(*lock);
-    const auto loaded = load_library(library_name, file);
-    bool one_too_many = false;
+    auto record = make_record();
+    for (;;) {
+        const auto loaded = load_library(library_name, file);
+        {
+            new_reference reference(loaded.image);
+            record.mapped().path = platform::image_path(loaded.image);
+            const auto added = add_reference(loaded, record);
+            if (added == addition::first)
+                reference.keep();
+            // One does for all, so that the last is the one that counts.
+            if (added != addition::refused)
+                return loaded.image;
+        }
+        // Not this one, but the one that is mapped when its end is over.
+        wait_for_the_end(loaded.image, platform::infinite);
+        if (!end_if_unused(loaded.image))
+            refuse(loaded.image, record.mapped().path);
+    }
+}
+
+DllLoaderImpl::library_map::node_type DllLoaderImpl::make_record() {
+    library_map one;
+    one[image_handle::none].end_is_over =
+        std::make_shared<platform::event>(platform::reset_mode::manual, false);
+    return one.extract(image_handle::none);
+}
+
+DllLoaderImpl::addition DllLoaderImpl::add_reference(const platform::load_result& loaded,
+                                                     library_map::node_type& record) noexcept {
+    platform::scoped_lock inside(guard_);
+    auto known = libraries_.find(loaded.image);
+    const bool is_first = known == libraries_.end();
+    if (is_first) {
+        record.key() = loaded.image;
+        known = libraries_.insert(std::move(record)).position;
+    }
+    library& found = known->second;
+    if (found.state == image_state::ending || found.state == image_state::kept)
+        return addition::refused;
+    // Of two that load a library for the first time, the later one may arrive first and
+    // take it for one that others had mapped.
+    if (!loaded.already_mapped)
+        found.state = image_state::mapped_by_us;
+    ++found.references;
+    return is_first ? addition::first : addition::further;
+}
+
+// Of a library that another thread is ending.
+void DllLoaderImpl::wait_for_the_end(image_handle image, platform::milliseconds timeout) {
+    std::shared_ptr<platform::event> end_is_over;
     {
         platform::scoped_lock inside(guard_);
-        const auto [known, is_new] = libraries_.try_emplace(loaded.image);
-        if (is_new)
-            known->second = {name, 0, !loaded.already_mapped, false};
-        ++known->second.references;
-        one_too_many = std::exchange(known->second.kept_mapped, false);
+        const auto known = libraries_.find(image);
+        if (known == libraries_.end() || known->second.state != image_state::ending)
+            return;
+        if (known->second.ending_thread == platform::this_thread_id())
+            throw exceptions::error("The library " + known->second.path +
+                                    " is being ended by the thread that asks for it.");
+        end_is_over = known->second.end_is_over;
     }
-    if (one_too_many)
-        platform::unload_library(loaded.image); // the new reference does from now on
-    return loaded.image;
+    end_is_over->wait(timeout);
 }
 
-bool DllLoaderImpl::free_dll(platform::image_handle image) {
-    const auto lock = lock_of(name_of(image));
-    threading::exclusive_lock_guard nobody_loads_it(*lock);
-    const bool ends = give_back(image);
-    if (ends && !lifetime_service().EndImage(image)) {
-        keep_mapped(image);
-        return false;
+void DllLoaderImpl::refuse(image_handle image, const std::string& path) {
+    const auto uses = describe_uses(image, most_named);
+    throw exceptions::error("The library " + path +
+                            " could not be loaded: it was unloaded before, but " + list_of(uses) +
+                            ".");
+}
+
+bool DllLoaderImpl::free_dll(image_handle image) {
+    return give_back(image) == library_state::unmapped;
+}
+
+library_state DllLoaderImpl::give_back(image_handle image) {
+    const auto outcome = remove_reference(image) ? end(image) : library_state::loaded;
+    unload_all_kept(); // what this library had kept, perhaps
+    return outcome;
+}
+
+// True for the last one to a library that has to be ended.
+bool DllLoaderImpl::remove_reference(image_handle image) {
+    {
+        platform::scoped_lock inside(guard_);
+        const auto known = libraries_.find(image);
+        if (known == libraries_.end() || known->second.references == 0)
+            throw exceptions::error(fmt::format(
+                "free_dll: the image {:#x} was not loaded by load_dll, or is freed already.",
+                static_cast<std::uintptr_t>(image)));
+        library& found = known->second;
+        if (found.references > 1) {
+            --found.references;
+            return false;
+        }
+        if (found.state == image_state::mapped_by_us) {
+            begin_ending(found);
+            return true;
+        }
+        libraries_.erase(known);
     }
-    forget(image);
     platform::unload_library(image);
-    return ends;
+    return false;
 }
 
-std::shared_ptr<DllLoaderImpl::name_lock> DllLoaderImpl::lock_of(const std::string& name) {
-    platform::scoped_lock inside(guard_);
-    auto& lock = name_locks_[name];
-    if (!lock)
-        lock = std::make_shared<name_lock>();
-    return lock;
+void DllLoaderImpl::begin_ending(library& ending) noexcept {
+    ending.end_is_over->reset();
+    ending.references = 0;
+    ending.state = image_state::ending;
+    ending.ending_thread = platform::this_thread_id();
 }
 
-std::string DllLoaderImpl::name_of(platform::image_handle image) {
-    platform::scoped_lock inside(guard_);
-    const auto known = libraries_.find(image);
-    if (known == libraries_.end() || known->second.references == 0)
-        throw exceptions::error(fmt::format(
-            "free_dll: the image {:#x} was not loaded by load_dll, or is freed already.",
-            static_cast<std::uintptr_t>(image)));
-    return known->second.name;
+// Of a library that this thread has set to `ending`. Until it sets another state, nobody
+// else changes the record.
+library_state DllLoaderImpl::end(image_handle image) {
+    const platform::no_cancellation to_the_end;
+    library& ending = record_of(image);
+    bool is_unused = false;
+    const auto failure = platform::guarded([&] { is_unused = lifetime_service().EndImage(image); });
+    const bool is_unmapped = is_unused && lets_go_of(image, ending);
+    const auto end_is_over = ending.end_is_over;
+    {
+        platform::scoped_lock inside(guard_);
+        ending.is_held = ending.is_held && !is_unused;
+        ending.state = image_state::kept;
+        if (is_unmapped)
+            libraries_.erase(image);
+    }
+    end_is_over->set();
+    if (failure)
+        std::rethrow_exception(failure);
+    return is_unmapped ? library_state::unmapped : library_state::kept;
 }
 
-// True for the last reference to a library that has to be ended.
-bool DllLoaderImpl::give_back(platform::image_handle image) {
-    name_of(image); // it may have been freed while this thread waited
+DllLoaderImpl::library& DllLoaderImpl::record_of(image_handle image) {
     platform::scoped_lock inside(guard_);
-    library& known = libraries_[image];
-    return --known.references == 0 && known.mapped_here;
+    return libraries_.find(image)->second;
 }
 
-void DllLoaderImpl::keep_mapped(platform::image_handle image) {
-    platform::scoped_lock inside(guard_);
-    libraries_[image].kept_mapped = true;
+// Whether the image is unmapped with that.
+bool DllLoaderImpl::lets_go_of(image_handle image, const library& ended) {
+    if (ended.is_held)
+        return platform::unload_library(image);
+    const auto still_mapped = platform::find_mapped_library(ended.path);
+    return still_mapped == image_handle::none || platform::unload_library(still_mapped);
 }
 
-void DllLoaderImpl::forget(platform::image_handle image) {
-    platform::scoped_lock inside(guard_);
-    if (libraries_[image].references == 0)
-        libraries_.erase(image);
+// True when the library is not kept any more.
+bool DllLoaderImpl::end_if_unused(image_handle image) {
+    {
+        platform::scoped_lock inside(guard_);
+        const auto known = libraries_.find(image);
+        if (known == libraries_.end() || known->second.state != image_state::kept)
+            return true;
+        if (platform::uses_of(image) != 0 || lifetime_service().CountObjects(image) != 0)
+            return false;
+        begin_ending(known->second);
+    }
+    return end(image) == library_state::unmapped;
+}
+
+std::size_t DllLoaderImpl::unload_all_kept() {
+    std::size_t left = 0;
+    auto last = image_handle::none;
+    for (;;) {
+        {
+            platform::scoped_lock inside(guard_);
+            auto next = libraries_.upper_bound(last);
+            while (next != libraries_.end() && next->second.state != image_state::kept)
+                ++next;
+            if (next == libraries_.end())
+                return left;
+            last = next->first;
+        }
+        if (!end_if_unused(last))
+            ++left;
+    }
+}
+
+bool DllLoaderImpl::unload_kept(image_handle image, platform::milliseconds timeout) {
+    const auto deadline = platform::deadline_after(timeout);
+    const auto time_left = [&] {
+        using namespace std::chrono;
+        return deadline ? ceil<milliseconds>(*deadline - steady_clock::now()) : platform::infinite;
+    };
+    for (;;) {
+        const auto left = time_left();
+        wait_for_the_end(image, std::max(left, platform::milliseconds(0)));
+        if (end_if_unused(image))
+            return true;
+        if (left <= platform::milliseconds(0))
+            return false;
+        if (platform::uses_of(image) != 0)
+            platform::wait_until_unused(image, left);
+        else
+            platform::sleep_for(std::min(left, pause_between_looks));
+    }
+}
+
+std::vector<std::string> DllLoaderImpl::describe_uses(image_handle image, std::size_t most) {
+    auto lines = platform::describe_uses(image, most);
+    if (const auto objects = lifetime_service().CountObjects(image);
+        objects != 0 && lines.size() < most)
+        lines.push_back(fmt::format("{} interface object{}", objects, objects == 1 ? "" : "s"));
+    return lines;
 }
 
 } // namespace zel::mi

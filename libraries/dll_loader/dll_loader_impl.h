@@ -1,10 +1,12 @@
-// The loader: counts the references to each library and ends it with the last.
+// The loader: counts the references to each library, ends it with the last and unmaps
+// it when nothing of it is in use.
 #pragma once
 
 #include "framework/module_interface/loader.h"
-#include "framework/threading/recursive_shared_mutex.h"
 
 #include <platform/critical_section.h>
+#include <platform/event.h>
+#include <platform/thread_id.h>
 
 #include <map>
 #include <memory>
@@ -15,33 +17,67 @@ namespace zel::mi {
 class DllLoaderImpl final : public IDllLoader {
 public:
     const LibraryDescriptor& GetLibraryDescriptor() const override;
-    platform::image_handle load_dll(const std::string& library_name, const void* caller) override;
+    platform::image_handle load_dll(const std::string& library, const void* caller) override;
     bool free_dll(platform::image_handle image) override;
+    library_state give_back(platform::image_handle image) override;
+    bool unload_kept(platform::image_handle image, platform::milliseconds timeout) override;
+    std::size_t unload_all_kept() override;
+    std::vector<std::string> describe_uses(platform::image_handle image, std::size_t most) override;
 
 private:
+    // What the system names an image by is the key: it finds the same image for every
+    // path and link that leads to one file.
+    //
+    //                  | load_dll                    | free_dll           | the last free_dll
+    // -----------------+-----------------------------+--------------------+------------------
+    // not known        | mapped_by_us if the system  | is refused         |
+    //                  | had to map it, else         |                    |
+    //                  | mapped_by_others            |                    |
+    // mapped_by_us     | one reference more          | one reference less | ending
+    // mapped_by_others | one more; mapped_by_us if   | one reference less | not known; it is
+    //                  | it was not mapped when this |                    | not ended
+    //                  | load_dll began              |                    |
+    // ending           | waits and begins anew       | is refused         |
+    // kept             | tries `ending`; refused if  | is refused         |
+    //                  | that leads back here        |                    |
+    //
+    // `ending` leads to `not known` when nothing of the image is in use and the system
+    // has unmapped it, and to `kept` otherwise. Whatever is called for any library leads
+    // from `kept` to `ending` as soon as nothing of it is in use.
+    enum class image_state { mapped_by_us, mapped_by_others, ending, kept };
+
     struct library {
-        std::string name; // under which it was loaded
+        std::string path;
+        image_state state = image_state::mapped_by_others;
         int references = 0;
-        bool mapped_here = false; // else somebody else's, and not ours to end
-        // The system's reference to a library that could not be unmapped when its
-        // last user gave it back.
-        bool kept_mapped = false;
+        // The one reference that the loader has from the system. Without it, something
+        // else keeps the image mapped after the loader has let go of it.
+        bool is_held = true;
+        platform::thread_id ending_thread = platform::no_thread;
+        // Not set while the image is `ending`. Made with the record: an end must not fail
+        // because memory is short.
+        std::shared_ptr<platform::event> end_is_over;
     };
-    using name_lock = threading::recursive_shared_mutex;
+    using library_map = std::map<platform::image_handle, library>;
 
-    std::shared_ptr<name_lock> lock_of(const std::string& name);
-    std::string name_of(platform::image_handle image);
-    bool give_back(platform::image_handle image);
-    void keep_mapped(platform::image_handle image);
-    void forget(platform::image_handle image);
+    /// What a reference is recorded in; made before there is one, so that none is lost.
+    static library_map::node_type make_record();
+    enum class addition { first, further, refused };
+    addition add_reference(const platform::load_result& loaded,
+                           library_map::node_type& record) noexcept;
+    bool remove_reference(platform::image_handle image);
+    void wait_for_the_end(platform::image_handle image, platform::milliseconds timeout);
+    static void begin_ending(library& ending) noexcept;
+    library_state end(platform::image_handle image);
+    library& record_of(platform::image_handle image);
+    static bool lets_go_of(platform::image_handle image, const library& ended);
+    bool end_if_unused(platform::image_handle image);
+    [[noreturn]] void refuse(platform::image_handle image, const std::string& path);
 
-    // Guards the maps, for short bookkeeping only: loading, ending and unmapping
-    // run code of the library and take the system's own lock.
+    // Guards the map, for short bookkeeping only: loading, ending and unmapping run code
+    // of the library and take the system's own lock.
     platform::critical_section guard_;
-    std::map<platform::image_handle, library> libraries_ ZEL_GUARDED_BY(guard_);
-    // One for each file name ever loaded: held shared while such a library is
-    // loaded and exclusively while it ends, so that nobody gets a dying one.
-    std::map<std::string, std::shared_ptr<name_lock>> name_locks_ ZEL_GUARDED_BY(guard_);
+    library_map libraries_ ZEL_GUARDED_BY(guard_);
 };
 
 } // namespace zel::mi

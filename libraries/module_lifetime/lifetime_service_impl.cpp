@@ -2,6 +2,8 @@
 
 #include "framework/lifetime/end_of_life.h"
 
+#include <platform/image_use.h>
+
 #include <algorithm>
 #include <limits>
 
@@ -69,11 +71,12 @@ void LifetimeServiceImpl::withdraw(std::uint64_t number) {
 IModuleLifetimeService::unload_callback
 LifetimeServiceImpl::callback_after(platform::image_handle image, std::uint64_t& number) {
     platform::scoped_lock inside(guard_);
-    for (const auto& c : entry(image).callbacks)
-        if (c.number > number) {
-            number = c.number;
-            return c.callback;
-        }
+    for (const auto& known : images_)
+        for (const auto& c : known.callbacks)
+            if (known.image == image && c.number > number) {
+                number = c.number;
+                return c.callback;
+            }
     return nullptr;
 }
 
@@ -83,21 +86,35 @@ std::optional<image_hook> LifetimeServiceImpl::run_actions(platform::image_handl
     while (const auto callback = callback_after(image, number))
         if (lies_in(image, callback))
             callback();
-    std::optional<image_hook> hook;
-    {
-        platform::scoped_lock inside(guard_);
-        hook = entry(image).hook;
-    }
-    if (hook && !lies_in(image, hook->run_actions))
-        hook.reset();
+    const auto hook = hook_of(image);
     if (hook)
         hook->run_actions(lifetime::everything);
     return hook;
 }
 
+std::optional<image_hook> LifetimeServiceImpl::hook_of(platform::image_handle image) {
+    std::optional<image_hook> hook;
+    {
+        platform::scoped_lock inside(guard_);
+        for (const auto& known : images_)
+            if (known.image == image)
+                hook = known.hook;
+    }
+    if (hook && !lies_in(image, hook->run_actions))
+        hook.reset();
+    return hook;
+}
+
+std::int32_t LifetimeServiceImpl::CountObjects(platform::image_handle image) {
+    const auto hook = hook_of(image);
+    return hook ? hook->live_objects() : 0;
+}
+
 bool LifetimeServiceImpl::EndImage(platform::image_handle image) {
     const auto hook = run_actions(image);
-    const bool in_use = hook && hook->has_live_objects();
+    // The objects a second time: one may just have been made by what was counted last.
+    const auto has_objects = [&] { return hook && hook->live_objects() != 0; };
+    const bool in_use = has_objects() || platform::uses_of(image) != 0 || has_objects();
     platform::scoped_lock inside(guard_);
     // Threads still run while the process exits; their code stays.
     if (in_use || process_ends_)

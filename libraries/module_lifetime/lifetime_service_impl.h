@@ -19,6 +19,7 @@ public:
                                                                 unload_callback callback,
                                                                 exit_rank rank) override;
     bool EndImage(platform::image_handle image) override;
+    std::int32_t CountObjects(platform::image_handle image) override;
 
     /// Ends all images in the order of their ranks, also those that come up while
     /// others end. Nothing is unmapped.
@@ -41,6 +42,7 @@ private:
     image_entry& entry(platform::image_handle image) ZEL_REQUIRES(guard_);
     void withdraw(std::uint64_t number);
     unload_callback callback_after(platform::image_handle image, std::uint64_t& number);
+    std::optional<image_hook> hook_of(platform::image_handle image);
     std::optional<image_hook> run_actions(platform::image_handle image);
     std::optional<platform::image_handle> next_to_end_at_exit();
 

@@ -13,6 +13,8 @@ namespace zel::platform {
 
 namespace {
 
+constexpr int loading_mode = RTLD_NOW | RTLD_LOCAL;
+
 const link_map* map_of(image_handle image) noexcept {
     return reinterpret_cast<const link_map*>(image);
 }
@@ -81,11 +83,14 @@ std::string library_file_name(const std::string& library) {
     return "lib" + library + ".so";
 }
 
+image_handle find_mapped_library(const std::string& file) noexcept {
+    return image_from(dlopen(file.c_str(), loading_mode | RTLD_NOLOAD));
+}
+
 load_result load_library(const std::string& file) {
-    constexpr int mode = RTLD_NOW | RTLD_LOCAL;
-    if (void* const mapped = dlopen(file.c_str(), mode | RTLD_NOLOAD))
-        return {image_from(mapped), true, {}};
-    void* const handle = dlopen(file.c_str(), mode);
+    if (const auto mapped = find_mapped_library(file); mapped != image_handle::none)
+        return {mapped, true, {}};
+    void* const handle = dlopen(file.c_str(), loading_mode);
     if (!handle) {
         const char* const reason = dlerror();
         return {image_handle::none, false, reason ? reason : "unknown reason"};
@@ -93,9 +98,12 @@ load_result load_library(const std::string& file) {
     return {image_from(handle), false, {}};
 }
 
-void unload_library(image_handle image) noexcept {
-    if (image != image_handle::none)
-        dlclose(handle_of(image));
+bool unload_library(image_handle image) noexcept {
+    if (image == image_handle::none)
+        return false;
+    const void* const inside = map_of(image)->l_ld;
+    dlclose(handle_of(image));
+    return image_of(inside) != image;
 }
 
 void* find_function(image_handle image, const char* name) noexcept {

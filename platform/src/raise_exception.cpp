@@ -3,6 +3,7 @@
 #include <platform/diagnostics.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <vector>
 
@@ -70,6 +71,12 @@ void raise_exception(diagnostic code, raise_arguments arguments) noexcept {
         if (entry->active.load())
             guarded([&] { entry->observer(code, arguments); });
     }
+}
+
+void raise_text_report(std::string_view text) noexcept {
+    const std::array<std::uintptr_t, 2> arguments = {text.size(),
+                                                     reinterpret_cast<std::uintptr_t>(text.data())};
+    raise_exception(diagnostic::text_report, arguments);
 }
 
 } // namespace zel::platform

@@ -12,6 +12,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace zel::platform {
@@ -26,6 +27,9 @@ using raise_arguments = std::span<const std::uintptr_t>;
 
 /// Tells every observer; a load and a branch when there are none.
 ZEL_EXPORT void raise_exception(diagnostic code, raise_arguments arguments) noexcept;
+
+/// Tells every observer a text, as a text_report with its length and its address.
+ZEL_EXPORT void raise_text_report(std::string_view text) noexcept;
 
 /// Is told of every raise in the process for as long as the object lives.
 ///

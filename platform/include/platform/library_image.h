@@ -35,8 +35,12 @@ struct load_result {
 /// is looked for where the system looks, which includes this layer's folder.
 ZEL_EXPORT load_result load_library(const std::string& file);
 
-/// Gives one reference back; the last one unmaps the library.
-ZEL_EXPORT void unload_library(image_handle image) noexcept;
+/// Takes a reference to a library only if it is mapped; `none` if it is not.
+ZEL_EXPORT image_handle find_mapped_library(const std::string& file) noexcept;
+
+/// Gives one reference back. True when that unmapped the library: false also when
+/// another library is linked with it, or a thread keeps an object of it to its end.
+ZEL_EXPORT bool unload_library(image_handle image) noexcept;
 
 /// Address of an exported function; null also for the name of data.
 ZEL_EXPORT void* find_function(image_handle image, const char* name) noexcept;

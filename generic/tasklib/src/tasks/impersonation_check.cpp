@@ -1,10 +1,9 @@
 #include "generic/tasklib/src/tasks/impersonation_check.h"
 
-#include "generic/tasklib/src/tasks/diagnostic_text.h"
-
 #include "framework/exceptions/exceptions.h"
 
 #include <platform/credentials.h>
+#include <platform/diagnostics.h>
 
 #include <atomic>
 #include <string_view>
@@ -49,7 +48,7 @@ struct reverting {
 void impersonation_check::end_impersonation(const std::string& task_name) {
     const reverting at_the_end;
     if (!reported.exchange(true, std::memory_order_relaxed))
-        raise_text_report(report_text(task_name));
+        platform::raise_text_report(report_text(task_name));
 }
 
 } // namespace zel::tasklib

@@ -1,7 +1,8 @@
 #include "generic/tasklib/src/tasks/low_level_task_container.h"
 
-#include "generic/tasklib/src/tasks/diagnostic_text.h"
 #include "generic/tasklib/src/tasks/task_library.h"
+
+#include <platform/diagnostics.h>
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -112,7 +113,8 @@ bool low_level_task_container::report_held_tasks() {
     if (names.empty())
         return false;
     std::sort(names.begin(), names.end());
-    raise_text_report(fmt::format("task container timed out: {}", fmt::join(names, ", ")));
+    platform::raise_text_report(
+        fmt::format("task container timed out: {}", fmt::join(names, ", ")));
     return true;
 }
 
@@ -125,7 +127,7 @@ bool low_level_task_container::wait_for_ended_states(const deadline& until, std:
     while (const auto state = last_ended_state()) {
         if (!state->wait_ended(until.time_left())) {
             if (mode == report_timeout)
-                raise_text_report("ended state timed out");
+                platform::raise_text_report("ended state timed out");
             return false;
         }
         platform::scoped_lock inside(guard_);
