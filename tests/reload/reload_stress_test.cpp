@@ -5,11 +5,15 @@
 
 #include <event_routing/component_host.h>
 
+#include <framework/log/log_module.h>
+
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <deque>
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -28,9 +32,34 @@ std::chrono::seconds duration() {
     return std::chrono::seconds(text ? std::atoi(text) : 0);
 }
 
+// How often others have sent: a plug-in stays for some of that each time.
+class sent_by_others {
+public:
+    explicit sent_by_others(IEventRouting& events)
+        : counts_(events.RegisterEventHandler(
+              nullptr, paths::work,
+              [this](auto&&...) {
+                  ++sent_;
+                  sent_.notify_all();
+                  return true;
+              },
+              nullptr, "counts")) {}
+
+    void wait_for_more(std::uint32_t more) const {
+        const std::uint32_t begin = sent_;
+        for (std::uint32_t now = begin; now - begin < more; now = sent_)
+            sent_.wait(now);
+    }
+
+private:
+    std::atomic<std::uint32_t> sent_{0};
+    const std::shared_ptr<tasklib::keep_registered> counts_;
+};
+
 // Asks for drawings and keeps the latest answers while their plug-in goes; so that it can,
 // each time that nobody answers one is let go.
 void keep_answers(const services& to, const std::atomic<bool>& ends, std::uint64_t& kept_in_all) {
+    using answer = std::pair<drawing, std::tuple<>>;
     std::deque<request_answer> kept;
     while (!ends) {
         request_answer response, error_response;
@@ -41,20 +70,23 @@ void keep_answers(const services& to, const std::atomic<bool>& ends, std::uint64
             ++kept_in_all;
         }
         if (kept.size() > 8 || (!response && !kept.empty())) {
-            drawing scratch;
+            answer scratch;
             const auto* const oldest = serialization::GetDataValue(kept.front(), scratch);
-            EXPECT_TRUE(oldest) << "an answer outlives its plug-in's stay";
+            ASSERT_TRUE(oldest && oldest->first.strokes.size() == 9u) << "an answer has changed";
             kept.pop_front();
         }
     }
 }
 
 // Until it has been reloaded often enough and the time is over.
-void reload_again_and_again(const std::string& plugin, clock::time_point end) {
+void reload_again_and_again(const std::string& plugin, const sent_by_others& sent,
+                            clock::time_point end) {
     component_host host;
     host.start(plugin);
-    for (int done = 0; done < reloads_of_each || clock::now() < end; ++done)
+    for (int done = 0; done < reloads_of_each || clock::now() < end; ++done) {
+        sent.wait_for_more(3);
         host.reload(plugin, std::chrono::minutes(1));
+    }
     const auto last = host.stop(plugin, std::chrono::minutes(1));
     EXPECT_TRUE(last.is_unmapped) << last.text();
 }
@@ -63,20 +95,24 @@ TEST(ReloadStress, PluginsComeAndGoUnderTheTrafficOfOthers) {
     std::uint64_t answers = 0;
     {
         const services to;
+        // A handler that runs while its plug-in ends may find that it can make no more payloads.
+        log::get_log_module()->SetDefaultSinkSeverity(log::silent);
         component_host traffic;
         traffic.start("traffic_plugin");
+        const sent_by_others sent(*to.events);
         std::atomic<bool> ends{false};
         std::jthread keeping([&] { keep_answers(to, ends, answers); });
         {
             std::vector<std::jthread> reloading;
             for (const char* const plugin : plugins)
-                reloading.emplace_back(&reload_again_and_again, plugin, clock::now() + duration());
+                reloading.emplace_back(&reload_again_and_again, plugin, std::ref(sent),
+                                       clock::now() + duration());
         }
         ends = true;
         keeping.join();
         EXPECT_TRUE(traffic.stop("traffic_plugin").is_unmapped);
     }
-    EXPECT_GT(answers, 1000u) << "little was answered";
+    EXPECT_GT(answers, 100u) << "little was answered";
     for (const std::string plugin : plugins)
         EXPECT_FALSE(is_mapped("lib" + plugin + ".so")) << plugin << " is left";
 }
