@@ -16,6 +16,12 @@ struct EventRoutingNodeAdditionalData {
     std::shared_ptr<tasklib::task_queue_ifc> queue;
 };
 
+inline callable_code code_of(const EventRoutingNodeFunction& parts,
+                             const EventRoutingNodeAdditionalData&) noexcept {
+    return {"handler of events", platform::image_that_made(parts.synchronous_part),
+            platform::image_that_made(parts.asynchronous_part)};
+}
+
 using event_routing_node = RoutingMapNode<EventRoutingNodeFunction, EventRoutingNodeAdditionalData>;
 
 } // namespace zel::event_routing::impl

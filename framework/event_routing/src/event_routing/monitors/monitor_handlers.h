@@ -88,7 +88,8 @@ private:
 template <class Signature>
 std::shared_ptr<tasklib::keep_registered>
 MonitorHandlers<Signature>::RegisterMonitorHandler(std::function<Signature> callable) {
-    const auto added = std::make_shared<monitor>(std::move(callable));
+    const impl::callable_code code{"monitor", platform::image_that_made(callable)};
+    const auto added = std::make_shared<monitor>(std::move(callable), code);
     auto cookie = tasklib::make_reg_cookie([registry = std::weak_ptr(this->shared_from_this()),
                                             address = added.get(), orphan = std::weak_ptr(added)] {
         if (const auto still_there = registry.lock())

@@ -12,6 +12,11 @@ struct RequestRoutingNodeAdditionalData {
     std::int32_t priority = 0; ///< of regular handlers; the higher is asked first
 };
 
+inline callable_code code_of(const request_handler& handler,
+                             const RequestRoutingNodeAdditionalData&) noexcept {
+    return {"handler of requests", platform::image_that_made(handler)};
+}
+
 using request_routing_node = RoutingMapNode<request_handler, RequestRoutingNodeAdditionalData>;
 
 } // namespace zel::event_routing::impl

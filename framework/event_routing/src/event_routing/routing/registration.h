@@ -86,13 +86,21 @@ struct prepared_handler {
     template <class Function, class AdditionalData>
     prepared_handler(const std::string& path, Function function, AdditionalData additional_data,
                      const std::string& description)
-        : target(path),
-          item(Node::make_item(std::move(function), std::move(additional_data), description)),
+        : target(path), item(make_item(path, function, additional_data, description)),
           cookie_description(path + ", " + description) {}
 
     const registration_path target;
     const typename Node::function_container_item item;
     const std::string cookie_description;
+
+private:
+    template <class Function, class AdditionalData>
+    static auto make_item(const std::string& path, Function& function,
+                          AdditionalData& additional_data, const std::string& description) {
+        const callable_code code = code_of(function, additional_data);
+        return Node::make_item(std::move(function), std::move(additional_data), description, path,
+                               code);
+    }
 };
 
 /// Puts a handler into the map and returns its cookie; with an exception nothing

@@ -12,16 +12,20 @@
 //   - The callable is destroyed last, and no lock is held, because its destructor
 //     may do as it likes: by `retire`, or by the last of the calls that had begun
 //     before and were not waited for.
+//   - Until it is destroyed it counts as a use of the images whose code it is, so these
+//     stay mapped, however late that is.
 //   - Who uses callables all the time may announce its uses instead of counting
 //     them (announced_call in broadcast_records.h); `retire` has them counted.
 #pragma once
 
 #include <platform/cancellation.h>
+#include <platform/image_use.h>
 #include <platform/wait_on_address.h>
 
 #include <atomic>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 namespace zel::event_routing::impl {
@@ -88,10 +92,24 @@ private:
     std::atomic<std::uint32_t> drained_{0};
 };
 
+/// Whose code a callable is, and what it is to the user. Two parts may be of two images.
+struct callable_code {
+    const char* kind = "";
+    platform::image_handle image = platform::image_handle::none;
+    platform::image_handle second_image = platform::image_handle::none;
+};
+
 template <class Callable>
 class retirable {
 public:
-    explicit retirable(Callable callable) : callable_(std::move(callable)) {}
+    /// Name and note are those of its uses, and must outlive it.
+    explicit retirable(Callable callable, const callable_code& code = {},
+                       std::string_view name = {}, std::string_view note = {})
+        : use_(code.image, code.kind, name, note),
+          second_use_(code.second_image == code.image ? platform::image_handle::none
+                                                      : code.second_image,
+                      code.kind, name, note),
+          callable_(std::move(callable)) {}
 
     /// True from the moment in which no call begins any more.
     bool is_retired() const noexcept { return gate_.is_closed(); }
@@ -123,11 +141,15 @@ private:
     void clear_up() noexcept {
         const platform::no_cancellation to_the_end;
         callable_.reset();
+        use_.end();
+        second_use_.end();
     }
 
+    platform::image_use use_;
+    platform::image_use second_use_;
     // Beside the callable: a call needs both.
     call_gate gate_;
-    std::optional<Callable> callable_;
+    std::optional<Callable> callable_; // destroyed before its uses end
 };
 
 /// One use of the callable, for as long as it lives. Removal does not wait for it.

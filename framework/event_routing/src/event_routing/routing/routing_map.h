@@ -49,12 +49,18 @@ public:
         AdditionalData additional_data;
     };
 
-    /// A handler as broadcasts and requests see it; immutable but for its end.
-    struct registered_handler : retirable<handler_body> {
-        registered_handler(handler_body body, std::string text)
-            : retirable<handler_body>(std::move(body)), description(std::move(text)) {}
-
+    /// Before the body, whose uses are described by them.
+    struct handler_texts {
+        const std::string path;
         const std::string description;
+    };
+
+    /// A handler as broadcasts and requests see it; immutable but for its end.
+    struct registered_handler : handler_texts, retirable<handler_body> {
+        registered_handler(handler_body body, handler_texts texts, const callable_code& code)
+            : handler_texts(std::move(texts)), retirable<handler_body>(std::move(body), code,
+                                                                       this->path,
+                                                                       this->description) {}
     };
 
     struct function_container_item {
@@ -79,7 +85,8 @@ public:
     ~RoutingMapNode();
 
     static function_container_item make_item(Function function, AdditionalData additional_data,
-                                             std::string description);
+                                             std::string description, std::string path = {},
+                                             const callable_code& code = {});
 
     /// Puts the item behind the others of its path.
     registration InsertHandler(const registration_path& target,
@@ -119,10 +126,12 @@ RoutingMapNode<Function, AdditionalData>::~RoutingMapNode() {
 template <class Function, class AdditionalData>
 auto RoutingMapNode<Function, AdditionalData>::make_item(Function function,
                                                          AdditionalData additional_data,
-                                                         std::string description)
+                                                         std::string description, std::string path,
+                                                         const callable_code& code)
     -> function_container_item {
     return {std::make_shared<registered_handler>(
-        handler_body{std::move(function), std::move(additional_data)}, std::move(description))};
+        handler_body{std::move(function), std::move(additional_data)},
+        handler_texts{std::move(path), std::move(description)}, code)};
 }
 
 template <class Function, class AdditionalData>

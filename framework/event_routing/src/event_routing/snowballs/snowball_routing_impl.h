@@ -14,6 +14,11 @@ namespace zel::event_routing::impl {
 
 struct SnowballRoutingNodeAdditionalData {};
 
+inline callable_code code_of(const snowball_handler& handler,
+                             const SnowballRoutingNodeAdditionalData&) noexcept {
+    return {"handler of snowballs", platform::image_that_made(handler)};
+}
+
 using snowball_routing_node = RoutingMapNode<snowball_handler, SnowballRoutingNodeAdditionalData>;
 
 class SnowballRouting : public ISnowballRouting {};
