@@ -83,12 +83,21 @@ void reload_again_and_again(const std::string& plugin, const sent_by_others& sen
                             clock::time_point end) {
     component_host host;
     host.start(plugin);
+    const auto stop = [&] {
+        const auto stopped = host.stop(plugin, std::chrono::minutes(1));
+        EXPECT_TRUE(stopped.is_unmapped) << stopped.text();
+    };
     for (int done = 0; done < reloads_of_each || clock::now() < end; ++done) {
         sent.wait_for_more(3);
-        host.reload(plugin, std::chrono::minutes(1));
+        if (done % 2 == 0) {
+            host.reload(plugin, std::chrono::minutes(1));
+        } else { // while others send there is no code where it was
+            stop();
+            sent.wait_for_more(1);
+            host.start(plugin);
+        }
     }
-    const auto last = host.stop(plugin, std::chrono::minutes(1));
-    EXPECT_TRUE(last.is_unmapped) << last.text();
+    stop();
 }
 
 TEST(ReloadStress, PluginsComeAndGoUnderTheTrafficOfOthers) {
