@@ -22,13 +22,28 @@
 
 namespace zel::event_routing {
 
-/// The module of this process, made by the first caller.
-inline std::shared_ptr<IModule> get_module() {
-    auto module = detail::CreateModule();
-    require_interface(*module);
+namespace detail {
+
+inline std::shared_ptr<IModule> checked(std::shared_ptr<IModule> module) {
+    RequireInterface(*module);
     // So that the loader does not unmap the caller's library under its objects.
     mi::announce_this_image();
     return module;
+}
+
+} // namespace detail
+
+/// The module of this process, made by the first caller.
+inline std::shared_ptr<IModule> get_module() {
+    return detail::checked(detail::CreateModule());
+}
+
+/// The module if somebody has made it and it has not ended, else null. Makes none, so it is
+/// for code that may run when the process ends, or that has nothing to say unless others
+/// already use the library. Throws zel::WrongIfcVersion.
+inline std::shared_ptr<IModule> find_module() {
+    auto module = detail::FindModule();
+    return module ? detail::checked(std::move(module)) : nullptr;
 }
 
 /// The default event routing service.
