@@ -27,7 +27,7 @@ protected:
             reinterpret_cast<IModule* (*)()>(platform::find_function(image, "CreateModuleRaw"));
         ASSERT_NE(create, nullptr);
         module = create();
-        require_interface(*module);
+        RequireInterface(*module);
     }
     bool free() { return mi::loader().free_dll(image); }
 

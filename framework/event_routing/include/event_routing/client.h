@@ -49,7 +49,7 @@ inline std::shared_ptr<IModule> find_module() {
 /// The default event routing service.
 inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
     auto service = module.GetEventRouting();
-    require_interface(*service);
+    RequireInterface(*service);
     return service;
 }
 
@@ -57,21 +57,21 @@ inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
 inline std::shared_ptr<IEventRouting> get_named_event_routing(IModule& module,
                                                               const std::string& name) {
     auto service = module.GetNamedEventRouting(name);
-    require_interface(*service);
+    RequireInterface(*service);
     return service;
 }
 
 /// The request routing service.
 inline std::shared_ptr<IRequestRouting> get_request_routing(IModule& module) {
     auto service = module.GetRequestRouting();
-    require_interface(*service);
+    RequireInterface(*service);
     return service;
 }
 
 /// The snowball routing service.
 inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
     auto service = module.GetSnowballRouting();
-    require_interface(*service);
+    RequireInterface(*service);
     return service;
 }
 
@@ -79,7 +79,7 @@ inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
 inline std::shared_ptr<IInWndProcHandling>
 get_in_wnd_proc_handling(IModule& module, platform::window_handle window) {
     auto handling = module.GetInWndProcHandling(window);
-    require_interface(*handling);
+    RequireInterface(*handling);
     return handling;
 }
 
