@@ -1,12 +1,13 @@
 // The event routing service.
 #pragma once
 
-#include "framework/event_routing/src/event_routing/events/broadcast_records.h"
+#include "framework/event_routing/src/event_routing/events/broadcast_statistics.h"
 #include "framework/event_routing/src/event_routing/events/cumulative_events.h"
 #include "framework/event_routing/src/event_routing/events/event_monitors.h"
 #include "framework/event_routing/src/event_routing/events/event_node.h"
+#include "framework/event_routing/src/event_routing/events/match_list.h"
 #include "framework/event_routing/src/event_routing/monitors/numbered_parameters.h"
-#include "framework/event_routing/src/event_routing/routing/routing_lock.h"
+#include "framework/event_routing/src/event_routing/routing/current_matches.h"
 #include "generic/tasklib/src/tasks/task_container.h"
 
 #include <event_routing/event_routing.h>
@@ -46,7 +47,9 @@ private:
     class broadcast;
     class delivery;
 
-    broadcast_records records_;
+    const std::shared_ptr<thread_records> threads_ = thread_records::shared();
+    broadcast_statistics statistics_{*threads_};
+    match_records<match_list> records_{*threads_};
     routing_lock routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
     // Holds asynchronous parts and deliveries; these hold the service only while they run.

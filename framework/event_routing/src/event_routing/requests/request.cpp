@@ -105,9 +105,15 @@ void RequestRoutingImpl::request::update_matches() {
     const auto present = service_.routing_lock_.current_generation();
     if (matches_ && matches_->generation == present && routing_lock::is_stable(present))
         return;
-    const text_key key = matches_ ? text_key(*matches_) : text_key(path_);
-    renewed_ = service_.matches_of(key);
-    matches_ = renewed_.get();
+    keep_path();
+    service_.find_matches(matches_, text_key(path()));
+}
+
+// Handlers may go on referring to the path when other matches take the place of those that
+// it belongs to.
+void RequestRoutingImpl::request::keep_path() {
+    if (!own_path_ && !first_matches_)
+        first_matches_ = matches_.share();
 }
 
 bool RequestRoutingImpl::request::RunPriorityGroups(std::span<const request_match> handlers) {
@@ -133,7 +139,7 @@ bool RequestRoutingImpl::request::RunHandlerPass(std::span<const request_match> 
         if (processing_ && match.level != level)
             return true;
         level = match.level;
-        const running_call handler(*match.handler);
+        const announced_call handler(message_, removal_waits::yes, *match.handler);
         if (!handler)
             continue;
         InvokeRequestHandler(match, handler->function);

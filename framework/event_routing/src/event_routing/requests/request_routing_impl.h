@@ -3,7 +3,7 @@
 
 #include "framework/event_routing/src/event_routing/monitors/message_observation.h"
 #include "framework/event_routing/src/event_routing/requests/request_matches.h"
-#include "framework/event_routing/src/event_routing/routing/routing_lock.h"
+#include "framework/event_routing/src/event_routing/routing/current_matches.h"
 
 #include <event_routing/event_routing.h>
 #include <event_routing/request_handling_info.h>
@@ -55,13 +55,14 @@ private:
 
     static void notify_of_registration(IEventRouting& events, const std::string& path);
 
-    std::shared_ptr<const request_matches> matches_of(const text_key& path);
+    void find_matches(current_matches<request_matches>& matches, const text_key& path);
 
+    const std::shared_ptr<thread_records> threads_ = thread_records::shared();
     const parameter_names parameter_names_;
     const std::weak_ptr<IEventRouting> events_;
     routing_lock routing_lock_;
     request_maps maps_ ZEL_GUARDED_BY(routing_lock_);
-    match_records<request_matches> records_;
+    match_records<request_matches> records_{*threads_};
     std::shared_ptr<observation::monitors> monitors_;
 };
 
