@@ -69,7 +69,7 @@ void EventRoutingImpl::broadcast::choose_parameters() {
 // monitors: one that came after a handler is told of that handler.
 void EventRoutingImpl::broadcast::recall_handlers() {
     generation_ = service_.routing_lock_.current_generation();
-    matches_ = service_.records_.recall(at_the_end_.visitor, generation_);
+    matches_ = service_.records_.recall(at_the_end_.broadcast, generation_);
 }
 
 // Empty ones are no paths.
@@ -86,7 +86,8 @@ void EventRoutingImpl::broadcast::split_paths(const Use& use) const {
 void EventRoutingImpl::broadcast::collect_handlers() {
     if (matches_)
         return;
-    flattening matches(at_the_end_.visitor.paths(), generation_);
+    auto made = std::make_shared<remembered_list>(at_the_end_.broadcast.paths(), generation_);
+    flattening matches(*made);
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
     event_routing_node::collected_handlers collected(&memory);
@@ -100,14 +101,12 @@ void EventRoutingImpl::broadcast::collect_handlers() {
             matches.FlattenHandlers(path, collected);
         });
     });
-    auto made = matches.take();
     matches_ = made.get();
     if (failure) { // monitors hear of what was found
-        service_.records_.keep(at_the_end_.visitor, std::move(made));
+        service_.records_.keep(at_the_end_.broadcast, std::move(made));
         std::rethrow_exception(failure);
     }
-    // What cannot be remembered is looked for again.
-    platform::guarded([&] { service_.records_.remember(at_the_end_.visitor, std::move(made)); });
+    service_.records_.remember(at_the_end_.broadcast, std::move(made));
 }
 
 void EventRoutingImpl::broadcast::RouteEvent() {
@@ -116,7 +115,7 @@ void EventRoutingImpl::broadcast::RouteEvent() {
 }
 
 void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handler) {
-    const announced_call body(service_.records_, at_the_end_.visitor, *handler.handler);
+    const announced_call body(service_.records_, at_the_end_.broadcast, *handler.handler);
     if (!body)
         return;
     const auto& [synchronous_part, asynchronous_part] = body->function;
@@ -149,7 +148,8 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
     const auto task = tasklib::make_task(
         "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
         asynchronous_part(matches_->shared_from_this(), handler, data_, *parameters_, monitors_));
-    // Who waits for a part of a queue that he holds up himself would wait for ever.
+    // A broadcast that waits for its parts starts them past their queues: it may run inside of
+    // a part of such a queue, and then nothing behind that part starts before it returns.
     if (queue && !patience_)
         tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
     else
@@ -159,8 +159,6 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
 }
 
 void asynchronous_part::operator()() const {
-    if (handler_->handler->is_retired())
-        return; // without waiting behind its removal
     const running_call body(*handler_->handler);
     if (!body)
         return;
@@ -192,9 +190,10 @@ EventRoutingImpl::broadcast::~broadcast() noexcept(false) {
 
 EventRoutingImpl::broadcast::counting::~counting() {
     const auto failure = platform::guarded([&] {
-        if (const auto finished = records.UpdateStatistics(visitor)) {
+        if (auto finished = records.UpdateStatistics(broadcast)) {
             const platform::no_cancellation to_the_end;
             WriteStatistics(*finished);
+            records.hand_back(std::move(finished));
         }
     });
     if (failure)

@@ -35,11 +35,11 @@ private:
     // Counts at the very end.
     struct counting {
         counting(broadcast_records& all, const std::string& paths) noexcept
-            : records(all), visitor(paths) {}
+            : records(all), broadcast(paths) {}
         ~counting();
 
         broadcast_records& records;
-        broadcast_records::visitor visitor;
+        broadcast_under_way broadcast;
     };
 
     template <class Use>
@@ -62,7 +62,7 @@ private:
     numbered_parameters numbered_{service_.spare_parameters_};
     bool tells_monitors_ = false;
     std::uint64_t generation_ = 0;        // of the registrations, from then on
-    const match_list* matches_ = nullptr; // which the visitor keeps
+    const match_list* matches_ = nullptr; // which at_the_end_ keeps
     // How many milliseconds to wait for the tasks; nothing: not at all.
     std::optional<std::uint32_t> patience_;
     std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started

@@ -1,112 +1,76 @@
-// What a service remembers of the paths that are broadcast: how often that was in
-// this period, and which handlers they match.
+// What the broadcasts of one service share: the lists of handlers that their texts have
+// matched, the counts of the statistics, and who is under way.
 //
-// A broadcast enters the guard twice, to find its handlers and to count itself. In
-// between it uses the list without owning a reference: counting users under the guard
-// spares two atomic operations on a word that all threads would write.
-//
-// Likewise a broadcast does not count its calls in the handlers. It announces, in its
-// own memory, inside which handler it is; a removal, which is rare, looks there.
+// All three have one guard, which a broadcast enters twice: to find its handlers and to
+// count itself. It is held for a few instructions; what takes longer is done outside of it.
 #pragma once
 
-#include "framework/event_routing/src/event_routing/events/event_statistics.h"
-#include "framework/event_routing/src/event_routing/events/match_list.h"
+#include "framework/event_routing/src/event_routing/events/broadcasts_under_way.h"
+#include "framework/event_routing/src/event_routing/events/period_counts.h"
+#include "framework/event_routing/src/event_routing/events/remembered_lists.h"
 
 #include <platform/critical_section.h>
 #include <platform/process_barrier.h>
 
-#include <atomic>
 #include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace zel::event_routing::impl {
 
 /// Any thread may call any operation.
 class broadcast_records {
 public:
-    using registered_handler = event_routing_node::registered_handler;
+    using registered_handler = broadcast_under_way::registered_handler;
 
-    broadcast_records();
+    broadcast_records() { platform::prepare_heavy_barrier(); }
 
-    /// One broadcast in the eyes of the records. The text must outlive it.
-    class visitor {
-    public:
-        explicit visitor(const std::string& paths) noexcept : paths_(paths) {}
-        visitor(const visitor&) = delete;
-        visitor& operator=(const visitor&) = delete;
+    /// What is remembered for this generation, or null. Stays until the broadcast is counted.
+    /// The first call of a broadcast, and only once.
+    const remembered_list* recall(broadcast_under_way& broadcast,
+                                  std::uint64_t generation) noexcept;
 
-        const text_key& paths() const noexcept { return paths_; }
-
-    private:
-        friend class broadcast_records;
-        friend class announced_call;
-
-        const match_list* list() const noexcept { return own_ ? own_.get() : used_; }
-
-        const text_key paths_;
-        // Release, so that whoever finds the broadcast outside of a handler may destroy
-        // what it has used there. The barriers of announced_call do the rest.
-        std::atomic<const registered_handler*> inside_{nullptr};
-
-        // Changed by its own thread, and all of them under the guard.
-        const match_list* used_ = nullptr;      // which it recalled
-        std::shared_ptr<const match_list> own_; // which it made
-        std::thread::id thread_;
-        std::size_t seat_ = no_seat;
-        bool is_use_counted_ = false; // by a removal, in the handler that it is inside of
-    };
-
-    /// What was remembered for this generation, or null. Stays until the visitor
-    /// is counted. The first call of a visitor, and only once.
-    const match_list* recall(visitor& broadcast, std::uint64_t generation);
-
-    /// Remembers a list for others, perhaps. The visitor keeps it in any case.
-    void remember(visitor& broadcast, std::shared_ptr<const match_list> matches);
+    /// The broadcast keeps the list, and others may find it from now on.
+    void remember(broadcast_under_way& broadcast,
+                  std::shared_ptr<const remembered_list> list) noexcept;
 
     /// Only keeps it.
-    void keep(visitor& broadcast, std::shared_ptr<const match_list> matches);
+    void keep(broadcast_under_way& broadcast, std::shared_ptr<const remembered_list> list) noexcept;
 
-    /// Ends a visit and counts it. The period if it ended with this broadcast, else
-    /// null; the caller writes its report.
-    std::unique_ptr<const statistics_data_t> UpdateStatistics(visitor& broadcast);
+    /// Ends a broadcast and counts it. The period if it ended with this broadcast, else
+    /// null; the caller writes its report and hands it back. Throws when memory is short: the
+    /// broadcast has ended, but is not counted, or the period goes on.
+    std::unique_ptr<statistics_data_t> UpdateStatistics(broadcast_under_way& broadcast);
+    void hand_back(std::unique_ptr<statistics_data_t> reported) noexcept;
 
-    /// Counts the broadcasts that are inside of a handler, of which none begins a call
-    /// any more.
+    /// Counts, in the handler, the broadcasts that are inside of it. It is retired: none
+    /// begins a call any more.
     void count_uses(registered_handler& removed) noexcept;
 
     /// For the end of the service.
-    std::unique_ptr<const statistics_data_t> take_period();
+    std::unique_ptr<statistics_data_t> take_period();
 
 private:
     friend class announced_call;
 
-    static constexpr std::size_t no_seat = static_cast<std::size_t>(-1);
+    void end_use(broadcast_under_way& broadcast, registered_handler& used) noexcept;
+    bool may_be_announced_elsewhere(const registered_handler& handler) const noexcept;
+    // Reads the lists without the guard; table_grows_ keeps others from changing them.
+    void enlarge_table() noexcept ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis);
 
-    void end_use(visitor& broadcast, registered_handler& used);
-    void take_seat(visitor& broadcast) ZEL_REQUIRES(guard_);
-    void detach(const std::shared_ptr<const match_list>& matches) noexcept ZEL_REQUIRES(guard_);
-    void count(const visitor& broadcast) ZEL_REQUIRES(guard_);
-    std::unique_ptr<statistics_data_t> end_period() ZEL_REQUIRES(guard_);
-
-    // Guards everything below; held for a look-up or an addition. What every broadcast
-    // writes lies beside it, in one line of the processor's cache.
-    alignas(64) platform::brief_lock guard_;
-    std::uint32_t total_count_ ZEL_GUARDED_BY(guard_) = 0; // of the period, like the rest
-    std::uint64_t period_number_ ZEL_GUARDED_BY(guard_) = 1;
-    tasklib::unbiased_clock::time_point deadline_ ZEL_GUARDED_BY(guard_);
-    std::unique_ptr<statistics_data_t> period_ ZEL_GUARDED_BY(guard_);
-
-    match_table<match_list> lists_ ZEL_GUARDED_BY(guard_);
-    // Those that have begun and are not counted yet; null where a seat is free.
-    std::vector<visitor*> under_way_ ZEL_GUARDED_BY(guard_);
+    // Guards everything below. What every broadcast writes lies beside it, in one line of the
+    // processor's cache.
+    alignas(64) mutable platform::brief_lock guard_;
+    broadcasts_under_way under_way_ ZEL_GUARDED_BY(guard_);
+    period_counts counts_ ZEL_GUARDED_BY(guard_);
+    remembered_lists lists_ ZEL_GUARDED_BY(guard_);
+    // A thread makes a larger table: nobody else changes the lists meanwhile.
+    bool table_grows_ ZEL_GUARDED_BY(guard_) = false;
 };
 
-/// A broadcast's use of a handler, for as long as it lives. Removal does not wait for it.
+/// A broadcast's use of a handler, for as long as it lives. Dropping the handler's cookie
+/// does not wait for it.
 class announced_call {
 public:
-    announced_call(broadcast_records& records, broadcast_records::visitor& broadcast,
+    announced_call(broadcast_records& records, broadcast_under_way& broadcast,
                    broadcast_records::registered_handler& handler) noexcept
         : records_(records), broadcast_(broadcast), handler_(handler) {
         broadcast_.inside_.store(&handler, std::memory_order_release);
@@ -130,7 +94,7 @@ public:
 
 private:
     broadcast_records& records_;
-    broadcast_records::visitor& broadcast_;
+    broadcast_under_way& broadcast_;
     broadcast_records::registered_handler& handler_;
     bool may_run_;
 };

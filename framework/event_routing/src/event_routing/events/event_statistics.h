@@ -26,8 +26,16 @@ struct statistics_data_t {
         std::uint32_t count;
     };
 
-    time_point start = tasklib::unbiased_clock::now();
-    time_point deadline = an_hour_after(start);
+    statistics_data_t() noexcept { begin(); }
+
+    /// Now.
+    void begin() noexcept {
+        start = tasklib::unbiased_clock::now();
+        deadline = an_hour_after(start);
+    }
+
+    time_point start;
+    time_point deadline;
     /// A path may stand here several times; the report adds them up.
     std::vector<path_count> path_counts;
     /// The paths as BroadcastEvent was given them, in one row: a new one costs a copy and

@@ -1,8 +1,8 @@
 // The handlers that a broadcast reaches, in the order in which they run.
 //
-// Shared and never changed once it is made. Handlers are held as records, so a list
-// keeps no dropped handler's callable alive. The paths that handlers are given
-// belong to the list: whoever runs a handler holds the list.
+// Shared, and not changed any more once `flattening` has filled it. Handlers are held as
+// records, so a list keeps no dropped handler's callable alive. The paths that handlers are
+// given belong to the list: whoever runs a handler holds the list.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/events/event_node.h"
@@ -36,31 +36,18 @@ struct match_list : matches_of_text, std::enable_shared_from_this<match_list> {
 
     std::vector<MultiPathHandlerInfo> handlers;
     std::forward_list<std::string> paths; // those that are not the text, where they stay
-
-    /// Of broadcast_records, which guards it.
-    struct bookkeeping {
-        std::uint32_t users = 0;                // broadcasts that run the list without a reference
-        bool is_current = false;                // found by those who broadcast the text
-        std::uint64_t period = 0;               // in which it was counted last
-        std::size_t place_in_period = 0;        // of its count
-        std::shared_ptr<const match_list> self; // held for users after the list was replaced
-    };
-    mutable bookkeeping book;
 };
 
-/// Makes one list.
+/// Fills one list.
 class flattening {
 public:
-    /// Of a text of one path or of several.
-    flattening(const text_key& paths, std::uint64_t generation)
-        : list_(std::make_shared<match_list>(paths, generation)),
-          several_paths_(paths.text.find(';') != std::string_view::npos) {}
+    /// Of a text of one path or of several; empty so far.
+    explicit flattening(match_list& list)
+        : list_(list), several_paths_(list.text.find(';') != std::string::npos) {}
 
     /// Moves the handlers collected for one path of the text to the end of the list; those that are
     /// there already only get the path added.
     void FlattenHandlers(std::string_view path, event_routing_node::collected_handlers& collected);
-
-    std::shared_ptr<const match_list> take() noexcept { return std::move(list_); }
 
 private:
     using registered_handler = event_routing_node::registered_handler;
@@ -71,7 +58,7 @@ private:
 
     bool add_path_to_known(std::string_view path, const registered_handler* handler);
 
-    std::shared_ptr<match_list> list_;
+    match_list& list_;
     // Kept only for broadcasts to several paths: a search through the list for each
     // handler of each path would be quadratic.
     const bool several_paths_;

@@ -84,7 +84,16 @@ public:
 
     /// Takes the place of what is known of the text unless that is newer. A text that
     /// is not known gets a place while there is room; afterwards not every one does.
+    /// Throws when memory is short, and changes nothing; never unless the table is full.
     outcome remember(const pointer& matches);
+
+    /// Whether another text would need a larger table first. To make one takes long, so an
+    /// owner whose lock is for a few instructions at a time makes it beforehand, and lets
+    /// nobody change the table meanwhile.
+    bool is_full() const noexcept {
+        return count_ < most_texts && 2 * (count_ + 1) > slots_.size();
+    }
+    match_table enlarged() const;
 
 private:
     struct slot {
@@ -107,7 +116,6 @@ private:
 
     std::size_t mask() const noexcept { return slots_.size() - 1; }
     std::size_t place_of(std::size_t hash, std::string_view text) const noexcept;
-    void grow();
     pointer evict();
 
     // A power of two of slots with open addressing, at most half of them in use: a
@@ -143,8 +151,8 @@ auto match_table<Matches>::remember(const pointer& matches) -> outcome {
         if (++refusals_ % refusals_for_admission != 0)
             return {false, nullptr};
         replaced = evict();
-    } else if (2 * (count_ + 1) > slots_.size()) {
-        grow();
+    } else if (is_full()) {
+        *this = enlarged();
     }
     place = place_of(matches->hash, matches->text);
     slots_[place] = {matches->hash, matches};
@@ -153,12 +161,14 @@ auto match_table<Matches>::remember(const pointer& matches) -> outcome {
 }
 
 template <class Matches>
-void match_table<Matches>::grow() {
-    std::vector<slot> larger(2 * slots_.size());
-    larger.swap(slots_);
-    for (slot& s : larger)
+match_table<Matches> match_table<Matches>::enlarged() const {
+    match_table larger;
+    larger.slots_.resize(2 * slots_.size());
+    for (const slot& s : slots_)
         if (s.matches)
-            slots_[place_of(s.hash, s.matches->text)] = std::move(s);
+            larger.slots_[larger.place_of(s.hash, s.matches->text)] = s;
+    larger.count_ = count_;
+    return larger;
 }
 
 // Takes one out and closes the gap in its row.
