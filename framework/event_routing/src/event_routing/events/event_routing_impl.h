@@ -10,12 +10,14 @@
 #include "generic/tasklib/src/tasks/task_container.h"
 
 #include <event_routing/event_routing.h>
+#include <event_routing/pending_events.h>
 
 namespace zel::event_routing::impl {
 
 class EventRouting : public IEventRouting {};
 
 class EventRoutingImpl final : public EventRouting,
+                               public IPendingEvents,
                                public std::enable_shared_from_this<EventRoutingImpl> {
 public:
     EventRoutingImpl();
@@ -38,6 +40,8 @@ public:
     [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(event_monitor monitor) override;
     bool EndAndWaitForHandlers() override;
+    bool FlushCumulativeEvent(const std::string& path) override;
+    bool CancelCumulativeEvent(const std::string& path) override;
 
     /// Run by the cookie of a handler.
     void Unregister(event_routing_node::registration position);
@@ -45,6 +49,9 @@ public:
 private:
     class broadcast;
     class delivery;
+
+    void deliver(const std::string& path, cumulative_event_data& batch);
+    cumulative_events::batch take_from_delivery(const std::string& path);
 
     broadcast_records records_;
     routing_lock routing_lock_;
