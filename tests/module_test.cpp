@@ -1,5 +1,6 @@
 // The library as its clients see it: the shared library, loaded for real.
 #include <event_routing/client.h>
+#include <event_routing/drop.h>
 #include <event_routing/exceptions.h>
 #include <event_routing/pending_events.h>
 
@@ -63,6 +64,9 @@ TEST(Module, OffersItsServicesAndCookiesBesideTheirInterfaces) {
     EXPECT_TRUE(flush_cumulative_event(*events, "a"));
     EXPECT_EQ(count, 1);
     EXPECT_FALSE(cancel_cumulative_event(*events, "a"));
+    drop_and_wait(cookie);
+    EXPECT_EQ(cookie, nullptr);
+    EXPECT_TRUE(events->GetEventHandlers().empty());
 }
 
 TEST(Module, ThrowsWhatClientsCatchByType) {

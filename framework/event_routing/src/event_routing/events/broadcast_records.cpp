@@ -61,6 +61,11 @@ void broadcast_records::count_uses(registered_handler& removed) noexcept {
     under_way_.count_uses(removed);
 }
 
+bool broadcast_records::is_inside(const registered_handler& handler) const noexcept {
+    platform::scoped_lock inside(guard_);
+    return under_way_.is_inside(handler);
+}
+
 // Broadcasts that have no list yet, or come later, find the handler retired. Others may be
 // inside of it only if it stands in their lists, which are looked through without the guard.
 bool broadcast_records::may_be_announced_elsewhere(

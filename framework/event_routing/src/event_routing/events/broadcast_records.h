@@ -45,6 +45,9 @@ public:
     /// begins a call any more.
     void count_uses(registered_handler& removed) noexcept;
 
+    /// Whether a broadcast of the calling thread is inside of the handler.
+    bool is_inside(const registered_handler& handler) const noexcept;
+
     /// For the end of the service.
     std::unique_ptr<statistics_data_t> take_period();
 

@@ -16,6 +16,15 @@ bool broadcasts_under_way::find_lists_of_others(
     return true;
 }
 
+bool broadcasts_under_way::is_inside(const registered_handler& handler) const noexcept {
+    const auto self = std::this_thread::get_id();
+    for (const auto* b = first_; b; b = b->next_)
+        // Relaxed: only what this thread has written counts.
+        if (b->thread_ == self && b->inside_.load(std::memory_order_relaxed) == &handler)
+            return true;
+    return false;
+}
+
 void broadcasts_under_way::count_uses(registered_handler& removed) noexcept {
     for (auto* b = first_; b; b = b->next_)
         if (b->inside_.load(std::memory_order_acquire) == &removed) {

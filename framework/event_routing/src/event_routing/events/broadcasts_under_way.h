@@ -78,6 +78,9 @@ public:
     /// The lists of broadcasts on other threads. False when there are more than fit.
     bool find_lists_of_others(std::span<std::shared_ptr<const match_list>> lists) const;
 
+    /// Whether one of the calling thread is inside of the handler.
+    bool is_inside(const registered_handler& handler) const noexcept;
+
     /// Counts, in the handler, the broadcasts that are inside of it; each ends its use itself.
     void count_uses(registered_handler& removed) noexcept;
 

@@ -43,8 +43,19 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
 }
 
 void EventRoutingImpl::Unregister(event_routing_node::registration position) {
-    const auto removed = unlink_handler<event_routing_node>(routing_lock_, position);
-    removed->retire([&] { records_.count_uses(*removed); });
+    take_out(position)->finish();
+}
+
+std::shared_ptr<event_routing_node::registered_handler>
+EventRoutingImpl::take_out(event_routing_node::registration position) {
+    auto removed = unlink_handler<event_routing_node>(routing_lock_, position);
+    removed->close([&] { records_.count_uses(*removed); });
+    return removed;
+}
+
+bool EventRoutingImpl::is_inside(
+    const event_routing_node::registered_handler& handler) const noexcept {
+    return handler.is_running_here() || records_.is_inside(handler);
 }
 
 std::vector<std::pair<std::string, std::string>> EventRoutingImpl::GetEventHandlers() {

@@ -90,7 +90,19 @@ std::shared_ptr<const request_matches> RequestRoutingImpl::matches_of(const text
 }
 
 void RequestRoutingImpl::Unregister(request_routing_node::registration position) {
-    unlink_handler<request_routing_node>(routing_lock_, position)->retire();
+    take_out(position)->finish();
+}
+
+std::shared_ptr<request_routing_node::registered_handler>
+RequestRoutingImpl::take_out(request_routing_node::registration position) {
+    auto removed = unlink_handler<request_routing_node>(routing_lock_, position);
+    removed->close([] {});
+    return removed;
+}
+
+bool RequestRoutingImpl::is_inside(
+    const request_routing_node::registered_handler& handler) const noexcept {
+    return handler.is_running_here();
 }
 
 std::vector<std::pair<std::string, std::string>> RequestRoutingImpl::GetRequestHandlers() {

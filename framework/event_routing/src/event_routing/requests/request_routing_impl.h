@@ -38,6 +38,11 @@ public:
 
     /// Run by the cookie of a handler.
     void Unregister(request_routing_node::registration position);
+    /// Its first half: the handler, which is out of the map and gets no more calls.
+    std::shared_ptr<request_routing_node::registered_handler>
+    take_out(request_routing_node::registration position);
+    /// Whether the calling thread is inside of a call of the handler.
+    bool is_inside(const request_routing_node::registered_handler& handler) const noexcept;
 
 private:
     class request;

@@ -3,17 +3,19 @@
 // This is the one place where routing services and their monitors let go of a
 // callable, and the rules are written down here:
 //
-//   - Users hold a `retirable` and make a `call` each time they need the callable.
-//     Holding a `retirable` does not keep the callable alive; a call does.
-//   - A call that removal has to wait for is a `running_call`.
-//   - `retire` first closes the gate, so that no call begins any more, and then waits
-//     for the running calls that have begun. A thread that is itself inside of one does
-//     not wait for anybody.
+//   - Users hold a `retirable` and make a `running_call` each time they call it. Holding a
+//     `retirable` does not keep the callable alive; a running call does, and removal waits
+//     for it. A `call` keeps it alive, too, for a look at it; removal does not wait.
+//   - `close` shuts the gate, so that no call begins any more. `finish` waits for the running
+//     calls that have begun, unless the thread is itself inside of one, and gives the
+//     owner's hold back. `retire` is both. Between the two an owner may wait for all calls,
+//     or for so long (`wait_for_all`).
 //   - The callable is destroyed last, and no lock is held, because its destructor
-//     may do as it likes: by `retire`, or by the last of the calls that had begun
+//     may do as it likes: by `finish`, or by the last of the calls that had begun
 //     before and were not waited for.
-//   - Who uses callables all the time may announce its uses instead of counting
-//     them (announced_call in broadcast_records.h); `retire` has them counted.
+//   - Broadcasts call synchronous parts all the time, so they announce their calls instead
+//     of counting them (announced_call in broadcast_records.h). `close` has those counted
+//     that are inside; the usual removal does not wait for them.
 #pragma once
 
 #include <platform/cancellation.h>
@@ -37,36 +39,56 @@ public:
 
     /// True when the gate is closed and nobody is inside any more. That happens once, and
     /// whoever is told clears up.
-    [[nodiscard]] bool leave() noexcept { return leave_as(call) == closed; }
-    [[nodiscard]] bool leave_running() noexcept {
-        const std::uint64_t left = leave_as(running_call);
-        if ((left & closed) && !runs(left)) {
-            // Release: what was done inside is done for whoever waited for it.
-            drained_.store(1, std::memory_order_release);
-            platform::wake_one(drained_);
-        }
-        return left == closed;
-    }
+    [[nodiscard]] bool leave() noexcept { return leave_as(call); }
+    [[nodiscard]] bool leave_running() noexcept { return leave_as(running_call); }
 
     /// Once. Whoever closes the gate is inside until it leaves, and may let others in.
-    /// Whether there are running calls to wait for.
-    bool close() noexcept {
-        return runs(state_.fetch_add(closed + call, std::memory_order_acq_rel));
-    }
+    void close() noexcept { state_.fetch_add(closed + call, std::memory_order_acq_rel); }
     void enter_closed() noexcept { state_.fetch_add(call, std::memory_order_relaxed); }
+
+    struct inside {
+        std::uint32_t running_calls;
+        std::uint32_t calls; ///< without whoever has closed the gate
+    };
+    /// Who is inside of the closed gate.
+    inside who_is_inside() const noexcept {
+        return inside_of(state_.load(std::memory_order_acquire));
+    }
+
     /// Until no running call is inside. Not a cancellation point.
-    void wait_for_running_calls() const noexcept {
-        while (drained_.load(std::memory_order_acquire) == 0)
-            platform::wait_on_address(drained_, 0, {});
+    void wait_for_running_calls() noexcept {
+        wait({}, [](const inside& now) { return now.running_calls == 0; });
+    }
+    /// Until nobody is, or the moment has come.
+    void wait_for_all(platform::wait_deadline until) noexcept {
+        wait(until, [](const inside& now) { return now.running_calls + now.calls == 0; });
     }
 
 private:
     // One word, so that each call changes it once on its way in and once on its way out:
-    // calls, running calls above them, and a bit.
+    // calls, running calls above them, and two bits.
     static constexpr std::uint64_t call = 1;
     static constexpr std::uint64_t running_call = std::uint64_t(1) << 32;
+    static constexpr std::uint64_t awaited = std::uint64_t(1) << 62; // who leaves says so
     static constexpr std::uint64_t closed = std::uint64_t(1) << 63;
-    static bool runs(std::uint64_t state) noexcept { return (state & ~closed) >= running_call; }
+
+    static inside inside_of(std::uint64_t state) noexcept {
+        state &= ~(awaited | closed);
+        return {static_cast<std::uint32_t>(state / running_call),
+                static_cast<std::uint32_t>(state % running_call - call)};
+    }
+
+    template <class IsOver>
+    void wait(platform::wait_deadline until, const IsOver& is_over) noexcept {
+        if (is_over(who_is_inside()))
+            return;
+        for (bool in_time = true; in_time;) {
+            const std::uint32_t seen = leavings_.load(std::memory_order_acquire);
+            if (is_over(inside_of(state_.fetch_or(awaited, std::memory_order_acq_rel))))
+                return;
+            in_time = platform::wait_on_address(leavings_, seen, until);
+        }
+    }
 
     // Nobody is inside as a rule, so that is tried without a look before. Acquire pairs
     // with whoever made the callable and with those that were inside.
@@ -78,14 +100,20 @@ private:
                 return false;
         return true;
     }
-    // Release: what was done inside is done before the last one clears up.
-    std::uint64_t leave_as(std::uint64_t kind) noexcept {
-        return state_.fetch_sub(kind, std::memory_order_acq_rel) - kind;
+    // Release: what was done inside is done before the last one clears up, and for whoever
+    // waits. Whoever leaves holds the gate for a moment longer, as it does before it enters.
+    bool leave_as(std::uint64_t kind) noexcept {
+        const std::uint64_t left = state_.fetch_sub(kind, std::memory_order_acq_rel) - kind;
+        if (left & awaited) {
+            leavings_.fetch_add(1, std::memory_order_release);
+            platform::wake_one(leavings_);
+        }
+        return (left & ~awaited) == closed;
     }
 
     std::atomic<std::uint64_t> state_{0};
-    // Set once the gate is closed and the last running call has left.
-    std::atomic<std::uint32_t> drained_{0};
+    // What a wait sleeps on: a number that another leaving changes.
+    std::atomic<std::uint32_t> leavings_{0};
 };
 
 template <class Callable>
@@ -98,13 +126,27 @@ public:
 
     /// Once, by the owner.
     void retire() {
-        retire([] {});
+        close([] {});
+        finish();
     }
 
-    /// The same where there are uses that were not counted. `count_uses` is asked when
-    /// no use begins any more, and calls `count_use` for each.
+    /// The first half. `count_uses` is asked when no use begins any more, and calls
+    /// `count_use` for each that was not counted.
     template <class CountUses>
-    void retire(const CountUses& count_uses);
+    void close(const CountUses& count_uses) {
+        gate_.close();
+        count_uses();
+    }
+    /// The second half, which waits for running calls.
+    void finish();
+
+    /// Between the halves: until nobody uses the callable, or the moment has come.
+    void wait_for_all(platform::wait_deadline until) noexcept { gate_.wait_for_all(until); }
+    /// Between the halves.
+    call_gate::inside who_is_inside() const noexcept { return gate_.who_is_inside(); }
+    /// Whether the calling thread is inside of a running call.
+    bool is_running_here() const noexcept;
+
     void count_use() noexcept { gate_.enter_closed(); }
     void end_use() noexcept {
         if (gate_.leave())
@@ -201,12 +243,14 @@ private:
 };
 
 template <class Callable>
-template <class CountUses>
-void retirable<Callable>::retire(const CountUses& count_uses) {
-    const bool is_inside = running_calls_of_this_thread::include(this);
-    if (gate_.close() && !is_inside)
+bool retirable<Callable>::is_running_here() const noexcept {
+    return running_calls_of_this_thread::include(this);
+}
+
+template <class Callable>
+void retirable<Callable>::finish() {
+    if (!is_running_here())
         gate_.wait_for_running_calls();
-    count_uses();
     end_use();
 }
 

@@ -31,7 +31,19 @@ std::shared_ptr<tasklib::keep_registered> SnowballRoutingImpl::RegisterSnowballH
 }
 
 void SnowballRoutingImpl::Unregister(snowball_routing_node::registration position) {
-    unlink_handler<snowball_routing_node>(routing_lock_, position)->retire();
+    take_out(position)->finish();
+}
+
+std::shared_ptr<snowball_routing_node::registered_handler>
+SnowballRoutingImpl::take_out(snowball_routing_node::registration position) {
+    auto removed = unlink_handler<snowball_routing_node>(routing_lock_, position);
+    removed->close([] {});
+    return removed;
+}
+
+bool SnowballRoutingImpl::is_inside(
+    const snowball_routing_node::registered_handler& handler) const noexcept {
+    return handler.is_running_here();
 }
 
 std::vector<std::pair<std::string, std::string>> SnowballRoutingImpl::GetSnowballHandlers() {
