@@ -1,6 +1,8 @@
 // The library as its clients see it: the shared library, loaded for real.
 #include <event_routing/client.h>
+#include <event_routing/drop.h>
 #include <event_routing/exceptions.h>
+#include <event_routing/pending_events.h>
 
 #include <framework/module_interface/loader.h>
 #include <framework/module_interface/module_lifetime.h>
@@ -53,6 +55,26 @@ TEST(Module, NumbersMessagesAndNamesFromOne) {
     EXPECT_EQ(module->NextSnowballMessageId(), 1u);
     EXPECT_EQ(module->CreateUniqueName(""), "ADD3D808-347A-4DF5-B2E8-C234DA07DCEC-1");
     EXPECT_EQ(module->CreateUniqueName("ab"), "abADD3D808-347A-4DF5-B2E8-C234DA07DCEC-2");
+}
+
+TEST(Module, OffersItsServicesAndCookiesBesideTheirInterfaces) {
+    const auto module = get_module();
+    const auto events = get_event_routing(*module);
+    std::int64_t count = 0;
+    auto cookie = events->RegisterEventHandler(
+        nullptr, "a",
+        [&](auto&, auto&, const routing_parameters& parameters) {
+            count = parameters.at("cumulative_event_count").number;
+            return true;
+        },
+        nullptr, "x");
+    events->BroadcastCumulativeEvent({}, "a", nullptr, {}, nullptr);
+    EXPECT_TRUE(flush_cumulative_event(*events, "a"));
+    EXPECT_EQ(count, 1);
+    EXPECT_FALSE(cancel_cumulative_event(*events, "a"));
+    drop_and_wait(cookie);
+    EXPECT_EQ(cookie, nullptr);
+    EXPECT_TRUE(events->GetEventHandlers().empty());
 }
 
 TEST(Module, ThrowsWhatClientsCatchByType) {

@@ -44,7 +44,14 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
 }
 
 void EventRoutingImpl::Unregister(event_routing_node::registration position) {
-    unlink_handler<event_routing_node>(routing_lock_, position)->retire(*threads_);
+    take_out(position)->finish(*threads_);
+}
+
+std::shared_ptr<event_routing_node::registered_handler>
+EventRoutingImpl::take_out(event_routing_node::registration position) {
+    auto removed = unlink_handler<event_routing_node>(routing_lock_, position);
+    threads_->close(*removed);
+    return removed;
 }
 
 std::vector<std::pair<std::string, std::string>> EventRoutingImpl::GetEventHandlers() {

@@ -88,7 +88,14 @@ void RequestRoutingImpl::find_matches(current_matches<request_matches>& matches,
 }
 
 void RequestRoutingImpl::Unregister(request_routing_node::registration position) {
-    unlink_handler<request_routing_node>(routing_lock_, position)->retire(*threads_);
+    take_out(position)->finish(*threads_);
+}
+
+std::shared_ptr<request_routing_node::registered_handler>
+RequestRoutingImpl::take_out(request_routing_node::registration position) {
+    auto removed = unlink_handler<request_routing_node>(routing_lock_, position);
+    threads_->close(*removed);
+    return removed;
 }
 
 std::vector<std::pair<std::string, std::string>> RequestRoutingImpl::GetRequestHandlers() {

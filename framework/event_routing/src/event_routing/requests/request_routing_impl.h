@@ -38,6 +38,11 @@ public:
 
     /// Run by the cookie of a handler.
     void Unregister(request_routing_node::registration position);
+    /// Its first half: the handler, which is out of the map and gets no more calls.
+    std::shared_ptr<request_routing_node::registered_handler>
+    take_out(request_routing_node::registration position);
+    /// Where calls of the handlers are announced.
+    thread_records& threads() const noexcept { return *threads_; }
 
 private:
     class request;

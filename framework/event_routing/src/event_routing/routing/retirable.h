@@ -5,11 +5,12 @@
 //   - Users hold a `retirable` and make an `announced_call` each time they need the
 //     callable. Holding a `retirable` does not keep the callable alive; a call does.
 //   - A call says whether a removal waits for it, on other threads.
-//   - `retire` closes the callable, so that no call begins any more, and waits for those
-//     calls that have begun and are waited for. A thread that is itself inside of such a
-//     call does not wait for anybody.
+//   - `close` closes the callable, so that no call begins any more. `finish` waits for those
+//     calls that have begun and are waited for, unless the thread is itself inside of such a
+//     call, and ends the owner's use. `retire` is both. Between the two an owner may wait
+//     for all calls, or for so long (`wait_for_all`).
 //   - The callable is destroyed last, and no lock is held, because its destructor may do as
-//     it likes: by `retire`, or by the last of the calls that had begun before and were not
+//     it likes: by `finish`, or by the last of the calls that had begun before and were not
 //     waited for.
 //   - Until it is destroyed it counts as a use of the images whose code it is, so these
 //     stay mapped, however late that is.
@@ -67,7 +68,13 @@ public:
 
     /// Once, by the owner.
     void retire(thread_records& threads) {
-        threads.retire(*this);
+        threads.close(*this);
+        finish(threads);
+    }
+    /// The second half; the first is that of the records.
+    void finish(thread_records& threads) {
+        if (!threads.is_inside_awaited(*this))
+            threads.wait_for_awaited_calls(*this);
         if (threads.end_removal(*this))
             clear_up();
     }

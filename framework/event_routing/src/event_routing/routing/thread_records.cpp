@@ -1,7 +1,6 @@
 #include "framework/event_routing/src/event_routing/routing/thread_records.h"
 
 #include <platform/process_barrier.h>
-#include <platform/wait_on_address.h>
 
 #include <algorithm>
 
@@ -12,8 +11,10 @@ namespace {
 constinit platform::plain_lock shared_guard; // of the next; held while records are made
 constinit thread_records* shared_records ZEL_GUARDED_BY(shared_guard) = nullptr;
 
+constexpr auto awaited = static_cast<std::uintptr_t>(removal_waits::yes);
+
 bool is_of(std::uintptr_t word, const retirable_base& callable) noexcept {
-    return (word & ~std::uintptr_t(1)) == reinterpret_cast<std::uintptr_t>(&callable);
+    return (word & ~awaited) == reinterpret_cast<std::uintptr_t>(&callable);
 }
 
 bool names(const message_frame& frame, const retirable_base& callable) noexcept {
@@ -98,14 +99,11 @@ void thread_records::for_each_frame(const Use& use) const {
                 use(*record, frame);
 }
 
-void thread_records::retire(retirable_base& removed) noexcept {
+void thread_records::close(retirable_base& removed) noexcept {
     removed.is_retired_.exchange(true, std::memory_order_seq_cst);
     if (is_named_elsewhere(removed)) // and may just be announced there
         platform::heavy_barrier();
-    if (!count_uses(removed))
-        return;
-    while (const auto left = removed.awaited_.load(std::memory_order_acquire))
-        platform::wait_on_address(removed.awaited_, left, {});
+    count_uses(removed);
 }
 
 bool thread_records::is_named_elsewhere(const retirable_base& removed) const noexcept {
@@ -118,27 +116,67 @@ bool thread_records::is_named_elsewhere(const retirable_base& removed) const noe
     return found;
 }
 
-// Whether to wait.
-bool thread_records::count_uses(retirable_base& removed) noexcept {
-    const void* const own = own_record_.get();
+void thread_records::count_uses(retirable_base& removed) noexcept {
     platform::scoped_lock inside(guard_);
     removed.uses_ = 1;
-    std::uint32_t awaited = 0;
-    bool is_inside = false;
-    for_each_frame([&](const thread_record& record, message_frame& frame) {
+    for_each_frame([&](const thread_record&, message_frame& frame) {
         call_place& place = frame.place_of(removed.role());
         const auto word = place.target.load(std::memory_order_acquire);
         if (!is_of(word, removed))
             return;
         place.is_counted = true;
         ++removed.uses_;
-        if (word & static_cast<std::uintptr_t>(removal_waits::yes)) {
-            ++awaited;
-            is_inside = is_inside || &record == own;
-        }
+        removed.awaited_ += (word & awaited) != 0;
     });
-    removed.awaited_.store(awaited, std::memory_order_relaxed); // by the guard
-    return awaited > 0 && !is_inside;
+}
+
+bool thread_records::is_inside(const retirable_base& callable) const noexcept {
+    return announces(callable, 0);
+}
+
+bool thread_records::is_inside_awaited(const retirable_base& callable) const noexcept {
+    return announces(callable, awaited);
+}
+
+// Only what this thread has written itself counts.
+bool thread_records::announces(const retirable_base& callable, std::uintptr_t kind) const noexcept {
+    const void* const own = own_record_.get();
+    platform::scoped_lock inside(guard_);
+    bool found = false;
+    for_each_frame([&](const thread_record& record, message_frame& frame) {
+        const auto word = frame.place_of(callable.role()).target.load(std::memory_order_relaxed);
+        found = found || (&record == own && is_of(word, callable) && (word & kind) == kind);
+    });
+    return found;
+}
+
+auto thread_records::calls_inside(const retirable_base& removed) const noexcept -> counted_calls {
+    platform::scoped_lock inside(guard_);
+    return {removed.awaited_, removed.uses_ - removed.awaited_ - 1};
+}
+
+void thread_records::wait_for_awaited_calls(retirable_base& removed) noexcept {
+    wait(removed, {}, [](const counted_calls& left) { return left.awaited == 0; });
+}
+
+void thread_records::wait_for_all_calls(retirable_base& removed,
+                                        platform::wait_deadline until) noexcept {
+    wait(removed, until, [](const counted_calls& left) { return left.awaited + left.others == 0; });
+}
+
+template <class IsOver>
+void thread_records::wait(retirable_base& removed, platform::wait_deadline until,
+                          const IsOver& is_over) noexcept {
+    for (bool in_time = true; in_time;) {
+        const auto seen = removed.leavings_.load(std::memory_order_acquire);
+        {
+            platform::scoped_lock inside(guard_);
+            removed.somebody_waits_ = true;
+        }
+        if (is_over(calls_inside(removed)))
+            return;
+        in_time = platform::wait_on_address(removed.leavings_, seen, until);
+    }
 }
 
 bool thread_records::end_removal(retirable_base& removed) noexcept {
@@ -151,9 +189,13 @@ bool thread_records::end_call(call_place& place, retirable_base& used,
     platform::scoped_lock inside(guard_);
     if (!std::exchange(place.is_counted, false))
         return false;
-    if (waited == removal_waits::yes && used.awaited_.fetch_sub(1, std::memory_order_release) == 1)
-        platform::wake_one(used.awaited_);
-    return --used.uses_ == 0;
+    used.awaited_ -= waited == removal_waits::yes;
+    const bool was_last = --used.uses_ == 0;
+    if (used.somebody_waits_) {
+        used.leavings_.fetch_add(1, std::memory_order_release);
+        platform::wake_one(used.leavings_);
+    }
+    return was_last;
 }
 
 bool thread_records::is_named(const void* used) const noexcept {

@@ -21,6 +21,7 @@
 
 #include <platform/critical_section.h>
 #include <platform/thread_value.h>
+#include <platform/wait_on_address.h>
 
 #include <array>
 #include <atomic>
@@ -56,10 +57,14 @@ private:
     // then looks here, and a removal that writes here and then looks at what is named, at
     // least one sees the other.
     std::atomic<bool> is_retired_{false};
-    // Calls that a removal waits for. Changed under the guard of the records; the removal
-    // sleeps on it. Release and acquire: what was done inside is done for the removal.
-    std::atomic<std::uint32_t> awaited_{0};
-    std::uint32_t uses_ = 0; // the removal and the counted calls; under the same guard
+    // Changes with each counted call that leaves; a removal sleeps on it. Release and acquire:
+    // what was done inside is done for whoever waited.
+    std::atomic<std::uint32_t> leavings_{0};
+    // All under the guard of the records: the removal and the counted calls, those of them
+    // that removals wait for, and whether one does.
+    std::uint32_t uses_ = 0;
+    std::uint32_t awaited_ = 0;
+    bool somebody_waits_ = false;
 };
 
 /// Where a thread announces what it calls.
@@ -150,9 +155,23 @@ public:
         return known ? *static_cast<thread_record*>(known) : add_record();
     }
 
-    /// Closes the callable, counts the calls that are inside and waits for those that are
-    /// to be waited for. Not a cancellation point.
-    void retire(retirable_base& removed) noexcept;
+    /// Closes the callable, so that no call begins any more, and counts those that are inside.
+    void close(retirable_base& removed) noexcept;
+    /// Whether this thread is inside of a call; of one that removals wait for.
+    bool is_inside(const retirable_base& callable) const noexcept;
+    bool is_inside_awaited(const retirable_base& callable) const noexcept;
+
+    struct counted_calls {
+        std::uint32_t awaited; ///< for which a removal waits
+        std::uint32_t others;
+    };
+    /// Of a closed callable, those that are still inside.
+    counted_calls calls_inside(const retirable_base& removed) const noexcept;
+    /// Until no awaited call of a closed callable is inside. Not a cancellation point.
+    void wait_for_awaited_calls(retirable_base& removed) noexcept;
+    /// Until none is, or the moment has come.
+    void wait_for_all_calls(retirable_base& removed, platform::wait_deadline until) noexcept;
+
     /// Whether that was the last use of the callable, so that it can be destroyed. The
     /// removal itself is a use.
     bool end_removal(retirable_base& removed) noexcept;
@@ -171,7 +190,11 @@ private:
     thread_record& add_record();
     static void thread_ends(void* records, void* record) noexcept;
     bool is_named_elsewhere(const retirable_base& removed) const noexcept;
-    bool count_uses(retirable_base& removed) noexcept;
+    void count_uses(retirable_base& removed) noexcept;
+    bool announces(const retirable_base& callable, std::uintptr_t kind) const noexcept;
+    template <class IsOver>
+    void wait(retirable_base& removed, platform::wait_deadline until,
+              const IsOver& is_over) noexcept;
 
     template <class Use>
     void for_each_frame(const Use& use) const ZEL_REQUIRES(guard_);

@@ -41,6 +41,11 @@ public:
 
     /// Run by the cookie of a handler.
     void Unregister(snowball_routing_node::registration position);
+    /// Its first half: the handler, which is out of the map and gets no more calls.
+    std::shared_ptr<snowball_routing_node::registered_handler>
+    take_out(snowball_routing_node::registration position);
+    /// Where calls of the handlers are announced.
+    thread_records& threads() const noexcept { return *threads_; }
 
 private:
     class snowball_pass;
