@@ -82,12 +82,10 @@ struct json_form<Real> {
 template <described_enumeration Enumeration>
 struct json_form<Enumeration> {
     static Json::Value to(Enumeration value, const json_place&) {
-        return enum_conversion_maps<Enumeration>.read(
-            [&](const auto& maps) { return maps.EnumToJson(value); });
+        return impl::conversion_maps<Enumeration>()->EnumToJson(value);
     }
     static void from(const Json::Value& json, Enumeration& value, const json_place& place) {
-        value = enum_conversion_maps<Enumeration>.read(
-            [&](const auto& maps) { return maps.EnumFromJson(json, place); });
+        value = impl::conversion_maps<Enumeration>()->EnumFromJson(json, place);
     }
 };
 
