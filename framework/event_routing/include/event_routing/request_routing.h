@@ -77,7 +77,8 @@ public:
     /// and left `error_response` without data. Throws request_was_not_processed when none
     /// has, multiple_request_handlers when two have, and what a handler throws.
     ///
-    /// Parameters that steer it, by being there whatever their value:
+    /// Parameters that steer it (constants in routing_parameters.h), by being there whatever
+    /// their value:
     /// "supress_not_processed_exception": the result is whether a handler has processed the
     /// request, whatever `error_response` holds. "skip_request_fallbacsk": without
     /// fallbacks. "prefer_local_request_handlers": unless "target_session" is -3 already, the

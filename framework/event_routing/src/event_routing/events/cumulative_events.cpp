@@ -54,7 +54,7 @@ public:
         const auto batch = take();
         if (!batch)
             return;
-        batch->parameters["cumulative_event_count"] = batch->count;
+        batch->parameters[parameter::cumulative_event_count] = batch->count;
         service->BroadcastEvent(path_, batch->data, batch->parameters, nullptr);
     }
 
