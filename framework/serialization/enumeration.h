@@ -21,6 +21,7 @@
 #include "framework/serialization/json_values.h"
 
 #include <concepts>
+#include <iterator>
 #include <json/value.h>
 #include <map>
 #include <memory>
@@ -40,6 +41,20 @@ concept described_enumeration = std::is_enum_v<T> && requires {
     { enumeration<T>::name } -> std::convertible_to<std::string_view>;
     enumeration<T>::values;
 };
+
+namespace detail {
+
+template <described_enumeration Enumeration>
+inline constexpr bool has_different_values = [] {
+    const auto& all = enumeration<Enumeration>::values;
+    for (auto one = std::begin(all); one != std::end(all); ++one)
+        for (auto other = std::begin(all); other != one; ++other)
+            if (one->first == other->first || one->second == other->second)
+                return false;
+    return true;
+}();
+
+} // namespace detail
 
 namespace impl {
 
