@@ -78,6 +78,21 @@ program() {
 # --- No mistake ----------------------------------------------------------------
 
 program "" <<'CODE'
+struct tree {
+    int size = 0;
+    std::vector<tree> inside;
+    std::unordered_map<std::string, tree> named;
+    bool operator==(const tree&) const = default;
+};
+template <>
+struct zel::serialization::record<tree> {
+    static constexpr std::string_view name = "struct tree";
+    static constexpr std::tuple fields{field("size", &tree::size), field("inside", &tree::inside),
+                                       field("named", &tree::named)};
+};
+auto made = make_payload(tree());
+CODE
+program "" <<'CODE'
 using Sum = Request<std::int64_t, std::int32_t, std::vector<point>>;
 using Place = Request<point, std::string>;
 using Print = Request<void, std::string>;
