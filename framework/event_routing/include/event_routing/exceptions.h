@@ -78,7 +78,9 @@ public:
                                                 std::vector<declined_handler> declined = {})
         : error(message, __builtin_return_address(0)), about_request(path, parameters),
           declined_(std::make_shared<const std::vector<declined_handler>>(std::move(declined))) {}
+    /// Copied also where it could be moved.
     request_was_not_processed(const request_was_not_processed&) = default;
+    /// The same.
     request_was_not_processed& operator=(const request_was_not_processed&) = default;
 
     /// The handlers that were asked, in the order in which they were; empty when nobody
