@@ -3,6 +3,7 @@
 #include <event_routing/drop.h>
 #include <event_routing/exceptions.h>
 #include <event_routing/pending_events.h>
+#include <event_routing/typed.h>
 
 #include <framework/module_interface/loader.h>
 #include <framework/module_interface/module_lifetime.h>
@@ -75,6 +76,22 @@ TEST(Module, OffersItsServicesAndCookiesBesideTheirInterfaces) {
     drop_and_wait(cookie);
     EXPECT_EQ(cookie, nullptr);
     EXPECT_TRUE(events->GetEventHandlers().empty());
+}
+
+// The handler is code of this program, and the failure is made by the library.
+TEST(Module, RecognisesTypedHandlersOfItsClients) {
+    const auto requests = get_request_routing(*get_module());
+    using Check = Request<bool, std::string>;
+    const auto cookie = requests->RegisterRequestHandler(
+        "check", 0, Check::RequestHandler([](auto&) { return true; }), "typed");
+    try {
+        static_cast<void>(Request<bool, int>::Ask(*requests, "check", 1));
+        ADD_FAILURE() << "an int is no text";
+    } catch (const request_was_not_processed& failure) {
+        ASSERT_EQ(failure.declined().size(), 1u);
+        EXPECT_EQ(failure.declined()[0].description, "typed");
+        EXPECT_EQ(failure.declined()[0].wanted_type, type_name<Check::input_data>());
+    }
 }
 
 TEST(Module, ThrowsWhatClientsCatchByType) {

@@ -26,6 +26,7 @@ namespace zel::log {
 namespace severity {
 inline constexpr int registration = 0;
 inline constexpr int statistics = 0;
+inline constexpr int declined = 0;
 inline constexpr int task_failed = 2;
 inline constexpr int failed_operation = 5;
 inline constexpr int handler_failed = 7;

@@ -62,21 +62,22 @@ template <class T>
 /// further calls cost a load. Throws when the serialization library cannot be had.
 template <class T>
 void register_data_type() {
-    static_assert(
-        requires { sizeof(binary_form<T>) + sizeof(json_form<T>); },
-        "a payload type is declared as record.h or enumeration.h show");
-    // Acquire and release: who finds it set finds the type registered. Two first callers
-    // may both register, which does no harm.
-    if (detail::is_registered<T>.load(std::memory_order_acquire))
-        return;
-    using traits = serialization_traits_impl<T, SerializableData<T>, 1>;
-    const auto bin_serialization = get_bin_serialization_module();
-    const auto json_conversion = get_json_conversion_module();
-    use_type_registrations([&](auto& cookies) {
-        traits::register_type(cookies, bin_serialization.get());
-        traits::register_json(cookies, json_conversion.get());
-    });
-    detail::is_registered<T>.store(true, std::memory_order_release);
+    if constexpr (detail::is_payload_type<T>) {
+        // Acquire and release: who finds it set finds the type registered. Two first callers
+        // may both register, which does no harm.
+        if (detail::is_registered<T>.load(std::memory_order_acquire))
+            return;
+        using traits = serialization_traits_impl<T, SerializableData<T>, 1>;
+        const auto bin_serialization = get_bin_serialization_module();
+        const auto json_conversion = get_json_conversion_module();
+        use_type_registrations([&](auto& cookies) {
+            traits::register_type(cookies, bin_serialization.get());
+            traits::register_json(cookies, json_conversion.get());
+        });
+        detail::is_registered<T>.store(true, std::memory_order_release);
+    } else {
+        detail::refuse_payload_type<T>();
+    }
 }
 
 } // namespace zel::serialization

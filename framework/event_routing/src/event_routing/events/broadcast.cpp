@@ -61,7 +61,8 @@ void EventRoutingImpl::broadcast::take_monitors() {
 
 void EventRoutingImpl::broadcast::choose_parameters() {
     if (!parameters_->empty())
-        if (const auto found = parameters_->find("synchronous"); found != parameters_->end())
+        if (const auto found = parameters_->find(parameter::synchronous);
+            found != parameters_->end())
             patience_ = static_cast<std::uint32_t>(found->second.number);
     if (monitors_.empty())
         return;

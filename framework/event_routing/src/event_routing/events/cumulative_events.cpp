@@ -89,7 +89,7 @@ private:
 };
 
 void EventRoutingImpl::deliver(const std::string& path, cumulative_event_data& batch) {
-    batch.parameters["cumulative_event_count"] = batch.count;
+    batch.parameters[parameter::cumulative_event_count] = batch.count;
     BroadcastEvent(path, batch.data, batch.parameters, nullptr);
 }
 

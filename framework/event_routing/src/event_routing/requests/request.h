@@ -5,9 +5,12 @@
 #include "framework/event_routing/src/event_routing/requests/request_routing_impl.h"
 #include "framework/event_routing/src/event_routing/routing/current_matches.h"
 
+#include <event_routing/exceptions.h>
+
 #include <exception>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace zel::event_routing::impl {
 
@@ -39,6 +42,7 @@ private:
     bool local_pass();
     bool fallback_pass();
     bool CheckRequestResult(bool processed) const;
+    std::vector<declined_handler> declined_handlers() const;
 
     bool RunPriorityGroups(std::span<const request_match> handlers);
     bool RunHandlerPass(std::span<const request_match> handlers, bool stop_at_first);

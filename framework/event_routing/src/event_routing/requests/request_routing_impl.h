@@ -52,10 +52,10 @@ private:
     /// The names of the parameters that steer a request. A look-up needs strings, which are
     /// made once here.
     struct parameter_names {
-        const std::string suppression = "supress_not_processed_exception";
-        const std::string local_preference = "prefer_local_request_handlers";
-        const std::string no_fallbacks = "skip_request_fallbacsk";
-        const std::string target_session = "target_session";
+        const std::string suppression = parameter::suppress_not_processed_exception;
+        const std::string local_preference = parameter::prefer_local_request_handlers;
+        const std::string no_fallbacks = parameter::skip_request_fallbacks;
+        const std::string target_session = parameter::target_session;
     };
 
     static void notify_of_registration(IEventRouting& events, const std::string& path);
