@@ -63,7 +63,7 @@ index_session::index_session(services to, options chosen)
     zel::serialization::register_data_type<std::tuple<>>();
     for (const std::string name : component_names) {
         try {
-            components_.push_back(std::make_unique<component_library>("directory_index_" + name));
+            components_.start("directory_index_" + name);
         } catch (const std::exception& failure) {
             all_components_are_there_ = false;
             complain("goes on without " + name + ": " + failure.what());

@@ -2,12 +2,13 @@
 #pragma once
 
 #include "examples/directory_index/catalogue.h"
-#include "examples/directory_index/component_library.h"
 #include "examples/directory_index/console.h"
 #include "examples/directory_index/file_walker.h"
 #include "examples/directory_index/folder_follower.h"
 #include "examples/directory_index/payloads.h"
 #include "examples/directory_index/pending_work.h"
+
+#include <event_routing/component_host.h>
 
 #include <memory>
 #include <string>
@@ -62,7 +63,7 @@ private:
     pending_work work_;
     zel::platform::event* stop_ = nullptr; // of what is being done
     const cookie is_working_;
-    std::vector<std::unique_ptr<component_library>> components_;
+    zel::event_routing::component_host components_;
     bool all_components_are_there_ = true;
     bool has_complained_of_unwatched_ = false;
     std::vector<report_section> reported_;

@@ -73,7 +73,7 @@ class neighbour_module {
 public:
     explicit neighbour_module(const neighbour_names& names) : library_(names.library) {
         const auto module = obtain(names);
-        require_interface(*module);
+        RequireInterface(*module);
         module_ = module;
     }
 

@@ -17,7 +17,7 @@ Interface& resident_module(const std::string& library, const char* getter) {
     try {
         const auto get = reinterpret_cast<Interface* (*)()>(required_symbol(image, getter));
         Interface& module = *get();
-        require_interface(module);
+        RequireInterface(module);
         return module;
     } catch (const exceptions::error&) {
         platform::unload_library(image); // asked for again, it is loaded again

@@ -53,7 +53,7 @@ inline void CheckInterfaceVersion(const InterfaceBase& object) {
 /// Checks all levels of an object, from the base upwards to `Interface` itself,
 /// which states its version as `interface_version`.
 template <class Interface>
-void require_interface(const Interface& object) {
+void RequireInterface(const Interface& object) {
     if constexpr (std::is_base_of_v<ModuleInterfaceBase, Interface>)
         CheckModuleInterfaceVersion(object);
     else

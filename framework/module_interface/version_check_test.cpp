@@ -25,7 +25,7 @@ TEST(VersionCheck, StopsAtTheFirstWrongLevelAndNamesIt) {
     answering_object object;
     const auto is_refused_for = [&object](const std::string& level) {
         try {
-            require_interface(object);
+            RequireInterface(object);
         } catch (const WrongIfcVersion& failure) {
             return std::string(failure.what()).find("Interface: class " + level) != level.npos;
         }

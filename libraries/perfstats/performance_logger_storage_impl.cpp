@@ -36,7 +36,7 @@ performance_logger_storage_impl::get_performance_logger() {
 void performance_logger_storage_impl::set_performance_logger(
     std::shared_ptr<tasklib::performance_logger_ifc> logger) {
     if (logger)
-        require_interface(*logger);
+        RequireInterface(*logger);
     platform::scoped_lock inside(guard_);
     logger_.swap(logger); // the former one is released outside of the lock
     update_measuring();

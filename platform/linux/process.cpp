@@ -5,8 +5,10 @@
 #include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/syscall.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace zel::platform {
@@ -64,6 +66,23 @@ no_cancellation::no_cancellation() noexcept {
 
 no_cancellation::~no_cancellation() {
     pthread_setcancelstate(previous_, nullptr);
+}
+
+std::FILE* take_standard_output() {
+    const auto failed = [] {
+        return std::system_error(errno, std::generic_category(),
+                                 "Standard output is not to be had");
+    };
+    std::fflush(stdout);
+    const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (own < 0)
+        throw failed();
+    std::FILE* const stream = fdopen(own, "w");
+    if (!stream || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
+        throw failed();
+    // Otherwise what is printed to something else than a terminal would appear at the end.
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    return stream;
 }
 
 bool is_terminal(std::FILE* stream) noexcept {

@@ -1,5 +1,7 @@
 // One way for a process to end per call: end_of_life SCENARIO. The process's own
 // exit code and the absence of a crash or hang are half of each check.
+#include "tests/support/log_capture.h"
+
 #include <event_routing/client.h>
 #include <event_routing/window_work.h>
 
@@ -43,6 +45,11 @@ bool count(const std::string&, const event_data&, const routing_parameters&) {
     return true;
 }
 
+bool answer_none(const std::string&, const request_data&, request_answer&, request_answer&,
+                 const routing_parameters&) {
+    return false;
+}
+
 // How the failures of end-of-life actions are reported.
 std::string reported;
 const platform::exception_observer observer([](auto, auto arguments) {
@@ -51,7 +58,9 @@ const platform::exception_observer observer([](auto, auto arguments) {
 });
 
 int clean_end() {
+    require(!find_module(), "nobody has made one, and looking makes none");
     auto module = get_module();
+    require(find_module() == module, "the one that was made");
     const auto events = get_event_routing(*module);
     auto cookie = events->RegisterEventHandler(nullptr, "a", count, nullptr, "d");
     // Goes with the last of those that did not begin, which the first waits for.
@@ -79,6 +88,7 @@ int clean_end() {
     require(reported.empty(), "nothing to report");
     require(begun == 1 && ended == 1, "what runs is waited for, the rest is canceled");
     require_no_new_module();
+    require(!find_module(), "nothing to find after the end");
     // A service and its handlers outlive the module.
     events->BroadcastEvent("a", nullptr, {}, nullptr);
     cookie.reset();
@@ -89,11 +99,19 @@ int clean_end() {
 
 int still_held() {
     const auto module = get_module();
+    const auto cookie =
+        get_request_routing(*module)->RegisterRequestHandler("a.b", 0, answer_none, "forgotten");
+    const test::log_capture log(log::severity::failed_operation);
     on_morna_dll_unload();
     require(reported == "Atexit action throws exception! "
                         "Module being destroyed is still held somewhere else",
             "reported");
+    const auto logged = log.texts();
+    require(logged.size() == 1 && logged[0].starts_with("5 The module cannot end: 1 reference") &&
+                logged[0].ends_with("are registered: requests 'a.b' (forgotten)"),
+            "who may hold it is logged");
     require_no_new_module();
+    require(!find_module(), "it is for nobody any more");
     require(module->NextEventMessageId() == 1, "the held module works");
     return 0;
 }

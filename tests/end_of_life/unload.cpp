@@ -1,12 +1,13 @@
 // Loads the routing library through the loader, frees it and looks whether it is
 // really gone. Not linked with the library, or it could never be.
+#include "tests/support/mapped_files.h"
+
 #include <event_routing/event_routing.h>
 #include <event_routing/module.h>
 #include <framework/module_interface/loader.h>
 #include <framework/module_interface/version_check.h>
 #include <tasklib/keep_registered.h>
 
-#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -14,14 +15,9 @@ namespace {
 
 using namespace zel;
 using namespace zel::event_routing;
+using test::is_mapped;
 
-bool is_mapped(const std::string& file = "libevent_routing.so") {
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);)
-        if (line.find("/" + file) != std::string::npos)
-            return true;
-    return false;
-}
+const std::string routing = "libevent_routing.so";
 
 class Unload : public testing::Test {
 protected:
@@ -31,7 +27,7 @@ protected:
             reinterpret_cast<IModule* (*)()>(platform::find_function(image, "CreateModuleRaw"));
         ASSERT_NE(create, nullptr);
         module = create();
-        require_interface(*module);
+        RequireInterface(*module);
     }
     bool free() { return mi::loader().free_dll(image); }
 
@@ -58,10 +54,10 @@ TEST_F(Unload, LeavesTheAddressSpaceAndCanBeLoadedAgain) {
         use();
         load(); // a second reference
         EXPECT_FALSE(free());
-        EXPECT_TRUE(is_mapped());
+        EXPECT_TRUE(is_mapped(routing));
         EXPECT_TRUE(is_mapped("libzel_serialization.so"));
         EXPECT_TRUE(free());
-        EXPECT_FALSE(is_mapped());
+        EXPECT_FALSE(is_mapped(routing));
         EXPECT_FALSE(is_mapped("libzel_serialization.so")) << "nobody else uses it";
     }
 }
@@ -70,12 +66,12 @@ TEST_F(Unload, KeepsItsCodeWhileAnObjectIsAlive) {
     load();
     auto events = module->GetEventRouting();
     EXPECT_FALSE(free());
-    EXPECT_TRUE(is_mapped());
+    EXPECT_TRUE(is_mapped(routing));
     events->RegisterEventHandler(nullptr, "a", nullptr, nullptr, "still works");
     events.reset();
     image = mi::loader().load_dll("event_routing", nullptr);
     EXPECT_TRUE(free());
-    EXPECT_FALSE(is_mapped());
+    EXPECT_FALSE(is_mapped(routing));
     EXPECT_THROW(free(), std::exception) << "freed once too often";
 }
 

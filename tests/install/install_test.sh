@@ -2,8 +2,8 @@
 # install_test.sh BUILD_FOLDER COMPILER
 #
 # Installs the build, moves the installed tree away, and builds and runs the guide's
-# program against it, once through find_package and once through pkg-config, and a
-# component that the installed tool loads. Also compiles every installed header: one
+# program against it, once through find_package and once through pkg-config, and a host with
+# a component, which the installed tool loads, too. Also compiles every installed header: one
 # that includes a header left behind in the checkout would break only at the user's.
 set -euo pipefail
 
@@ -43,6 +43,8 @@ cmake -S "$here" -B "$scratch/cmake_build" -G Ninja -DCMAKE_CXX_COMPILER="$compi
     { cat "$scratch/configure.log" >&2; fail "find_package failed"; }
 cmake --build "$scratch/cmake_build"
 "$scratch/cmake_build/guide_example" || fail "the program built through find_package ended with $?"
+answer=$("$scratch/cmake_build/host_example") || fail "the host ended with $?"
+[[ $answer == $'Hello you\nHello again' ]] || fail "the host printed: $answer"
 
 answer=$("$prefix"/bin/event_routing_inspect send request greet --payload '["you"]' \
     "$scratch/cmake_build/libgreeter.so") || fail "the installed tool ended with $?"

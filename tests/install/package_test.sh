@@ -102,7 +102,7 @@ cmake --build "$scratch/letters/build" >"$scratch/build.log" ||
 
 export PKG_CONFIG_PATH=$scratch/development/usr/lib/pkgconfig
 eval "flags=($(pkg-config --cflags --libs event_routing))" # quoted for a shell
-"$compiler" -shared -fPIC "$here/greeter.cpp" "${flags[@]}" -o "$scratch/libgreeter.so"
+"$compiler" -shared -fPIC "$here/../../examples/guide/greeter.cpp" "${flags[@]}" -o "$scratch/libgreeter.so"
 
 expect_letter
 # The development package goes; the user's folder stands for where programs find the

@@ -23,9 +23,9 @@ using namespace zel::platform;
 std::shared_ptr<IInWndProcHandling> handling_by(image_handle image, window_handle window) {
     const auto create = reinterpret_cast<IModule* (*)()>(find_function(image, "CreateModuleRaw"));
     IModule& module = *create();
-    require_interface(module);
+    RequireInterface(module);
     auto handling = module.GetInWndProcHandling(window);
-    require_interface(*handling);
+    RequireInterface(*handling);
     return handling;
 }
 

@@ -10,6 +10,7 @@
 #include "tools/inspect/send.h"
 #include "tools/inspect/watch.h"
 
+#include <platform/crash_report.h>
 #include <platform/interrupt.h>
 
 #include <cstdio>
@@ -78,6 +79,12 @@ int run(const host& components, const command_line& asked,
     return done;
 }
 
+// "payload", "payload.device" or "payload[2].name".
+std::string place_in_payload(const zel::serialization::conversion_error& failure) {
+    const std::string& place = failure.place();
+    return (place.empty() || place.starts_with('[') ? "payload" : "payload.") + place;
+}
+
 // What a handler throws is code of a component: it is told, and gone, while that is loaded.
 int run_and_tell(const host& components, const command_line& asked,
                  std::optional<interrupt_watch>& interrupt) {
@@ -86,7 +93,7 @@ int run_and_tell(const host& components, const command_line& asked,
     } catch (const usage_error& fault) {
         return complain(bad_request, fault.what());
     } catch (const zel::serialization::conversion_error& failure) {
-        return complain(failed, "payload" + failure.place() + ": " + failure.what());
+        return complain(failed, place_in_payload(failure) + ": " + failure.what());
     } catch (...) {
         return complain(failed, zel::exceptions::brief_text(std::current_exception()));
     }
@@ -96,6 +103,8 @@ int run_and_tell(const host& components, const command_line& asked,
 
 int main(int argc, char** argv) {
     try {
+        zel::platform::report_crashes("event_routing_inspect");
+        take_output();
         const auto asked = command_line::parse({argv + (argc > 0), argv + argc});
         if (!asked.help.empty()) {
             print(asked.help);

@@ -6,8 +6,6 @@
 #include "tools/inspect/report.h"
 #include "tools/inspect/traffic.h"
 
-#include <platform/process.h>
-
 #include <algorithm>
 #include <chrono>
 
@@ -30,7 +28,7 @@ void show(const report& news, const command_line& asked, bool is_last) {
     constexpr const char* clear_screen = "\x1b[H\x1b[2J";
     if (asked.format == "json")
         print(zel::serialization::json_to_text(report_as_json(news)) + '\n');
-    else if (zel::platform::is_terminal(stdout))
+    else if (is_for_a_person())
         print(clear_screen + rates_as_text(news) + tables_as_text(news));
     else
         print(rates_as_text(news) + (is_last ? tables_as_text(news) : ""));

@@ -23,6 +23,12 @@ inline void pause_processor() noexcept {
 #endif
 }
 
+/// For a program that runs libraries of others and whose output is read by a program:
+/// returns a stream to where standard output leads, which stays open, and turns standard
+/// output into standard error for everybody else, line by line. Once, before other threads
+/// are started. Throws std::system_error.
+ZEL_EXPORT std::FILE* take_standard_output();
+
 /// Whether a person reads what is written to the stream.
 ZEL_EXPORT bool is_terminal(std::FILE* stream) noexcept;
 

@@ -135,11 +135,43 @@ refused 1 "There is no channel 'x'; there are 'ui'." send event a --channel x "$
 refused 1 "The library ./none.so could not be loaded: ./none.so: cannot open shared object file:\
  No such file or directory" list none.so
 for entry in nothing no_function; do
-    refused 1 "The library $component does not export $entry. --entry names another function." \
+    refused 1 "The library $component does not export $entry." \
         list --entry $entry "$component"
 done
-refused 1 "The component '$component' could not be started: no ink" \
+refused 1 "The component $component could not be started: no ink" \
     list "$component" --entry=start_failing "$component"
+refused 1 "The component $component could not be started: it gave the host nothing to hold" \
+    list "$component" --entry=start_nothing "$component"
+
+# no_note PLACE TYPE DOCUMENT: of a document that does not fit the place is told.
+no_note() {
+    local data="{\"zel.data_type\": \"$2\", \"zel.data\": $3}"
+    refused 1 "$1: zel::serialization::FromJson: String value expected." \
+        send request note.double --payload "$data" "$component"
+}
+no_note payload.text "struct note" '{"text": 1}'
+no_note payload[0].text "class std::tuple<struct note>" '[{"text": 1}]'
+
+# What components print is no part of what programs read.
+"$program" send request print --payload '[]' --entry start_printing "$component" >printed 2>spoken ||
+    fail "a component that prints: ended with $?"
+jq -e '.["zel.data"][0] == "answer"' printed >/dev/null || fail "printed: $(<printed)"
+[[ $(<spoken) == $'from its start\nfrom a handler\nfrom a stream, and no end of a linefrom its end' ]] ||
+    fail "not all that the component printed went to standard error: $(<spoken)"
+
+# crashes SIGNAL ARGUMENTS...: it is told of in which library, and the process ends by it.
+crashes() {
+    local signal=$1 code=0
+    shift
+    { "$program" "$@" >printed 2>spoken; } 2>/dev/null || code=$?
+    ((code != 0)) || fail "$*: a crash is no failure"
+    grep -qE "^event_routing_inspect: crashed \($signal\) in (.*libstdc\+\+[^,]*, called by )?$component" \
+        spoken || fail "$*: not named: $(<spoken)"
+}
+ulimit -c 0
+crashes Aborted list --entry start_aborting "$component"
+crashes 'Segmentation fault' send request crash.fault --entry start_crashing "$component"
+crashes Aborted send request crash.thread --entry start_crashing "$component"
 
 refused 2 "--payload: no component knows the data type 'struct x'" \
     send event a --payload '{"zel.data_type": "struct x", "zel.data": 1}' "$component"

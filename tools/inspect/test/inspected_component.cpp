@@ -5,6 +5,9 @@
 #include <platform/event.h>
 
 #include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
 #include <thread>
 #include <vector>
 
@@ -54,6 +57,7 @@ cookies register_events(IModule& module) {
 }
 
 cookies register_requests(IRequestRouting& requests) {
+    register_data_type<note>();
     const auto spelled = [](const std::string& word) { return word == "right"; };
     const auto doubled = [](const note& given) {
         return note{given.text + given.text, given.pages * 2};
@@ -117,6 +121,38 @@ private:
     std::thread thread_{[this] { tick(); }};
 };
 
+// Prints where a program's own output would go, in every way and at every moment.
+struct printing {
+    ~printing() { std::cout << "from its end\n"; }
+    const std::shared_ptr<zel::tasklib::keep_registered> registered =
+        get_request_routing(*get_module())
+            ->RegisterRequestHandler("print", 0, Request<std::string>::RequestHandler([] {
+                                         std::printf("from a handler\n");
+                                         std::cout << "from a stream, and no end of a line";
+                                         return std::string("answer");
+                                     }),
+                                     "prints");
+};
+
+[[gnu::noinline]] void write_to(volatile int* nowhere) {
+    *nowhere = 1;
+}
+
+struct crashing {
+    const std::shared_ptr<zel::tasklib::keep_registered> registered =
+        get_request_routing(*get_module())
+            ->RegisterRequestHandler(
+                "crash.*", 0,
+                [](const std::string& path, auto&&...) {
+                    if (path == "crash.fault")
+                        write_to(reinterpret_cast<int*>(64));
+                    if (path == "crash.thread")
+                        std::thread([] { throw own_failure(); }).join();
+                    return false;
+                },
+                "crashes");
+};
+
 } // namespace
 
 void start_event_routing_component(std::shared_ptr<void>& component) {
@@ -128,6 +164,21 @@ void start_event_routing_component(std::shared_ptr<void>& component) {
 
 extern "C" ZEL_EXPORT void start_ticking(std::shared_ptr<void>& component) {
     component = std::make_shared<ticking>();
+}
+
+extern "C" ZEL_EXPORT void start_printing(std::shared_ptr<void>& component) {
+    std::printf("from its start\n");
+    component = std::make_shared<printing>();
+}
+
+extern "C" ZEL_EXPORT void start_crashing(std::shared_ptr<void>& component) {
+    component = std::make_shared<crashing>();
+}
+
+extern "C" ZEL_EXPORT void start_nothing(std::shared_ptr<void>&) {}
+
+extern "C" ZEL_EXPORT void start_aborting(std::shared_ptr<void>&) {
+    std::abort();
 }
 
 extern "C" ZEL_EXPORT int no_function;

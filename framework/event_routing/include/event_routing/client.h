@@ -22,19 +22,34 @@
 
 namespace zel::event_routing {
 
-/// The module of this process, made by the first caller.
-inline std::shared_ptr<IModule> get_module() {
-    auto module = detail::CreateModule();
-    require_interface(*module);
+namespace detail {
+
+inline std::shared_ptr<IModule> checked(std::shared_ptr<IModule> module) {
+    RequireInterface(*module);
     // So that the loader does not unmap the caller's library under its objects.
     mi::announce_this_image();
     return module;
 }
 
+} // namespace detail
+
+/// The module of this process, made by the first caller.
+inline std::shared_ptr<IModule> get_module() {
+    return detail::checked(detail::CreateModule());
+}
+
+/// The module if somebody has made it and it has not ended, else null. Makes none, so it is
+/// for code that may run when the process ends, or that has nothing to say unless others
+/// already use the library. Throws zel::WrongIfcVersion.
+inline std::shared_ptr<IModule> find_module() {
+    auto module = detail::FindModule();
+    return module ? detail::checked(std::move(module)) : nullptr;
+}
+
 /// The default event routing service.
 inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
     auto service = module.GetEventRouting();
-    require_interface(*service);
+    RequireInterface(*service);
     return service;
 }
 
@@ -42,21 +57,21 @@ inline std::shared_ptr<IEventRouting> get_event_routing(IModule& module) {
 inline std::shared_ptr<IEventRouting> get_named_event_routing(IModule& module,
                                                               const std::string& name) {
     auto service = module.GetNamedEventRouting(name);
-    require_interface(*service);
+    RequireInterface(*service);
     return service;
 }
 
 /// The request routing service.
 inline std::shared_ptr<IRequestRouting> get_request_routing(IModule& module) {
     auto service = module.GetRequestRouting();
-    require_interface(*service);
+    RequireInterface(*service);
     return service;
 }
 
 /// The snowball routing service.
 inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
     auto service = module.GetSnowballRouting();
-    require_interface(*service);
+    RequireInterface(*service);
     return service;
 }
 
@@ -64,7 +79,7 @@ inline std::shared_ptr<ISnowballRouting> get_snowball_routing(IModule& module) {
 inline std::shared_ptr<IInWndProcHandling>
 get_in_wnd_proc_handling(IModule& module, platform::window_handle window) {
     auto handling = module.GetInWndProcHandling(window);
-    require_interface(*handling);
+    RequireInterface(*handling);
     return handling;
 }
 

@@ -7,8 +7,9 @@
 //         component = std::make_shared<spelling>(); // holds the cookies of its handlers
 //     }
 //
-// The host knows nothing else of the component. It drops what it was given before it gives
-// the library back. What the function throws ends the component's start; what it had
+// The host, a component_host as a rule (component_host.h), knows nothing else of the
+// component. It drops what it was given before it gives the library back. What the function
+// throws ends the component's start, and so does a pointer that it leaves empty; what it had
 // registered goes with what it held.
 #pragma once
 

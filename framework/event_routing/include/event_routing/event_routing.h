@@ -81,7 +81,8 @@ public:
     static constexpr std::int32_t interface_version = 15;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
-    /// A queue for handlers whose asynchronous parts are to run one at a time.
+    /// A queue for handlers whose asynchronous parts are to run one at a time. How many
+    /// wait in it is told by `tasklib::room_of` (tasklib/task_queue.h).
     virtual std::shared_ptr<tasklib::task_queue_ifc> CreateTaskQueue() = 0;
 
     /// Runs the handlers of one path, or of several separated by ";". A handler

@@ -77,6 +77,9 @@ namespace detail {
 /// threw, to every caller, and lifetime::object_already_destroyed after its end.
 ZEL_EXPORT std::shared_ptr<IModule> CreateModule();
 
+/// The module if it has been made and has not ended, else null. Makes none.
+ZEL_EXPORT std::shared_ptr<IModule> FindModule();
+
 /// The library's own lifetime object.
 ZEL_EXPORT std::shared_ptr<mi::IModuleLifetime> GetModuleLifetimeObject();
 

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <tasklib/fwd.h>
+#include <tasklib/interface_id.h>
 
 #include <framework/module_interface/interface.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace zel::tasklib {
@@ -36,6 +38,31 @@ public:
     /// begin.
     virtual void runner_came(const void* owner) noexcept = 0;
 };
+
+enum class push_outcome : std::int32_t {
+    full = 0,         ///< the task is not stored
+    stored = 1,       ///< and will be run by a runner that is there
+    needs_runner = 2, ///< stored, but see task_queue_ifc::push
+};
+
+/// What a queue says of its room. Any thread may call any operation.
+class ZEL_EXPORT task_queue_room_ifc : public versioned_ifc {
+public:
+    static constexpr interface_id id{"335F1677-D9C5-473C-B7F3-5C017E237057"};
+
+    /// The tasks that are stored and that no runner has taken so far.
+    virtual std::size_t length() const noexcept = 0;
+    /// Stores the task unless `push` would wait: while more than 1024 are stored.
+    virtual push_outcome try_push(const std::shared_ptr<task_ifc>& task) = 0;
+};
+
+/// Null for a queue that does not say. Lives as long as the queue.
+///
+///     if (const auto* room = room_of(*queue); room && room->length() > 100) ...
+inline task_queue_room_ifc* room_of(task_queue_ifc& queue) {
+    auto* const asked = dynamic_cast<versioned_ifc*>(&queue);
+    return asked ? query<task_queue_room_ifc>(*asked) : nullptr;
+}
 
 } // namespace zel::tasklib
 

@@ -62,7 +62,7 @@ void log_performance_wrapper::report() const {
     const auto logger = storage->get_performance_logger();
     if (!logger || name_ == queue_runner_name)
         return;
-    require_interface(*logger);
+    RequireInterface(*logger);
     platform::foreign_code_runs();
     logger->log_task_performance(
         kind_, name_, seconds(elapsed, platform::clock::performance_frequency),

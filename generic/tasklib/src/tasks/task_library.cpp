@@ -78,13 +78,13 @@ std::shared_ptr<performance_logger_storage_module> get_performance_logger_storag
 
 std::shared_ptr<task_processor_ifc> get_task_processor() {
     auto processor = get_tasks_module()->get_task_processor();
-    require_interface(*processor);
+    RequireInterface(*processor);
     return processor;
 }
 
 std::shared_ptr<task_scheduler_ifc> get_task_scheduler() {
     auto scheduler = get_tasks_module()->get_task_scheduler();
-    require_interface(*scheduler);
+    RequireInterface(*scheduler);
     return scheduler;
 }
 
@@ -93,7 +93,7 @@ std::shared_ptr<ended_state_ifc> new_ended_state(tasks_core_module& library) {
     static constinit std::atomic<bool> is_checked{false};
     auto state = library.create_ended_state();
     if (!is_checked.load(std::memory_order_relaxed)) {
-        require_interface(*state);
+        RequireInterface(*state);
         is_checked.store(true, std::memory_order_relaxed);
     }
     return state;

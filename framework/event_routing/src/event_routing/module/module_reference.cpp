@@ -6,6 +6,8 @@
 #include "framework/event_routing/src/event_routing/routing/debugging.h"
 #include "framework/event_routing/src/event_routing/windows/in_wnd_proc_handling_manager.h"
 
+#include <algorithm>
+#include <fmt/format.h>
 #include <stdexcept>
 
 namespace zel::event_routing::impl {
@@ -98,6 +100,26 @@ std::uint32_t ThisModule::NextRequestMessageId() {
 
 std::uint32_t ThisModule::NextSnowballMessageId() {
     return next_snowball_message_id();
+}
+
+std::string ThisModule::describe_registrations() {
+    constexpr std::size_t enough = 20;
+    std::vector<std::string> lines;
+    const auto add = [&lines](const std::string& service, const auto& handlers) {
+        for (const auto& [path, description] : handlers)
+            lines.push_back(service + " '" + path + "' (" + description + ")");
+    };
+    add("events", event_routing_->GetEventHandlers());
+    for (const auto& [name, instance] : named_event_routings_.all())
+        add("events of '" + name + "'", instance->GetEventHandlers());
+    add("requests", request_routing_->GetRequestHandlers());
+    add("snowballs", snowball_routing_->GetSnowballHandlers());
+    if (lines.empty())
+        return "none";
+    const std::size_t more = lines.size() - std::min(enough, lines.size());
+    lines.resize(lines.size() - more);
+    return fmt::format("{}{}", fmt::join(lines, ", "),
+                       more > 0 ? fmt::format(" and {} more", more) : "");
 }
 
 } // namespace zel::event_routing::impl

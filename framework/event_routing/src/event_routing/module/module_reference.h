@@ -41,6 +41,11 @@ public:
     std::uint32_t NextRequestMessageId() override;
     std::uint32_t NextSnowballMessageId() override;
 
+    /// The handlers that clients still have registered, for a person who has to find out who
+    /// holds the module: "events 'a.b' (title bar), requests 'c' (dictionary)". Not all of
+    /// many.
+    std::string describe_registrations();
+
 private:
     // They go in the reverse order of their making.
     const std::shared_ptr<EventRoutingImpl> event_routing_;

@@ -1,0 +1,144 @@
+#include <event_routing/component_host.h>
+
+#include "framework/exceptions/exceptions.h"
+#include "tests/reload/plugin.h"
+#include "tests/support/mapped_files.h"
+
+#include <platform/event.h>
+
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace zel::test {
+namespace {
+
+using strings = std::vector<std::string>;
+using std::chrono::milliseconds;
+
+class ComponentHost : public testing::Test {
+protected:
+    bool is_there() const { return is_mapped("libtried_plugin.so"); }
+    void start(const std::string& entry = "start_event_routing_component") {
+        host.start("tried_plugin", entry);
+    }
+    stopped_library stop(milliseconds longest = component_host::patience) {
+        return host.stop("tried_plugin", longest);
+    }
+
+    template <class Action>
+    static std::string refusal(const Action& action) {
+        try {
+            action();
+        } catch (const exceptions::error& failure) {
+            return failure.what();
+        }
+        return "went well";
+    }
+
+    // How many drawings the library has made before, as loaded anew it has made none.
+    std::int32_t drawn_before() {
+        const auto answer = Draw::Ask(*to.requests, paths::draw, 1);
+        return answer ? answer.value->strokes.at(1) : -1;
+    }
+
+    const services to;
+    strings ended;
+    const std::shared_ptr<tasklib::keep_registered> hears = to.events->RegisterEventHandler(
+        nullptr, "ended.*",
+        [this](const std::string& path, auto&&...) {
+            ended.push_back(path.substr(6));
+            return true;
+        },
+        nullptr, "hears of ends");
+    component_host host;
+};
+
+TEST_F(ComponentHost, StopsTheLatestFirstAndLoadsAnew) {
+    start();
+    start("start_second");
+    EXPECT_EQ(host.running(), strings(2, "tried_plugin"));
+    EXPECT_EQ(drawn_before(), 0);
+    EXPECT_EQ(drawn_before(), 1);
+    host.reload("tried_plugin");
+    EXPECT_EQ(ended, (strings{"second", "first"}));
+    EXPECT_EQ(drawn_before(), 0) << "it has kept its state";
+
+    const auto end = stop();
+    EXPECT_TRUE(end.is_unmapped) << end.text();
+    EXPECT_FALSE(is_there());
+    EXPECT_EQ(host.running(), strings());
+    EXPECT_EQ(ended, (strings{"second", "first", "second", "first"}));
+    EXPECT_EQ(refusal([&] { stop(); }), "There is no component of the library tried_plugin.");
+    {
+        component_host other;
+        other.start("tried_plugin");
+    }
+    EXPECT_EQ(ended.size(), 5u);
+    EXPECT_FALSE(is_there()) << "the end of a host stops what it has started";
+}
+
+TEST_F(ComponentHost, LeavesNothingOfAComponentThatCannotStart) {
+    const std::string begin = "The component tried_plugin could not be started: ";
+    EXPECT_EQ(refusal([&] { start("start_failing"); }), begin + "no paper");
+    EXPECT_EQ(ended, strings{"failed"});
+    EXPECT_EQ(refusal([&] { start("start_nothing"); }), begin + "it gave the host nothing to hold");
+    EXPECT_TRUE(
+        refusal([&] { start("none"); }).ends_with("libtried_plugin.so does not export none."));
+    EXPECT_FALSE(is_there());
+    EXPECT_TRUE(refusal([&] {
+                    host.start("no_plugin");
+                }).starts_with("The library no_plugin could not be loaded: "));
+    EXPECT_EQ(host.running(), strings());
+}
+
+TEST_F(ComponentHost, TellsWhatKeepsALibraryAndRefusesToStartWhatHasEnded) {
+    platform::event inside{platform::reset_mode::manual, false};
+    platform::event gate{platform::reset_mode::manual, false};
+    const auto keeper = to.requests->RegisterRequestHandler(
+        "gate", 0,
+        [&](auto&&...) {
+            inside.set();
+            return gate.wait();
+        },
+        "gate keeper");
+    start();
+    std::jthread sending([&] { to.events->BroadcastEvent("slow", nullptr, {}, nullptr); });
+    inside.wait();
+    request_answer kept, error_response;
+    to.requests->SendRequest(paths::draw, serialization::make_payload(std::tuple(9)), kept,
+                             error_response, {});
+
+    const auto end = stop(milliseconds(20));
+    EXPECT_FALSE(end.is_unmapped);
+    EXPECT_EQ(end.in_use.size(), 2u) << end.text();
+    const auto refused = refusal([&] { start(); });
+    for (const auto& text : {end.text(), refused}) {
+        EXPECT_NE(text.find("tried_plugin"), text.npos) << text;
+        EXPECT_NE(text.find("'slow' (is slow)"), text.npos) << text;
+        EXPECT_NE(text.find("zel::test::drawing"), text.npos) << text;
+    }
+    EXPECT_EQ(host.running(), strings());
+    gate.set();
+    sending.join();
+    EXPECT_NE(refusal([&] { start(); }), "went well") << "somebody still keeps an answer";
+    kept.reset();
+    start();
+    EXPECT_EQ(drawn_before(), 0);
+    EXPECT_TRUE(stop().is_unmapped);
+    EXPECT_FALSE(is_there());
+}
+
+TEST_F(ComponentHost, LeavesALibraryToOthersThatHoldIt) {
+    start();
+    component_host other;
+    other.start("tried_plugin", "start_second");
+    const auto refused = refusal([&] { host.reload("tried_plugin", milliseconds(0)); });
+    EXPECT_NE(refused.find("tried_plugin"), refused.npos) << refused;
+    EXPECT_EQ(ended, strings{"first"});
+    EXPECT_EQ(host.running(), strings());
+    EXPECT_TRUE(is_there());
+    EXPECT_TRUE(other.stop("tried_plugin").is_unmapped);
+}
+
+} // namespace
+} // namespace zel::test
