@@ -155,8 +155,8 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
         "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
         asynchronous_part(*service_.threads_, matches_.share(), handler, data_, *parameters_,
                           monitors_.share()));
-    // A broadcast that waits goes past the queue: it may itself come from a part of that
-    // queue, which would then wait for a part that cannot start before it has ended.
+    // A broadcast that waits for its parts starts them past their queues: it may run inside of
+    // a part of such a queue, and then nothing behind that part starts before it returns.
     if (queue && !patience_)
         tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
     else
