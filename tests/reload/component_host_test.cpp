@@ -41,7 +41,7 @@ protected:
         return answer ? answer.value->strokes.at(1) : -1;
     }
 
-    const services to;
+    const services to{};
     strings ended;
     const std::shared_ptr<tasklib::keep_registered> hears = to.events->RegisterEventHandler(
         nullptr, "ended.*",
