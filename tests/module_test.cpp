@@ -5,6 +5,7 @@
 #include <framework/module_interface/loader.h>
 #include <framework/module_interface/module_lifetime.h>
 #include <platform/library_image.h>
+#include <tasklib/task_queue.h>
 
 #include <gtest/gtest.h>
 #include <thread>
@@ -35,6 +36,13 @@ TEST(Module, SurvivesALoaderThatGivesItBack) {
     EXPECT_EQ(image, platform::image_of(reinterpret_cast<const void*>(&CreateModuleRaw)));
     EXPECT_FALSE(loader.free_dll(image));
     EXPECT_NE(get_module(), nullptr);
+}
+
+TEST(Module, GivesQueuesThatTellTheirLengthAlsoToOtherLibraries) {
+    const auto queue = get_event_routing(*get_module())->CreateTaskQueue();
+    const auto* const room = tasklib::room_of(*queue);
+    ASSERT_TRUE(room);
+    EXPECT_EQ(room->length(), 0u);
 }
 
 TEST(Module, NumbersMessagesAndNamesFromOne) {

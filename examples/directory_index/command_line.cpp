@@ -15,9 +15,12 @@ not be read. Symbolic links are not followed.
 
   --ask WORD... instead of the report, print which files have each WORD; a WORD
                 like index.NAME asks that question of the index
+  --gitignore   leave out .git and what DIR/.gitignore names; in the file, names and
+                paths from DIR on are understood, with * and ?
   --watch       stay, and report what changes until Ctrl-C
   --trace FILE  write what the program's parts did, and when, to FILE, for
-                ui.perfetto.dev or chrome://tracing
+                ui.perfetto.dev or chrome://tracing; of a long run only some
+                messages, so that FILE gets no larger than about 128 MiB
   --ui          print in the thread of a window, as programs with windows do
   --log         show the log on standard error, with statistics at the end
   --handlers    instead of all that, print as JSON which handlers the program's parts
@@ -75,6 +78,8 @@ private:
             result.handlers = true;
         else if (option == "--ui")
             result.ui = true;
+        else if (option == "--gitignore")
+            result.gitignore = true;
         else if (option == "--log")
             result.log = true;
         else if (option == "--ask")

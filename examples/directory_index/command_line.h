@@ -14,6 +14,7 @@ struct command_line {
     bool watch = false;
     bool ui = false;
     bool log = false;
+    bool gitignore = false;
     std::string trace; ///< the file; empty for none
     std::vector<std::string> questions;
     std::string folder;    ///< may be empty for the handlers

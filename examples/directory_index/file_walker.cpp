@@ -25,6 +25,8 @@ std::error_code try_to_open(const fs::path& file) {
 
 std::error_code file_walker::walk(const fs::path& folder, zel::platform::event* stop) {
     stop_ = stop;
+    if (ignored_.contains(folder.string(), true))
+        return {};
     if (const auto failure = visit_folder(folder))
         return failure;
     while (!folders_to_visit_.empty()) {
@@ -64,7 +66,10 @@ void file_walker::visit_entry(const fs::directory_entry& entry) {
     // Links first: the other questions are answered for a link's target.
     if (entry.is_symlink(failure))
         return;
-    if (entry.is_directory(failure))
+    const bool is_folder = entry.is_directory(failure);
+    if (ignored_.contains(entry.path().string(), is_folder))
+        return;
+    if (is_folder)
         folders_to_visit_.push_back(entry.path());
     else if (entry.is_regular_file(failure))
         visit_file(entry);
@@ -74,7 +79,8 @@ void file_walker::visit_entry(const fs::directory_entry& entry) {
 
 void file_walker::visit(const fs::path& file) {
     std::error_code failure;
-    if (fs::symlink_status(file, failure).type() != fs::file_type::regular)
+    if (fs::symlink_status(file, failure).type() != fs::file_type::regular ||
+        ignored_.contains(file.string(), false))
         return;
     const fs::directory_entry entry(file, failure);
     if (!failure)

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "examples/directory_index/catalogue.h"
+#include "examples/directory_index/ignored_files.h"
 
 #include <platform/event.h>
 #include <platform/folder_watch.h>
@@ -14,6 +15,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace directory_index {
@@ -21,8 +23,9 @@ namespace directory_index {
 class file_walker {
 public:
     /// The folders that a walk comes to are added to `watch`, if there is one. Both must
-    /// outlive the walker.
-    file_walker(catalogue& told, zel::platform::folder_watch* watch) : told_(told), watch_(watch) {}
+    /// outlive the walker. What is ignored is neither told of nor watched.
+    file_walker(catalogue& told, zel::platform::folder_watch* watch, ignored_files ignored)
+        : told_(told), watch_(watch), ignored_(std::move(ignored)) {}
 
     /// Returns why the folder itself cannot be opened; nothing was told then. The folder
     /// may be a symbolic link. Ends early once `stop`, if there is one, is signalled.
@@ -49,6 +52,7 @@ private:
     catalogue& told_;
     zel::platform::event* stop_ = nullptr; // of the walk that goes on
     zel::platform::folder_watch* watch_;
+    const ignored_files ignored_;
     std::optional<unwatched_folder> first_unwatched_;
     // Instead of recursion: folders may be nested deeply, and each open one would
     // take one of the process's few file descriptors.

@@ -16,13 +16,20 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Their reports stand in this order.
+// The sections of the report stand in the order of their components here.
 constexpr std::array component_names = {
     "progress",   "extension_table",  "largest_files", "totals",       "line_counter",
     "word_index", "unreadable_files", "stop_words",    "lookup_cache", "explanations"};
 
 bool is_at_or_below(const std::string& path, const std::string& folder) {
     return path == folder || path.starts_with(folder.ends_with('/') ? folder : folder + "/");
+}
+
+ignored_files ignored_of(const std::string& folder) {
+    ignored_files ignored(folder);
+    for (const auto& line : ignored.not_understood())
+        complain("passes over '" + printable(line) + "' in .gitignore; --help says what it takes");
+    return ignored;
 }
 
 // How many files there were and are at a path; nothing for none at all.
@@ -39,7 +46,15 @@ index_session::index_session(services to, options chosen)
     : to_(std::move(to)), chosen_(std::move(chosen)),
       watch_(chosen_.watch ? std::make_unique<zel::platform::folder_watch>() : nullptr),
       told_(*to_.events, chosen_.watch ? catalogue::memory::all : catalogue::memory::none),
-      walker_(told_, watch_.get()), work_(*to_.events) {
+      walker_(told_, watch_.get(),
+              chosen_.gitignore ? ignored_of(chosen_.folder) : ignored_files()),
+      work_(*to_.events), is_working_(to_.events->RegisterEventHandler(
+                              nullptr, paths::walk_working,
+                              [this](auto&&...) {
+                                  break_off_when_stopped();
+                                  return true;
+                              },
+                              nullptr, "interruption of large files")) {
     // Before a component does: a payload's code must not go with a component's library.
     zel::serialization::register_data_type<explanation>();
     zel::serialization::register_data_type<Lookup::input_data>();
@@ -56,14 +71,23 @@ index_session::index_session(services to, options chosen)
     }
 }
 
+// Whoever is at a large file has the thread that would see the next entry of the folder, and
+// whoever works asynchronously may have files by the thousand before him.
+void index_session::break_off_when_stopped() {
+    if (is_stopped())
+        to_.events->BroadcastEvent(paths::walk_interrupted, nullptr, {}, nullptr);
+}
+
 std::error_code index_session::index(zel::platform::event& stop) {
-    const auto failure = walker_.walk(chosen_.folder, &stop);
+    stop_ = &stop;
+    const auto failure = walker_.walk(chosen_.folder, stop_);
     settle();
     return failure;
 }
 
 // When this returns, the components have made of it all what they can.
 void index_session::settle() {
+    break_off_when_stopped();
     to_.events->BroadcastEvent(paths::walk_ended, nullptr, {}, nullptr);
     work_.wait();
     const auto& unwatched = walker_.first_unwatched();
@@ -73,6 +97,7 @@ void index_session::settle() {
 }
 
 std::error_code index_session::follow(zel::platform::event& stop) {
+    stop_ = &stop;
     folder_follower follower(*to_.events, *watch_);
     const std::array awaited{&stop, &follower.due()};
     for (bool ends = false; !ends;) {
@@ -95,14 +120,14 @@ std::error_code index_session::apply(const changes& seen, std::string& news) {
     if (seen.everywhere)
         folders = {chosen_.folder};
     for (const auto& folder : folders) {
-        if (is_done(folder))
+        if (is_stopped() || is_done(folder))
             continue;
         if (const auto failure = look_again_below(folder, news))
             return failure;
         done.push_back(folder);
     }
     for (const auto& file : seen.files)
-        if (!is_done(file) && !is_own_output(file))
+        if (!is_stopped() && !is_done(file) && !is_own_output(file))
             look_again(file, news);
     return {};
 }
@@ -113,11 +138,11 @@ std::error_code index_session::look_again_below(const std::string& folder, std::
     const std::size_t elsewhere = told_.size();
     std::error_code failure;
     if (folder == chosen_.folder) {
-        failure = walker_.walk(folder, nullptr);
+        failure = walker_.walk(folder, stop_);
         if (failure)
             return failure;
     } else if (fs::symlink_status(folder, failure).type() == fs::file_type::directory) {
-        failure = walker_.walk(folder, nullptr);
+        failure = walker_.walk(folder, stop_);
         if (failure && failure != std::errc::no_such_file_or_directory)
             told_.unreadable(folder, failure.message());
     }

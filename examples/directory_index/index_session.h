@@ -22,7 +22,8 @@ public:
     struct options {
         std::string folder;
         bool watch = false;
-        std::vector<std::string> own_outputs; ///< whose changes are nobody's news
+        bool gitignore = false; ///< what the folder's .gitignore names is left out
+        std::vector<std::string> own_outputs = {}; ///< whose changes are nobody's news
         printer show = &print;
     };
 
@@ -48,8 +49,11 @@ private:
     std::error_code apply(const changes& seen, std::string& news);
     std::error_code look_again_below(const std::string& folder, std::string& news);
     void look_again(const std::string& file, std::string& news);
+    bool is_stopped() const { return stop_ && stop_->wait(zel::platform::milliseconds::zero()); }
     bool is_own_output(const std::string& file) const;
     void print_changes(const std::string& news);
+
+    void break_off_when_stopped();
 
     const services to_;
     const options chosen_;
@@ -57,6 +61,8 @@ private:
     catalogue told_;
     file_walker walker_;
     pending_work work_;
+    zel::platform::event* stop_ = nullptr; // of what is being done
+    const cookie is_working_;
     zel::event_routing::component_host components_;
     bool all_components_are_there_ = true;
     bool has_complained_of_unwatched_ = false;

@@ -38,7 +38,8 @@ int index_and_report(const command_line& command, const services& to, interrupt_
     printer show = &print;
     if (command.ui)
         show = [&ui = window.emplace()](const std::string& text) { ui.show(text); };
-    index_session session(to, {command.folder, command.watch, own_outputs, show});
+    index_session session(to,
+                          {command.folder, command.watch, command.gitignore, own_outputs, show});
     if (command.handlers) {
         session.print_handlers();
         return session.all_components_are_there() ? done : failed;
@@ -72,7 +73,7 @@ int run(const command_line& command) {
 
     if (std::error_code failure; !command.handlers) {
         // Before the trace replaces what its file may hold.
-        std::filesystem::directory_iterator(command.folder, failure);
+        const std::filesystem::directory_iterator attempt(command.folder, failure);
         if (failure)
             return refuse(command.folder, failure);
     }
@@ -85,6 +86,8 @@ int run(const command_line& command) {
     const int code = index_and_report(command, to, interrupt);
     try {
         trace->close();
+        if (const auto omission = trace->omission(); !omission.empty())
+            complain("the trace '" + printable(command.trace) + "' " + omission);
     } catch (const std::system_error& failure) {
         complain("the trace '" + printable(command.trace) +
                  "' is not complete: " + failure.code().message());

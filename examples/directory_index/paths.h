@@ -8,6 +8,8 @@
 //     lines.counted.<extension>  a text file was read: "path", "lines"
 //     gone.lines.<extension>   that count is so no more
 //     walk.working             a component is at a large file: no news, but alive
+//     walk.interrupted         the user does not want to wait any longer: who is at a large
+//                              file leaves it, who has files to read still reads no more
 //     walk.ended               nothing more will be found, until a watched folder changes
 //     work.flush               who works asynchronously answers at once with
 //     work.pending             and, when all that came before is done, with
@@ -47,6 +49,7 @@ inline const std::string any_lines = "lines.counted.*";
 inline const std::string lines_gone = "gone.lines."; // an extension follows
 inline const std::string any_lines_gone = "gone.lines.*";
 inline const std::string walk_working = "walk.working";
+inline const std::string walk_interrupted = "walk.interrupted";
 inline const std::string walk_ended = "walk.ended";
 inline const std::string work_flush = "work.flush";
 inline const std::string work_pending = "work.pending";

@@ -1,8 +1,10 @@
 #include "examples/directory_index/trace_file.h"
 
+#include "examples/directory_index/report_text.h"
+
 #include <framework/text/utf8.h>
 #include <platform/process.h>
-#include <platform/thread_id.h>
+#include <platform/thread_description.h>
 
 #include <cerrno>
 #include <cmath>
@@ -44,17 +46,13 @@ struct trace_file::span {
     std::string more = {}; // arguments that only some have, each behind a comma
 };
 
-trace_file::trace_file(const std::string& file, const services& traced)
-    : stream_(std::fopen(file.c_str(), "wb")) {
+trace_file::trace_file(const std::string& file, const services& traced, std::size_t size)
+    : size_(size), stream_(std::fopen(file.c_str(), "wb")) {
     zel::platform::scoped_lock inside(guard_);
     if (!stream_)
         throw std::system_error(errno, std::generic_category());
     buffer_ = begin_of_file;
-    begin_event();
-    fmt::format_to(
-        std::back_inserter(buffer_),
-        R"({{"name":"thread_name","ph":"M","pid":{},"tid":{},"args":{{"name":"main"}}}})",
-        zel::platform::process_id(), zel::platform::this_thread_id());
+    name_this_thread("main");
     write_out();
     if (failure_ != 0)
         throw std::system_error(failure_, std::generic_category());
@@ -94,6 +92,15 @@ void trace_file::close() {
         throw std::system_error(failure_, std::generic_category());
 }
 
+std::string trace_file::omission() const {
+    zel::platform::scoped_lock inside(guard_);
+    if (left_out_ == 0)
+        return {};
+    return fmt::format("would be larger than {}: {} of {} are left out, from marked places on",
+                       readable_size(static_cast<std::int64_t>(size_)), grouped(left_out_),
+                       counted(events_, "event"));
+}
+
 void trace_file::trace(const std::string& path, const routing_parameters& about,
                        const zel::event_routing::monitor::event_handling_info_2& info) {
     constexpr std::string_view asynchronous = "Async: ";
@@ -121,11 +128,59 @@ void trace_file::append(span traced, const routing_parameters& about, double ela
     traced.processor_time = or_zero(cpu_time) * 1e6;
 
     zel::platform::scoped_lock inside(guard_);
+    ++events_;
+    if (!is_taken(traced.message)) {
+        ++left_out_;
+        return;
+    }
+    name_this_thread();
     append_complete(traced);
     if (traced.has_pair)
         append_pair(traced);
+    thin_out_when_long();
     if (buffer_.size() >= enough_to_write)
         write_out();
+}
+
+// By the message and not by the event: what belongs together is taken together.
+bool trace_file::is_taken(std::int64_t message) const {
+    return message % one_of_ == 0 && written_ + buffer_.size() < size_;
+}
+
+// A viewer shows a thread's number, which says little, where it has no name.
+void trace_file::name_this_thread() {
+    const auto thread = zel::platform::this_thread_id();
+    if (named_threads_.contains(thread))
+        return;
+    // A task tells what its thread is doing; other threads have no such text.
+    const bool runs_a_task = !zel::platform::thread_description(thread).empty();
+    name_this_thread(
+        fmt::format("{} {}", runs_a_task ? "task thread" : "thread", named_threads_.size()));
+}
+
+void trace_file::name_this_thread(const std::string& name) {
+    const auto thread = zel::platform::this_thread_id();
+    begin_event();
+    fmt::format_to(std::back_inserter(buffer_),
+                   R"({{"name":"thread_name","ph":"M","pid":{},"tid":{},"args":{{"name":"{}"}}}})",
+                   zel::platform::process_id(), thread, name);
+    named_threads_.insert(thread);
+}
+
+void trace_file::thin_out_when_long() {
+    if (written_ + buffer_.size() < next_thinning_)
+        return;
+    constexpr std::int64_t much_fewer = 4;
+    next_thinning_ += size_ / 16;
+    one_of_ *= much_fewer;
+    const bool is_full = next_thinning_ > size_;
+    const microseconds now = std::chrono::steady_clock::now() - start_;
+    begin_event();
+    fmt::format_to(std::back_inserter(buffer_),
+                   R"({{"name":"{}","ph":"i","s":"g","ts":{:.3f},"pid":{},"tid":{}}})",
+                   is_full ? "the trace is full"
+                           : fmt::format("from here on one of {} messages", one_of_),
+                   now.count(), zel::platform::process_id(), zel::platform::this_thread_id());
 }
 
 void trace_file::append_complete(const span& traced) {
@@ -162,6 +217,7 @@ void trace_file::begin_event() {
 // A monitor must not throw because of the file: that would end the broadcast it is told of.
 void trace_file::write_out() {
     const std::size_t piece = buffer_.size();
+    written_ += piece;
     buffer_ += end_of_file;
     if (failure_ == 0) {
         errno = 0;

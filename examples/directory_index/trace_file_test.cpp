@@ -1,5 +1,7 @@
 #include "examples/directory_index/trace_file.h"
 
+#include "examples/directory_index/report_text.h"
+
 #include <framework/serialization/json_text.h>
 #include <platform/process.h>
 
@@ -22,10 +24,14 @@ Json::Value events_in(const std::filesystem::path& file) {
     return zel::serialization::json_from_text(text)["traceEvents"];
 }
 
+std::filesystem::path place() {
+    return std::filesystem::temp_directory_path() /
+           ("trace_file_test_" + std::to_string(zel::platform::process_id()));
+}
+
 TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
     constexpr int broadcasts = 200; // of each of two threads
-    const auto file = std::filesystem::temp_directory_path() /
-                      ("trace_file_test_" + std::to_string(zel::platform::process_id()));
+    const auto file = place();
     const auto services = directory_index::services::of_this_process();
     const auto& events = services.events;
     const auto works = [](auto&&...) { return true; };
@@ -44,15 +50,24 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
         other.join();
         EXPECT_GT(events_in(file).size(), 1u) << "as after a sudden end";
         trace.close();
+        EXPECT_EQ(trace.omission(), "");
     }
     const auto traced = events_in(file);
     std::filesystem::remove(file);
 
+    std::set<std::string> threads;
+    std::map<int, std::string> names; // by thread
     std::map<std::string, int> complete;
     std::map<std::string, std::set<std::string>> pairs; // ids by category
     Json::Value begin;
     for (const auto& event : traced) {
         const std::string category = event["cat"].asString();
+        const int thread = event["tid"].asInt();
+        if (event["ph"] == "M") {
+            names[thread] = event["args"]["name"].asString();
+            threads.insert(names[thread].substr(0, names[thread].find_last_of(' ')));
+        }
+        EXPECT_TRUE(names.contains(thread)) << "has a name before its first event";
         if (event["ph"] == "X") {
             ++complete[category];
             EXPECT_EQ(event["args"]["level"], category == "broadcast" ? Json::Value() : 1);
@@ -63,6 +78,7 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
         }
         begin = event;
     }
+    EXPECT_EQ(threads, (std::set<std::string>{"main", "task thread", "thread"}));
     EXPECT_EQ(complete, (std::map<std::string, int>{{"asynchronous", 2 * broadcasts * 2},
                                                     {"broadcast", 2 * broadcasts},
                                                     {"synchronous", 2 * broadcasts}}));
@@ -71,6 +87,35 @@ TEST(TraceFile, TiesAsynchronousPartsToTheirBroadcastsAndIsJsonAtAnyTime) {
         EXPECT_EQ(ids.size(), 2u * broadcasts) << category;
         EXPECT_EQ(ids, pairs["broadcast"]) << category;
     }
+}
+
+TEST(TraceFile, TakesFewerAndFewerMessagesBeforeItGetsTooLarge) {
+    constexpr std::size_t size = 256 * 1024;
+    const auto file = place();
+    const auto services = directory_index::services::of_this_process();
+    trace_file trace(file, services, size);
+    for (int i = 0; i < 50'000; ++i)
+        services.events->BroadcastEvent("a", nullptr, {}, nullptr);
+    trace.close();
+    EXPECT_LE(std::filesystem::file_size(file), size * 101 / 100);
+    const auto traced = events_in(file);
+    std::filesystem::remove(file);
+
+    std::map<std::string, int> notes;
+    std::int64_t first = 0, last = 0, messages = 0;
+    for (const auto& event : traced) {
+        if (event["ph"] == "i")
+            ++notes[event["name"].asString()];
+        if (event["ph"] != "X")
+            continue;
+        last = event["args"]["message"].asInt64();
+        first = messages++ == 0 ? last : first;
+    }
+    EXPECT_GE(notes.size(), 4u) << "one for each time that messages became fewer";
+    EXPECT_EQ(notes["from here on one of 64 messages"], 1);
+    EXPECT_GT(last - first, 49'000) << "the end is in it";
+    EXPECT_EQ(trace.omission(), "would be larger than 256.0 KiB: " + grouped(50'000 - messages) +
+                                    " of 50,000 events are left out, from marked places on");
 }
 
 TEST(TraceFile, FailsWhereItCannotBeWritten) {

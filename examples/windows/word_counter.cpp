@@ -3,6 +3,8 @@
 #include <event_routing/window_work.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <iterator>
 #include <sstream>
@@ -44,6 +46,12 @@ word_counter::~word_counter() {
 bool word_counter::read_from(int descriptor) {
     std::array<char, 4096> some{};
     const auto size = read(descriptor, some.data(), some.size());
+    if (size < 0 && (errno == EINTR || errno == EAGAIN))
+        return true; // nothing was read, but there may be more
+    if (size < 0) {
+        std::cerr << "The input cannot be read: " << std::strerror(errno) << '\n';
+        exit_code_ = 1;
+    }
     if (size <= 0) {
         if (!unfinished_.empty())
             take_line(std::exchange(unfinished_, {})); // the last line needs no newline
@@ -72,9 +80,9 @@ void word_counter::print(const std::string& line, std::size_t words) {
     quit_when_done();
 }
 
-void word_counter::quit_when_done() {
+void word_counter::quit_when_done() const {
     if (has_ended_ && to_print_ == 0)
-        platform::quit_message_loop(0);
+        platform::quit_message_loop(exit_code_);
 }
 
 } // namespace zel::examples

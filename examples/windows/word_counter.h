@@ -18,13 +18,14 @@ public:
     word_counter(const word_counter&) = delete;
     word_counter& operator=(const word_counter&) = delete;
 
-    /// Takes what there is at a file descriptor that can be read; false at its end.
+    /// Takes what there is at a file descriptor that can be read; false at its end, and when
+    /// it cannot be read any more, which ends the loop with 1.
     bool read_from(int descriptor);
 
 private:
     void take_line(const std::string& line);
     void print(const std::string& line, std::size_t words);
-    void quit_when_done();
+    void quit_when_done() const;
 
     const std::shared_ptr<event_routing::IEventRouting> events_;
     const platform::window_handle window_;
@@ -33,6 +34,7 @@ private:
     std::string unfinished_;
     std::size_t to_print_ = 0;
     bool has_ended_ = false;
+    int exit_code_ = 0;
 };
 
 } // namespace zel::examples

@@ -1,10 +1,10 @@
 // The exceptions of this product.
 //
-// `error` is a failure that callers may meet and report; `fatal` a broken
-// invariant. Both carry where they were thrown and a number. Exceptions that
-// steer a thread instead of reporting something (a cancelled wait) derive from
+// `error` is a failure that callers may meet and report; `fatal` is a broken
+// invariant. Both carry the place where they were thrown and a number. Exceptions that
+// steer a thread instead of reporting something, such as a cancelled wait, derive from
 // `special_handling` and deliberately not from std::exception, so that code
-// which contains failures lets them through.
+// which catches failures lets them through.
 #pragma once
 
 #include <platform/export.h>
@@ -19,7 +19,7 @@ namespace detail {
 
 class ZEL_EXPORT base : public std::exception {
 public:
-    // Copied also where it could be moved, so that none is left without its text.
+    // There is no move: it would leave an exception without its text.
     base(const base&) = default;
     base& operator=(const base&) = default;
 

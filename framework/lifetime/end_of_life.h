@@ -39,9 +39,9 @@ private:
 /// Adds an action to this library's list. Any thread, also from inside a run.
 void add_end_of_life_action(std::unique_ptr<end_of_life_action> action) noexcept;
 
-/// Runs and destroys this library's actions, highest longevity first and of
-/// equal ones the latest first, as long as there is one at or above the
-/// threshold. One thread at a time; an action may start a run itself.
+/// Runs and destroys this library's actions, as long as there is one at or above the
+/// threshold: the highest longevity first, and among equal ones the one added last. One
+/// thread at a time does so; an action may start a run itself.
 void run_end_of_life_actions(int threshold);
 
 } // namespace zel::lifetime

@@ -3,8 +3,8 @@
 //     constinit source_position position{__FILE__, 313};
 //     routing_log.write(severity::registration, position, [&] { return "Registering " + path; });
 //
-// The text is made only when a sink wants the severity. Reporting a failure never
-// fails itself.
+// The text is made only when a sink wants the severity. `report` never throws: a failure
+// that cannot be logged must not become a second one.
 #pragma once
 
 #include "framework/log/log_module.h"
@@ -28,8 +28,9 @@ public:
             hand_over(*log, severity, position, make_text(), nullptr);
     }
 
-    /// Says what is about to happen, which a sink that fails must not prevent. What keeps
-    /// the log library from being used reaches the caller.
+    /// For a record of what is about to happen. A sink that throws must not prevent that, so
+    /// what it throws is dropped; what keeps the log library from being used reaches the
+    /// caller.
     template <class MakeText>
     void announce(int severity, source_position& position, MakeText&& make_text) const {
         if (const auto log = wanted(severity))

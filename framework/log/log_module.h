@@ -30,7 +30,7 @@ inline constexpr int handler_failed = 7;
 inline constexpr int fatal_failure = 8;
 } // namespace severity
 
-/// As the lowest severity of a sink: nothing at all.
+/// The lowest severity of a sink that wants no record at all.
 inline constexpr int silent = std::numeric_limits<int>::max();
 
 struct record {
@@ -43,10 +43,11 @@ struct record {
     std::exception_ptr exception; ///< null when none is attached
 };
 
-/// Receives records; a counted object like every interface, so that the library
-/// it lives in stays mapped while the log feeds it. Called on the thread that writes, on several at
-/// once. It may log and route itself. What it throws keeps no other sink from the record, and
-/// reaches the writer only where no failure is being reported.
+/// Receives records. It is a counted object like every interface, so that the library
+/// it lives in stays mapped while the log feeds it. It is called on the thread that writes,
+/// on several threads at once, and may itself log and route. When it throws, the other sinks
+/// get the record all the same, and the writer gets the exception, unless the record
+/// reports a failure.
 class ZEL_EXPORT ILogSink : public InterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 1;
@@ -69,10 +70,10 @@ public:
 
     /// The sink is fed until the result is destroyed; a call that is running on
     /// another thread at that moment may still end later.
-    virtual std::shared_ptr<InterfaceBase> AddSink(std::shared_ptr<ILogSink> sink,
-                                                   int lowest_severity) = 0;
+    [[nodiscard]] virtual std::shared_ptr<InterfaceBase> AddSink(std::shared_ptr<ILogSink> sink,
+                                                                 int lowest_severity) = 0;
 
-    /// Of the sink that writes to standard error.
+    /// Changes the lowest severity of the sink that writes to standard error.
     virtual void SetDefaultSinkSeverity(int lowest_severity) = 0;
 };
 

@@ -15,13 +15,13 @@ namespace zel::log {
 /// of the folder the sources were built in.
 inline constexpr std::string_view build_root = "event_routing/";
 
-/// First 4 bytes of the MD5 of the path below the build root, lowered, as 8
-/// upper-case hexadecimal digits. Throws std::logic_error for a path elsewhere.
+/// First 4 bytes of the MD5 of the path below the build root, in lower case, as 8
+/// upper-case hexadecimal digits. Throws std::logic_error for a path outside of it.
 using source_identifier = std::array<char, 8>;
 source_identifier identify_source(std::string_view source_path);
 
-/// A place that logs. Stands in static storage; its identifier is computed by the
-/// first record that somebody wants.
+/// A place in the code that logs. It stands in static storage. Its identifier is computed
+/// with the first record that a sink wants.
 class source_position {
 public:
     constexpr source_position(std::string_view path, int line) noexcept

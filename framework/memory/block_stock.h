@@ -1,8 +1,9 @@
-// Memory for objects that one thread makes and another one releases, all the time.
+// Memory for kinds of objects that one thread makes and another one releases, all the time.
 //
-// General allocators give each thread a region of its own; a block that comes back
-// from another thread takes that region's lock, and the two threads put each other
-// to sleep. Here threads keep a few blocks each and exchange them by the bundle.
+// A general allocator gives each thread a region of its own. When another thread releases
+// a block, it takes the lock of the region that the block is from, so the two threads
+// put each other to sleep. Here each thread keeps a few free blocks, and threads exchange
+// them by the bundle.
 //
 //     std::allocate_shared<message>(memory::recycling_allocator<message>(), ...)
 #pragma once
@@ -25,7 +26,8 @@ public:
     /// Throws std::bad_alloc.
     void* take(std::size_t size);
     void give_back(void* memory) noexcept;
-    /// From now on blocks go back to the system, those in stock at once.
+    /// Gives the blocks in stock back to the general allocator; those that come back from
+    /// now on follow at once.
     void close() noexcept;
 
 private:
@@ -36,7 +38,8 @@ private:
     static constexpr std::size_t bundle_size = 32;
     static constexpr std::size_t most_bundles = 64; // in exchange: 2 MB of the largest blocks
 
-    // Threads share a place when their numbers meet, which costs time only.
+    // Where a thread keeps its blocks. Its number chooses the place, so some threads share
+    // one, which costs nothing but time.
     struct alignas(64) place {
         platform::plain_lock guard; // held for a few steps
         block* open ZEL_GUARDED_BY(guard) = nullptr;
@@ -48,7 +51,7 @@ private:
     static void release(block* first) noexcept;
     place& own_place() noexcept;
     block* obtain_bundle() noexcept;
-    /// What there is no room for.
+    /// Returns the bundle if there is no room for it, else null.
     [[nodiscard]] block* exchange_bundle(block* bundle) noexcept;
 
     std::array<place, 8> places_;
@@ -62,7 +65,7 @@ private:
 /// The stock of this library for blocks of a size; null for large ones. Closed by
 /// the library's last end-of-life action.
 block_stock* stock_for(std::size_t size) noexcept;
-/// What a block of that stock really has.
+/// How many bytes a block for that size really has.
 std::size_t stocked_size(std::size_t size) noexcept;
 
 template <class T>

@@ -37,12 +37,17 @@ struct LibraryDescriptor {
     std::uintptr_t reserved = 0;
 };
 
+/// The one of the library that this is linked into.
+const LibraryDescriptor& own_library_descriptor() noexcept;
+
 class ZEL_EXPORT IModule : public virtual IExportable {
 public:
     IModule() noexcept { live_objects::add_module(); }
     /// Gives the other objects of the library a moment to go, see live_objects.
     ~IModule() override { live_objects::remove_module(); }
-    virtual const LibraryDescriptor& GetLibraryDescriptor() const = 0;
+    virtual const LibraryDescriptor& GetLibraryDescriptor() const {
+        return own_library_descriptor();
+    }
 };
 
 } // namespace zel::mi

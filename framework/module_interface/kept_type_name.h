@@ -1,4 +1,4 @@
-// Type names that are asked for all the time.
+// Type names for code that asks for them again and again.
 #pragma once
 
 #include "framework/module_interface/type_name.h"
@@ -15,8 +15,8 @@ std::string_view keep_text(const std::string& text);
 
 } // namespace detail
 
-/// The same as type_name, put together only once. For types, not for names that vary:
-/// the memory is never given back.
+/// The same as type_name, but put together only once in each library. The memory is never
+/// given back.
 template <class T>
 [[gnu::visibility("hidden")]] std::string_view kept_type_name() {
     static const std::string_view text = detail::keep_text(type_name<T>());

@@ -1,5 +1,7 @@
 #include "framework/module_interface/live_objects.h"
 
+#include "framework/module_interface/interface.h"
+
 #include <platform/process.h>
 #include <platform/thread_id.h>
 
@@ -63,6 +65,11 @@ void remove_module() noexcept {
 }
 
 } // namespace live_objects
+
+const LibraryDescriptor& own_library_descriptor() noexcept {
+    static const LibraryDescriptor descriptor;
+    return descriptor;
+}
 
 const void* implementation_address() noexcept {
     return reinterpret_cast<const void*>(&implementation_address);

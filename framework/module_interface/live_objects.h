@@ -2,8 +2,8 @@
 //
 // Each shared library has its own counts. They tell when a library may be
 // unmapped, and let the last module wait a moment for stragglers. An object counts
-// itself out a few instructions before its destructor returns: who frees a library
-// must not race with threads that still release its objects.
+// itself out a few instructions before its destructor returns, so whoever frees a library
+// must make sure that no other thread is just releasing one of its objects.
 #pragma once
 
 #include <cstdint>

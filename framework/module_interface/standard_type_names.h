@@ -100,8 +100,8 @@ struct declared_type_name<std::array<Element, Size>> {
 
 namespace detail {
 
-// The 64-bit integers go by their width; of the two long types, the one that they are
-// not has its own name. Characters are not numbers.
+// The 64-bit integers are named by their width, whichever of `long` and `long long` they are
+// here; the other one of the two has its own name. Characters are not numbers.
 template <class Other>
 const char* number_name(Other) = delete;
 constexpr const char* number_name(bool) {

@@ -36,21 +36,21 @@ void check_base_versions(const Object& object) {
 
 } // namespace detail
 
-/// The levels below a module's own interface.
+/// Checks the levels below a module's own interface.
 inline void CheckModuleInterfaceVersion(const ModuleInterfaceBase& module) {
     detail::check_base_versions<mi::IModule>(module);
     detail::require_version(type_name<ModuleInterfaceBase>(), ModuleInterfaceBase::base_version,
                             module.GetBaseVersion(), module);
 }
 
-/// The levels below an object's own interface.
+/// Checks the levels below an object's own interface.
 inline void CheckInterfaceVersion(const InterfaceBase& object) {
     detail::check_base_versions<mi::IExportable>(object);
     detail::require_version(type_name<InterfaceBase>(), InterfaceBase::base_version,
                             object.GetBaseVersion(), object);
 }
 
-/// All levels of an object, from the base upwards, up to `Interface` itself,
+/// Checks all levels of an object, from the base upwards to `Interface` itself,
 /// which states its version as `interface_version`.
 template <class Interface>
 void RequireInterface(const Interface& object) {

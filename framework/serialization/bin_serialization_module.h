@@ -27,8 +27,8 @@ public:
 
     /// Until the result is dropped, CreateData uses the factory. Of several for one name
     /// the first is used. Throws exceptions::error for an empty factory.
-    virtual std::shared_ptr<tasklib::keep_registered> RegisterDataType(std::string_view type_name,
-                                                                       data_factory factory) = 0;
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
+    RegisterDataType(std::string_view type_name, data_factory factory) = 0;
 
     /// A holder of a new data object; null when nobody registered the name. "string" and
     /// "json" are always known. Passes on what the factory throws.

@@ -234,7 +234,7 @@ struct map_binary_form {
             write_each(out, key, mapped);
     }
 
-    /// Of several values of one key the last counts.
+    /// When the bytes have several values for one key, the last one counts.
     static void read(in_blob_stream_base& in, Map& value) {
         const std::size_t count = read_container_count(in);
         const nesting::level inside(in);

@@ -59,8 +59,9 @@ public:
     virtual void Deserialize(T& out, const byte_vector& bytes) const = 0;
 
 protected:
-    /// For the destructor of a derived class whose values need care.
-    T& DiscardedValue() noexcept { return value_; }
+    /// The value, whichever form is valid. For the destructor of a derived class whose values
+    /// must not be destroyed in the ordinary way.
+    T& discarded_value() noexcept { return value_; }
 
 private:
     static constexpr std::uint32_t value_valid = 1;

@@ -40,7 +40,7 @@ public:
     /// Until the result is dropped, the operations below use the functions. Of several
     /// registrations for one name the first is used. Throws exceptions::error for an empty
     /// function.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterJsonConversion(std::string_view type_name, data_from_json from_json,
                            data_to_json to_json) = 0;
 

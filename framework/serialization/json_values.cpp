@@ -46,9 +46,9 @@ namespace {
     place.fail("zel::serialization::FromJson: Numeric value expected.");
 }
 
-// Whole part of a real between two powers of two, without the ends. The lower end could
-// stand for a number beyond it: JsonCpp makes a real of what does not fit into 64 bits.
-// Not a number lies nowhere.
+// Whole part of a real number that lies between two powers of two. The ends themselves are
+// refused: JsonCpp makes a real of an integer that does not fit into 64 bits, so the lower
+// end could stand for a number beyond it. NaN is refused, too.
 double whole_part(const Json::Value& json, double lower_end, double end, const json_place& place) {
     const double whole = std::trunc(json.asDouble());
     if (!(whole > lower_end && whole < end))

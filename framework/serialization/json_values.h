@@ -33,7 +33,7 @@ Integer integer_of(const Json::Value& json, const json_place& place) {
 /// The member of that name; null where there is none.
 const Json::Value& member(const Json::Value& json, std::string_view name);
 
-/// Of equal numbers equal values, whatever type they had.
+/// Makes equal JSON values of equal numbers, whatever their types.
 template <std::integral Integer>
 Json::Value number(Integer value) {
     if (std::in_range<std::int64_t>(value))

@@ -34,7 +34,7 @@ public:
     static constexpr const char* name = "json";
 
     // JsonCpp destroys a document level by level, which a deep one would not survive.
-    ~json_data_t() override { json_values::dismantle(this->DiscardedValue()); }
+    ~json_data_t() override { json_values::dismantle(this->discarded_value()); }
 
     std::string GetTypeName() const override { return name; }
 

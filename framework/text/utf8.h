@@ -1,4 +1,4 @@
-// Texts in UTF-8, of which nobody has made sure that they are.
+// Texts that should be UTF-8, but that nobody has checked yet.
 #pragma once
 
 #include <cstddef>
@@ -7,17 +7,18 @@
 
 namespace zel::text {
 
-/// Bytes of the well-formed character at the beginning of a text that is not empty; 0 when
-/// there is none.
-std::size_t character_length(std::string_view text) noexcept;
+/// Length of the character at the beginning of the bytes; 0 when they do not begin with a
+/// well-formed one. There has to be at least one byte.
+std::size_t character_length(std::string_view bytes) noexcept;
 
 bool is_utf8(std::string_view bytes) noexcept;
 
-/// The same text with every byte that is not part of well-formed UTF-8 as U+FFFD.
+/// The same text with U+FFFD in place of every byte that is not part of a well-formed
+/// character.
 std::string as_utf8(std::string_view bytes);
 
-/// Whether a character is one of those that terminals take for commands or the start of
-/// them: up to U+001F, and U+007F to U+009F.
+/// Whether terminals take the character for a command or for the beginning of one: those up
+/// to U+001F, and U+007F to U+009F.
 bool is_control(std::string_view character) noexcept;
 
 } // namespace zel::text

@@ -58,8 +58,9 @@ void recursive_shared_mutex::try_set_exclusive_mode(thread_id self) {
 
 void recursive_shared_mutex::wait_for_readers() {
     platform::scoped_lock inside(guard_);
-    // A nested hold never waits: the readers that are left are this thread's own.
-    while (writer_depth_ == 1 && !readers_.empty()) {
+    // A nested hold never waits: the readers that are left are this thread's own. One whose
+    // slot another thread gave up meanwhile, against the rules, does wait.
+    while (writer_depth_ <= 1 && !readers_.empty()) {
         waiting_for_readers_ = true;
         guard_.unlock();
         readers_drained_.wait(longest_round);
@@ -85,6 +86,8 @@ void recursive_shared_mutex::unlock() {
     writer_ = platform::no_thread;
     if (waiting_for_slot_ != 0)
         writer_free_.set();
+    if (waiting_for_readers_)
+        readers_drained_.set();
 }
 
 } // namespace zel::threading

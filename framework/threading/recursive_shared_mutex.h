@@ -7,8 +7,8 @@
 // behind it, while those that already hold the lock shared may take more.
 //
 // Holds belong to threads, not to guards, and are given back by the thread that
-// took them. A thread must not end, nor a child of a fork go on, with a hold.
-// Waiting is no cancellation point.
+// took them. A thread must give its holds back before it ends, and the child of a fork
+// must not go on with one. Waiting is no cancellation point.
 #pragma once
 
 #include <platform/critical_section.h>
@@ -55,10 +55,12 @@ private:
     std::int32_t writer_depth_ ZEL_GUARDED_BY(guard_) = 0;
     // One entry per shared hold, in no order.
     std::vector<thread_id> readers_ ZEL_GUARDED_BY(guard_);
-    // Signalled only while somebody waits, which spares the releases a lock each.
+    // The events below are set only while these say that somebody waits: setting one takes
+    // a lock, which a release without waiters is spared.
     std::uint32_t waiting_for_slot_ ZEL_GUARDED_BY(guard_) = 0;
     bool waiting_for_readers_ ZEL_GUARDED_BY(guard_) = false;
-    // Set when the last reader leaves. Only the owner of the writer slot waits.
+    // Set when the last reader leaves or the writer slot is given up. Only the owner of the
+    // slot waits.
     platform::event readers_drained_{platform::reset_mode::automatic, false};
     // Set when the writer slot is given up.
     platform::event writer_free_{platform::reset_mode::manual, true};

@@ -50,6 +50,17 @@ TEST(RecursiveSharedMutex, IsGivenUpWithTheLastOfAThreadsHoldsOfEitherKind) {
     EXPECT_TRUE(other.gets_in());
 }
 
+TEST(RecursiveSharedMutex, LetsAWriterInOnlyWhenReadersAreGoneWhoeverGivesItsSlotUp) {
+    recursive_shared_mutex lock;
+    lock.lock_shared();
+    user_of<exclusive_lock_guard<>> writer(lock);
+    EXPECT_TRUE(writer.waits());
+    lock.unlock(); // not this thread's to give back
+    EXPECT_TRUE(writer.waits());
+    lock.unlock_shared();
+    EXPECT_TRUE(writer.gets_in());
+}
+
 TEST(RecursiveSharedMutex, HoldsNewcomersBackBehindAWriterAndRefusesAReaderThatWantsToWrite) {
     recursive_shared_mutex lock;
     lock.lock();

@@ -47,11 +47,6 @@ std::string list_of(const std::vector<std::string>& uses) {
 
 } // namespace
 
-const LibraryDescriptor& DllLoaderImpl::GetLibraryDescriptor() const {
-    static const LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 image_handle DllLoaderImpl::load_dll(const std::string& library_name, const void* caller) {
     unload_all_kept();
     const std::string file = library_file(library_name, caller);

@@ -16,7 +16,6 @@ namespace zel::mi {
 
 class DllLoaderImpl final : public IDllLoader {
 public:
-    const LibraryDescriptor& GetLibraryDescriptor() const override;
     platform::image_handle load_dll(const std::string& library, const void* caller) override;
     bool free_dll(platform::image_handle image) override;
     library_state give_back(platform::image_handle image) override;

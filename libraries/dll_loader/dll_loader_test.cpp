@@ -1,7 +1,7 @@
 #include "framework/exceptions/exceptions.h"
 #include "framework/module_interface/loader.h"
 #include "platform/src/watched_thread_test.h"
-#include "tests/support/failing_allocations.h"
+#include "tests/support/scarce_memory.h"
 
 #include <platform/image_use.h>
 #include <platform/process.h>

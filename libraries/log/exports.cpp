@@ -16,8 +16,9 @@ constinit lifetime::basic_singleton<wrapper, lifetime::const_longevity_traits<20
 class log_lifetime final : public mi::ModuleLifetime {
 public:
     bool IsModuleUsed() const override {
-        // Besides the module, which its singleton holds once, and the sink that it
-        // brings along, every object is somebody's: a subscription of a sink.
+        // Two objects are the library's own: the module, which its singleton holds once, and
+        // the sink that it brings along. Every other one is held by somebody, as the
+        // subscription of a sink.
         const auto answer = module.read_if_created([](const wrapper& w) {
             return w.module().use_count() > 1 || mi::live_objects::current().objects > 2;
         });

@@ -21,7 +21,8 @@ public:
     ~subscription() override {
         const platform::no_cancellation to_the_end;
         own_->is_active.store(false, std::memory_order_relaxed);
-        // Without memory for another list it stays in this one until the next change.
+        // If there is no memory for a new list, the entry stays in this one until the next
+        // change.
         if (const auto log = log_.lock())
             platform::guarded([&] { log->change([](sink_list&) {}); });
         own_.reset();
@@ -53,11 +54,6 @@ LogModuleImpl::LogModuleImpl() {
         list.push_back(std::make_shared<entry>(std::make_shared<standard_error_sink>(),
                                                severity::failed_operation));
     });
-}
-
-const mi::LibraryDescriptor& LogModuleImpl::GetLibraryDescriptor() const {
-    static const mi::LibraryDescriptor descriptor;
-    return descriptor;
 }
 
 void LogModuleImpl::Write(const record& written) {

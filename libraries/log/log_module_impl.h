@@ -15,12 +15,11 @@ class LogModuleImpl final : public ILogModule, public std::enable_shared_from_th
 public:
     LogModuleImpl();
 
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     int LowestSeverity() const noexcept override {
         // Relaxed: a change is seen soon enough, and a record carries no state.
         return lowest_.load(std::memory_order_relaxed);
     }
-    void Write(const record& entry) override;
+    void Write(const record& written) override;
     std::shared_ptr<InterfaceBase> AddSink(std::shared_ptr<ILogSink> sink,
                                            int lowest_severity) override;
     void SetDefaultSinkSeverity(int lowest_severity) override;

@@ -32,11 +32,6 @@ private:
     std::uint64_t number_;
 };
 
-const LibraryDescriptor& LifetimeServiceImpl::GetLibraryDescriptor() const {
-    static const LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 LifetimeServiceImpl::image_entry& LifetimeServiceImpl::entry(platform::image_handle image) {
     for (auto& known : images_)
         if (known.image == image)

@@ -13,7 +13,6 @@ namespace zel::mi {
 
 class LifetimeServiceImpl final : public IModuleLifetimeService {
 public:
-    const LibraryDescriptor& GetLibraryDescriptor() const override;
     void AddImage(platform::image_handle image, const image_hook& hook) override;
     std::shared_ptr<unload_registration> RegisterUnloadCallback(platform::image_handle image,
                                                                 unload_callback callback,

@@ -27,11 +27,6 @@ performance_logger_storage_impl::~performance_logger_storage_impl() {
     measuring.store(false, std::memory_order_relaxed);
 }
 
-const mi::LibraryDescriptor& performance_logger_storage_impl::GetLibraryDescriptor() const {
-    static const mi::LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 std::shared_ptr<tasklib::performance_logger_ifc>
 performance_logger_storage_impl::get_performance_logger() {
     platform::scoped_lock inside(guard_);

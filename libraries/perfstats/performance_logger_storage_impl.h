@@ -1,4 +1,4 @@
-// Who hears what tasks cost, and the kernel's figures.
+// Keeps the logger that is told what tasks cost, and reads the kernel's figures for it.
 #pragma once
 
 #include <tasklib/performance_logger.h>
@@ -9,7 +9,6 @@ namespace zel::perfstats {
 
 class performance_logger_storage_impl final : public tasklib::performance_logger_storage_module {
 public:
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     std::shared_ptr<tasklib::performance_logger_ifc> get_performance_logger() override;
     void set_performance_logger(std::shared_ptr<tasklib::performance_logger_ifc> logger) override;
     void set_measurement(bool on) override;

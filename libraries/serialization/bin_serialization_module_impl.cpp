@@ -6,11 +6,6 @@
 
 namespace zel::serialization {
 
-const mi::LibraryDescriptor& BinSerializationModuleImpl::GetLibraryDescriptor() const {
-    static const mi::LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 int BinSerializationModuleImpl::GetLongevity() const {
     return 200999;
 }

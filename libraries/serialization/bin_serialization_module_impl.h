@@ -8,7 +8,6 @@ namespace zel::serialization {
 
 class BinSerializationModuleImpl final : public IBinSerializationModule {
 public:
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     int GetLongevity() const override;
     std::shared_ptr<tasklib::keep_registered> RegisterDataType(std::string_view type_name,
                                                                data_factory factory) override;

@@ -39,8 +39,8 @@ int count_of(Singleton& module) {
 
 class bin_lifetime final : public mi::ModuleLifetime {
 public:
-    // Besides the modules every object is a payload, except for cookies: who holds one
-    // of those has a reference to this library of its own.
+    // The modules and the cookies do not count: whoever holds a cookie has a reference to
+    // this library of its own. Every other object is a payload.
     bool IsModuleUsed() const override {
         const int own = live_cookies.load(std::memory_order_relaxed) + count_of(bin_module) +
                         count_of(json_module);

@@ -18,11 +18,6 @@ std::shared_ptr<IDataHolder> holder_of(const Json::Value& document) {
 
 } // namespace
 
-const mi::LibraryDescriptor& JsonConversionModuleImpl::GetLibraryDescriptor() const {
-    static const mi::LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 std::shared_ptr<tasklib::keep_registered>
 JsonConversionModuleImpl::RegisterJsonConversion(std::string_view type_name,
                                                  data_from_json from_json, data_to_json to_json) {

@@ -10,7 +10,6 @@ namespace zel::serialization {
 
 class JsonConversionModuleImpl final : public IJsonConversionModule {
 public:
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     std::shared_ptr<tasklib::keep_registered> RegisterJsonConversion(std::string_view type_name,
                                                                      data_from_json from_json,
                                                                      data_to_json to_json) override;

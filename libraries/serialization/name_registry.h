@@ -24,7 +24,8 @@ inline constinit std::atomic<int> live_cookies{0}; // relaxed: a count and nothi
 template <class Entry>
 class name_registry : public std::enable_shared_from_this<name_registry<Entry>> {
 public:
-    std::shared_ptr<tasklib::keep_registered> add(std::string_view name, Entry entry) {
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered> add(std::string_view name,
+                                                                Entry entry) {
         auto added = std::make_shared<const Entry>(std::move(entry));
         auto result = std::make_shared<cookie>(this->shared_from_this(), std::string(name), added);
         platform::scoped_lock inside(guard_);
@@ -36,7 +37,8 @@ public:
     std::shared_ptr<const Entry> find(std::string_view name) const {
         platform::scoped_lock inside(guard_);
         const auto found = entries_.find(name);
-        // Empty, until its cookie goes, when there was no memory to put it in.
+        // An entry is empty if there was no memory to fill it; it stays so until its cookie
+        // goes.
         return found == entries_.end() || found->second.empty() ? nullptr : found->second.front();
     }
 

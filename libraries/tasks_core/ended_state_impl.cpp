@@ -1,6 +1,6 @@
 #include "libraries/tasks_core/ended_state_impl.h"
 
-#include "libraries/tasks_core/task_threads.h"
+#include <platform/announced_wait.h>
 
 #include <algorithm>
 
@@ -29,7 +29,7 @@ bool ended_state_impl::wait_ended(threading::universal_timeout timeout) {
     const auto limit = milliseconds_of(timeout);
     if (limit == platform::milliseconds::zero())
         return false;
-    const announced_wait others_take_over;
+    const platform::announced_wait others_take_over;
     return ended_.wait(limit);
 }
 

@@ -1,7 +1,8 @@
 #include "libraries/tasks_core/running_task.h"
 
 #include "framework/log/log_area.h"
-#include "libraries/tasks_core/task_threads.h"
+
+#include <platform/announced_wait.h>
 
 #include <vector>
 
@@ -89,7 +90,7 @@ public:
         wait_interruption interruption(task_);
         std::vector<platform::event*> all(events, events + count);
         all.push_back(interruption.canceled());
-        const announced_wait others_take_over;
+        const platform::announced_wait others_take_over;
         const auto signalled = platform::wait_any(all, timeout);
         if (!signalled)
             return timed_out;
@@ -101,8 +102,8 @@ private:
     std::weak_ptr<cancellation_ifc> follower_;
 };
 
-// Stands for one task while it runs, and after that for those who still want to be
-// taken off its list. Does not keep the task.
+// Stands for one task while it runs. It stays longer where somebody still has a callback to
+// remove from it, and does not keep the task alive.
 class running_task final : public cancellation_ifc,
                            public companion_source_ifc,
                            public wait_exclusion_ifc,

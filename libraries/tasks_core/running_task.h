@@ -16,7 +16,7 @@ void run_pending(std::shared_ptr<task_ifc> task);
 /// Runs a claimed task on the calling thread.
 void run_inside(std::shared_ptr<task_ifc> task);
 
-/// Of the calling thread's innermost task; null outside of tasks.
+/// The cancellation object of the calling thread's innermost task; null outside of tasks.
 std::shared_ptr<cancellation_ifc> this_task_cancellation();
 
 } // namespace zel::tasklib

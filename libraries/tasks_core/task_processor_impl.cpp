@@ -12,7 +12,7 @@ void task_processor_impl::submit(const std::shared_ptr<task_ifc>& task, std::uin
         task->take_submitter();
         throw;
     }
-    // Who canceled it a moment ago may have looked for it in vain.
+    // A thread that canceled it a moment ago may have looked for it here in vain.
     if (task->cancellation().is_canceled())
         withdraw(*task);
 }

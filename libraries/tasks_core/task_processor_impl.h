@@ -1,4 +1,4 @@
-// Tasks for the threads.
+// Hands tasks to the threads.
 #pragma once
 
 #include "libraries/tasks_core/task_threads.h"

@@ -32,7 +32,7 @@ void task_scheduler_impl::schedule(const std::shared_ptr<task_ifc>& task,
         task->take_submitter();
         throw;
     }
-    // Who canceled it a moment ago may have looked for it in vain.
+    // A thread that canceled it a moment ago may have looked for it here in vain.
     if (task->cancellation().is_canceled())
         withdraw(*task);
 }
@@ -49,12 +49,12 @@ void task_scheduler_impl::insert(const std::shared_ptr<task_ifc>& task,
         return;
     known->second = delayed_.end();
     try {
-        // Delays of one length, as most are, come in the order of their ends.
+        // Most delays have one length, so a new task is as a rule the last that is due.
         known->second = delayed_.emplace_hint(delayed_.end(), due{when, ++last_number_},
                                               delayed_task{task, processor});
-        // What is due at once has the timer look also at what is due before: a clock that was
-        // set on in one leap is not noticed otherwise. Under the guard: those that come behind
-        // the first one rely on its timer.
+        // A new first task sets the timer anew. So does one that is due at once, because the
+        // timer does not notice a clock that leaps forward, and others may be due with it.
+        // Posted under the guard: tasks that come behind the first one rely on its timer.
         if (delayed_.begin() == known->second || when <= unbiased_clock::now())
             asio::post(threads_->timers(), [this] { set_timer(); });
     } catch (...) {

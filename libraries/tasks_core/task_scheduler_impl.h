@@ -27,7 +27,7 @@ public:
     std::vector<std::shared_ptr<task_ifc>> stop_taking();
 
 private:
-    // The number keeps tasks of one moment in their order.
+    // The number keeps tasks that are due at the same moment in their order.
     using due = std::pair<unbiased_clock::time_point, std::uint64_t>;
     struct delayed_task {
         std::shared_ptr<task_ifc> task;
@@ -42,7 +42,7 @@ private:
     std::optional<delayed_task> take_first(unbiased_clock::time_point due_by);
 
     const std::shared_ptr<task_threads> threads_;
-    // Of the timer thread alone, which has ended before this does.
+    // Used by the timer thread alone, which has ended before this object does.
     asio::basic_waitable_timer<unbiased_clock> timer_;
 
     // Guards what follows; never held while a task is submitted or canceled.

@@ -27,15 +27,20 @@ constexpr std::size_t short_backlog = 8; // tasks
 } // namespace
 
 // A thread of the pool while it lives.
-class worker {
+class worker final : public platform::thread_lender {
 public:
-    explicit worker(task_threads& threads) noexcept : threads_(threads) { current_ = this; }
+    explicit worker(task_threads& threads) noexcept : threads_(threads) {
+        current_ = this;
+        platform::set_thread_lender(this);
+    }
     ~worker();
     worker(const worker&) = delete;
     worker& operator=(const worker&) = delete;
 
     static worker* current() noexcept { return current_; }
-    task_threads& threads() noexcept { return threads_; }
+
+    void wait_begins() noexcept override { threads_.wait_begins(); }
+    void wait_ends() noexcept override { threads_.wait_ends(); }
 
     void work() {
         const platform::own_code_only between_the_tasks;
@@ -61,6 +66,7 @@ private:
 constinit thread_local worker* worker::current_ = nullptr;
 
 worker::~worker() {
+    platform::set_thread_lender(nullptr);
     current_ = nullptr;
     if (unwound_)
         threads_.unwound(inside_turn);
@@ -69,13 +75,35 @@ worker::~worker() {
         left_before.join();
 }
 
-task_threads::task_threads(const thread_limits& limits)
-    : limits_(limits), timers_(1), workers_stay_(workers_.get_executor()),
-      timers_stay_(timers_.get_executor()), watch_timer_(timers_) {
+task_threads::task_threads(const task_thread_limits& limits)
+    : timers_(1), workers_stay_(workers_.get_executor()), timers_stay_(timers_.get_executor()),
+      watch_timer_(timers_), limits_(limits) {}
+
+task_threads::~task_threads() = default;
+
+void task_threads::start_timer_thread() {
     timer_thread_ = std::thread([this] { timers_.run(); });
 }
 
-task_threads::~task_threads() = default;
+void task_threads::set_limits(const task_thread_limits& limits) {
+    {
+        platform::scoped_lock inside(guard_);
+        limits_ = limits;
+    }
+    const auto meets_a_need = [&] {
+        need what = need::nothing;
+        {
+            platform::scoped_lock inside(guard_);
+            what = next_need();
+        }
+        return what != need::nothing && !meet(what);
+    };
+    platform::guarded([&] { // the watch tries again
+        while (meets_a_need()) {
+        }
+    });
+    run_begins(); // threads that are too many now leave when the watch looks
+}
 
 void task_threads::submit(const std::shared_ptr<task_ifc>& task) {
     need what = need::nothing;
@@ -87,12 +115,15 @@ void task_threads::submit(const std::shared_ptr<task_ifc>& task) {
         what = next_need();
     }
     try {
-        meet(what);
+        // The threads that there are come to the task, or else the watch sees them blocked.
+        if (const auto refusal = meet(what); refusal && thread_count() == 0)
+            std::rethrow_exception(refusal);
+        if (watch_is_slow_.load(std::memory_order_relaxed))
+            hurry_watch();
     } catch (...) {
         if (withdraw(*task)) // otherwise another thread has taken it
             throw;
     }
-    run_begins(); // or would, if a thread were free: the watch has to look
 }
 
 // What brings the next pending task forward. Counts it as done.
@@ -128,11 +159,14 @@ bool task_threads::are_in_hand() const {
            pending_.size() <= short_backlog;
 }
 
-bool task_threads::meet(need what) {
+// Returns why a thread that was needed could not be had, else null; the watch tries again.
+// Throws when memory is too short to give a turn.
+std::exception_ptr task_threads::meet(need what) {
     if (what == need::nothing)
-        return true;
-    if (what == need::thread && !start_thread())
-        return false;
+        return nullptr;
+    if (what == need::thread)
+        if (auto refusal = start_thread())
+            return refusal;
     try {
         asio::post(workers_, [this] { take_turn(); });
     } catch (...) {
@@ -140,25 +174,23 @@ bool task_threads::meet(need what) {
         --turns_;
         throw;
     }
-    return true;
+    return nullptr;
 }
 
-// False when the system has no thread to give; the watch tries again.
-bool task_threads::start_thread() noexcept {
+std::exception_ptr task_threads::start_thread() noexcept {
     platform::scoped_lock inside_list(threads_guard_);
-    bool started = false;
-    if (!no_more_threads_) {
-        // The analysis does not see that the lambda is called here.
-        started = !platform::guarded([&]() ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
-            workers_list_.emplace_back([self = shared_from_this()] { worker(*self).work(); });
-        });
-    }
-    if (!started) {
+    // The analysis does not see that the lambda is called here.
+    auto refusal = platform::guarded([&]() ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
+        if (no_more_threads_)
+            throw exceptions::fatal("Tasks module already destroyed");
+        workers_list_.emplace_back([self = shared_from_this()] { worker(*self).work(); });
+    });
+    if (refusal) {
         platform::scoped_lock inside(guard_);
         --threads_;
         --turns_;
     }
-    return started;
+    return refusal;
 }
 
 void task_threads::take_turn() {
@@ -183,7 +215,8 @@ task_threads::take_task(std::optional<std::chrono::steady_clock::duration> last_
             short_runs_ = *last_run < short_run ? short_runs_ + 1 : 0;
         if (auto task = take_first())
             return task;
-        // Others that run see to the next task, and need the cores.
+        // No lingering while other threads run tasks: they will take the next one, and
+        // need the cores.
         if (somebody_lingers_ || has_ended() || turns_ * 2 > limits_.cores) {
             --turns_;
             return nullptr;
@@ -220,7 +253,7 @@ void task_threads::unwound(bool inside_turn) noexcept {
         what = next_need();
     }
     const platform::no_cancellation to_the_end;
-    platform::guarded([&] { meet(what); });
+    platform::guarded([&] { static_cast<void>(meet(what)); }); // the watch tries again
 }
 
 std::shared_ptr<task_ifc> task_threads::withdraw(task_ifc& task) {
@@ -235,7 +268,7 @@ void task_threads::wait_begins() noexcept {
         ++waiting_;
         what = next_need();
     }
-    platform::guarded([&] { meet(what); });
+    platform::guarded([&] { static_cast<void>(meet(what)); }); // the watch tries again
 }
 
 void task_threads::wait_ends() noexcept {
@@ -265,7 +298,8 @@ void join_or_leave(std::thread& thread) {
 
 } // namespace
 
-// Its destructors of thread-local objects, which may take their time, are still to come.
+// Called by a worker at its end. Returns the thread that left before it, which has to be
+// joined: the destructors of that thread's own objects may still be running.
 std::thread task_threads::leave_the_list() {
     platform::scoped_lock inside(threads_guard_);
     const auto own = std::ranges::find(workers_list_, std::this_thread::get_id(),
@@ -308,17 +342,6 @@ void task_threads::send_threads_away(std::size_t count) noexcept {
         return;
     platform::scoped_lock inside(guard_); // the others stay, for now
     threads_ += count;
-}
-
-announced_wait::announced_wait() noexcept
-    : threads_(worker::current() ? &worker::current()->threads() : nullptr) {
-    if (threads_)
-        threads_->wait_begins();
-}
-
-announced_wait::~announced_wait() {
-    if (threads_)
-        threads_->wait_ends();
 }
 
 } // namespace zel::tasklib

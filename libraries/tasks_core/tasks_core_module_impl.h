@@ -1,38 +1,44 @@
-// The task library as others see it.
+// The module of the task library, and what it makes on first use.
 #pragma once
 
 #include "libraries/tasks_core/task_processor_impl.h"
 #include "libraries/tasks_core/task_scheduler_impl.h"
 
+#include <tasklib/task_threads_module.h>
 #include <tasklib/tasks_core_module.h>
 
 namespace zel::tasklib {
 
 /// The threads with what hands them tasks; made by the first use, ended before the
-/// module.
+/// module. Not synchronised.
 class task_running {
 public:
-    task_running();
+    /// Throw when memory or a thread is refused; the next call tries again.
+    const std::shared_ptr<task_processor_impl>& processor() { return start(), processor_; }
+    const std::shared_ptr<task_scheduler_impl>& scheduler() { return start(), scheduler_; }
 
-    const std::shared_ptr<task_processor_impl>& processor() const noexcept { return processor_; }
-    const std::shared_ptr<task_scheduler_impl>& scheduler() const noexcept { return scheduler_; }
+    const task_thread_limits& limits() const noexcept { return limits_; }
+    void set_limits(const task_thread_limits& limits);
 
     /// Whether somebody else holds one of them.
     bool is_used() const noexcept;
+    bool has_started() const noexcept { return threads_ != nullptr; }
 
     /// Cancels what has not started and waits for the rest.
     void end();
 
 private:
+    void start();
+
+    task_thread_limits limits_;
     std::shared_ptr<task_threads> threads_;
     std::shared_ptr<task_processor_impl> processor_;
     std::shared_ptr<task_scheduler_impl> scheduler_;
-    std::uint32_t process_;
+    std::uint32_t process_ = 0;
 };
 
 class tasks_core_module_impl final : public tasks_core_module {
 public:
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     std::shared_ptr<ended_state_ifc> create_ended_state() override;
     std::shared_ptr<task_processor_ifc> get_task_processor() override;
     std::shared_ptr<cancellation_ifc> get_this_taskcancellation() override;
@@ -46,6 +52,14 @@ public:
 
 private:
     LogExceptionFunctionData log_exception_function_;
+};
+
+/// Its second module, for hosts.
+class task_threads_module_impl final : public task_threads_module {
+public:
+    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
+    void set_limits(const task_thread_limits& limits) override;
+    task_thread_limits get_limits() override;
 };
 
 } // namespace zel::tasklib

@@ -3,7 +3,9 @@
 #include "libraries/tasks_core/running_task.h"
 #include "libraries/tasks_core/task_processor_impl.h"
 #include "libraries/tasks_core/task_scheduler_impl.h"
+#include "libraries/tasks_core/tasks_core_module_impl.h"
 #include "platform/src/watched_thread_test.h"
+#include "tests/support/scarce_memory.h"
 
 #include <gtest/gtest.h>
 #include <semaphore>
@@ -17,7 +19,8 @@ using zel::platform::clock_replacement;
 using zel::platform::signal;
 
 constexpr zel::platform::milliseconds hours{10'000'000}; // do not pass in a test
-constexpr thread_limits one_thread{.cores = 1, .most_threads = 1, .stalled = hours, .idle = hours};
+constexpr task_thread_limits one_thread{
+    .cores = 1, .most_threads = 1, .stalled = hours, .idle = hours};
 
 using parameters = std::shared_ptr<scheduling_parameters_ifc>;
 using moment = unbiased_clock::time_point;
@@ -34,7 +37,10 @@ struct delay final : scheduling_parameters_ifc {
 };
 
 struct pool {
-    explicit pool(const thread_limits& limits) : threads(std::make_shared<task_threads>(limits)) {}
+    explicit pool(const task_thread_limits& limits)
+        : threads(std::make_shared<task_threads>(limits)) {
+        threads->start_timer_thread();
+    }
     ~pool() {
         for (const auto& rest : {scheduler->stop_taking(), threads->stop_taking()})
             for (const auto& task : rest)
@@ -97,6 +103,43 @@ TEST(TaskThreads, SoonRunWhatComesBehindALongTaskAmongShortOnes) {
     EXPECT_TRUE(long_one.wait());
 }
 
+TEST(TaskThreads, TakeOverOnceFromATaskThatAnnouncesThatItWaits) {
+    pool p({.cores = 1, .stalled = hours});
+    signal waits, others_wait, ended;
+    p.submit([&] {
+        const zel::platform::announced_wait outer;
+        const zel::platform::announced_wait inner; // of something that is called
+        waits.set();
+        ended.wait();
+    });
+    waits.wait();
+    p.submit([&] {
+        others_wait.set();
+        ended.wait();
+    });
+    EXPECT_TRUE(others_wait.comes());
+    const auto last = p.submit([] {});
+    EXPECT_EQ(p.threads->thread_count(), 2u);
+    ended.set();
+    EXPECT_TRUE(last.wait());
+}
+
+TEST(TaskThreads, RunATaskOrRefuseItWhereMemoryIsShort) {
+    constexpr zel::threading::universal_timeout in_time{false, 10'000'000};
+    for (const auto kind : {zel::test::shortage::passing, zel::test::shortage::lasting}) {
+        pool p(one_thread);
+        task<void> accepted;
+        bool all_ran = true; // an expectation that fails takes memory
+        const auto submit = [&] {
+            if (accepted)
+                all_ran = std::exchange(accepted, {}).wait(in_time) && all_ran;
+            accepted = p.submit([] {});
+        };
+        EXPECT_GT(zel::test::failures_of(submit, kind), 1);
+        EXPECT_TRUE(accepted.wait(in_time) && all_ran);
+    }
+}
+
 std::counting_semaphore threads_gone(0);
 struct thread_end {
     ~thread_end() { threads_gone.release(); }
@@ -122,6 +165,35 @@ TEST(TaskThreads, GrowByOneWithEveryStallUpToTheMostAndShrinkWhenIdle) {
         threads_gone.acquire();
     EXPECT_EQ(p.threads->thread_count(), 1u);
     EXPECT_TRUE(p.submit([] {}).wait()) << "the one that stays works";
+}
+
+TEST(TaskThreads, FollowNewLimitsAtOnce) {
+    const task_thread_limits few{.cores = 1, .most_threads = 8, .stalled = hours, .idle = 60ms};
+    pool p(few);
+    std::counting_semaphore started(0);
+    signal go_on;
+    for (int i = 0; i < 4; ++i)
+        p.submit([&] {
+            [[maybe_unused]] thread_local const thread_end noticed;
+            started.release();
+            go_on.wait();
+        });
+    started.acquire();
+    EXPECT_EQ(p.threads->thread_count(), 1u);
+    auto more = few;
+    more.cores = 3;
+    p.threads->set_limits(more);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_TRUE(started.try_acquire_for(zel::platform::patience));
+    EXPECT_EQ(p.threads->thread_count(), 3u);
+    more.stalled = 1ms;
+    p.threads->set_limits(more);
+    EXPECT_TRUE(started.try_acquire_for(zel::platform::patience));
+    p.threads->set_limits(few);
+    go_on.set();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(threads_gone.try_acquire_for(zel::platform::patience));
+    EXPECT_EQ(p.threads->thread_count(), 1u);
 }
 
 TEST(TaskThreads, ReplaceAThreadThatATaskEnds) {
@@ -157,6 +229,43 @@ TEST(TaskThreads, KeepNothingOfCanceledTasksBeTheyManyAndCheaply) {
     EXPECT_EQ(tasks.back().share().use_count(), 2);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
     go_on.set();
+}
+
+TEST(TasksCoreModule, StartsItsThreadsAsSoonAsMemoryAllows) {
+    task_threads_module_impl().get_limits(); // the threads are not started yet
+    tasks_core_module_impl module;
+    const auto ask = [&] { module.get_task_processor(); };
+    EXPECT_GT(zel::test::failures_of(ask), 3);
+    const auto made = make_task("", nullptr, [] {});
+    module.get_task_processor()->submit(made.share(), 0);
+    EXPECT_TRUE(made.wait());
+}
+
+TEST(TaskThreadsModule, NamesALimitThatIsOutOfRangeAndChangesNothing) {
+    task_threads_module_impl module;
+    const auto before = module.get_limits();
+    const auto refusal_of = [&](auto change) -> std::string {
+        auto limits = before;
+        change(limits);
+        try {
+            module.set_limits(limits);
+            return "none";
+        } catch (const zel::exceptions::error& refusal) {
+            return refusal.what();
+        }
+    };
+    EXPECT_EQ(refusal_of([](auto& l) { l.cores = 0; }).substr(0, 58),
+              "task_thread_limits::cores is 0, which is not from 1 to 512");
+    EXPECT_EQ(refusal_of([](auto& l) { l.most_threads = 4097; }),
+              "task_thread_limits::most_threads is 4097, which is not from 1 to 4096.");
+    EXPECT_EQ(refusal_of([](auto& l) { l.stalled = 0ms; }),
+              "task_thread_limits::stalled is 0, which is not from 1 to 3600000.");
+    EXPECT_EQ(refusal_of([](auto& l) { l.idle = 25h; }),
+              "task_thread_limits::idle is 90000000, which is not from 30 to 86400000.");
+    EXPECT_EQ(module.get_limits().stalled, 50ms);
+    EXPECT_EQ(refusal_of([](auto& l) { l.stalled = 49ms; }), "none");
+    EXPECT_EQ(module.get_limits().stalled, 49ms);
+    module.set_limits(before);
 }
 
 TEST(PendingTasks, KeepTheirOrderAroundGapsWhichDoNotPileUp) {

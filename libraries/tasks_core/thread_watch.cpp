@@ -12,15 +12,20 @@ namespace zel::tasklib {
 
 namespace {
 
-// For as long a thread's name may lag behind what the thread does.
+// The name of a thread may lag behind what the thread does by this time.
 constexpr platform::milliseconds quick{1};
 
 } // namespace
 
-void task_threads::hurry_watch() noexcept {
-    if (watch_is_slow_.exchange(false, std::memory_order_relaxed) &&
-        platform::guarded([&] { asio::post(timers_, [this] { watch(true); }); }))
-        watch_is_slow_.store(true, std::memory_order_relaxed); // the next run tries again
+// Throws when memory is short, and the watch stays as it is.
+void task_threads::hurry_watch() {
+    // Under the guard: nobody takes the watch for hurried before it is, and what it decides
+    // about its next pause comes afterwards.
+    platform::scoped_lock inside(guard_);
+    if (!watch_is_slow_.load(std::memory_order_relaxed))
+        return;
+    asio::post(timers_, [this] { watch(true); });
+    watch_is_slow_.store(false, std::memory_order_relaxed);
 }
 
 void task_threads::watch(bool hurried) {
@@ -33,8 +38,8 @@ void task_threads::watch(bool hurried) {
     call_at_the_end_of(watch_timer_, [this] { watch(false); });
 }
 
-// Until when there is nothing to look for; nothing when that is for somebody else
-// to say, with `hurry_watch`.
+// How long the watch may pause. Empty when it need not look until somebody calls
+// `hurry_watch`.
 std::optional<platform::milliseconds> task_threads::look_around(bool look_again_soon) {
     const auto now = std::chrono::steady_clock::now();
     need what = need::nothing;
@@ -62,12 +67,12 @@ std::optional<platform::milliseconds> task_threads::look_around(bool look_again_
             pause = limits_.stalled;
         else if (threads_ > limits_.cores)
             pause = limits_.idle / static_cast<int>(periods);
-        // Under the guard: a task that arrives from now on finds it.
+        // Written under the guard, so that a task that arrives from now on finds it.
         watch_is_slow_.store(pause != quick, std::memory_order_relaxed);
     }
-    bool is_met = true;
-    platform::guarded([&] { is_met = meet(what); });
-    if (!is_met && adds) {
+    std::exception_ptr refusal;
+    platform::guarded([&] { refusal = meet(what); });
+    if (refusal && adds) {
         platform::scoped_lock inside(guard_);
         added_ -= std::min<std::size_t>(added_, 1); // one of those that leave may have been it
     }
@@ -89,8 +94,8 @@ bool task_threads::is_stalled(std::chrono::steady_clock::time_point now) {
     return true;
 }
 
-// As many as have not been needed at any moment of the last periods. Which of the
-// idle threads goes does not matter: the context wakes them in turn.
+// How many threads were not needed at any moment of the last periods. Which of the idle
+// threads go does not matter, because the context wakes them in turn.
 std::size_t task_threads::threads_to_leave(std::chrono::steady_clock::time_point now) {
     if (now - period_began_ >= limits_.idle / static_cast<int>(periods)) {
         period_began_ = now;
@@ -98,9 +103,9 @@ std::size_t task_threads::threads_to_leave(std::chrono::steady_clock::time_point
         turns_by_period_[period_] = most_turns_;
         most_turns_ = turns_;
     }
-    const auto needed =
-        std::max({limits_.cores, most_turns_,
-                  *std::max_element(turns_by_period_.begin(), turns_by_period_.end())});
+    const auto needed = std::max<std::size_t>(
+        {limits_.cores, most_turns_,
+         *std::max_element(turns_by_period_.begin(), turns_by_period_.end())});
     if (threads_ <= needed || has_ended())
         return 0;
     const auto leaving = threads_ - needed;

@@ -37,8 +37,8 @@ private:
     int number_;
 };
 
-// As a file: the program may read it when and as far as it likes, and this thread need
-// not write while it reads.
+// The input is a file and not a pipe: the program may read it when and as far as it likes,
+// and this thread need not write while the program reads.
 void fill(const descriptor& file, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(file.number(), text.data(), text.size());
@@ -72,7 +72,8 @@ struct file_actions {
     file_actions& operator=(const file_actions&) = delete;
 };
 
-// Reaped however reading its output ends; without a reader it ends by itself.
+// A program that was started. It is waited for however the reading of its output ends; once
+// nobody reads what it writes, it ends by itself.
 class child {
 public:
     explicit child(pid_t process) : process_(process) {}

@@ -31,14 +31,16 @@ struct thread_state {
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local thread_state mine;
 
-// Relaxed: one value without company; who reads an old one looks around.
+// What the process's identity was when somebody last looked. Relaxed: no other data go
+// with the value; whoever reads an old one finds that it does not fit, and asks the threads.
 constinit std::atomic<user_identity> process_now{user_identity{nobody, nobody}};
 
 // Whether no thread may ever change whom it acts for. Relaxed: once true, it stays.
 constinit std::atomic<bool> settled{false};
 
-// Whether the first thread acts for another user: the threads say nothing of the
-// process then, new ones start as it is. Relaxed: the system orders the rest.
+// Whether the first thread acts for another user. New threads start with its identity
+// then, so the threads do not show the identity of the process. Relaxed: the system orders
+// the rest.
 constinit std::atomic<bool> leader_acts{false};
 
 bool same(const user_identity& one, const user_identity& other) noexcept {
@@ -66,15 +68,16 @@ bool acts_as(const user_identity& whom) noexcept {
     return same(effective(), whom) && same(for_files(), whom);
 }
 
-// The user first, to have the rights for the group. The user for files before both:
-// only that call gives back the rights it took, and it has to see the change.
+// The user is set before the group, because setting the group needs the user's rights. The
+// user for files comes before both: rights that setfsuid took away are given back only by
+// setfsuid, and only when it changes the user for files.
 int go_home(const user_identity& home) noexcept {
     raw(SYS_setfsuid, home.user);
     const int failure = raw_set(SYS_setresuid, home.user);
     return failure != 0 ? failure : raw_set(SYS_setresgid, home.group);
 }
 
-// The group first: the rights may go with the user.
+// The group is set first, because the rights to do so may go with the user.
 int leave_for(const user_identity& whom) noexcept {
     const int failure = raw_set(SYS_setresgid, whom.group);
     return failure != 0 ? failure : raw_set(SYS_setresuid, whom.user);
@@ -93,7 +96,7 @@ struct survey {
 };
 
 void survey::add(const char* status) noexcept {
-    // An ended thread changes no more with the process.
+    // A thread that has ended keeps its identity when that of the process changes.
     if (std::strstr(status, "\nState:\tZ"))
         return;
     std::array<unsigned, 3> user{}; // real, effective, saved
@@ -129,8 +132,8 @@ void survey::ask(int tasks, const char* thread) noexcept {
         close(file);
 }
 
-// Asks the threads in the order of their age, until one has not changed: only a
-// change of the whole process leaves none.
+// Asks the threads in the order of their age, until one still has the identity that is
+// known of the process. When the whole process has changed its identity, none has it.
 survey ask_threads(thread_id except) noexcept {
     const no_cancellation to_the_end; // files are open
     survey answer;
@@ -171,11 +174,12 @@ process_answer process_identity() noexcept {
         return {known};
     survey answer = ask_threads(this_thread_id());
     if (!answer.any() && answer.failure == 0) {
-        // Alone, only a change for good is one of the process.
+        // There is no other thread to ask. If this one can still change back, it may just
+        // be acting for somebody; if not, the process has changed for good.
         answer = ask_threads(no_thread);
         answer.stands = !answer.settled;
     }
-    // Once more for the leader: it may have begun meanwhile.
+    // Looks at the first thread once more, which may have begun to act meanwhile.
     if (answer.stands || !answer.any() || leader_acts.load(std::memory_order_relaxed))
         return {known, answer.failure};
     answer.settled = answer.settled && acts_as(answer.found); // this thread as well
@@ -183,8 +187,8 @@ process_answer process_identity() noexcept {
     return {answer.found};
 }
 
-// The first thread may act for somebody already when the library comes late, but
-// any later moment is worse.
+// When the library is loaded late, the first thread may act for somebody already, and its
+// identity would be taken for that of the process. Any later moment would be worse.
 [[maybe_unused]] const bool first_look = [] {
     const survey answer = ask_threads(no_thread);
     if (answer.any())
@@ -198,7 +202,7 @@ void note_leader() noexcept {
     leader_acts.store(mine.acting && !same(mine.home, mine.taken), std::memory_order_relaxed);
 }
 
-// The one thread of a child is its first.
+// In the child of a fork the one thread that is left is the first.
 [[maybe_unused]] const int fork_watch = pthread_atfork(nullptr, nullptr, &note_leader);
 
 void note(const thread_state& now) noexcept {
@@ -236,8 +240,9 @@ bool is_impersonating() noexcept {
         return true;
     if (settled.load(std::memory_order_relaxed))
         return false;
-    // Follows the effective user. A group alone is not looked for: nobody acts for
-    // somebody by group, and a second call would double the price.
+    // The user for files follows the effective user, so one call asks for both. The group
+    // is not asked for: nobody acts for somebody by the group alone, and a second call would
+    // double the price.
     const std::uint32_t user = raw(SYS_setfsuid);
     if (user == process_now.load(std::memory_order_relaxed).user)
         return false;

@@ -24,8 +24,8 @@ std::uint64_t ticks() noexcept {
 #endif
 }
 
-// Half of the quickest of some calls, so that no later one is quicker. Zero where
-// there is no counter: then every stretch may have contained a call.
+// Half the time of the quickest of some system calls, so that no later call is quicker. It
+// is zero where there is no counter: then any stretch of code may have made a call.
 std::uint64_t quickest_system_call() noexcept {
     std::uint64_t quickest = ~std::uint64_t{0};
     for (int i = 0; i < 50; ++i) {
@@ -48,7 +48,8 @@ impersonation_watch::impersonation_watch() noexcept
 }
 
 impersonation_watch::~impersonation_watch() {
-    // What ran since the look, destructors above all, may have begun to act, too.
+    // What has run since the last look, destructors above all, may have begun to act for
+    // somebody, too.
     known = {own_code_around_, found_clean_ && ticks() - looked_ < too_short};
 }
 

@@ -30,7 +30,8 @@ image_handle image_from(void* handle) noexcept {
     return static_cast<image_handle>(reinterpret_cast<std::uintptr_t>(map));
 }
 
-// Of what has a name. A thread's own data lie in no image.
+// Whether an exported name stands for data. `dladdr1` finds no image for data that each
+// thread has for itself.
 bool is_data(const void* address) noexcept {
     Dl_info info{};
     const ElfW(Sym)* symbol = nullptr;
@@ -107,7 +108,7 @@ bool unload_library(image_handle image) noexcept {
 }
 
 void* find_function(image_handle image, const char* name) noexcept {
-    // Without an image the system would search all of them.
+    // Given no image, the system would search all of them.
     void* const found = image == image_handle::none ? nullptr : dlsym(handle_of(image), name);
     return found && is_data(found) ? nullptr : found;
 }

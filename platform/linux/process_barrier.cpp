@@ -16,6 +16,7 @@ bool barrier_call(int command) noexcept {
 } // namespace
 
 constinit std::atomic<bool> detail::heavy_barrier_reaches_all{false};
+constinit std::atomic<bool> detail::exchanged_by_all{false};
 
 void prepare_heavy_barrier() noexcept {
     if (!detail::heavy_barrier_reaches_all.load(std::memory_order_relaxed) &&
@@ -25,8 +26,7 @@ void prepare_heavy_barrier() noexcept {
 
 // Threads that do not run have passed a fence when they were suspended.
 void heavy_barrier() noexcept {
-    std::atomic<bool> own{false};
-    own.exchange(true, std::memory_order_seq_cst);
+    detail::exchanged_by_all.exchange(true, std::memory_order_seq_cst);
     // Whatever the flag says: another thread may have seen it set. To go on without the
     // fence would be to use freed memory some day.
     if (!barrier_call(MEMBARRIER_CMD_PRIVATE_EXPEDITED) &&

@@ -24,7 +24,7 @@ bool raise_input_output(thread_id thread) noexcept {
     const auto kind = io_priority::kind_of(value);
     const bool lowered = kind == io_priority::idle ||
                          (kind == io_priority::best_effort && level > io_priority::normal_level);
-    // Without a class the kernel goes by the nice value.
+    // In a thread without a class the kernel goes by the nice value.
     return !lowered || syscall(SYS_ioprio_set, io_priority::of_one_thread, thread,
                                io_priority::value_of(io_priority::none, 0)) == 0;
 }

@@ -19,7 +19,8 @@ public:
     sent_message(message_queue& sender, const message_call& what)
         : call(what), sender_(sender.shared_from_this()) {}
 
-    /// The last that its handler does with it: the sender may go on at once.
+    /// The last thing that the handler does with the message, because the sender may then go
+    /// on, and the message with it.
     void answer(std::optional<std::intptr_t> result) noexcept {
         const auto sender = sender_;
         bool wakes = false;
@@ -297,8 +298,8 @@ std::optional<std::intptr_t> message_queue::call_window(const message_call& call
     return procedure(call.window, call.message, call.wparam, call.lparam);
 }
 
-// As many as there are now: those who send without a pause must not keep the posted
-// messages waiting for ever.
+// Dispatches as many as there are now. Threads that send without a pause must not keep the
+// posted messages waiting for ever.
 void message_queue::dispatch_sent() {
     for (std::size_t left = sent_count(); left > 0; --left) {
         sent_message* const message = take_sent();
@@ -306,8 +307,8 @@ void message_queue::dispatch_sent() {
             return; // handled from inside another one
         std::optional<std::intptr_t> result;
         const auto handled = gsl::finally([&] { message->answer(result); });
-        // By way of a value of its own: GCC 12 at -O1 has a call write into an optional
-        // that it is assigned to, also when it throws.
+        // The answer goes through a variable of its own. When the call is assigned to
+        // `result` directly, GCC 12 at -O1 writes into `result` even if the call throws.
         const auto answer = call_window(message->call);
         result = answer;
     }

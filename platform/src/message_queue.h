@@ -1,8 +1,8 @@
 // The windows and messages of one thread.
 //
-// Others hold the queue while they hand something over, so it may outlive its thread;
-// by then it has no windows and takes nothing on. No lock is held while a procedure
-// runs, and none of two queues at once.
+// Other threads hold a reference to the queue while they hand something over, so it may
+// outlive its thread; by then it has no windows and takes nothing on. No lock is held while
+// a procedure runs, and the locks of two queues are never held at once.
 #pragma once
 
 #include "platform/src/ready_descriptor.h"
@@ -30,7 +30,7 @@ public:
     static message_queue& of_this_thread();
     /// Null while the calling thread has none.
     static message_queue* current() noexcept;
-    /// For sending, which a thread may do to its very end.
+    /// The same for a thread that sends, which it may do to its very end.
     static std::shared_ptr<message_queue> to_wait_in();
 
     message_queue() noexcept : owner_(this_thread_id()) {}

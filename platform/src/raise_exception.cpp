@@ -56,7 +56,7 @@ exception_observer::exception_observer(function observer)
 
 exception_observer::~exception_observer() {
     entry_->active.store(false);
-    // Without memory for a shorter list the long one stays, and this entry in it.
+    // If there is no memory for a shorter list, the long one stays, with this entry in it.
     guarded([&] { registry::all().change([&](auto& list) { std::erase(list, entry_); }); });
 }
 

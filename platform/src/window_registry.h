@@ -1,4 +1,4 @@
-// Which queue a window's handle leads to.
+// Finds the queue of a window by its handle.
 //
 // Any thread. Handles are counted up, so a stale one never leads to a later window.
 #pragma once

@@ -21,9 +21,7 @@ void require(bool condition, const std::string& what) {
     std::_Exit(1);
 }
 
-struct signal : platform::event {
-    signal() noexcept : event(platform::reset_mode::manual, false) {}
-} first_runs, work_is_left, released, never;
+platform::signal first_runs, work_is_left, released, never;
 
 std::vector<std::shared_ptr<ended_state_ifc>> all; // tasks
 const auto captured = std::make_shared<int>();     // by all tasks

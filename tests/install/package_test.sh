@@ -47,6 +47,16 @@ expect_depends() {
     done
 }
 
+# expect_files PACKAGE FILE...: in its root.
+expect_files() {
+    local package=$1 file files
+    shift
+    files=$(dpkg-deb -c "$scratch/packages/${package}"_*.deb)$'\n'
+    for file in "$@"; do
+        [[ $files == *" ./usr/share/$file"$'\n'* ]] || fail "$package has no $file"
+    done
+}
+
 expect_letter() {
     local output
     output=$("$scratch/letters/build/letters") || fail "README's program ended with $?"
@@ -70,6 +80,11 @@ version=$(dpkg-deb -f "$scratch/packages/${runtime}"_*.deb Version)
 expect_depends "$runtime" libc6 libfmt libjsoncpp libmd libspdlog
 expect_depends libevent-routing-dev "$runtime (= $version)" libfmt-dev libjsoncpp-dev libmd-dev
 expect_depends event-routing-tools "$runtime (= $version)" libc6 libfmt
+
+expect_files "$runtime" "doc/$runtime/changelog.gz"
+expect_files libevent-routing-dev doc/libevent-routing-dev/{changelog.gz,README.md,docs/guide.md}
+expect_files event-routing-tools doc/event-routing-tools/{changelog.gz,inspect.md} \
+    man/man1/event_routing_inspect.1.gz
 
 unpack "$scratch/development" "$runtime" libevent-routing-dev
 unpack "$scratch/user" "$runtime" event-routing-tools
@@ -95,6 +110,16 @@ expect_letter
 rm -rf "$scratch/development"
 export LD_LIBRARY_PATH=$scratch/user/usr/lib
 expect_letter
+
+manual=$(gzip -dc "$scratch/user/usr/share/man/man1/event_routing_inspect.1.gz" | tr -d '\\')
+for command in "" list reach send watch; do
+    # shellcheck disable=SC2086 # none or one
+    help=$("$scratch/user/usr/bin/event_routing_inspect" $command --help)
+    [[ $manual == *".SS $command"* ]] || fail "the man page does not have the command $command"
+    for option in $(grep -o -- '^  --[a-z]*' <<<"$help"); do
+        [[ $manual == *"$option"* ]] || fail "the man page does not have $option of $command"
+    done
+done
 
 answer=$("$scratch/user/usr/bin/event_routing_inspect" send request greet \
     --payload '["you"]' "$scratch/libgreeter.so") || fail "the packed tool ended with $?"

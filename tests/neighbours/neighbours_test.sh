@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # What a client is told when a neighbouring library is missing, damaged or of
 # another version: neighbours_test.sh REGISTER_ONE LIBRARY_FOLDER ODD_LOG ASK_FOR_TASKS
-# ODD_TASKS_CORE
+# ODD_TASKS_CORE HIDE_INSTALLED_COPIES
 set -euo pipefail
 
-program=$1 libraries=$2 odd_log=$3 ask_for_tasks=$4 odd_tasks_core=$5
+program=$1 libraries=$2 odd_log=$3 ask_for_tasks=$4 odd_tasks_core=$5 hide_installed_copies=$6
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -16,7 +16,7 @@ fresh_copy() {
 
 expect() {
     local said
-    said=$(LD_LIBRARY_PATH=$scratch/lib "$program" 2>&1) || { echo "exit $?: $said"; exit 1; }
+    said=$(LD_AUDIT=$hide_installed_copies LD_LIBRARY_PATH=$scratch/lib "$program" 2>&1) || { echo "exit $?: $said"; exit 1; }
     local line
     for line in "$@"; do
         [[ $said == *"$line"* ]] || { printf 'expected: %s\nsaid:\n%s\n' "$line" "$said"; exit 1; }

@@ -17,7 +17,6 @@ struct own_error final : exceptions::error {
 
 struct wrong_log final : ILogModule {
     std::int32_t GetInterfaceVersion() const override { return 2; }
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override { std::abort(); }
     int LowestSeverity() const noexcept override { std::abort(); }
     void Write(const record&) override { std::abort(); }
     std::shared_ptr<InterfaceBase> AddSink(std::shared_ptr<ILogSink>, int) override {

@@ -29,7 +29,6 @@ struct newer_scheduler final : task_scheduler_ifc {
 
 struct odd_module final : tasks_core_module {
     std::int32_t GetInterfaceVersion() const override { return std::getenv("NEWER") ? 7 : 6; }
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override { std::abort(); }
     std::shared_ptr<ended_state_ifc> create_ended_state() override { std::abort(); }
     std::shared_ptr<task_processor_ifc> get_task_processor() override {
         return std::make_shared<newer_processor>();

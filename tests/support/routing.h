@@ -26,10 +26,7 @@ using cookie = std::shared_ptr<tasklib::keep_registered>;
 using cookies = std::vector<cookie>;
 using texts = std::vector<std::string>;
 
-struct signal : platform::event {
-    signal() : event(platform::reset_mode::manual, false) {}
-    bool comes() { return wait(platform::patience); }
-};
+using platform::signal;
 
 /// The unbiased clock; stands still unless a test moves it, so that nothing is due by
 /// accident.

@@ -19,7 +19,7 @@ namespace {
 
 using zel::event_routing::enumerate_handlers::handler_type;
 
-// As much of it as an argument is recognised by.
+// Quotes an argument, cut to what is enough to recognise it by.
 std::string shown(std::string_view text) {
     constexpr std::size_t enough = 200;
     if (text.size() <= enough)

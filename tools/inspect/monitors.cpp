@@ -58,7 +58,8 @@ void monitors::watch_requests() {
                 count_call(counts, service, declined);
             if (info.processing_handler)
                 count_call(counts, service, *info.processing_handler);
-            // Of a redirection that has answered, the same call once more.
+            // Only of a call that threw: for a redirection that has answered, this is the same
+            // call once more.
             if (info.current_handler && info.stage != monitor::request_stage::result_check && error)
                 count_call(counts, service, *info.current_handler);
         }));

@@ -11,7 +11,7 @@ namespace inspect {
 
 namespace {
 
-// `kept`: what stays though it would be shown otherwise.
+// Characters in `kept` stay as they are, even those that would be shown in another way.
 std::string shown_safely(std::string_view text, std::string_view kept) {
     std::string shown;
     shown.reserve(text.size());

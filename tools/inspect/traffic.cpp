@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::size_t most_names = 10'000; // about 2 MB of each kind
 
-// Of a table that is full, the entry that takes the rest.
+// The entry of the key; in a table that is full, the one entry that takes all the rest.
 template <class Table, class Key>
 auto& entry_of(Table& table, Key key, Key rest) {
     if (table.size() >= most_names && !table.contains(key))

@@ -16,7 +16,7 @@ namespace {
 using zel::platform::milliseconds;
 using clock = std::chrono::steady_clock;
 
-// Until the next report: an interval, but not beyond the end.
+// The time until the next report: one interval, but not beyond the end.
 milliseconds pause(const command_line& asked, clock::duration passed) {
     if (!asked.duration)
         return asked.interval;

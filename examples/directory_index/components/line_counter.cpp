@@ -38,9 +38,10 @@ struct close_file {
     void operator()(std::FILE* stream) const { std::fclose(stream); }
 };
 
-// A last line counts even if no newline ends it. Tells the events of each step
-// that it takes.
-std::int64_t count_lines(const std::string& file, IEventRouting& events) {
+// A last line counts even if no newline ends it. Calls `step` now and then, and returns
+// nothing when that wants no more.
+template <class Step>
+std::optional<std::int64_t> count_lines(const std::string& file, const Step& step) {
     errno = 0;
     const std::unique_ptr<std::FILE, close_file> stream(std::fopen(file.c_str(), "rb"));
     std::int64_t lines = 0;
@@ -52,7 +53,8 @@ std::int64_t count_lines(const std::string& file, IEventRouting& events) {
             break;
         lines += std::count(buffer.data(), buffer.data() + length, '\n');
         last = buffer[length - 1];
-        events.BroadcastEvent(paths::walk_working, nullptr, {}, nullptr);
+        if (!step())
+            return std::nullopt;
     }
     if (!stream || std::ferror(stream.get()))
         throw std::system_error(errno, std::generic_category());
@@ -72,6 +74,13 @@ public:
                     return true;
                 },
                 nullptr, "line counter"));
+        cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::walk_interrupted,
+            [this](auto&&...) {
+                is_interrupted_ = true;
+                return true;
+            },
+            nullptr, "line counter: interruption"));
         cookies_.push_back(events.RegisterEventHandler(
             nullptr, paths::any_gone,
             [this](const std::string& path, const event_data&, const routing_parameters& about) {
@@ -95,10 +104,12 @@ private:
         parameters[parameter::path] = file;
         std::string path = paths::lines + extension;
         try {
-            const std::int64_t lines = count_lines(file, events_);
-            lines_ += lines;
+            const auto lines = count_lines(file, [this] { return is_still_wanted(); });
+            if (!lines)
+                return; // part of a count is none
+            lines_ += *lines;
             files_[file] = lines;
-            parameters[parameter::lines] = lines;
+            parameters[parameter::lines] = *lines;
         } catch (const std::system_error& failure) {
             ++unreadable_;
             files_[file] = std::nullopt;
@@ -106,6 +117,12 @@ private:
             parameters[parameter::reason] = failure.code().message();
         }
         events_.BroadcastEvent(path, nullptr, parameters, nullptr);
+    }
+
+    bool is_still_wanted() {
+        is_interrupted_ = false;
+        events_.BroadcastEvent(paths::walk_working, nullptr, {}, nullptr);
+        return !is_interrupted_; // the answer came on this thread, before that returned
     }
 
     void take_back(const std::string& extension, const std::string& file) {
@@ -127,6 +144,7 @@ private:
     }
 
     IEventRouting& events_;
+    bool is_interrupted_ = false;
     std::int64_t lines_ = 0;
     std::ptrdiff_t unreadable_ = 0;
     // Lines by path; none of a file that could not be read.

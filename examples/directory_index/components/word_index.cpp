@@ -13,6 +13,8 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <optional>
 
@@ -66,6 +68,13 @@ public:
             },
             "word index: gone files"));
         cookies_.push_back(events.RegisterEventHandler(
+            nullptr, paths::walk_interrupted,
+            [this](auto&&...) {
+                is_interrupted_ = true;
+                return true;
+            },
+            nullptr, "word index: interruption"));
+        cookies_.push_back(events.RegisterEventHandler(
             queue, paths::work_flush,
             [&events](auto&&...) {
                 events.BroadcastEvent(paths::work_pending, nullptr, {}, nullptr);
@@ -85,19 +94,25 @@ public:
 private:
     std::string report() const {
         zel::platform::scoped_lock inside(guard_);
-        if (table_.distinct_words() == 0)
+        if (table_.distinct_words() == 0 && unread_ == 0)
             return {};
-        std::string text = fmt::format("Words: {} distinct, {} in all, in {}{}\n",
-                                       grouped(static_cast<std::int64_t>(table_.distinct_words())),
-                                       grouped(table_.all_words()),
-                                       counted(static_cast<std::int64_t>(table_.files()), "file"),
-                                       table_.is_full() ? "; further ones are left out" : "");
+        std::string text = fmt::format(
+            "Words: {} distinct, {} in all, in {}{}{}\n",
+            grouped(static_cast<std::int64_t>(table_.distinct_words())),
+            grouped(table_.all_words()), counted(static_cast<std::int64_t>(table_.files()), "file"),
+            table_.is_full() ? "; further ones are left out" : "",
+            unread_ > 0 ? "; not read: " + counted(unread_, "file") : "");
         for (const auto& [word, count] : table_.top(most_shown))
             text += fmt::format("{:>12}  {}\n", grouped(count), printable(word));
         return text;
     }
 
     void add(const std::string& file, std::int64_t size) {
+        if (is_interrupted_) {
+            zel::platform::scoped_lock inside(guard_);
+            ++unread_;
+            return;
+        }
         const auto text = text_of(file, size);
         if (!text)
             return;
@@ -123,6 +138,9 @@ private:
     // Between the queue's parts and those who ask.
     mutable zel::platform::critical_section guard_;
     word_table table_ ZEL_GUARDED_BY(guard_){most_words};
+    std::int64_t unread_ ZEL_GUARDED_BY(guard_) = 0; // since the interruption
+    // Between the host's thread and those of the task library. No other data depend on it.
+    std::atomic<bool> is_interrupted_{false};
     cookies cookies_;
 };
 

@@ -27,9 +27,9 @@ public:
     explicit word_table(std::size_t most_words) : most_words_(most_words) {}
 
     /// The file must not be in the table.
-    void add(const std::string& file, const word_counts& counts);
+    void add(const std::string& path, const word_counts& counts);
     /// Does nothing for a file that is not in the table.
-    void remove(const std::string& file);
+    void remove(const std::string& path);
 
     using occurrences = std::vector<std::pair<std::string, std::int64_t>>;
     /// The files with the word, those in which it is most frequent first.

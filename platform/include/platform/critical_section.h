@@ -1,11 +1,14 @@
 // Mutual exclusion for short bookkeeping.
 //
-// `plain_lock` is one word and not recursive. `brief_lock` is the same at half the
-// price for a few instructions at a time, where every call enters. `critical_section`
-// may be entered again by the thread that is inside. All are free of constructors and
-// destructors with work in them, so they may stand in static storage of a
-// library that is unloaded. No wait is a cancellation point. A child of a
-// fork has another thread number: it must not go on with a hold of its parent.
+// There are three kinds. `plain_lock` is one word, and not recursive. `brief_lock` is for
+// places that every message enters for a few instructions: it costs half as much, and a
+// thread that sleeps for it is in rare cases woken a moment late. `critical_section` may
+// be entered again by the thread that is inside.
+//
+// None of them has a constructor or destructor with work in it, so they may stand in
+// static storage of a library that is unloaded. No wait is a cancellation point. The
+// child of a fork has another thread number than its parent, so it must not go on with a
+// lock that the parent held.
 #pragma once
 
 #include <platform/export.h>
@@ -54,9 +57,16 @@ private:
     std::atomic<std::uint32_t> state_{free};
 };
 
-// Giving it back is a store, not an exchange, so it may just miss somebody who goes to
-// sleep. Sleepers look again by themselves after a moment; to be woken is the rule. It is
-// read once more after it was given back, so whoever takes it must not destroy it.
+// It is given back by a store, where an exchange would cost as much as taking it:
+//
+//     owner                             waiter
+//     state_ = free                     somebody_sleeps_ = true
+//     somebody_sleeps_? wake one        state_ still held? sleep, but for 1 ms at most
+//
+// Without a fence on either side both may read what was there before: the owner wakes
+// nobody, and the waiter sleeps. Therefore a sleeper looks again by itself. As a rule it
+// is woken earlier. The owner reads the lock once more after it has given it back, so
+// the next owner must not destroy the lock at once.
 class ZEL_THREAD_ATTRIBUTE(capability("lock")) brief_lock {
 public:
     constexpr brief_lock() noexcept = default;

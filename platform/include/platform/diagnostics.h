@@ -33,9 +33,9 @@ ZEL_EXPORT void raise_text_report(std::string_view text) noexcept;
 
 /// Is told of every raise in the process for as long as the object lives.
 ///
-/// Called on the raising thread, possibly on several at once, without a lock and
-/// with cancellation held off; what it throws is dropped. The destructor does not wait for running
-/// calls, so the function must own what it needs.
+/// It is called on the raising thread, possibly on several threads at once, without a lock
+/// and with cancellation held off. What it throws is dropped. The destructor does not wait
+/// for running calls, so the function must own what it needs.
 class ZEL_EXPORT exception_observer {
 public:
     using function = std::function<void(diagnostic code, raise_arguments arguments)>;
@@ -53,8 +53,8 @@ private:
     std::shared_ptr<entry> entry_;
 };
 
-/// In a handler of any exception: what was thrown. The forced unwinding of a thread
-/// that is cancelled or exits goes on instead.
+/// For `catch (...)`: returns what was thrown. If it is no exception but the forced
+/// unwinding of a thread that is cancelled or exits, the unwinding goes on from here.
 ZEL_EXPORT std::exception_ptr caught_exception();
 
 /// Runs the body and returns what it threw, of whatever type, or null. The forced

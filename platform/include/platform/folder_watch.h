@@ -7,8 +7,8 @@
 //             look_again(change);
 //
 // A change says where to look again and not what happened: by the time it is read, the
-// place may look different once more. What changes below a folder's subfolders is told
-// only for those that were added themselves.
+// place may look different once more. A watch of a folder does not reach into its
+// subfolders: add those whose content is to be followed, too.
 #pragma once
 
 #include <platform/export.h>
@@ -41,9 +41,10 @@ public:
     folder_watch(const folder_watch&) = delete;
     folder_watch& operator=(const folder_watch&) = delete;
 
-    /// Tells of changes in the folder from now on, under this path; again for one that is
-    /// watched already does no harm. A folder that goes or is moved away is watched no
-    /// more. Any thread. Returns why it cannot be watched.
+    /// From now on `wait` returns changes in the folder, whose paths begin with this one.
+    /// Adding a folder that is watched already does no harm. A folder that is removed or
+    /// moved away is not watched any more. Any thread. Returns why the folder cannot be
+    /// watched, if it cannot.
     std::error_code add(const std::string& folder);
 
     /// Waits for changes, in their order; nothing once `stop` was called. One thread at a

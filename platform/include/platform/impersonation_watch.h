@@ -1,9 +1,10 @@
 // Finding out cheaply whether foreign code leaves its thread acting for somebody.
 //
-// Nothing tells that a thread has changed its credentials by a raw system call, and
-// asking is a system call itself. But a stretch of code that took less time than any
-// system call takes made none, and on a thread that runs foreign code only under
-// watches, what the last one found is still true when the next one begins.
+// A thread may change its credentials by a raw system call, of which nobody is told, and
+// asking for them is a system call itself. Two thoughts save most of these calls. Code
+// that took less time than any system call takes has made none. And on a thread that runs
+// foreign code only under watches, what one watch found at its end is still true when the
+// next one begins.
 #pragma once
 
 #include <platform/export.h>
@@ -12,7 +13,7 @@
 
 namespace zel::platform {
 
-/// Begins with the foreign code, on its thread. May be nested.
+/// Made right before foreign code runs, on the same thread. May be nested.
 class ZEL_EXPORT impersonation_watch {
 public:
     impersonation_watch() noexcept;
@@ -30,11 +31,11 @@ private:
     std::uint64_t looked_; // at the beginning or since
 };
 
-/// Foreign code is about to run that no watch sees.
+/// Says that foreign code is about to run outside of any watch.
 ZEL_EXPORT void foreign_code_runs() noexcept;
 
-/// For as long as it lives, the calling thread changes its credentials under
-/// watches only. May stand inside of a watch.
+/// A promise: as long as the object lives, the calling thread changes its credentials
+/// only where a watch sees it. May stand inside of a watch.
 class ZEL_EXPORT own_code_only {
 public:
     own_code_only() noexcept;

@@ -16,9 +16,11 @@ namespace zel::platform {
 
 /// While the object lives, the first request to end the process (Ctrl-C, or the system's
 /// polite one) sets an event and does nothing else; the second one ends the process at once.
-/// A request that the process was started to ignore stays ignored. One object at a time, made
-/// and destroyed on the same thread, before others are started: to a thread that was there
-/// earlier a request may do what it did before.
+/// A request that the process was started to ignore stays ignored.
+///
+/// There may be one object at a time. The thread that makes it destroys it, and makes it
+/// before it starts other threads: when the system gives a request to a thread that was
+/// there earlier, the request may end the process as if there were no object.
 class ZEL_EXPORT interrupt_watch {
 public:
     /// Throws std::system_error, and std::logic_error while there is another one.
@@ -29,7 +31,8 @@ public:
 
     /// Stays signalled from the first request on.
     event& requested() noexcept;
-    /// By which others see that a process has ended on such a request; nothing without one.
+    /// The exit code by which others see that a process has ended because of the request
+    /// that has come; nothing while none has come.
     std::optional<int> exit_code() const noexcept;
 
 private:

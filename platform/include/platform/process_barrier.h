@@ -10,8 +10,9 @@
 //     light_barrier()                   heavy_barrier()
 //     look (load)                       look (load)
 //
-// At least one of the two sees the other. Where the system sends no such fences, the
-// light barrier is a full fence itself.
+// At least one of the two sees the other. Where the system sends no such fences, both
+// sides exchange one word of the process: whoever comes second takes over what the first
+// one announced.
 #pragma once
 
 #include <platform/export.h>
@@ -23,6 +24,9 @@ namespace zel::platform {
 namespace detail {
 // Relaxed: who reads an old value makes a fence too many.
 ZEL_EXPORT extern std::atomic<bool> heavy_barrier_reaches_all;
+// Sequentially consistent exchanges alone. One word, because exchanges of different ones
+// order nothing between two threads; and ThreadSanitizer refuses std::atomic_thread_fence.
+ZEL_EXPORT extern std::atomic<bool> exchanged_by_all;
 } // namespace detail
 
 /// Before the first heavy barrier, by whoever makes what the two sides share. May
@@ -33,12 +37,10 @@ ZEL_EXPORT void prepare_heavy_barrier() noexcept;
 ZEL_EXPORT void heavy_barrier() noexcept;
 
 inline void light_barrier() noexcept {
-    if (detail::heavy_barrier_reaches_all.load(std::memory_order_relaxed)) {
+    if (detail::heavy_barrier_reaches_all.load(std::memory_order_relaxed))
         std::atomic_signal_fence(std::memory_order_seq_cst);
-    } else {
-        std::atomic<bool> any{false}; // ThreadSanitizer refuses std::atomic_thread_fence
-        any.exchange(true, std::memory_order_seq_cst);
-    }
+    else
+        detail::exchanged_by_all.exchange(true, std::memory_order_seq_cst);
 }
 
 } // namespace zel::platform

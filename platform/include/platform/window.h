@@ -24,8 +24,8 @@
 // Two threads that send to each other do not block each other: a thread that waits
 // goes on with messages sent to its windows. Posted ones stay queued meanwhile.
 //
-// A handle is not used again. No function minds one that names no window. No wait is
-// a cancellation point.
+// A handle is not used again. Every function takes a handle whose window is gone, and
+// says so by its result. No wait is a cancellation point.
 #pragma once
 
 #include <platform/export.h>
@@ -41,12 +41,12 @@ namespace zel::platform {
 
 using window_message = std::uint32_t;
 
-/// The last that a window gets, while it is being destroyed.
+/// The last message that a window gets, while it is being destroyed.
 inline constexpr window_message destroy_message = 2;
-/// Ends its thread's loop, with wparam as the result, where no procedure keeps it
-/// from the default one.
+/// Ends the loop of the window's thread, with wparam as the result, when it reaches the
+/// default procedure.
 inline constexpr window_message quit_message = 0x12;
-/// Programs choose from here on, below the registered ones.
+/// Programs choose their own messages from here on, below the registered ones.
 inline constexpr window_message first_own_message = 0x400;
 inline constexpr window_message first_registered_message = 0xC000;
 inline constexpr window_message last_registered_message = 0xFFFF;
@@ -54,11 +54,11 @@ inline constexpr window_message last_registered_message = 0xFFFF;
 /// The posted messages that one thread's queue holds.
 inline constexpr std::size_t most_posted_messages = 10'000;
 
-/// One that replaced another calls that one, as a function, for what it does not know.
+/// A procedure that was put in front of another calls that one for what it does not know.
 using window_procedure = std::intptr_t (*)(window_handle window, window_message message,
                                            std::uintptr_t wparam, std::intptr_t lparam);
 
-/// Ends the loop for quit_message and does nothing for others; 0.
+/// Ends the loop for quit_message and does nothing for other messages. Returns 0.
 ZEL_EXPORT std::intptr_t default_window_procedure(window_handle window, window_message message,
                                                   std::uintptr_t wparam, std::intptr_t lparam);
 
@@ -110,9 +110,9 @@ ZEL_EXPORT window_message register_window_message(std::string_view text);
 /// Takes messages of the calling thread's windows until the loop is ended.
 ZEL_EXPORT int run_message_loop();
 
-/// Ends the loop of the calling thread after the message that is being handled, or the
-/// next loop that it begins. Sent messages that are there are handled still; posted ones stay
-/// queued.
+/// Ends the loop of the calling thread after the message that is being handled; if no loop
+/// runs, the next one ends as soon as it begins. Sent messages that are there are still handled,
+/// posted ones stay queued.
 ZEL_EXPORT void quit_message_loop(int exit_code);
 
 /// For loops of others: handles what is there and does not wait. Messages that come
@@ -120,8 +120,8 @@ ZEL_EXPORT void quit_message_loop(int exit_code);
 ZEL_EXPORT std::optional<int> dispatch_messages();
 
 /// A file descriptor that is readable exactly while `dispatch_messages` of the calling
-/// thread has something to do. To wait for only: neither read, written nor closed by
-/// others. It lives as long as the thread. Throws std::system_error.
+/// thread has something to do. It is there to be waited for: do not read, write or close
+/// it. It lives as long as the thread. Throws std::system_error.
 ZEL_EXPORT int message_descriptor();
 
 } // namespace zel::platform

@@ -24,11 +24,11 @@ struct event_handling_info_2 {
     /// Of a part: the handler's level, and "Sync: " or "Async: " with its description.
     std::optional<level_and_text> handler_info;
 
-    /// In seconds, of the calling thread's processor; NaN when not measured. The time of
+    /// Time of the calling thread's processor in seconds; NaN when not measured. The time of
     /// a broadcast ends when the broadcasting thread has done its part; asynchronous parts
     /// may still run.
     double cpu_time = std::numeric_limits<double>::quiet_NaN();
-    /// The same, by the clock.
+    /// The same time by the clock.
     double elapsed_time = std::numeric_limits<double>::quiet_NaN();
 };
 

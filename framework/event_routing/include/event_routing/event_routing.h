@@ -68,7 +68,9 @@ using asynchronous_event_part = std::function<void(const std::string& path, cons
 
 /// Is told of every part that ran, but of no asynchronous one that threw, and of every
 /// broadcast, after the fact, on the thread that did the work; several threads may call it
-/// at once. What it throws ends the routing of a broadcast whose part it was told of.
+/// at once. What it throws keeps the monitors behind it from that record. Told of a
+/// synchronous part, it ends the routing of the broadcast; of an asynchronous one, the task
+/// of the part; of a whole broadcast, nothing: that goes to the diagnostic observers.
 using event_monitor = std::function<void(const std::string& path, const event_data& data,
                                          const routing_parameters& parameters,
                                          const monitor::event_handling_info_2& info)>;
@@ -79,7 +81,8 @@ public:
     static constexpr std::int32_t interface_version = 15;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
-    /// A queue for handlers whose asynchronous parts are to run one at a time.
+    /// A queue for handlers whose asynchronous parts are to run one at a time. How many
+    /// wait in it is told by `tasklib::room_of` (tasklib/task_queue.h).
     virtual std::shared_ptr<tasklib::task_queue_ifc> CreateTaskQueue() = 0;
 
     /// Runs the handlers of one path, or of several separated by ";". A handler
@@ -108,7 +111,8 @@ public:
     /// is delivered. Throws what keeps the delivery from being arranged, exceptions::fatal
     /// when the task library has ended; the batch is gone then, with what other threads have
     /// added to it meanwhile. Whatever becomes of the task that the caller is inside of, the
-    /// delivery comes.
+    /// delivery comes. Dropping the last reference to the service drops what is not due, and
+    /// does not wait for a delivery that runs: the service then ends with it, on its thread.
     virtual void
     BroadcastCumulativeEvent(threading::universal_timeout delay, const std::string& path,
                              const event_data& data, const routing_parameters& parameters,
@@ -117,7 +121,7 @@ public:
     /// Registers a handler; either part may be empty, and so may the queue. The
     /// handler stays registered as long as somebody holds the result. Throws
     /// exceptions::error for a path with a misplaced "*".
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterEventHandler(const std::shared_ptr<tasklib::task_queue_ifc>& queue,
                          const std::string& path, const synchronous_event_part& synchronous_part,
                          const asynchronous_event_part& asynchronous_part,
@@ -129,7 +133,7 @@ public:
     /// The monitor (event_handling_info.h) is told of broadcasts that begin from now on,
     /// as long as somebody holds the result. Dropping that waits for running calls,
     /// except from inside the monitor; afterwards it is not called any more.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(event_monitor monitor) = 0;
 
     /// Cancels asynchronous parts and cumulative events that have not started, also all

@@ -12,8 +12,8 @@ namespace zel::event_routing {
 
 namespace detail {
 
-// Copied also where it could be moved, so that none is left empty; shared, so that
-// copying cannot throw.
+// There is no move, because it would leave an exception empty. The content is shared, so
+// that copying cannot throw.
 class about_request {
 public:
     about_request(const std::string& path, const routing_parameters& parameters)
@@ -47,7 +47,7 @@ public:
           about_request(path, parameters),
           data_type_(std::make_shared<const std::string>(data_type)) {}
 
-    /// The name nobody has registered.
+    /// The name that nobody has registered.
     const std::string& data_type() const noexcept { return *data_type_; }
 
 private:

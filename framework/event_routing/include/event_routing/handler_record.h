@@ -12,9 +12,9 @@ struct handler_record {
     std::int32_t level = 0;  ///< subnodes of the handler's registration, the "*" not counted
     std::string description; ///< as it was registered
 
-    /// In seconds; NaN until the call has ended or when not measurable. By the clock.
+    /// Time by the clock in seconds; NaN until the call has ended, or when not measurable.
     double elapsed_time = std::numeric_limits<double>::quiet_NaN();
-    /// The same, of the calling thread's processor.
+    /// The same for the time of the calling thread's processor.
     double cpu_time = std::numeric_limits<double>::quiet_NaN();
 };
 

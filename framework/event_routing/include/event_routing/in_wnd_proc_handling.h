@@ -12,13 +12,13 @@
 //
 // The first request for a window puts a procedure of the library in front of the
 // window's own. The window and its messages are those of platform/window.h: its
-// thread has to take messages. When the window is destroyed its own procedure is put
-// back, the library forgets the window, queued work is dropped and kept cookies are
-// released, unless somebody still holds the handling object: then when that goes.
+// thread has to take messages. When the window is destroyed, its own procedure is put
+// back and the library forgets the window. Queued work is dropped and kept cookies are
+// released with the handling object: then, or later when its last holder lets it go.
 //
 // All operations may be called on any thread, also from inside work. What work throws
-// leaves the function in which the window's thread took the message; the work behind
-// it stays queued, and its sender gets 0 as for work that was done.
+// leaves the function in which the window's thread took the message. The work behind
+// it stays queued. A thread that has sent the work gets 0, as for work that was done.
 #pragma once
 
 #include <tasklib/keep_registered.h>
@@ -49,7 +49,7 @@ public:
 
     /// Keeps a cookie until the result is dropped or the window has gone, whichever
     /// comes first. The result itself keeps nothing alive. Null is nothing to keep.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     KeepHandlerRegistered(const std::shared_ptr<tasklib::keep_registered>& cookie) = 0;
 
     /// The queue for the window's handlers; its tasks run on threads of the task

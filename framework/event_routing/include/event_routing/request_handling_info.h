@@ -31,9 +31,9 @@ struct request_handling_info_3 {
     std::optional<handler_record> processing_handler; ///< the one that answered true
     std::vector<handler_record> declined_handlers;    ///< calls that answered false, in order
 
-    /// In seconds; NaN when not measurable. By the clock.
+    /// Time by the clock in seconds; NaN when not measurable.
     double elapsed_time = std::numeric_limits<double>::quiet_NaN();
-    /// The same, of the sender's processor.
+    /// The same for the time of the sending thread's processor.
     double cpu_time = std::numeric_limits<double>::quiet_NaN();
 };
 

@@ -52,8 +52,8 @@ using request_data = std::shared_ptr<const serialization::IDataHolder>;
 using request_answer = std::shared_ptr<serialization::IDataHolder>;
 
 /// Answers true when it has processed the request. The two outputs are the sender's own:
-/// later handlers and the sender see what is written, also after false and an exception.
-/// Data in `error_response` marks an answer as failed.
+/// later handlers and the sender see what is written there, even when the handler then
+/// answers false or throws. Data in `error_response` marks an answer as failed.
 using request_handler =
     std::function<bool(const std::string& path, const request_data& data, request_answer& response,
                        request_answer& error_response, const routing_parameters& parameters)>;
@@ -77,14 +77,17 @@ public:
     /// and left `error_response` without data. Throws request_was_not_processed when none
     /// has, multiple_request_handlers when two have, and what a handler throws.
     ///
-    /// Parameters that steer it, by being there whatever their value:
-    /// "supress_not_processed_exception": the result is whether a handler has processed the
-    /// request, whatever `error_response` holds. "skip_request_fallbacsk": without
-    /// fallbacks. "prefer_local_request_handlers": unless "target_session" is -3 already, the
-    /// regular handlers are asked with -3 there at first, by which they know to answer only
-    /// for themselves, and again, with what the caller gave, if none has. Handlers see neither
-    /// the first nor the last of these. While there are monitors, "monitoring_message_id" and
-    /// "monitoring_message_pid" are added unless the first of them is there.
+    /// Three parameters steer the request by being there, whatever their value. With
+    /// "supress_not_processed_exception" it does not throw when no handler has processed the
+    /// request, and the result tells only whether one has, whatever `error_response` holds.
+    /// With "skip_request_fallbacsk" fallbacks are not asked. With
+    /// "prefer_local_request_handlers" the regular handlers are asked twice: at first with
+    /// "target_session" = -3, by which they know to answer only for themselves, and if none
+    /// has answered, once more with what the caller gave; a caller that gave -3 itself has
+    /// them asked once. Handlers see neither the first nor the last of the three.
+    ///
+    /// While there are monitors, "monitoring_message_id" and "monitoring_message_pid" are
+    /// added unless the first of them is there.
     virtual bool SendRequest(const std::string& path, const request_data& data,
                              request_answer& response, request_answer& error_response,
                              const routing_parameters& parameters) = 0;
@@ -96,13 +99,13 @@ public:
     /// waits for them. Throws exceptions::error for a path with a misplaced "*", and what
     /// keeps the broadcast from being made, when the serialization library has ended for
     /// instance; nothing is registered then.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestHandler(const std::string& path, std::int32_t priority,
                            const request_handler& handler, const std::string& description) = 0;
 
     /// Registers a handler for what no regular handler has processed, as long as somebody
     /// holds the result. Throws exceptions::error for a path with a misplaced "*".
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestFallbackHandler(const std::string& path, const request_handler& handler,
                                    const std::string& description) = 0;
 
@@ -111,12 +114,12 @@ public:
 
     /// The monitor is told of requests that begin from now on, as long as somebody holds
     /// the result. Dropping that waits for running calls, except from inside the monitor.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(request_monitor monitor) = 0;
 
     /// Registers a handler that is asked before all others, as long as somebody holds the
     /// result. Throws exceptions::error for a path with a misplaced "*".
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterRequestRedirectionHandler(const std::string& path, const request_handler& handler,
                                       const std::string& description) = 0;
 

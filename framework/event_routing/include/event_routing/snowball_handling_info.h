@@ -17,9 +17,9 @@ struct snowball_handling_info_3 {
     std::optional<handler_record> current_handler; ///< the call that threw
     std::vector<handler_record> called_handlers;   ///< those that have ended, in order
 
-    /// In seconds; NaN when not measurable. By the clock.
+    /// Time by the clock in seconds; NaN when not measurable.
     double elapsed_time = std::numeric_limits<double>::quiet_NaN();
-    /// The same, of the sender's processor.
+    /// The same for the time of the sending thread's processor.
     double cpu_time = std::numeric_limits<double>::quiet_NaN();
 };
 

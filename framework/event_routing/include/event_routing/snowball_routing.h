@@ -75,7 +75,7 @@ public:
 
     /// Registers a handler, as long as somebody holds the result. Throws exceptions::error
     /// for a path with a misplaced "*".
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterSnowballHandler(const std::string& path, const snowball_handler& handler,
                             const std::string& description) = 0;
 
@@ -84,7 +84,7 @@ public:
 
     /// The monitor is told of passes that begin from now on, as long as somebody holds the
     /// result. Dropping that waits for running calls, except from inside the monitor.
-    virtual std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] virtual std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(snowball_monitor monitor) = 0;
 
     /// Does nothing: passes run no tasks.

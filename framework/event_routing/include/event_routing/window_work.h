@@ -33,8 +33,9 @@ private:
 } // namespace detail
 
 /// Queues the callable, see IInWndProcHandling::PostToWindow. It is destroyed on the
-/// window's thread after its run, or with the handling object. False when it could not be
-/// announced: it stays queued and runs with a message of later work, so do not post it again.
+/// window's thread after its run, or with the handling object. False when no message could
+/// announce it to the window. Even then it stays queued, and runs when later work is
+/// announced, so do not post it again.
 template <class Callable>
 bool post_to_window(IInWndProcHandling& handling, Callable&& callable) {
     using work = detail::window_work<std::decay_t<Callable>>;

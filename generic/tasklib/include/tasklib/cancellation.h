@@ -30,9 +30,11 @@ public:
     /// True when it was canceled before.
     virtual bool cancel() = 0;
     virtual bool is_canceled() const = 0;
-    /// The callback is called once when this is canceled after now; the caller
-    /// removes it before it goes. Check `is_canceled` after adding.
+    /// The callback is called when this is canceled after now, once for each time that it
+    /// was added; the caller removes it before it goes. Check `is_canceled` after adding.
     virtual void add_callback(cancellation_callback* callback) = 0;
+    /// Takes back the earliest `add_callback` of the callback that still counts. While a
+    /// cancel is calling, a callback is passed over only if none of its additions is left.
     /// Returns when the callback is not running on another thread.
     virtual void remove_callback(cancellation_callback* callback) = 0;
 };

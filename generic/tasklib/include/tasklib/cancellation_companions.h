@@ -24,13 +24,13 @@ class ZEL_EXPORT companion_source_ifc : public versioned_ifc {
 public:
     static constexpr interface_id id{"1FE2FCB4-59D1-47F0-8ABD-EB4A02DD6BE0"};
 
-    /// A companion for `follower`, which it does not keep alive and which may be
-    /// empty where only the companion's other interfaces are wanted.
+    /// A companion for `follower`. It does not keep the follower alive. The follower may be
+    /// empty, if only the companion's other interfaces are wanted.
     virtual std::shared_ptr<cancellation_companion_ifc>
     get_companion(std::weak_ptr<cancellation_ifc> follower) = 0;
 };
 
-/// Of a companion: waiting so that cancelling the running task ends the wait.
+/// A companion offers this, too: a wait that ends when the running task is canceled.
 class ZEL_EXPORT cancellable_wait_ifc : public versioned_ifc {
 public:
     static constexpr interface_id id{"2A24C01A-4CDF-4170-AC1E-DA117591F92D"};
@@ -44,7 +44,7 @@ public:
                               platform::milliseconds timeout) = 0;
 };
 
-/// Of the cancellation object itself: what its thread must not wait for.
+/// The cancellation object itself offers this: it knows what its thread must not wait for.
 class ZEL_EXPORT wait_exclusion_ifc : public versioned_ifc {
 public:
     static constexpr interface_id id{"9D0C5CD1-ABCA-42E8-A863-6AB2DEE80EB4"};

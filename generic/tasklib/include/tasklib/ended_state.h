@@ -7,7 +7,8 @@
 
 namespace zel::tasklib {
 
-/// Outlives its task where somebody still waits. Any thread may call any operation.
+/// Outlives its task while somebody still waits for the end. Any thread may call any
+/// operation.
 class ZEL_EXPORT ended_state_ifc : public InterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 1;
@@ -15,12 +16,12 @@ public:
 
     virtual void set_ended() = 0;
     virtual bool is_ended() const = 0;
-    /// False when the time is over first. On a thread of the task library another
-    /// thread takes over meanwhile.
+    /// False when the time is over first. If the caller is a thread of the task library,
+    /// another thread runs tasks in its place meanwhile.
     virtual bool wait_ended(threading::universal_timeout timeout) = 0;
     /// The thread that runs the task, or `platform::no_thread`.
     virtual platform::thread_id running_thread() const = 0;
-    /// For the task itself.
+    /// Called by the task itself.
     virtual void set_running_thread(platform::thread_id thread) = 0;
 };
 

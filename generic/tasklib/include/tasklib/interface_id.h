@@ -34,7 +34,7 @@ private:
         if (c >= '0' && c <= '9')
             return static_cast<std::uint64_t>(c - '0');
         if (c >= 'A' && c <= 'F')
-            return static_cast<std::uint64_t>(c - 'A' + 10);
+            return static_cast<std::uint64_t>(c - 'A') + 10;
         throw "digits are 0 to 9 and A to F";
     }
 

@@ -8,8 +8,8 @@
 
 namespace zel::tasklib {
 
-/// From its construction until `stop`, on one thread. Reads no clock unless runs
-/// are being measured when it is made.
+/// Measures from its construction until `stop`, both on one thread. If runs are not being
+/// measured when it is made, it reads no clock and reports nothing.
 class log_performance_wrapper {
 public:
     /// The name must outlive the object.

@@ -58,12 +58,13 @@ public:
 
     /// Null when none is installed.
     virtual std::shared_ptr<performance_logger_ifc> get_performance_logger() = 0;
-    /// Runs that began before go unreported. Null ends all measuring.
+    /// Runs that began before this call are not reported. Null ends all measuring.
     virtual void set_performance_logger(std::shared_ptr<performance_logger_ifc> logger) = 0;
 
     /// Whether runs are measured while a logger is installed; on from the start.
     virtual void set_measurement(bool on) = 0;
-    /// True while both say so. Lives as long as the library is mapped.
+    /// True while a logger is installed and measurement is on. The atomic lives as long as
+    /// the library is mapped.
     virtual const std::atomic<bool>& is_measuring() const noexcept = 0;
 
     /// The calling thread's figures now. Throws exceptions::error where the system

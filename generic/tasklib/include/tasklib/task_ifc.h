@@ -1,4 +1,4 @@
-// A task as those see it who hold, queue or run it.
+// A task, as it looks to code that holds, queues or runs it.
 //
 // A task is made, handed to one place that will run it, claimed by whoever starts
 // or cancels it first, run once, and ended. It is a shared object and keeps itself
@@ -24,7 +24,7 @@ public:
     virtual void withdraw(task_ifc& task) = 0;
 };
 
-/// A task is handed to a second place while the first one still has it.
+/// Thrown when a task is handed to a second place while the first one still has it.
 class ZEL_EXPORT task_is_already_submitted : public exceptions::error {
 public:
     [[gnu::noinline]] task_is_already_submitted()

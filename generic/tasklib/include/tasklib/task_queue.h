@@ -2,9 +2,11 @@
 #pragma once
 
 #include <tasklib/fwd.h>
+#include <tasklib/interface_id.h>
 
 #include <framework/module_interface/interface.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace zel::tasklib {
@@ -26,14 +28,41 @@ public:
     /// enough threads do that already.
     virtual void run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) = 0;
 
-    /// Before a runner of an owner's is submitted: false when as many as there may be run
-    /// or have been submitted by this owner, and will come to all that is stored.
+    /// An owner asks this before it submits a runner. False when the owner need not: as many
+    /// runners as the queue allows are running, or have been submitted by this owner, and
+    /// they will run all that is stored.
     virtual bool needs_runner(const void* owner) = 0;
-    /// One has been submitted; it may have begun already.
+    /// The owner has submitted a runner, which may have begun already.
     virtual void runner_submitted(const void* owner) noexcept = 0;
-    /// One that is or will be submitted has begun, or never will.
+    /// A runner that the owner has submitted, or is about to submit, has begun or will never
+    /// begin.
     virtual void runner_came(const void* owner) noexcept = 0;
 };
+
+enum class push_outcome : std::int32_t {
+    full = 0,         ///< the task is not stored
+    stored = 1,       ///< and will be run by a runner that is there
+    needs_runner = 2, ///< stored, but see task_queue_ifc::push
+};
+
+/// What a queue says of its room. Any thread may call any operation.
+class ZEL_EXPORT task_queue_room_ifc : public versioned_ifc {
+public:
+    static constexpr interface_id id{"335F1677-D9C5-473C-B7F3-5C017E237057"};
+
+    /// The tasks that are stored and that no runner has taken so far.
+    virtual std::size_t length() const noexcept = 0;
+    /// Stores the task unless `push` would wait: while more than 1024 are stored.
+    virtual push_outcome try_push(const std::shared_ptr<task_ifc>& task) = 0;
+};
+
+/// Null for a queue that does not say. Lives as long as the queue.
+///
+///     if (const auto* room = room_of(*queue); room && room->length() > 100) ...
+inline task_queue_room_ifc* room_of(task_queue_ifc& queue) {
+    auto* const asked = dynamic_cast<versioned_ifc*>(&queue);
+    return asked ? query<task_queue_room_ifc>(*asked) : nullptr;
+}
 
 } // namespace zel::tasklib
 

@@ -15,7 +15,7 @@ public:
     virtual threading::universal_timeout time_left() const = 0;
 };
 
-/// One run at a point of a clock; its last point is never reached.
+/// One run at a point of a clock. The last point that the clock can show stands for never.
 template <class Clock>
 class basic_single_run_sch_params final : public scheduling_parameters_ifc {
 public:
@@ -40,9 +40,9 @@ public:
     static constexpr std::int32_t interface_version = 9;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
-    /// Submits the task to the processor when the time has come; keeps it until
-    /// then. The parameters are asked once, the flags reserved. Throws as
-    /// task_processor_ifc::submit does.
+    /// Keeps the task until the time has come, and then submits it to the processor. The
+    /// parameters are asked once, at the call; the flags are reserved. Throws what
+    /// task_processor_ifc::submit throws.
     virtual void schedule(const std::shared_ptr<task_ifc>& task,
                           const std::shared_ptr<task_processor_ifc>& processor,
                           const std::shared_ptr<scheduling_parameters_ifc>& parameters,

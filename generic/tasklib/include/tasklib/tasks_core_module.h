@@ -25,7 +25,7 @@ public:
     /// The calling thread's cancellation object, which stands for the innermost
     /// task it is inside of; null outside of tasks.
     virtual std::shared_ptr<cancellation_ifc> get_this_taskcancellation() = 0;
-    /// Who hears of failed tasks, for the whole process.
+    /// The place where a host installs its function for failed tasks, for the whole process.
     virtual LogExceptionFunctionData& log_exception_function() = 0;
 
     virtual std::shared_ptr<task_scheduler_ifc> get_task_scheduler() = 0;

@@ -27,7 +27,8 @@ private:
         const auto rate = platform::read_clock(platform::clock::performance_frequency);
         if (!counter || !rate || *rate <= 0)
             return {};
-        // Whole seconds apart, or the product would overflow within a day.
+        // Whole seconds are converted by themselves: the product of the whole counter would
+        // overflow within a day.
         return time_point(
             duration(*counter / *rate * period::den + *counter % *rate * period::den / *rate));
     }

@@ -64,8 +64,9 @@ std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const 
 }
 
 void basic_task::set_submitter(const std::shared_ptr<task_submitter_ifc>& place) {
+    std::shared_ptr<task_submitter_ifc> known; // released without the lock: it may be the last one
     platform::scoped_lock inside(guard_);
-    const auto known = submitter_.lock();
+    known = submitter_.lock();
     if (known && known != place)
         throw task_is_already_submitted();
     submitter_ = place;
@@ -83,11 +84,6 @@ std::shared_ptr<task_submitter_ifc> basic_task::take_submitter() {
 
 bool basic_task::try_claim() {
     return !claimed_.exchange(true, std::memory_order_relaxed);
-}
-
-void basic_task::set_queue(task_queue_ifc* queue) {
-    platform::scoped_lock inside(guard_);
-    queue_ = queue;
 }
 
 void basic_task::add_run_statistics(const run_snapshot& start, const run_snapshot& end) {
@@ -135,12 +131,21 @@ void basic_task::leave_holders(const std::shared_ptr<runnable>& self) {
         completed_ = true;
         if (extras_)
             next.swap(extras_->follow_ups);
-        container = std::exchange(container_, {}).lock();
+        if (next.empty())
+            container = take_container();
     }
-    for (const auto& f : next)
-        platform::guarded([&] { f.start(); });
+    if (!next.empty()) {
+        for (const auto& f : next)
+            platform::guarded([&] { f.start(); });
+        platform::scoped_lock inside(guard_);
+        container = take_container(); // those that were started may have asked for it
+    }
     if (container)
         container->remove(std::static_pointer_cast<basic_task>(self));
+}
+
+std::shared_ptr<task_container_low_level_ifc> basic_task::take_container() {
+    return std::exchange(container_, {}).lock();
 }
 
 } // namespace zel::tasklib

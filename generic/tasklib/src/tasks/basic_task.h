@@ -35,7 +35,7 @@ public:
     std::shared_ptr<task_submitter_ifc> take_submitter() override;
     std::shared_ptr<ended_state_ifc> get_ended_state() const override { return ended_state_; }
     bool try_claim() override;
-    void set_queue(task_queue_ifc* queue) override;
+    void set_queue(task_queue_ifc*) override {} // nobody asks a task for its queue
     void add_run_statistics(const run_snapshot& start, const run_snapshot& end) override;
     void set_run_statistics(const run_statistics& statistics) override;
     run_statistics get_run_statistics() const override;
@@ -62,6 +62,7 @@ private:
     void prepare_thread(std::optional<std::string>& shown_before) override;
     void leave_holders(const std::shared_ptr<runnable>& self) override;
     void restore_thread(std::string shown_before) noexcept override;
+    std::shared_ptr<task_container_low_level_ifc> take_container() ZEL_REQUIRES(guard_);
     void raise_running_thread() const;
     extras& with_extras() ZEL_REQUIRES(guard_);
 
@@ -70,7 +71,6 @@ private:
     std::atomic<bool> claimed_{false};
     bool completed_ ZEL_GUARDED_BY(guard_) = false; // no follow-up is stored any more
     std::weak_ptr<task_container_low_level_ifc> container_ ZEL_GUARDED_BY(guard_);
-    task_queue_ifc* queue_ ZEL_GUARDED_BY(guard_) = nullptr; // which stores the task
     std::weak_ptr<task_submitter_ifc> submitter_ ZEL_GUARDED_BY(guard_);
     std::unique_ptr<extras> extras_ ZEL_GUARDED_BY(guard_);
     task_positions positions_;

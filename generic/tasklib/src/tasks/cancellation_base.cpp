@@ -6,7 +6,6 @@
 
 #include <platform/diagnostics.h>
 
-#include <algorithm>
 #include <gsl/util>
 #include <utility>
 
@@ -39,14 +38,10 @@ void cancellation_base::call_callbacks(aftermath& after) {
         return;
     auto* const outer = std::exchange(aftermath_, &after);
     const auto restored = gsl::finally([&] { aftermath_ = outer; });
-    auto& [kept, to_be_called] = *callbacks_;
-    to_be_called.swap(kept); // those that callbacks add are not called
-    while (!to_be_called.empty()) {
-        kept.splice(kept.end(), to_be_called, to_be_called.begin());
-        auto* const callback = kept.back();
-        if (auto failure = platform::guarded([&] { callback->on_cancel(*this); }))
+    callbacks_->call_all([&](cancellation_callback& callback) {
+        if (auto failure = platform::guarded([&] { callback.on_cancel(*this); }))
             platform::guarded([&] { after.failures.push_back(std::move(failure)); });
-    }
+    });
 }
 
 void cancellation_base::propagate_after_callbacks(
@@ -62,19 +57,14 @@ bool cancellation_base::is_canceled() const {
 void cancellation_base::add_callback(cancellation_callback* callback) {
     platform::scoped_lock inside(callbacks_guard_);
     if (!callbacks_)
-        callbacks_ = std::make_unique<callback_lists>();
-    callbacks_->kept.push_back(callback);
+        callbacks_ = std::make_unique<callback_list>();
+    callbacks_->add(callback);
 }
 
 void cancellation_base::remove_callback(cancellation_callback* callback) {
     platform::scoped_lock inside(callbacks_guard_);
-    if (!callbacks_)
-        return;
-    for (auto* const list : {&callbacks_->kept, &callbacks_->to_be_called})
-        if (const auto found = std::ranges::find(*list, callback); found != list->end()) {
-            list->erase(found);
-            return;
-        }
+    if (callbacks_)
+        callbacks_->remove(callback);
 }
 
 } // namespace zel::tasklib

@@ -1,13 +1,14 @@
 // The cancellation state of a task.
 #pragma once
 
+#include "generic/tasklib/src/tasks/callback_list.h"
+
 #include <tasklib/cancellation.h>
 
 #include <platform/critical_section.h>
 
 #include <atomic>
 #include <exception>
-#include <list>
 #include <memory>
 #include <vector>
 
@@ -34,12 +35,6 @@ private:
         std::vector<std::shared_ptr<cancellation_companion_ifc>> companions;
         std::vector<std::exception_ptr> failures;
     };
-    // Lists, because tasks made inside this one go in about the order in which they came,
-    // and because calling must not fail for want of memory.
-    struct callback_lists {
-        std::list<cancellation_callback*> kept;
-        std::list<cancellation_callback*> to_be_called;
-    };
 
     void call_callbacks(aftermath& after);
 
@@ -53,7 +48,7 @@ private:
     // running nowhere. Recursive: callbacks add and remove callbacks.
     platform::critical_section callbacks_guard_;
     // Null as long as nobody wants to hear of it, as with most tasks.
-    std::unique_ptr<callback_lists> callbacks_ ZEL_GUARDED_BY(callbacks_guard_);
+    std::unique_ptr<callback_list> callbacks_ ZEL_GUARDED_BY(callbacks_guard_);
 };
 
 } // namespace zel::tasklib

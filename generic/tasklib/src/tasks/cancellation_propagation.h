@@ -12,7 +12,7 @@ namespace zel::tasklib {
 /// Cancels `made` when the task that the calling thread is inside of is canceled,
 /// at once if it is already, for as long as somebody holds the result (a moment longer where
 /// that is being canceled just then). Null outside of tasks. Keeps neither of the two alive.
-std::shared_ptr<keep_registered>
+[[nodiscard]] std::shared_ptr<keep_registered>
 register_cancellation_callback(tasks_core_module& library,
                                const std::shared_ptr<cancellation_ifc>& made);
 

@@ -30,6 +30,36 @@ TEST(Cancellation, CallsEachCallbackOnceInOrderButThoseThatAreRemovedMeanwhile) 
     EXPECT_EQ(called, "ac");
 }
 
+TEST(Cancellation, CallsWhatWasThereAtItsBeginningAndIsThereAgainWhenItsTurnComes) {
+    cancellation_base object;
+    std::string called;
+    callback b([&] { called += 'b'; }), c([&] { called += 'c'; }), twice([&] { called += 't'; }),
+        late([&] { called += 'l'; });
+    callback a([&] {
+        called += 'a';
+        for (auto* removed : {&a, &b, &c, &twice})
+            object.remove_callback(removed);
+        for (auto* added : {&a, &b, &late})
+            object.add_callback(added);
+    });
+    for (auto* added : {&a, &twice, &b, &c, &twice})
+        object.add_callback(added);
+    object.cancel();
+    EXPECT_EQ(called, "atbt");
+}
+
+TEST(Cancellation, FindsACallbackAmongManyWithoutASearch) {
+    cancellation_base object;
+    std::vector<callback> many(200'000, callback([] { ADD_FAILURE(); }));
+    const auto began = std::chrono::steady_clock::now();
+    for (auto& each : many)
+        object.add_callback(&each);
+    for (auto each = many.rbegin(); each != many.rend(); ++each)
+        object.remove_callback(&*each);
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(30));
+    object.cancel();
+}
+
 TEST(Cancellation, LetsACallbackGoWhenItIsNotRunningOnAnotherThread) {
     cancellation_base object;
     signal inside, go_on;

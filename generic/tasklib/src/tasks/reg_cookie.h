@@ -10,6 +10,6 @@ namespace zel::tasklib {
 
 /// A cookie that runs the action once, when its last reference goes. What the
 /// action throws is logged; the destruction goes on.
-std::shared_ptr<keep_registered> make_reg_cookie(std::function<void()> action);
+[[nodiscard]] std::shared_ptr<keep_registered> make_reg_cookie(std::function<void()> action);
 
 } // namespace zel::tasklib

@@ -9,7 +9,7 @@ namespace zel::tasklib {
 
 namespace {
 
-// Also when the thread is unwound while it waits.
+// Cancels the task unless `started` is called, even if the thread is unwound while it waits.
 class canceling_unless_started {
 public:
     explicit canceling_unless_started(task_ifc& task) noexcept : task_(task) {}

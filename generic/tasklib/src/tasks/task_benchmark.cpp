@@ -143,6 +143,19 @@ void pending_tasks_end(benchmark::State& state) {
     }
 }
 
+// A part that makes one more task while so many of its own are still to run.
+void child_task(benchmark::State& state) {
+    const auto processor = get_task_processor();
+    const auto part = make_task("part", nullptr, [&] {
+        std::vector<task<void>> outstanding;
+        for (std::int64_t i = 0; i < state.range(0); ++i)
+            outstanding.push_back(make_task("child", nullptr, [] {}));
+        for (auto _ : state)
+            benchmark::DoNotOptimize(make_task("child", nullptr, [] {}));
+    });
+    processor->execute(part.share(), true);
+}
+
 } // namespace
 
 BENCHMARK(asio_post)
@@ -167,3 +180,4 @@ BENCHMARK(pending_tasks_end)
     ->Iterations(1)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(child_task)->ArgName("outstanding")->Arg(0)->Arg(1'000)->Arg(32'000);

@@ -7,7 +7,8 @@ namespace zel::tasklib {
 
 task_container::~task_container() {
     const platform::no_cancellation to_the_end;
-    // Tasks that the library itself waited for and canceled when it ended are left.
+    // When the task library has ended, nothing is left to wait for: it has canceled the
+    // tasks and waited for them itself.
     platform::guarded([&] { end_and_wait({}); });
 }
 

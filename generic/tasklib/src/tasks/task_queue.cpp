@@ -26,9 +26,10 @@ constexpr threading::universal_timeout patience_of_producers{false, 5'000'000};
 // when the thread is unwound from inside a task.
 class task_queue::runner {
 public:
-    explicit runner(task_queue& queue) noexcept : queue_(queue) {}
+    explicit runner(task_queue& queue) noexcept
+        : queue_(queue), runs_(queue.enter_runners(*this)) {}
     ~runner() {
-        if (!has_left_) {
+        if (runs_) {
             platform::scoped_lock inside(queue_.guard_);
             queue_.leave_runners();
         }
@@ -36,22 +37,43 @@ public:
     runner(const runner&) = delete;
     runner& operator=(const runner&) = delete;
 
-    void found_empty() noexcept { has_left_ = true; }
+    bool runs() const noexcept { return runs_; }
+    void found_empty() noexcept { runs_ = false; }
 
 private:
+    friend class task_queue; // which links it
+
     task_queue& queue_;
-    bool has_left_ = false;
+    const platform::thread_id thread_ = platform::this_thread_id();
+    runner* next_ = nullptr;
+    bool runs_;
 };
 
 bool task_queue::push(const std::shared_ptr<task_ifc>& task) {
     wait_for_room();
     platform::scoped_lock inside(guard_);
+    return store(task);
+}
+
+push_outcome task_queue::try_push(const std::shared_ptr<task_ifc>& task) {
+    platform::scoped_lock inside(guard_);
+    if (stored_.size() > roomy)
+        return push_outcome::full;
+    return store(task) ? push_outcome::needs_runner : push_outcome::stored;
+}
+
+// True when there may be one more runner.
+bool task_queue::store(const std::shared_ptr<task_ifc>& task) {
     stored_.push_back(task);
     count_.store(stored_.size(), std::memory_order_relaxed);
     if (stored_.size() > roomy)
         not_full_.reset();
     task->set_queue(this);
-    return runners_.size() < runner_limit_;
+    return runner_count_ < runner_limit_;
+}
+
+versioned_ifc* task_queue::query_interface(const interface_id& wanted) {
+    return wanted == versioned_ifc::id || wanted == task_queue_room_ifc::id ? this : nullptr;
 }
 
 // Producers and runners that are about equally quick meet a full or an empty queue
@@ -75,9 +97,9 @@ void task_queue::wait_for_room() {
 }
 
 void task_queue::run_all_stored_tasks(const std::shared_ptr<task_processor_ifc>& processor) {
-    if (!enter_runners())
-        return;
     runner self(*this);
+    if (!self.runs())
+        return;
     const platform::own_code_only between_the_tasks;
     while (const auto task = take_next()) {
         try {
@@ -97,7 +119,7 @@ bool task_queue::needs_runner(const void* owner) {
     platform::scoped_lock inside(guard_);
     if (!expecting_owner_)
         expecting_owner_ = owner;
-    return owner != expecting_owner_ || std::ssize(runners_) + expected_runners_ < runner_limit_;
+    return owner != expecting_owner_ || runner_count_ + expected_runners_ < runner_limit_;
 }
 
 void task_queue::runner_submitted(const void* owner) noexcept {
@@ -110,16 +132,26 @@ void task_queue::runner_came(const void* owner) noexcept {
     expected_runners_ -= owner == expecting_owner_ ? 1 : 0;
 }
 
-bool task_queue::enter_runners() {
+bool task_queue::enter_runners(runner& entering) noexcept {
     platform::scoped_lock inside(guard_);
-    if (runners_.size() >= runner_limit_ || stored_.empty())
+    if (runner_count_ >= runner_limit_ || stored_.empty())
         return false;
-    runners_.push_back(platform::this_thread_id());
+    entering.next_ = std::exchange(runners_, &entering);
+    ++runner_count_;
     return true;
 }
 
-void task_queue::leave_runners() {
-    std::erase(runners_, platform::this_thread_id());
+// With all entries of the thread, which may have come back from inside a task.
+void task_queue::leave_runners() noexcept {
+    const auto leaving = platform::this_thread_id();
+    for (runner** place = &runners_; *place;) {
+        if ((*place)->thread_ == leaving) {
+            *place = (*place)->next_;
+            --runner_count_;
+        } else {
+            place = &(*place)->next_;
+        }
+    }
 }
 
 // Leaves the runners in the same step in which the queue is found empty, so that a

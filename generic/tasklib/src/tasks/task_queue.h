@@ -11,7 +11,6 @@
 
 #include <atomic>
 #include <deque>
-#include <vector>
 
 namespace zel::tasklib {
 
@@ -19,7 +18,7 @@ namespace zel::tasklib {
 inline constexpr const char* queue_runner_name = "@task queue";
 
 /// Destroying it releases stored tasks without running them.
-class task_queue final : public task_queue_ifc {
+class task_queue final : public task_queue_ifc, public task_queue_room_ifc {
 public:
     /// `runner_limit` threads at most run its tasks at once.
     explicit task_queue(std::uint32_t runner_limit) noexcept : runner_limit_(runner_limit) {}
@@ -30,6 +29,10 @@ public:
     void runner_submitted(const void* owner) noexcept override;
     void runner_came(const void* owner) noexcept override;
 
+    versioned_ifc* query_interface(const interface_id& wanted) override;
+    std::size_t length() const noexcept override { return count_.load(std::memory_order_relaxed); }
+    push_outcome try_push(const std::shared_ptr<task_ifc>& task) override;
+
 private:
     class runner;
 
@@ -38,8 +41,9 @@ private:
     void wait_for_room();
     template <class Condition>
     bool comes_soon(const Condition& holds) const noexcept;
-    bool enter_runners();
-    void leave_runners() ZEL_REQUIRES(guard_);
+    bool store(const std::shared_ptr<task_ifc>& task) ZEL_REQUIRES(guard_);
+    bool enter_runners(runner& entering) noexcept;
+    void leave_runners() noexcept ZEL_REQUIRES(guard_);
     std::shared_ptr<task_ifc> take_next();
 
     const std::string name_; // shown by debuggers
@@ -47,10 +51,13 @@ private:
     // Guards all below. Never held while a task runs or a producer waits.
     platform::plain_lock guard_;
     std::deque<std::shared_ptr<task_ifc>> stored_ ZEL_GUARDED_BY(guard_);
-    // The number of stored tasks. Written under the guard; relaxed for producers that
-    // only look, because room may be gone again anyway.
+    // The number of stored tasks. Written under the guard; relaxed for those who only
+    // look, because it may have changed again anyway.
     std::atomic<std::size_t> count_{0};
-    std::vector<platform::thread_id> runners_ ZEL_GUARDED_BY(guard_);
+    // Those that run stored tasks now, linked on their own stacks: a runner that could not
+    // be noted down for want of memory would leave the tasks behind.
+    runner* runners_ ZEL_GUARDED_BY(guard_) = nullptr;
+    std::uint32_t runner_count_ ZEL_GUARDED_BY(guard_) = 0;
     // Runners of the first owner that have been submitted and have not begun; below zero
     // when one began first. It takes a while to wake a thread for one, in which each push
     // would submit another. Others than the first owner do without.
@@ -66,8 +73,8 @@ task<void> submit_run_queue_tasks(const std::shared_ptr<task_container_ifc>& con
                                   const std::shared_ptr<task_processor_ifc>& processor,
                                   const std::shared_ptr<task_queue_ifc>& queue);
 
-/// The same where a push has told the need for it, unless a runner of the container
-/// is on its way already.
+/// Called when `push` has returned true. The same, unless a runner of the container has
+/// been submitted already and will come to all that is stored.
 void ensure_runner(const std::shared_ptr<task_container_ifc>& container,
                    const std::shared_ptr<task_processor_ifc>& processor,
                    const std::shared_ptr<task_queue_ifc>& queue);

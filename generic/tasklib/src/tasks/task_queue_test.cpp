@@ -1,4 +1,5 @@
 #include "generic/tasklib/src/tasks/task_support_test.h"
+#include "tests/support/scarce_memory.h"
 
 #include <platform/process.h>
 
@@ -37,6 +38,32 @@ TEST_F(TaskQueue, AsksForRunnersUntilItHasEnoughAndAgainWhenTheyHaveLeft) {
     push([&] { EXPECT_TRUE(push([] {})) << "a second one may come"; });
     queue->run_all_stored_tasks(processor);
     EXPECT_TRUE(push([] {}));
+}
+
+TEST_F(TaskQueue, IsRunWithoutMemory) {
+    int ran = 0;
+    push([&] { ++ran; });
+    const auto run = [&] { EXPECT_NO_THROW(queue->run_all_stored_tasks(processor)); };
+    zel::test::failures_of(run, zel::test::shortage::lasting);
+    EXPECT_EQ(ran, 1);
+    owner->end_and_wait({});
+}
+
+TEST_F(TaskQueue, TellsItsLengthAndRefusesATaskInsteadOfWaitingForRoom) {
+    auto* const room_of_it = room_of(*queue);
+    ASSERT_TRUE(room_of_it);
+    std::string outcomes;
+    push([&] { // the runner is there, and has taken this one
+        for (int i = 0; i < 1026; ++i)
+            outcomes += std::to_string(static_cast<int>(room_of_it->try_push(make([] {}))));
+        EXPECT_EQ(room_of_it->length(), 1025u);
+    });
+    EXPECT_EQ(room_of_it->length(), 1u);
+    queue->run_all_stored_tasks(processor);
+    EXPECT_EQ(outcomes, std::string(1025, '1') + '0');
+    EXPECT_EQ(room_of_it->length(), 0u);
+    EXPECT_EQ(room_of_it->try_push(make([] {})), push_outcome::needs_runner);
+    owner->end_and_wait({});
 }
 
 TEST_F(TaskQueue, ForgetsNoTaskThatComesJustWhenTheRunnerLeaves) {

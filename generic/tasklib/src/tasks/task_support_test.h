@@ -46,6 +46,7 @@ struct waiting_room final : task_processor_ifc, std::enable_shared_from_this<wai
     void submit(const shared_task& task, std::uint32_t) override {
         if (is_closed)
             throw exceptions::fatal("closed");
+        on_submit();
         task->set_submitter(shared_from_this());
         tasks.push_back(task);
     }
@@ -57,6 +58,7 @@ struct waiting_room final : task_processor_ifc, std::enable_shared_from_this<wai
     bool is_closed = false;
     std::vector<shared_task> tasks;
     std::function<void(const shared_task&)> executes;
+    std::function<void()> on_submit = [] {};
 };
 
 /// What the diagnostic observers are told, one thread after another.

@@ -1,5 +1,7 @@
 #include "generic/tasklib/src/tasks/task_support_test.h"
 
+#include <platform/process.h>
+
 #include <deque>
 #include <latch>
 
@@ -72,6 +74,7 @@ TEST(Task, DoesAllOfARunButItsBodyWhenThatIsSkipped) {
     auto without_processor =
         make_task("", nullptr, [held = std::shared_ptr<int>(nullptr, look)] {});
     first.share()->add_follow_up(submitted.share(), room);
+    room->on_submit = [&] { EXPECT_EQ(first.share()->get_container(), first.container); };
     first.share()->add_follow_up(without_processor.share(), nullptr);
     first.share()->add_follow_up(refused.share(), closed);
     EXPECT_TRUE(room->tasks.empty());
@@ -79,6 +82,8 @@ TEST(Task, DoesAllOfARunButItsBodyWhenThatIsSkipped) {
     EXPECT_TRUE(first.is_over() && without_processor.wait(at_once) && refused.is_over());
     EXPECT_FALSE(was_over) << "what follows a task starts before it has ended";
     EXPECT_EQ(first.bodies, 0);
+    EXPECT_EQ(first.share()->get_container(), nullptr);
+    room->on_submit = [] {};
     first.share()->add_follow_up(late.share(), room);
     EXPECT_EQ(room->tasks, (std::vector<shared_task>{submitted.share(), late.share()}));
 }
@@ -102,6 +107,42 @@ TEST(Task, BelongsToOnePlaceAndIsCanceledWhenThatRefusesIt) {
     const auto queue = std::make_shared<task_queue>(1);
     EXPECT_THROW(store_or_cancel(stored.share(), queue, nullptr, room), exceptions::fatal);
     EXPECT_TRUE(task.is_over() && stored.is_over());
+}
+
+// Asks the task about itself when it goes.
+struct curious_place final : task_submitter_ifc {
+    explicit curious_place(basic_task& task) : submitted(task) {}
+    ~curious_place() override { submitted.get_submitter(); }
+    void withdraw(task_ifc&) override {}
+    basic_task& submitted;
+};
+
+TEST(Task, ReleasesAPlaceWithoutItsLockWhenThatGoesWhileItIsCompared) {
+    const sample task;
+    const auto other = std::make_shared<waiting_room>();
+    std::atomic<int> refusals{0};
+    std::atomic<bool> is_over{false};
+    watched_thread refused([&] {
+        while (!is_over)
+            try {
+                task.share()->set_submitter(other);
+                task.share()->take_submitter();
+            } catch (const task_is_already_submitted&) {
+                ++refusals;
+            }
+    });
+    for (int round = 0; round < 30; ++round) {
+        auto place = std::make_shared<curious_place>(*task.share());
+        while (task.share()->get_submitter() != place)
+            try {
+                task.share()->set_submitter(place);
+            } catch (const task_is_already_submitted&) {
+            }
+        for (const int before = refusals; refusals < before + 1 + round % 3;)
+            platform::pause_processor();
+        place.reset(); // most likely while the other thread is being refused
+    }
+    is_over = true;
 }
 
 TEST(Task, ReportsWhatItsBodyThrewToTheHostOrTheLogAndAgainWhenNobodyFetchedIt) {

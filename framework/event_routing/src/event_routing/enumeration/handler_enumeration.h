@@ -10,7 +10,7 @@
 
 namespace zel::event_routing::impl {
 
-/// Whose handlers are listed.
+/// The services whose handlers are listed.
 struct enumerated_services {
     IEventRouting& events;
     const named_event_routings& named_events;

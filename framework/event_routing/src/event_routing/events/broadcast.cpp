@@ -25,7 +25,7 @@ constinit log::source_position
 // heap.
 constexpr std::size_t usual_memory = 2048;
 
-// As a number of milliseconds: no limit.
+// This number of milliseconds stands for no limit.
 constexpr std::uint32_t no_limit = 0xFFFFFFFF;
 
 } // namespace
@@ -65,14 +65,15 @@ void EventRoutingImpl::broadcast::choose_parameters() {
     tells_monitors_ = true;
 }
 
-// The same handlers as the last time, if no registration has changed since. After the
-// monitors: one that came after a handler is told of that handler.
+// Finds the same handlers as the last time, if no registration has changed since. It comes
+// after the snapshot of the monitors, so that each of these is told of every handler that
+// was registered before the monitor.
 void EventRoutingImpl::broadcast::recall_handlers() {
     generation_ = service_.routing_lock_.current_generation();
     matches_ = service_.records_.recall(at_the_end_.visitor, generation_);
 }
 
-// Empty ones are no paths.
+// Empty pieces are no paths.
 template <class Use>
 void EventRoutingImpl::broadcast::split_paths(const Use& use) const {
     text::for_each_piece(paths_, ";", [&](std::string_view path) {
@@ -149,7 +150,8 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
     const auto task = tasklib::make_task(
         "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
         asynchronous_part(matches_->shared_from_this(), handler, data_, *parameters_, monitors_));
-    // Who waits for a part of a queue that he holds up himself would wait for ever.
+    // A broadcast that waits goes past the queue: it may itself come from a part of that
+    // queue, which would then wait for a part that cannot start before it has ended.
     if (queue && !patience_)
         tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
     else

@@ -121,7 +121,8 @@ BENCHMARK(asio_post_event)->UseRealTime()->Unit(benchmark::kMillisecond);
 void register_and_drop(benchmark::State& state) {
     service all;
     for (auto _ : state)
-        all.events->RegisterEventHandler(nullptr, usual_path, nullptr, nullptr, "comes and goes");
+        all.events->RegisterEventHandler(nullptr, usual_path, nullptr, nullptr, "comes and goes")
+            .reset();
 }
 BENCHMARK(register_and_drop);
 
@@ -144,7 +145,7 @@ void churn_among_many(benchmark::State& state) {
     });
     const std::string path = four_level_path(registered / 3, registered);
     for (auto _ : state)
-        all.events->RegisterEventHandler(nullptr, path, nullptr, nullptr, "comes and goes");
+        all.events->RegisterEventHandler(nullptr, path, nullptr, nullptr, "comes and goes").reset();
 }
 BENCHMARK(churn_among_many)->ArgName("registered")->Arg(100'000)->UseRealTime();
 

@@ -15,8 +15,8 @@ using event_monitors = MonitorHandlers<void(const std::string& path, const event
                                             const routing_parameters& parameters,
                                             const monitor::event_handling_info_2& info)>;
 
-/// Of one part of one handler. Begins when it is made, if there are monitors;
-/// otherwise it reads no clock and `end` does nothing.
+/// Measures one part of one handler, from the making of the object to `end`. Without
+/// monitors it reads no clock, and `end` does nothing.
 class measurement_scope {
 public:
     explicit measurement_scope(const event_monitors::snapshot& monitors) : monitors_(monitors) {

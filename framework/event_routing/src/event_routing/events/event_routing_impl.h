@@ -29,13 +29,13 @@ public:
     void BroadcastCumulativeEvent(threading::universal_timeout delay, const std::string& path,
                                   const event_data& data, const routing_parameters& parameters,
                                   const std::shared_ptr<tasklib::keep_registered>& keep) override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterEventHandler(const std::shared_ptr<tasklib::task_queue_ifc>& queue,
                          const std::string& path, const synchronous_event_part& synchronous_part,
                          const asynchronous_event_part& asynchronous_part,
                          const std::string& description) override;
     std::vector<std::pair<std::string, std::string>> GetEventHandlers() override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(event_monitor monitor) override;
     bool EndAndWaitForHandlers() override;
 
@@ -49,7 +49,7 @@ private:
     broadcast_records records_;
     routing_lock routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
-    // Of asynchronous parts and deliveries, which hold the service only while they run.
+    // Holds asynchronous parts and deliveries; these hold the service only while they run.
     std::shared_ptr<tasklib::task_container> tasks_;
     // Relaxed: saves making a task that the container would cancel, even when there is no
     // task library any more to make it.

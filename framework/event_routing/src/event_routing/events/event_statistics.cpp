@@ -16,11 +16,12 @@ constinit log::source_position
 
 constexpr std::size_t most_shown = 5;
 
-// With one decimal, cut off.
+// Minutes with one decimal; the others are cut off.
 double minutes_since(tasklib::unbiased_clock::time_point start) {
     const auto elapsed = tasklib::unbiased_clock::now() - start;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-    return static_cast<double>(seconds / 6) / 10.0;
+    const auto tenths = seconds / 6;
+    return static_cast<double>(tenths) / 10.0;
 }
 
 } // namespace
@@ -31,8 +32,11 @@ std::string report_of(const statistics_data_t& period) {
         counts[period.text_of(counted)] += counted.count;
     std::vector<std::pair<std::string_view, std::uint32_t>> top(
         std::min(counts.size(), most_shown));
-    std::partial_sort_copy(counts.begin(), counts.end(), top.begin(), top.end(),
-                           [](const auto& a, const auto& b) { return a.second > b.second; });
+    // Among equal counts the earlier path, so that the same broadcasts make the same report.
+    std::partial_sort_copy(
+        counts.begin(), counts.end(), top.begin(), top.end(), [](const auto& a, const auto& b) {
+            return a.second != b.second ? a.second > b.second : a.first < b.first;
+        });
     // Formatted the same whatever the host's locale is.
     std::string text =
         fmt::format("Event routing statistic (in last {:g} minutes):\n"

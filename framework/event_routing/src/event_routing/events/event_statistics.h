@@ -5,8 +5,10 @@
 // broadcasts.
 #pragma once
 
-#include "generic/tasklib/src/tasks/deadline.h"
+#include <tasklib/unbiased_clock.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -14,24 +16,30 @@
 
 namespace zel::event_routing::impl {
 
-inline constexpr threading::universal_timeout an_hour{false, 3'600'000'000};
-
 /// One period.
 struct statistics_data_t {
+    using time_point = tasklib::unbiased_clock::time_point;
+
     struct path_count {
         std::size_t begin; ///< in the texts
         std::size_t length;
         std::uint32_t count;
     };
 
-    tasklib::unbiased_clock::time_point start = tasklib::unbiased_clock::now();
-    tasklib::unbiased_clock::time_point deadline = tasklib::deadline(an_hour).moment();
+    time_point start = tasklib::unbiased_clock::now();
+    time_point deadline = an_hour_after(start);
     /// A path may stand here several times; the report adds them up.
     std::vector<path_count> path_counts;
     /// The paths as BroadcastEvent was given them, in one row: a new one costs a copy and
     /// as a rule no allocation.
     std::string texts;
     std::uint32_t total_count = 0;
+
+    /// The last moment there is where the clock does not go further.
+    static time_point an_hour_after(time_point moment) noexcept {
+        constexpr std::chrono::hours hour(1);
+        return std::min(moment, time_point::max() - hour) + hour;
+    }
 
     std::string_view text_of(const path_count& counted) const {
         return std::string_view(texts).substr(counted.begin, counted.length);

@@ -41,6 +41,14 @@ TEST_F(EventStatistics, AreReportedAtTheEndOfTheService) {
     EXPECT_TRUE(reports().back().ends_with("count: 0\n\tTop 0 paths:"));
 }
 
+TEST_F(EventStatistics, PreferTheEarlierOfPathsThatWereBroadcastAsOften) {
+    for (const char* const path : {"g", "c", "a", "f", "e", "b", "d", "g"})
+        broadcast(path);
+    events.reset();
+    EXPECT_TRUE(reports().back().ends_with("Top 5 paths:\n\t\t     2  g\n\t\t     1  a\n\t\t     "
+                                           "1  b\n\t\t     1  c\n\t\t     1  d"));
+}
+
 TEST_F(EventStatistics, EndAPeriodWithItsThousandthBroadcastAndCountNestedOnesFirst) {
     auto outer = listen("outer", [this](auto&&...) {
         broadcast("inner");
@@ -60,6 +68,14 @@ TEST_F(EventStatistics, EndAPeriodWithItsThousandthBroadcastAndCountNestedOnesFi
     outer.reset();
     events.reset();
     EXPECT_NE(reports().back().find("count: 1\n"), std::string::npos) << "counted from anew";
+}
+
+TEST(EventStatisticsPeriod, EndsAnHourAfterItsStartAlsoWhereTheClockGoesOnBetweenTwoLooks) {
+    const platform::clock_replacement hasty(platform::clock::unbiased_time, [] {
+        return platform::clock_reading(stopped_clock::ticks += 7 * minute);
+    });
+    const statistics_data_t period;
+    EXPECT_EQ(period.deadline - period.start, std::chrono::hours(1));
 }
 
 TEST_F(EventStatistics, EndAPeriodWithTheFirstBroadcastAfterAnHour) {

@@ -36,12 +36,12 @@ bool is_numbered(const routing_parameters& parameters) {
     return !parameters.empty() && parameters.contains("monitoring_message_id");
 }
 
-void store_message_number(routing_parameters& parameters, std::uint32_t number) {
+void overwrite_message_number(routing_parameters& parameters, std::uint32_t number) {
     const auto id = parameters.insert_or_assign("monitoring_message_id", number).first;
     parameters.insert_or_assign(std::next(id), "monitoring_message_pid", platform::process_id());
 }
 
-void add_message_number(routing_parameters& parameters, std::uint32_t number) {
+void fill_in_message_number(routing_parameters& parameters, std::uint32_t number) {
     parameters.try_emplace("monitoring_message_id", number);
     parameters.try_emplace("monitoring_message_pid", platform::process_id());
 }

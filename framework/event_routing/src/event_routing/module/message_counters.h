@@ -16,10 +16,10 @@ std::uint32_t next_snowball_message_id() noexcept;
 /// Whether a message has its number already: one that was forwarded keeps it.
 bool is_numbered(const routing_parameters& parameters);
 
-/// Stores the number and that of the process; together they name a message across
-/// processes.
-void store_message_number(routing_parameters& parameters, std::uint32_t number);
-/// The same, but what is there already stays.
-void add_message_number(routing_parameters& parameters, std::uint32_t number);
+/// Stores the number and that of the process, which together name a message across
+/// processes. What the map has under their names is lost.
+void overwrite_message_number(routing_parameters& parameters, std::uint32_t number);
+/// Stores only what is missing of the two: what the map has under their names stays.
+void fill_in_message_number(routing_parameters& parameters, std::uint32_t number);
 
 } // namespace zel::event_routing::impl

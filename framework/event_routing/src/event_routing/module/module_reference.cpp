@@ -53,11 +53,6 @@ ThisModule::~ThisModule() {
         });
 }
 
-const mi::LibraryDescriptor& ThisModule::GetLibraryDescriptor() const {
-    static const mi::LibraryDescriptor descriptor;
-    return descriptor;
-}
-
 std::shared_ptr<IEventRouting> ThisModule::GetEventRouting() {
     return event_routing_;
 }

@@ -24,7 +24,6 @@ public:
     /// default event service.
     ~ThisModule() override;
 
-    const mi::LibraryDescriptor& GetLibraryDescriptor() const override;
     void ReservedHook1() override {}
     void ReservedHook2() override {}
     std::shared_ptr<IEventRouting> GetEventRouting() override;

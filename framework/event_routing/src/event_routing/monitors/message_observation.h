@@ -20,7 +20,8 @@
 
 namespace zel::event_routing::impl {
 
-/// The monitors of the moment in which it is made are told, once. `Info` is their record.
+/// Tells the monitors that there are when it is made, once. `Info` is the record that they
+/// are given.
 template <class Info>
 class message_observation {
 public:
@@ -42,7 +43,7 @@ public:
     /// Numbers the message unless nobody is told or it has a number.
     void add_number(working_parameters& parameters, std::uint32_t (*next_number)() noexcept) const {
         if (*this && !is_numbered(*parameters))
-            add_message_number(parameters.copy(), next_number());
+            fill_in_message_number(parameters.copy(), next_number());
     }
 
     /// Only where there is somebody to tell. Failures of monitors go to the diagnostic

@@ -41,7 +41,7 @@ public:
     /// The monitor is told of messages that start from now on, until the cookie is
     /// dropped; that waits for its calls on other threads. The cookie does not keep
     /// this object alive.
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(std::function<Signature> callable);
 
     /// Run by the cookie. Does nothing for a monitor that is not registered.

@@ -51,7 +51,7 @@ public:
             renumber(*copy_, number);
         } else {
             copy_ = std::make_unique<routing_parameters>(original);
-            store_message_number(*copy_, number);
+            overwrite_message_number(*copy_, number);
         }
         may_be_kept_ = is_alike; // complete, that is
         return *copy_;

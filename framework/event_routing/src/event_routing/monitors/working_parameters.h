@@ -23,7 +23,7 @@ public:
         return *copy_;
     }
 
-    /// Whether it was there.
+    /// True if the parameter was there.
     bool erase(const std::string& key) {
         if (!(*this)->contains(key))
             return false;

@@ -103,10 +103,11 @@ bool RequestRoutingImpl::request::CheckRequestResult(bool processed) const {
 // Handlers that came since take part, and those that went do not.
 void RequestRoutingImpl::request::update_matches() {
     const auto present = service_.routing_lock_.current_generation();
-    if (!matches_)
-        matches_ = service_.matches_of(text_key(path_));
-    else if (matches_->generation != present || !routing_lock::is_stable(present))
-        matches_ = service_.matches_of(text_key(*matches_));
+    if (matches_ && matches_->generation == present && routing_lock::is_stable(present))
+        return;
+    const text_key key = matches_ ? text_key(*matches_) : text_key(path_);
+    renewed_ = service_.matches_of(key);
+    matches_ = renewed_.get();
 }
 
 bool RequestRoutingImpl::request::RunPriorityGroups(std::span<const request_match> handlers) {

@@ -16,10 +16,11 @@ public:
             request_answer& response, request_answer& error_response,
             const routing_parameters& parameters)
         : service_(service), names_(service.parameter_names_),
-          matches_(remembered_matches(service.records_, service.routing_lock_, text_key(path))),
-          data_(data), response_(response), error_response_(error_response),
-          callers_parameters_(parameters), parameters_(parameters) {
-        if (!matches_)
+          remembered_(remembered_matches(service.records_, service.routing_lock_, text_key(path))),
+          matches_(remembered_.get()), data_(data), response_(response),
+          error_response_(error_response), callers_parameters_(parameters),
+          parameters_(parameters) {
+        if (!remembered_)
             path_ = path;
     }
     request(const request&) = delete;
@@ -45,14 +46,17 @@ private:
     bool call_handler(const request_handler& handler);
     void enter_stage(std::int32_t stage);
 
-    /// Given to handlers and monitors. Not the caller's text, which may lie in an output.
-    const std::string& path() const noexcept { return matches_ ? matches_->text : path_; }
+    /// Given to handlers and monitors, the same text to all of them: one of them may keep a
+    /// view of it until the request ends. Not the caller's, which may lie in an output.
+    const std::string& path() const noexcept { return remembered_ ? remembered_->text : path_; }
 
     RequestRoutingImpl& service_;
     observation observed_{*service_.monitors_};
     const parameter_names& names_;
-    std::string path_;                               // until there are matches
-    std::shared_ptr<const request_matches> matches_; // as they were when a pass began
+    std::string path_; // where nothing was remembered when the request began
+    std::shared_ptr<const request_matches> remembered_; // what was, and has the path
+    std::shared_ptr<const request_matches> renewed_;    // for the registrations since then
+    const request_matches* matches_; // one of the two, as they were when a pass began
     const request_data& data_;
     request_answer& response_;
     request_answer& error_response_;

@@ -1,4 +1,4 @@
-// What a request fails with.
+// The exceptions with which a request fails.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/requests/request_matches.h"

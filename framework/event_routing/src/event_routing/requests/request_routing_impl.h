@@ -44,7 +44,8 @@ private:
 
     using observation = message_observation<monitor::request_handling_info_3>;
 
-    /// Of the parameters that steer a request: a look-up needs them as strings.
+    /// The names of the parameters that steer a request. A look-up needs strings, which are
+    /// made once here.
     struct parameter_names {
         const std::string suppression = "supress_not_processed_exception";
         const std::string local_preference = "prefer_local_request_handlers";

@@ -1,10 +1,10 @@
 // What a service remembers of the texts that it was given to route: what each of them
 // matched.
 //
-// Matches hold for one generation of the registrations, which every change ends. They
-// are immutable and shared, so whoever got them keeps them as long as it likes. Their
-// number is bounded; beyond the bound, and for very large ones, matching is done anew
-// each time.
+// Matches hold for one generation of the registrations, and every change of these begins
+// another one. Matches are immutable and shared, so whoever got them keeps them as long as
+// it likes. Their number is bounded; texts beyond the bound, and those that match very
+// many handlers, are matched anew each time.
 //
 //     struct matches_of_request : matches_of_text {
 //         using matches_of_text::matches_of_text;
@@ -92,11 +92,11 @@ private:
         pointer matches;
     };
 
-    // Where very many more texts than these are routed in turn, to match anew is
-    // cheaper than to look for what has long left the processor's caches.
+    // When many more texts than these are routed in turn, what is remembered of one has left
+    // the processor's caches before the text comes again: matching anew is cheaper then.
     static constexpr std::size_t most_texts = 16'384;
 
-    // So that all together stay in bounds.
+    // Matches beyond these are not remembered, which bounds the memory of all together.
     static constexpr std::size_t most_handlers = 256;
     static constexpr std::size_t longest_text = 4096;
 
@@ -114,7 +114,7 @@ private:
     // look-up reads one, and then what it has found.
     std::vector<slot> slots_ = std::vector<slot>(64);
     std::size_t count_ = 0;
-    std::size_t hand_ = 0; // of the clock: who stands there goes next
+    std::size_t hand_ = 0; // goes round like a clock's; the text that it points to goes next
     std::uint32_t refusals_ = 0;
 };
 
@@ -193,7 +193,8 @@ public:
         return known && known->generation == generation ? known : nullptr;
     }
 
-    /// For others; see match_table. Throws when memory is short, and changes nothing.
+    /// Remembers matches for later messages; see match_table. Throws when memory is short,
+    /// and changes nothing then.
     void remember(const pointer& matches) {
         pointer replaced; // goes when the guard is free
         platform::scoped_lock inside(guard_);

@@ -1,6 +1,6 @@
-// Lets the n-th allocation of an operation fail, for every n it makes.
-#include "tests/support/failing_allocations.h"
+// What is left when an allocation of an operation fails, whichever it is.
 #include "tests/support/routing.h"
+#include "tests/support/scarce_memory.h"
 
 #include <future>
 

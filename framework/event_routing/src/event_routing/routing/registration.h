@@ -1,9 +1,9 @@
 // Registration cookies of the routing services.
 //
 // A cookie holds its service strongly and takes its handler out of the routing
-// map when it is destroyed. For all services: the routing lock is held only for the
-// unlinking and given back before running calls are waited for (retirable.h). A slow
-// handler thus delays the release of its own cookie only.
+// map when it is destroyed. In all services it holds the routing lock only for the
+// unlinking, and gives it back before it waits for running calls (retirable.h). So a slow
+// handler delays the release of its own cookie only.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/routing/routing_map.h"
@@ -23,7 +23,7 @@ void report_unregistration_failure(const std::exception_ptr& failure, std::strin
 
 class KeepRegisteredWithDescr : public tasklib::keep_registered {
 public:
-    /// For diagnostics: registration path, ", ", the registrant's description.
+    /// Shown in diagnostics: registration path, ", ", the registrant's description.
     const std::string& description() const noexcept { return description_; }
 
 protected:
@@ -54,7 +54,7 @@ public:
         owner_.reset(); // may be the last reference
     }
 
-    /// As the log names this cookie.
+    /// The name by which the log calls this cookie.
     static std::string own_type_name();
 
 private:

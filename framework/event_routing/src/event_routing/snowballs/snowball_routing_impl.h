@@ -32,11 +32,11 @@ public:
     void SendSnowball(const std::string& path, const snowball_data& data, snowball_result& response,
                       snowball_result& error_response,
                       const routing_parameters& parameters) override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterSnowballHandler(const std::string& path, const snowball_handler& handler,
                             const std::string& description) override;
     std::vector<std::pair<std::string, std::string>> GetSnowballHandlers() override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(snowball_monitor monitor) override;
     void WaitForTasks() override {}
 

@@ -8,13 +8,14 @@
 #include <algorithm>
 #include <gsl/util>
 #include <random>
+#include <utility>
 
 namespace zel::event_routing::impl {
 
 namespace {
 
-const IInWndProcWorkItem& required(const std::shared_ptr<IInWndProcWorkItem>& item,
-                                   const char* operation) {
+IInWndProcWorkItem& required(const std::shared_ptr<IInWndProcWorkItem>& item,
+                             const char* operation) {
     if (!item)
         throw exceptions::error(std::string("zel::event_routing::IInWndProcHandling::") +
                                 operation + ": the work item is null.");
@@ -45,11 +46,6 @@ InWndProcHandling::~InWndProcHandling() {
 
 std::shared_ptr<tasklib::keep_registered>
 InWndProcHandling::KeepHandlerRegistered(const std::shared_ptr<tasklib::keep_registered>& cookie) {
-    return StoreHandlerCookie(cookie);
-}
-
-std::shared_ptr<tasklib::keep_registered>
-InWndProcHandling::StoreHandlerCookie(const std::shared_ptr<tasklib::keep_registered>& cookie) {
     if (cookie) {
         const platform::scoped_lock inside(cookie_guard_);
         cookies_.push_back(cookie);
@@ -110,6 +106,14 @@ void InWndProcHandling::run_work(std::intptr_t item) {
         first.reset();
     });
     first->Execute();
+}
+
+std::intptr_t InWndProcHandling::pass_on(const window_call& call) {
+    const bool has_come_back = behind_ && innermost_ && *innermost_ == call;
+    const auto outer = std::exchange(innermost_, &call);
+    const auto left = gsl::finally([&] { innermost_ = outer; });
+    const auto procedure = has_come_back ? behind_ : previous_;
+    return procedure(window_, call.message, call.wparam, call.lparam);
 }
 
 } // namespace zel::event_routing::impl

@@ -19,6 +19,15 @@ struct work_message {
 /// Throws exceptions::error when no number is left for the message.
 const work_message& work_message_of_this_library();
 
+/// What a procedure is called with, beside its window.
+struct window_call {
+    platform::window_message message;
+    std::uintptr_t wparam;
+    std::intptr_t lparam;
+
+    bool operator==(const window_call&) const = default;
+};
+
 class InWndProcHandling final : public IInWndProcHandling,
                                 public std::enable_shared_from_this<InWndProcHandling> {
 public:
@@ -28,26 +37,36 @@ public:
     /// Releases the cookies and drops queued work.
     ~InWndProcHandling() override;
 
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     KeepHandlerRegistered(const std::shared_ptr<tasklib::keep_registered>& cookie) override;
     std::shared_ptr<tasklib::task_queue_ifc> GetTaskQueue() override { return queue_; }
     std::int32_t PostToWindow(const std::shared_ptr<IInWndProcWorkItem>& item) override;
     std::int32_t SendToWindow(const std::shared_ptr<IInWndProcWorkItem>& item) override;
 
-    /// Once, before others get at the object.
-    void set_previous(platform::window_procedure procedure) noexcept { previous_ = procedure; }
+    /// Once, before others get at the object. `behind` is null, or what the library's procedure
+    /// led to before the window outlived a destroy message.
+    void set_previous(platform::window_procedure procedure,
+                      platform::window_procedure behind) noexcept {
+        previous_ = procedure;
+        behind_ = behind;
+    }
     /// The window's procedure without the library's.
     platform::window_procedure previous() const noexcept { return previous_; }
+    /// On the window's thread: has that procedure handle what is none of ours.
+    std::intptr_t pass_on(const window_call& call);
     /// Of a work message: runs the item that it names, or the first that is queued.
     void run_work(std::intptr_t item);
 
 private:
-    std::shared_ptr<tasklib::keep_registered>
-    StoreHandlerCookie(const std::shared_ptr<tasklib::keep_registered>& cookie);
     void release(const std::shared_ptr<tasklib::keep_registered>& cookie);
 
     const platform::window_handle window_;
     platform::window_procedure previous_ = nullptr;
+    // The previous procedure may be one that was in front of the library's until the window
+    // outlived a destroy message, and still calls the library's. A call that comes back so
+    // would go round for ever, and goes here instead.
+    platform::window_procedure behind_ = nullptr;
+    const window_call* innermost_ = nullptr; // that is being passed on; of the window's thread
     const std::shared_ptr<tasklib::task_queue_ifc> queue_;
     platform::critical_section cookie_guard_; // not held while a cookie is released
     std::vector<std::shared_ptr<tasklib::keep_registered>> cookies_ ZEL_GUARDED_BY(cookie_guard_);

@@ -25,80 +25,100 @@ InWndProcHandlingManager::singleton& InWndProcHandlingManager::Global() {
 InWndProcHandlingManager::~InWndProcHandlingManager() {
     // Windows that are left go on calling the library's procedure: it must stay mapped.
     if (std::ranges::any_of(handlings_,
-                            [](const auto& entry) { return platform::window_exists(entry.first); }))
+                            [](const auto& one) { return platform::window_exists(one.first); }))
         mi::live_objects::add_object();
 }
 
 std::shared_ptr<InWndProcHandling>
 InWndProcHandlingManager::GetHandling(platform::window_handle window,
                                       const std::shared_ptr<IEventRouting>& events) {
-    // Released without a lock: its cookies may wait for handlers.
-    std::shared_ptr<InWndProcHandling> gone;
-    return Global().read([&](auto& manager) { return manager.find_or_make(window, events, gone); });
+    // What is left over is released here, without a lock: its cookies may wait for handlers.
+    Global().read([&](auto& manager) { return manager.take_left_over(window); });
+    return Global().read([&](auto& manager) { return manager.find_or_make(window, events); });
+}
+
+// A procedure in front may have kept destroy_message from the library's.
+std::shared_ptr<InWndProcHandling>
+InWndProcHandlingManager::take_left_over(platform::window_handle window) {
+    const platform::scoped_lock inside(guard_);
+    const auto known = handlings_.find(window);
+    if (known == handlings_.end() || platform::window_exists(window))
+        return nullptr;
+    const auto gone = std::move(known->second.handling);
+    handlings_.erase(known);
+    return gone;
 }
 
 std::shared_ptr<InWndProcHandling>
 InWndProcHandlingManager::find_or_make(platform::window_handle window,
-                                       const std::shared_ptr<IEventRouting>& events,
-                                       std::shared_ptr<InWndProcHandling>& gone) {
+                                       const std::shared_ptr<IEventRouting>& events) {
     const platform::scoped_lock inside(guard_);
     const auto known = handlings_.find(window);
-    // One that is being destroyed has its entry until it has been told so.
-    if (known != handlings_.end() && platform::window_exists(window))
-        return known->second;
-    // Left by a procedure in front that has not passed destroy_message on.
-    if (known != handlings_.end()) {
-        gone = std::move(known->second);
-        handlings_.erase(known);
-    }
+    // One that is being destroyed has its handling object until it has been told so.
+    if (known != handlings_.end() && known->second.handling && platform::window_exists(window))
+        return known->second.handling;
     // Also for the thread that is just destroying the window: nothing would end the entry.
     if (platform::window_thread(window) == platform::no_thread)
         no_such_window(window);
     // All that can fail comes before the window is changed.
     work_message_of_this_library();
     const auto handling = std::make_shared<InWndProcHandling>(window, events->CreateTaskQueue());
-    const auto entry = handlings_.emplace(window, handling).first;
+    std::erase_if(handlings_, [](const auto& other) {
+        return !other.second.handling && !platform::window_exists(other.first);
+    });
+    entry& added = handlings_[window];
+    added.handling = handling;
     const auto previous = platform::replace_window_procedure(window, &in_wnd_proc);
     if (!previous) {
-        handlings_.erase(entry);
+        added.handling = nullptr;
         no_such_window(window);
     }
-    handling->set_previous(previous);
+    handling->set_previous(previous == &in_wnd_proc ? added.procedure_behind() : previous,
+                           added.behind);
     return handling;
 }
 
-std::shared_ptr<InWndProcHandling> InWndProcHandlingManager::find(platform::window_handle window) {
+InWndProcHandlingManager::entry InWndProcHandlingManager::find(platform::window_handle window) {
     const platform::scoped_lock inside(guard_);
     const auto known = handlings_.find(window);
-    return known == handlings_.end() ? nullptr : known->second;
+    return known == handlings_.end() ? entry() : known->second;
 }
 
-void InWndProcHandlingManager::forget(platform::window_handle window) {
+InWndProcHandlingManager::entry InWndProcHandlingManager::forget(platform::window_handle window) {
     const platform::scoped_lock inside(guard_);
     const auto known = handlings_.find(window);
     if (known == handlings_.end())
-        return;
-    platform::replace_window_procedure(window, known->second->previous());
-    handlings_.erase(known);
+        return {};
+    const entry before = known->second;
+    if (!before.handling)
+        return before;
+    platform::replace_window_procedure(window, before.handling->previous());
+    const bool goes_on = platform::window_thread(window) != platform::no_thread;
+    if (before.behind || goes_on)
+        known->second = {nullptr, before.behind ? before.behind : before.handling->previous()};
+    else
+        handlings_.erase(known);
+    return before;
 }
 
 std::intptr_t InWndProcHandlingManager::in_wnd_proc(platform::window_handle window,
                                                     platform::window_message message,
                                                     std::uintptr_t wparam, std::intptr_t lparam) {
-    // None for a window that the manager's end has left behind.
-    const auto handling =
-        global.read_if_created([&](auto& manager) { return manager.find(window); })
-            .value_or(nullptr);
-    if (!handling)
-        return platform::default_window_procedure(window, message, wparam, lparam);
-    if (message == platform::destroy_message)
-        global.read_if_created([&](auto& manager) { return manager.forget(window), true; });
+    // Nothing is known of a window that the manager's end has left behind.
+    const entry known = global
+                            .read_if_created([&](auto& manager) {
+                                return message == platform::destroy_message ? manager.forget(window)
+                                                                            : manager.find(window);
+                            })
+                            .value_or(entry());
+    if (!known.handling)
+        return known.procedure_behind()(window, message, wparam, lparam);
     const work_message& work = work_message_of_this_library();
     if (message == work.message && wparam == work.instance_cookie) {
-        handling->run_work(lparam);
+        known.handling->run_work(lparam);
         return 0;
     }
-    return handling->previous()(window, message, wparam, lparam);
+    return known.handling->pass_on({message, wparam, lparam});
 }
 
 } // namespace zel::event_routing::impl

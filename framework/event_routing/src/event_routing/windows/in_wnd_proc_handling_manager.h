@@ -31,19 +31,32 @@ public:
     GetHandling(platform::window_handle window, const std::shared_ptr<IEventRouting>& events);
 
 private:
+    struct entry {
+        std::shared_ptr<InWndProcHandling> handling; // none once the window was told of its end
+        // Set where a window has outlived a destroy message, which anybody may send: its own
+        // procedure. Others may still have the library's in their hands, and put it back.
+        platform::window_procedure behind = nullptr;
+
+        /// What the library's procedure leads to without a handling object.
+        platform::window_procedure procedure_behind() const noexcept {
+            return behind ? behind : &platform::default_window_procedure;
+        }
+    };
+
+    /// Takes the handling object out if the window is gone.
+    std::shared_ptr<InWndProcHandling> take_left_over(platform::window_handle window);
     std::shared_ptr<InWndProcHandling> find_or_make(platform::window_handle window,
-                                                    const std::shared_ptr<IEventRouting>& events,
-                                                    std::shared_ptr<InWndProcHandling>& gone);
+                                                    const std::shared_ptr<IEventRouting>& events);
     static std::intptr_t in_wnd_proc(platform::window_handle window,
                                      platform::window_message message, std::uintptr_t wparam,
                                      std::intptr_t lparam);
-    std::shared_ptr<InWndProcHandling> find(platform::window_handle window);
-    void forget(platform::window_handle window);
+    entry find(platform::window_handle window);
+    /// Puts the window's own procedure back. Returns the entry as it was.
+    entry forget(platform::window_handle window);
 
     // Held while a window's procedure is replaced, so that the new one finds its object.
     platform::critical_section guard_;
-    std::map<platform::window_handle, std::shared_ptr<InWndProcHandling>>
-        handlings_ ZEL_GUARDED_BY(guard_);
+    std::map<platform::window_handle, entry> handlings_ ZEL_GUARDED_BY(guard_);
 };
 
 } // namespace zel::event_routing::impl

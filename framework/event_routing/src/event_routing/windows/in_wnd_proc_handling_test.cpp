@@ -36,7 +36,7 @@ TEST_F(WindowWork, HasOneHandlingObjectForAWindowAndNoneForOneThatDoesNotExist) 
     {
         // In front of the library's, and keeps the end of the window from it.
         function_window swallowed;
-        handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("kept"));
+        handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("kept")).reset();
         const auto left =
             handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("left"));
         replace_window_procedure(swallowed.handle, [](auto...) -> std::intptr_t { return 0; });
@@ -126,7 +126,7 @@ TEST_F(WindowWork, EndsWithTheWindowDropsWhatIsQueuedAndReleasesCookies) {
     auto handling = handling_of(handle);
     auto early = handling->KeepHandlerRegistered(noting_cookie("1"));
     auto late = handling->KeepHandlerRegistered(noting_cookie("2"));
-    handling->KeepHandlerRegistered(nullptr);
+    handling->KeepHandlerRegistered(nullptr).reset();
     post_to_window(*handling,
                    [held = noting_cookie("work")] { ADD_FAILURE() << "its window is gone"; });
     early.reset();
@@ -144,6 +144,32 @@ TEST_F(WindowWork, EndsWithTheWindowDropsWhatIsQueuedAndReleasesCookies) {
     handling.reset();
     EXPECT_EQ(taken_notes(), "2 work");
     late.reset(); // too late to do anything
+}
+
+// Whoever was in front then may take itself out later, and put back what it had replaced.
+TEST_F(WindowWork, GoesRoundInNoCircleWhereAWindowOutlivesADestroyMessage) {
+    static std::array<window_procedure, 2> replaced;
+    constexpr std::array<window_procedure, 2> in_front{
+        [](auto... message) { return replaced[0](message...); },
+        [](auto... message) { return replaced[1](message...); }};
+    for (std::size_t layers = 1; layers <= in_front.size(); ++layers) {
+        auto window = std::make_unique<function_window>(
+            [&](auto message, auto...) { return note(std::to_string(message)), 9; });
+        const window_handle handle = window->handle;
+        auto handling = handling_of(handle);
+        for (std::size_t i = 0; i < layers; ++i)
+            replaced.at(i) = replace_window_procedure(handle, in_front.at(i));
+        EXPECT_EQ(send_message(handle, destroy_message), 9);
+        EXPECT_EQ(replace_window_procedure(handle, replaced.at(layers - 1)), &call_function);
+        EXPECT_EQ(send_message(handle, first_own_message), 9) << "no work, and nothing is lost";
+        EXPECT_NE(handling_of(handle), handling);
+        handling = handling_of(handle);
+        EXPECT_EQ(send_message(handle, first_own_message + 1), 9);
+        EXPECT_TRUE(send_to_window(*handling, noting("work")));
+        EXPECT_EQ(taken_notes(), "2 1024 1025 work");
+        window.reset();
+        EXPECT_EQ(taken_notes(), "2");
+    }
 }
 
 TEST_F(WindowWork, ReleasesExactlyTheStoredCookieAndOutsideOfItsGuard) {

@@ -1,36 +1,46 @@
-// Lets the n-th allocation of an operation fail, for every n it makes.
-//
-// Replaces the program's operators new and delete, so one source of a program includes
-// it.
-#pragma once
+#include "tests/support/scarce_memory.h"
 
+#include <cstddef>
 #include <cstdlib>
-#include <functional>
 #include <new>
 
-namespace zel::test {
+namespace {
 
-// The allocation of this thread that fails, counted down; negative for none.
-inline thread_local int allocations_left = -1;
+// What this thread may still allocate; negative for any number.
+thread_local int allocations_left = -1;
+thread_local bool one_has_failed = false;
+thread_local zel::test::shortage kind_now = zel::test::shortage::passing;
 
-inline void* allocate(std::size_t size, std::size_t unit) {
-    if (allocations_left >= 0 && allocations_left-- == 0)
+bool fails() {
+    if (allocations_left < 0)
+        return false;
+    if (allocations_left > 0) {
+        --allocations_left;
+        return false;
+    }
+    if (kind_now == zel::test::shortage::passing)
+        allocations_left = -1;
+    return one_has_failed = true;
+}
+
+void* allocate(std::size_t size, std::size_t unit) {
+    if (fails())
         throw std::bad_alloc();
     return std::aligned_alloc(unit, (size + unit - 1) / unit * unit);
 }
 
-} // namespace zel::test
+} // namespace
 
 // Not inlined, or the compiler sees a free of what it takes for another allocator's.
 [[gnu::noinline]] void* operator new(std::size_t size) {
-    return zel::test::allocate(size, alignof(std::max_align_t));
+    return allocate(size, alignof(std::max_align_t));
 }
 [[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
-    return zel::test::allocate(size, static_cast<std::size_t>(alignment));
+    return allocate(size, static_cast<std::size_t>(alignment));
 }
 [[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     try {
-        return zel::test::allocate(size, alignof(std::max_align_t));
+        return allocate(size, alignof(std::max_align_t));
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -47,17 +57,17 @@ inline void* allocate(std::size_t size, std::size_t unit) {
 
 namespace zel::test {
 
-// Lets the first, second, ... allocation fail until the action needs none more.
-inline int failures_of(const std::function<void()>& action) {
+int failures_of(const std::function<void()>& operation, shortage kind) {
     for (int granted = 0;; ++granted) {
+        kind_now = kind;
+        one_has_failed = false;
         allocations_left = granted;
         try {
-            action();
+            operation();
         } catch (const std::bad_alloc&) {
         }
-        const bool was_enough = allocations_left >= 0;
         allocations_left = -1;
-        if (was_enough)
+        if (!one_has_failed)
             return granted;
     }
 }
