@@ -1,6 +1,9 @@
 // The library as its clients see it: the shared library, loaded for real.
 #include <event_routing/client.h>
+#include <event_routing/drop.h>
 #include <event_routing/exceptions.h>
+#include <event_routing/pending_events.h>
+#include <event_routing/typed.h>
 
 #include <framework/module_interface/loader.h>
 #include <framework/module_interface/module_lifetime.h>
@@ -53,6 +56,42 @@ TEST(Module, NumbersMessagesAndNamesFromOne) {
     EXPECT_EQ(module->NextSnowballMessageId(), 1u);
     EXPECT_EQ(module->CreateUniqueName(""), "ADD3D808-347A-4DF5-B2E8-C234DA07DCEC-1");
     EXPECT_EQ(module->CreateUniqueName("ab"), "abADD3D808-347A-4DF5-B2E8-C234DA07DCEC-2");
+}
+
+TEST(Module, OffersItsServicesAndCookiesBesideTheirInterfaces) {
+    const auto module = get_module();
+    const auto events = get_event_routing(*module);
+    std::int64_t count = 0;
+    auto cookie = events->RegisterEventHandler(
+        nullptr, "a",
+        [&](auto&, auto&, const routing_parameters& parameters) {
+            count = parameters.at("cumulative_event_count").number;
+            return true;
+        },
+        nullptr, "x");
+    events->BroadcastCumulativeEvent({}, "a", nullptr, {}, nullptr);
+    EXPECT_TRUE(flush_cumulative_event(*events, "a"));
+    EXPECT_EQ(count, 1);
+    EXPECT_FALSE(cancel_cumulative_event(*events, "a"));
+    drop_and_wait(cookie);
+    EXPECT_EQ(cookie, nullptr);
+    EXPECT_TRUE(events->GetEventHandlers().empty());
+}
+
+// The handler is code of this program, and the failure is made by the library.
+TEST(Module, RecognisesTypedHandlersOfItsClients) {
+    const auto requests = get_request_routing(*get_module());
+    using Check = Request<bool, std::string>;
+    const auto cookie = requests->RegisterRequestHandler(
+        "check", 0, Check::RequestHandler([](auto&) { return true; }), "typed");
+    try {
+        static_cast<void>(Request<bool, int>::Ask(*requests, "check", 1));
+        ADD_FAILURE() << "an int is no text";
+    } catch (const request_was_not_processed& failure) {
+        ASSERT_EQ(failure.declined().size(), 1u);
+        EXPECT_EQ(failure.declined()[0].description, "typed");
+        EXPECT_EQ(failure.declined()[0].wanted_type, type_name<Check::input_data>());
+    }
 }
 
 TEST(Module, ThrowsWhatClientsCatchByType) {

@@ -122,7 +122,7 @@ void trace_file::trace(const std::string& path, const routing_parameters& about,
 void trace_file::append(span traced, const routing_parameters& about, double elapsed_time,
                         double cpu_time) {
     const microseconds end = std::chrono::steady_clock::now() - start_;
-    traced.message = about.at("monitoring_message_id").number;
+    traced.message = about.at(zel::event_routing::parameter::monitoring_message_id).number;
     traced.duration = or_zero(elapsed_time) * 1e6;
     traced.begin = end.count() - traced.duration;
     traced.processor_time = or_zero(cpu_time) * 1e6;

@@ -1,6 +1,7 @@
 // The second program that docs/guide.md quotes: asynchronous parts, queues, monitors,
 // cumulative events, statistics.
 #include <event_routing/client.h>
+#include <event_routing/typed.h>
 
 #include <framework/log/log_module.h>
 
@@ -10,6 +11,7 @@
 #include <mutex>
 #include <vector>
 
+using namespace std::chrono_literals;
 using namespace zel::event_routing;
 
 static void require(bool condition, const char* what) {
@@ -58,7 +60,7 @@ int main() {
             "in the order of the broadcasts");
 
     routing_parameters wait_a_second;
-    wait_a_second["synchronous"] = 1000; // milliseconds
+    wait_a_second[parameter::synchronous] = 1000; // milliseconds
     events->BroadcastEvent("document.printed", nullptr, wait_a_second, nullptr);
     require(indexed.back() == "document.printed", "done when the call returns");
 
@@ -70,7 +72,8 @@ int main() {
         const std::lock_guard inside(guard);
         trace.push_back(info.handler_info ? info.handler_info->second + " " + path
                                           : "broadcast " + path);
-        require(about.contains("monitoring_message_id"), "all of one message have its number");
+        require(about.contains(parameter::monitoring_message_id),
+                "all of one message have its number");
         require(info.elapsed_time >= 0, "seconds");
     });
     events->BroadcastEvent("document.printed", nullptr, wait_a_second, nullptr);
@@ -81,16 +84,16 @@ int main() {
     tracer.reset();
 
     std::promise<std::int64_t> changes;
+    using Changed = Event<std::string>; // the latest name of the file
     const auto preview = events->RegisterEventHandler(
         nullptr, "file.changed",
-        [&](const std::string&, const event_data&, const routing_parameters& about) {
-            changes.set_value(about.at("cumulative_event_count").number);
+        Changed::SynchronousPart([&](const std::string&, const message_head& head) {
+            changes.set_value(head.parameters.at(parameter::cumulative_event_count).number);
             return true;
-        },
+        }),
         nullptr, "preview");
-    const zel::threading::universal_timeout delay{false, 500'000}; // microseconds
-    for (int i = 0; i < 3; ++i)
-        events->BroadcastCumulativeEvent(delay, "file.changed", nullptr, {}, nullptr);
+    for (const char* name : {"a", "b", "c"})
+        Changed::BroadcastCumulative(*events, 500ms, "file.changed", name);
     require(changes.get_future().get() == 3, "one delivery for three calls");
 
     for (int i = 0; i < 1000; ++i)

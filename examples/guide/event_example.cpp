@@ -21,5 +21,5 @@ int main() {
                                      }),
                                      "backup");
     // Waits for the backup, too.
-    Saved::Broadcast(*events, "document.saved", "letter", {{"synchronous", -1}});
+    Saved::Broadcast(*events, "document.saved", "letter", {{parameter::synchronous, -1}});
 }

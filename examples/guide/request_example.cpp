@@ -22,8 +22,10 @@ int main() {
     for (const std::string word : {"tree", "forest"})
         std::cout << *Translate::Ask(*requests, "translate.german", word).value << '\n';
     try {
-        Translate::Ask(*requests, "spell.german", "Baum");
+        Translate::Ask(*requests, "translate.german", "forest",
+                       {{parameter::skip_request_fallbacks, 1}});
     } catch (const request_was_not_processed& nobody) {
-        std::cout << nobody.what() << '\n';
+        for (const auto& handler : nobody.declined())
+            std::cout << handler.description << " has no answer\n";
     }
 }

@@ -8,7 +8,9 @@
 //     log->SetDefaultSinkSeverity(zel::log::silent);
 //
 // From the start one sink writes a line per record to standard error, from
-// severity 5 up. Implemented by the library `log`.
+// severity 5 up. Of failures with the same text it writes the first, then how many there
+// are: at the 10th, the 100th and so on, and at the end. Sinks of the host get every record.
+// Implemented by the library `log`.
 #pragma once
 
 #include "framework/module_interface/interface.h"
@@ -24,6 +26,7 @@ namespace zel::log {
 namespace severity {
 inline constexpr int registration = 0;
 inline constexpr int statistics = 0;
+inline constexpr int declined = 0;
 inline constexpr int task_failed = 2;
 inline constexpr int failed_operation = 5;
 inline constexpr int handler_failed = 7;

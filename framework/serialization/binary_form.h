@@ -16,6 +16,7 @@
 #pragma once
 
 #include "framework/serialization/binary_streams.h"
+#include "framework/serialization/missing_form.h"
 #include "framework/serialization/record.h"
 
 #include <algorithm>
@@ -44,12 +45,18 @@ struct binary_form;
 
 template <class T>
 void Serialize(out_blob_stream& out, const T& value) {
-    binary_form<T>::write(out, value);
+    if constexpr (detail::has_form<binary_form, T>)
+        binary_form<T>::write(out, value);
+    else
+        detail::refuse<binary_form, T>();
 }
 
 template <class T>
 void Deserialize(in_blob_stream_base& in, T& value) {
-    binary_form<T>::read(in, value);
+    if constexpr (detail::has_form<binary_form, T>)
+        binary_form<T>::read(in, value);
+    else
+        detail::refuse<binary_form, T>();
 }
 
 namespace detail {
@@ -106,8 +113,8 @@ inline bool read_flag(in_blob_stream_base& in) {
 
 /// Types whose bytes in memory are their bytes on the wire.
 template <class T>
-concept sent_as_it_lies = std::is_arithmetic_v<T> && !std::same_as<T, bool> &&
-                          (sizeof(T) == 1 || std::endian::native == std::endian::little);
+concept sent_as_it_lies = (integer<T> || real<T>)&&(sizeof(T) == 1 ||
+                                                    std::endian::native == std::endian::little);
 
 template <class... Values>
 void write_each(out_blob_stream& out, const Values&... values) {
@@ -128,7 +135,7 @@ struct binary_form<bool> {
 };
 
 template <class Number>
-requires integer<Number> || std::floating_point<Number>
+requires integer<Number> || real<Number>
 struct binary_form<Number> {
     static void write(out_blob_stream& out, Number value) { detail::write_number(out, value); }
     static void read(in_blob_stream_base& in, Number& value) {
@@ -137,7 +144,8 @@ struct binary_form<Number> {
 };
 
 template <class Enumeration>
-requires std::is_enum_v<Enumeration>
+requires std::is_enum_v<Enumeration> &&
+    detail::has_definition<binary_form, std::underlying_type_t<Enumeration>>
 struct binary_form<Enumeration> {
     using number = std::underlying_type_t<Enumeration>;
 

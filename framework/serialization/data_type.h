@@ -3,6 +3,8 @@
 
 #include "framework/serialization/data_value.h"
 
+#include <platform/counted_object.h>
+
 #include <atomic>
 #include <memory>
 
@@ -37,8 +39,9 @@ struct serialization_traits_impl;
 template <class T>
 struct serialization_traits_impl<T, SerializableData<T>, 1> {
     static void register_type(tasklib::registrations& cookies, IBinSerializationModule* module) {
-        cookies.add(module->RegisterDataType(
-            kept_type_name<T>(), [] { return std::make_shared<SerializableData<T>>(); }));
+        cookies.add(module->RegisterDataType(kept_type_name<T>(), [] {
+            return platform::make_counted<SerializableData<T>>("payload", kept_type_name<T>());
+        }));
     }
 
     static void register_json(tasklib::registrations& cookies, IJsonConversionModule* module) {
@@ -59,21 +62,22 @@ template <class T>
 /// further calls cost a load. Throws when the serialization library cannot be had.
 template <class T>
 void register_data_type() {
-    static_assert(
-        requires { sizeof(binary_form<T>) + sizeof(json_form<T>); },
-        "a payload type is declared as record.h or enumeration.h show");
-    // Acquire and release: who finds it set finds the type registered. Two first callers
-    // may both register, which does no harm.
-    if (detail::is_registered<T>.load(std::memory_order_acquire))
-        return;
-    using traits = serialization_traits_impl<T, SerializableData<T>, 1>;
-    const auto bin_serialization = get_bin_serialization_module();
-    const auto json_conversion = get_json_conversion_module();
-    use_type_registrations([&](auto& cookies) {
-        traits::register_type(cookies, bin_serialization.get());
-        traits::register_json(cookies, json_conversion.get());
-    });
-    detail::is_registered<T>.store(true, std::memory_order_release);
+    if constexpr (detail::is_payload_type<T>) {
+        // Acquire and release: who finds it set finds the type registered. Two first callers
+        // may both register, which does no harm.
+        if (detail::is_registered<T>.load(std::memory_order_acquire))
+            return;
+        using traits = serialization_traits_impl<T, SerializableData<T>, 1>;
+        const auto bin_serialization = get_bin_serialization_module();
+        const auto json_conversion = get_json_conversion_module();
+        use_type_registrations([&](auto& cookies) {
+            traits::register_type(cookies, bin_serialization.get());
+            traits::register_json(cookies, json_conversion.get());
+        });
+        detail::is_registered<T>.store(true, std::memory_order_release);
+    } else {
+        detail::refuse_payload_type<T>();
+    }
 }
 
 } // namespace zel::serialization

@@ -21,8 +21,10 @@
 #include "framework/serialization/json_values.h"
 
 #include <concepts>
+#include <iterator>
 #include <json/value.h>
 #include <map>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -39,6 +41,20 @@ concept described_enumeration = std::is_enum_v<T> && requires {
     { enumeration<T>::name } -> std::convertible_to<std::string_view>;
     enumeration<T>::values;
 };
+
+namespace detail {
+
+template <described_enumeration Enumeration>
+inline constexpr bool has_different_values = [] {
+    const auto& all = enumeration<Enumeration>::values;
+    for (auto one = std::begin(all); one != std::end(all); ++one)
+        for (auto other = std::begin(all); other != one; ++other)
+            if (one->first == other->first || one->second == other->second)
+                return false;
+    return true;
+}();
+
+} // namespace detail
 
 namespace impl {
 
@@ -111,14 +127,28 @@ private:
     std::map<std::string, Enumeration> values_;
 };
 
-} // namespace impl
+/// Owned by whoever is converting, too: a conversion holds no lock of the library, and one
+/// that is under way when the library ends keeps what it needs.
+template <class Enumeration>
+struct shared_conversion_maps {
+    const std::shared_ptr<const EnumConversionMaps<Enumeration>> maps =
+        std::make_shared<const EnumConversionMaps<Enumeration>>();
+};
 
 /// One per library, made when first used. Hidden, so that it is one per library however
 /// its users compile.
-template <described_enumeration Enumeration>
+template <class Enumeration>
 [[gnu::visibility("hidden")]] inline constinit lifetime::basic_singleton<
-    impl::EnumConversionMaps<Enumeration>, lifetime::const_longevity_traits<10>>
+    shared_conversion_maps<Enumeration>, lifetime::const_longevity_traits<10>>
     enum_conversion_maps;
+
+/// Throws what making them threw, and object_already_destroyed after the library's end.
+template <class Enumeration>
+std::shared_ptr<const EnumConversionMaps<Enumeration>> conversion_maps() {
+    return enum_conversion_maps<Enumeration>.read([](const auto& shared) { return shared.maps; });
+}
+
+} // namespace impl
 
 } // namespace zel::serialization
 

@@ -20,6 +20,7 @@
 #include "framework/serialization/enumeration.h"
 #include "framework/serialization/json_place.h"
 #include "framework/serialization/json_values.h"
+#include "framework/serialization/missing_form.h"
 #include "framework/serialization/record.h"
 
 #include <array>
@@ -44,12 +45,18 @@ struct json_form;
 
 template <class T>
 Json::Value ToJson(const T& value, const json_place& place = {}) {
-    return json_form<T>::to(value, place);
+    if constexpr (detail::has_form<json_form, T>)
+        return json_form<T>::to(value, place);
+    else
+        return detail::refuse<json_form, T>(), Json::Value();
 }
 
 template <class T>
 void FromJson(const Json::Value& json, T& value, const json_place& place = {}) {
-    json_form<T>::from(json, value, place);
+    if constexpr (detail::has_form<json_form, T>)
+        json_form<T>::from(json, value, place);
+    else
+        detail::refuse<json_form, T>();
 }
 
 template <>
@@ -68,7 +75,7 @@ struct json_form<Integer> {
     }
 };
 
-template <std::floating_point Real>
+template <real Real>
 struct json_form<Real> {
     static Json::Value to(Real value, const json_place& place) {
         return json_values::real(static_cast<double>(value), place);
@@ -79,15 +86,24 @@ struct json_form<Real> {
     }
 };
 
+namespace detail {
+
 template <described_enumeration Enumeration>
+struct refused<json_form, Enumeration> {
+    static_assert(has_different_values<Enumeration>,
+                  "two values of an enumeration, or their names, are the same");
+};
+
+} // namespace detail
+
+template <described_enumeration Enumeration>
+requires detail::has_different_values<Enumeration>
 struct json_form<Enumeration> {
     static Json::Value to(Enumeration value, const json_place&) {
-        return enum_conversion_maps<Enumeration>.read(
-            [&](const auto& maps) { return maps.EnumToJson(value); });
+        return impl::conversion_maps<Enumeration>()->EnumToJson(value);
     }
     static void from(const Json::Value& json, Enumeration& value, const json_place& place) {
-        value = enum_conversion_maps<Enumeration>.read(
-            [&](const auto& maps) { return maps.EnumFromJson(json, place); });
+        value = impl::conversion_maps<Enumeration>()->EnumFromJson(json, place);
     }
 };
 
@@ -269,6 +285,7 @@ struct json_form<std::array<Element, Size>> {
 };
 
 template <described_record Record>
+requires detail::has_different_field_names<Record>
 struct json_form<Record> {
     static Json::Value to(const Record& value, const json_place& place) {
         Json::Value json(Json::objectValue);

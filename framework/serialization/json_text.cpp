@@ -5,11 +5,12 @@
 #include "framework/serialization/json_values.h"
 #include "framework/text/utf8.h"
 
-#include <cmath>
-#include <cstdlib>
+#include <algorithm>
+#include <charconv>
 #include <json/reader.h>
 #include <json/writer.h>
 #include <memory>
+#include <optional>
 #include <set>
 
 namespace zel::serialization {
@@ -50,14 +51,58 @@ std::unique_ptr<Json::CharReader> strict_reader() {
     return std::unique_ptr<Json::CharReader>(builder.newCharReader());
 }
 
-// JsonCpp calls a number beyond the largest real "not a number".
-bool names_huge_number(const std::string& failure) {
-    const auto end = failure.find("' is not a number.");
-    if (end == std::string::npos)
-        return false;
-    const auto begin = failure.rfind('\'', end - 1);
-    return begin != std::string::npos &&
-           std::isinf(std::strtod(failure.c_str() + begin + 1, nullptr));
+// What is wrong with the text; nothing when the document has been read.
+std::optional<std::string> failure_of_reading(std::string_view text, Json::Value& document) {
+    std::string failure;
+    try {
+        if (strict_reader()->parse(text.data(), text.data() + text.size(), &document, &failure))
+            return std::nullopt;
+    } catch (const Json::Exception& e) {
+        failure = e.what(); // nested too deeply
+    }
+    while (!failure.empty() && failure.back() == '\n')
+        failure.pop_back();
+    return failure;
+}
+
+const char* end_of_string(const char* quote, const char* end) {
+    for (const char* next = quote + 1; next < end; ++next)
+        if (*next == '\\')
+            ++next;
+        else if (*next == '"')
+            return next + 1;
+    return end;
+}
+
+// The same with 0 in place of every number that no double holds.
+std::string with_small_numbers(std::string_view text) {
+    std::string result;
+    const char* const end = text.data() + text.size();
+    for (const char* next = text.data(); next < end;) {
+        const char* const begin = next;
+        double number = 0;
+        if (*begin == '"') {
+            next = end_of_string(begin, end);
+        } else if (*begin == '-' || (*begin >= '0' && *begin <= '9')) {
+            const auto read = std::from_chars(begin, end, number);
+            next = std::max(read.ptr, begin + 1);
+            if (read.ec == std::errc::result_out_of_range) {
+                result += '0';
+                continue;
+            }
+        } else {
+            ++next;
+        }
+        result.append(begin, next);
+    }
+    return result;
+}
+
+// JsonCpp takes a number beyond the largest real for no number at all.
+bool has_nothing_wrong_but_huge_numbers(std::string_view text) {
+    Json::Value document;
+    const std::string small = with_small_numbers(text);
+    return small != text && !failure_of_reading(small, document);
 }
 
 } // namespace
@@ -74,20 +119,14 @@ std::string json_to_text(const Json::Value& document) {
 
 Json::Value json_from_text(std::string_view text) {
     Json::Value document;
-    std::string failure;
-    try {
-        if (strict_reader()->parse(text.data(), text.data() + text.size(), &document, &failure)) {
-            json_values::require_nesting(document, {});
-            return document;
-        }
-    } catch (const Json::Exception& e) {
-        failure = e.what(); // nested too deeply
+    const auto failure = failure_of_reading(text, document);
+    if (!failure) {
+        json_values::require_nesting(document, {});
+        return document;
     }
-    if (names_huge_number(failure))
+    if (has_nothing_wrong_but_huge_numbers(text))
         throw exceptions::error("zel::serialization::FromJson: Numeric value overflow.");
-    while (!failure.empty() && failure.back() == '\n')
-        failure.pop_back();
-    throw exceptions::error("zel::serialization: Not a JSON document: " + failure);
+    throw exceptions::error("zel::serialization: Not a JSON document: " + *failure);
 }
 
 } // namespace zel::serialization

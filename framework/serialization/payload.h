@@ -23,13 +23,17 @@ namespace zel::serialization {
 /// when the serialization library cannot be had.
 template <class T>
 std::shared_ptr<IDataHolder> make_payload(T value) {
-    register_data_type<T>();
     std::shared_ptr<IDataHolder> holder;
-    T* const place = MakeDataValue<T>(holder);
-    if (!place)
-        throw exceptions::error("The data type '" + std::string(kept_type_name<T>()) +
-                                "' is not registered, or by another type of that name.");
-    *place = std::move(value);
+    if constexpr (detail::is_payload_type<T>) {
+        register_data_type<T>();
+        T* const place = MakeDataValue<T>(holder);
+        if (!place)
+            throw exceptions::error("The data type '" + std::string(kept_type_name<T>()) +
+                                    "' is not registered, or by another type of that name.");
+        *place = std::move(value);
+    } else {
+        detail::refuse_payload_type<T>();
+    }
     return holder;
 }
 

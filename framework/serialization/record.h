@@ -15,7 +15,8 @@
 // The binary form follows the order of the fields, the JSON form is an object with a
 // member per field, and the name is that of the data type: no two types of a process
 // may have the same. The record must be default-constructible and movable. Its fields
-// are of any type with these forms, other records included.
+// are of any type with these forms, other records included. A declaration that does not fit
+// is refused where the type is used as a payload.
 //
 // The order and the types of the fields are what peers rely on: a changed record is
 // another type and needs another name.
@@ -24,8 +25,12 @@
 #include "framework/module_interface/type_name.h"
 
 #include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <tuple>
+#include <type_traits>
 
 namespace zel::serialization {
 
@@ -47,11 +52,23 @@ struct field {
 template <class T>
 struct record;
 
+namespace detail {
+
+template <class Record, class Fields>
+inline constexpr bool are_fields_of = false;
+template <class Record, class... Owners, class... Members, class... JsonForms>
+inline constexpr bool
+    are_fields_of<Record, const std::tuple<field<Owners, Members, JsonForms>...>> =
+        (std::is_base_of_v<Owners, Record> && ...);
+
+} // namespace detail
+
 template <class T>
 concept described_record = requires {
     { record<T>::name } -> std::convertible_to<std::string_view>;
     record<T>::fields;
-};
+}
+&&detail::are_fields_of<T, decltype(record<T>::fields)>;
 
 /// Calls the visitor with each field, in the order of their declaration.
 template <described_record Record, class Visitor>
@@ -59,11 +76,31 @@ void for_each_field(Visitor&& visit) {
     std::apply([&](const auto&... fields) { (visit(fields), ...); }, record<Record>::fields);
 }
 
-/// Whole numbers of every width; characters are not numbers.
+namespace detail {
+
+template <described_record Record>
+inline constexpr bool has_different_field_names = std::apply(
+    [](const auto&... fields) {
+        const auto has_name = [&](std::string_view name) {
+            return (std::size_t(fields.name == name) + ... + 0);
+        };
+        return ((has_name(fields.name) == 1) && ...);
+    },
+    record<Record>::fields);
+
+} // namespace detail
+
+/// Whole numbers of 8 to 64 bits; characters are not numbers.
 template <class T>
-concept integer = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
-                  !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> &&
-                  !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
+concept integer = std::integral<T> && sizeof(T) <= sizeof(std::uint64_t) &&
+                  !std::same_as<T, bool> && !std::same_as<T, char> && !std::same_as<T, wchar_t> &&
+                  !std::same_as<T, char8_t> && !std::same_as<T, char16_t> &&
+                  !std::same_as<T, char32_t>;
+
+/// Real numbers that look the same everywhere. A `long double` does not, and some of its
+/// bytes are never set.
+template <class T>
+concept real = std::same_as<T, float> || std::same_as<T, double>;
 
 } // namespace zel::serialization
 

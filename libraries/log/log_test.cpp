@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <regex>
 #include <stdexcept>
 
 namespace {
@@ -57,6 +58,30 @@ TEST(Log, WritesOneLinePerRecordToStandardErrorFromSeverityFive) {
     const std::string line = testing::internal::GetCapturedStderr();
     EXPECT_TRUE(line.ends_with(" subject 0000ABCD:7 [5] a {}\\x09b\\x7f | c\\x0d | d\n")) << line;
     EXPECT_EQ(line.find('\n'), line.size() - 1);
+}
+
+TEST(Log, ShowsARepeatedFailureOnceOnStandardErrorAndThenItsCounts) {
+    const auto fail = [](const std::string& text, const std::string& why) {
+        testing::internal::CaptureStderr();
+        write(7, text, std::make_exception_ptr(std::runtime_error(why)));
+        return testing::internal::GetCapturedStderr();
+    };
+    std::string shown;
+    for (int time = 1; time <= 12; ++time)
+        shown += fail("same", "why " + std::to_string(time));
+    shown = std::regex_replace(shown, std::regex("(^|\n)[^s]* subject"), "$1subject");
+    const std::string same = "subject 0000ABCD:7 [7] same";
+    EXPECT_EQ(shown, same + " | why 1\n" + same + ": 10 times so far\n");
+    // More different ones than are counted: each is shown, and the counts end with a line.
+    std::string counts;
+    for (int i = 0; i < 300; ++i) {
+        const auto lines = fail("other " + std::to_string(i), "why");
+        EXPECT_TRUE(lines.ends_with("other " + std::to_string(i) + " | why\n")) << lines;
+        if (lines.find(same + ": 12 times in all\n") != std::string::npos)
+            counts += "told ";
+    }
+    EXPECT_EQ(counts, "told ");
+    EXPECT_TRUE(fail("same", "again").ends_with(same + " | again\n"));
 }
 
 TEST(LogArea, MakesTheTextOnlyForASinkThatWantsItAndNeverFailsAReport) {

@@ -10,8 +10,6 @@ namespace {
 // enough not to matter when it was preempted.
 constexpr int spins_before_sleep = 100;
 
-constexpr milliseconds look_again_after(1);
-
 } // namespace
 
 void plain_lock::lock_contended() noexcept {
@@ -28,25 +26,6 @@ void plain_lock::lock_contended() noexcept {
 }
 
 void plain_lock::wake_next() noexcept {
-    wake_one(state_);
-}
-
-void brief_lock::lock_contended() noexcept {
-    for (int spin = 0; spin < spins_before_sleep; ++spin) {
-        // Relaxed: only a hint, try_take orders.
-        if (state_.load(std::memory_order_relaxed) == free && try_take())
-            return;
-        pause_processor();
-    }
-    while (!try_take()) {
-        somebody_sleeps_.store(true, std::memory_order_relaxed);
-        wait_on_address(state_, held, deadline_after(look_again_after));
-    }
-    somebody_sleeps_.store(true, std::memory_order_relaxed); // others may, still
-}
-
-void brief_lock::wake_next() noexcept {
-    somebody_sleeps_.store(false, std::memory_order_relaxed); // or each return would wake
     wake_one(state_);
 }
 

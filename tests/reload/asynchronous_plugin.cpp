@@ -5,7 +5,7 @@
 using namespace zel::test;
 
 void start_event_routing_component(std::shared_ptr<void>& component) {
-    const services to;
+    const services to{};
     const auto queue = to.events->CreateTaskQueue();
     const auto owned = std::make_shared<std::vector<int>>(16, 7);
     const auto works = [owned](const std::string& path, const event_data&,

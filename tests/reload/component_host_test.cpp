@@ -41,7 +41,7 @@ protected:
         return answer ? answer.value->strokes.at(1) : -1;
     }
 
-    const services to;
+    const services to{};
     strings ended;
     const std::shared_ptr<tasklib::keep_registered> hears = to.events->RegisterEventHandler(
         nullptr, "ended.*",
@@ -110,7 +110,6 @@ TEST_F(ComponentHost, TellsWhatKeepsALibraryAndRefusesToStartWhatHasEnded) {
 
     const auto end = stop(milliseconds(20));
     EXPECT_FALSE(end.is_unmapped);
-    EXPECT_EQ(end.in_use.size(), 2u) << end.text();
     const auto refused = refusal([&] { start(); });
     for (const auto& text : {end.text(), refused}) {
         EXPECT_NE(text.find("tried_plugin"), text.npos) << text;

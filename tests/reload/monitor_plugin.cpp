@@ -5,7 +5,7 @@
 using namespace zel::test;
 
 void start_event_routing_component(std::shared_ptr<void>& component) {
-    const services to;
+    const services to{};
     const auto told = std::make_shared<std::atomic<std::uint64_t>>(0);
     const auto tells = [told](auto&&...) { ++*told; };
     const auto delivered = [told](const std::string&, const event_data&,

@@ -6,7 +6,7 @@ using namespace zel::test;
 using namespace zel::serialization;
 
 void start_event_routing_component(std::shared_ptr<void>& component) {
-    const services to;
+    const services to{};
     const auto draws = Draw::RequestHandler([](std::int32_t strokes) {
         return drawing{"a drawing", std::vector<std::int32_t>(std::size_t(strokes % 64), strokes)};
     });

@@ -103,7 +103,7 @@ void reload_again_and_again(const std::string& plugin, const sent_by_others& sen
 TEST(ReloadStress, PluginsComeAndGoUnderTheTrafficOfOthers) {
     std::uint64_t answers = 0;
     {
-        const services to;
+        const services to{};
         // A handler that runs while its plug-in ends may find that it can make no more payloads.
         log::get_log_module()->SetDefaultSinkSeverity(log::silent);
         component_host traffic;

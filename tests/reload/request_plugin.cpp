@@ -6,7 +6,7 @@
 using namespace zel::test;
 
 void start_event_routing_component(std::shared_ptr<void>& component) {
-    const services to;
+    const services to{};
     const auto counts = Count::RequestHandler([](const std::string& words) -> std::int64_t {
         // Of a type of the system: what a plug-in's own exceptions need goes with the plug-in.
         if (words == "none")

@@ -33,7 +33,7 @@ private:
         }
     }
 
-    const services to_;
+    const services to_{};
     // Keeps what is sent to it for a moment, on a thread of the task library.
     const std::shared_ptr<zel::tasklib::keep_registered> looks_ = to_.events->RegisterEventHandler(
         to_.events->CreateTaskQueue(), paths::made, nullptr,

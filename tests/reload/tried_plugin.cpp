@@ -16,7 +16,7 @@ struct telling {
     explicit telling(std::string own_name) : name(std::move(own_name)) {}
     ~telling() { to.events->BroadcastEvent("ended." + name, nullptr, {}, nullptr); }
 
-    const services to;
+    const services to{};
     const std::string name;
     cookies registered;
 };

@@ -61,8 +61,8 @@ auto found_by_threads(const auto& find) {
     return std::set(found.begin(), found.end());
 }
 
-inline const routing_parameters until_ended{{"synchronous", -1}};
-inline const routing_parameters without_failure{{"supress_not_processed_exception", 1}};
+inline const routing_parameters until_ended{{parameter::synchronous, -1}};
+inline const routing_parameters without_failure{{parameter::suppress_not_processed_exception, 1}};
 
 class Routing : public testing::Test {
 protected:

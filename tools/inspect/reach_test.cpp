@@ -79,7 +79,7 @@ TEST(ReachedHandlers, AreThoseThatRoutingCallsInThatOrder) {
         reached += expect_called(handler_type::event, events->GetEventHandlers(), paths);
         request_answer response, error_response;
         requests->SendRequest(path, nullptr, response, error_response,
-                              {{"supress_not_processed_exception", {}}});
+                              {{parameter::suppress_not_processed_exception, {}}});
         expect_called(handler_type::request, requests->GetRequestHandlers(), path);
         snowballs->SendSnowball(path, nullptr, response, error_response, {});
         expect_called(handler_type::snowball, snowballs->GetSnowballHandlers(), path);

@@ -102,7 +102,7 @@ sent broadcast(const host& components, const command_line& asked, const payload&
                 reached = handlers_as_json(info);
         });
     routing_parameters parameters = asked.parameters;
-    parameters.try_emplace("synchronous", -1); // the end of the program would cancel them
+    parameters.try_emplace(parameter::synchronous, -1); // the end of the program would cancel them
     events.BroadcastEvent(asked.path, data, parameters, nullptr);
     Json::Value document(Json::objectValue);
     document["handlers"] = std::move(reached);

@@ -56,7 +56,7 @@ private:
         auto parameters = about;
         parameters[own_question] = 1;
         // Where nobody answers, the sender is told of that rather than of this question.
-        parameters["supress_not_processed_exception"] = 1;
+        parameters[zel::event_routing::parameter::suppress_not_processed_exception] = 1;
         if (!requests_.SendRequest(paths::index_lookup, data, response, error_response, parameters))
             return false;
         if (!error_response)

@@ -1,11 +1,9 @@
 // Mutual exclusion for short bookkeeping.
 //
-// There are three kinds. `plain_lock` is one word, and not recursive. `brief_lock` is for
-// places that every message enters for a few instructions: it costs half as much, and a
-// thread that sleeps for it is in rare cases woken a moment late. `critical_section` may
-// be entered again by the thread that is inside.
+// `plain_lock` is one word, and not recursive. `critical_section` may be entered again by
+// the thread that is inside.
 //
-// None of them has a constructor or destructor with work in it, so they may stand in
+// Neither has a constructor or destructor with work in it, so they may stand in
 // static storage of a library that is unloaded. No wait is a cancellation point. The
 // child of a fork has another thread number than its parent, so it must not go on with a
 // lock that the parent held.
@@ -55,46 +53,6 @@ private:
     ZEL_EXPORT void wake_next() noexcept;
 
     std::atomic<std::uint32_t> state_{free};
-};
-
-// It is given back by a store, where an exchange would cost as much as taking it:
-//
-//     owner                             waiter
-//     state_ = free                     somebody_sleeps_ = true
-//     somebody_sleeps_? wake one        state_ still held? sleep, but for 1 ms at most
-//
-// Without a fence on either side both may read what was there before: the owner wakes
-// nobody, and the waiter sleeps. Therefore a sleeper looks again by itself. As a rule it
-// is woken earlier. The owner reads the lock once more after it has given it back, so
-// the next owner must not destroy the lock at once.
-class ZEL_THREAD_ATTRIBUTE(capability("lock")) brief_lock {
-public:
-    constexpr brief_lock() noexcept = default;
-    brief_lock(const brief_lock&) = delete;
-    brief_lock& operator=(const brief_lock&) = delete;
-
-    void lock() noexcept ZEL_THREAD_ATTRIBUTE(acquire_capability()) {
-        if (!try_take())
-            lock_contended();
-    }
-
-    void unlock() noexcept ZEL_THREAD_ATTRIBUTE(release_capability()) {
-        // Release: what was written inside is seen by the next owner.
-        state_.store(free, std::memory_order_release);
-        if (somebody_sleeps_.load(std::memory_order_relaxed))
-            wake_next();
-    }
-
-private:
-    static constexpr std::uint32_t free = 0;
-    static constexpr std::uint32_t held = 1;
-
-    bool try_take() noexcept { return state_.exchange(held, std::memory_order_acquire) == free; }
-    ZEL_EXPORT void lock_contended() noexcept;
-    ZEL_EXPORT void wake_next() noexcept;
-
-    std::atomic<std::uint32_t> state_{free};
-    std::atomic<bool> somebody_sleeps_{false}; // relaxed: a hint
 };
 
 class ZEL_THREAD_ATTRIBUTE(capability("lock")) critical_section {

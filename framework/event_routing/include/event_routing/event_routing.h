@@ -28,7 +28,8 @@
 //
 // Dropping the cookie is the only way to unregister. It waits for running
 // asynchronous parts of the handler, except from inside one of them, and once it has
-// returned none starts any more.
+// returned none starts any more. The functions of event_routing/drop.h wait for synchronous
+// parts, too, or for so long only.
 //
 // From inside a part a handler may broadcast, register and drop cookies, its own too:
 // no lock of the service is held. A handler registered meanwhile is not part of the

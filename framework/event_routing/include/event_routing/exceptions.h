@@ -5,8 +5,11 @@
 
 #include <framework/exceptions/exceptions.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace zel::event_routing {
 
@@ -54,14 +57,39 @@ private:
     std::shared_ptr<const std::string> data_type_; // as in about_request
 };
 
+/// A handler that was asked and did not answer.
+struct declined_handler {
+    std::int32_t level = 0;  ///< subnodes of the handler's registration, the "*" not counted
+    std::string description; ///< as it was registered
+    /// The type of data that a handler made by typed.h takes, when it declined because the
+    /// request had others. Empty when it declined for reasons of its own.
+    std::string wanted_type;
+
+    bool operator==(const declined_handler&) const = default;
+};
+
 /// Nobody answered a request. The parameters are those that SendRequest was given.
 class ZEL_EXPORT request_was_not_processed : public exceptions::error,
                                              public detail::about_request {
 public:
     /// The message is the whole text.
     [[gnu::noinline]] request_was_not_processed(const std::string& message, const std::string& path,
-                                                const routing_parameters& parameters)
-        : error(message, __builtin_return_address(0)), about_request(path, parameters) {}
+                                                const routing_parameters& parameters,
+                                                std::vector<declined_handler> declined = {})
+        : error(message, __builtin_return_address(0)), about_request(path, parameters),
+          declined_(std::make_shared<const std::vector<declined_handler>>(std::move(declined))) {}
+    /// Copied also where it could be moved.
+    request_was_not_processed(const request_was_not_processed&) = default;
+    /// The same.
+    request_was_not_processed& operator=(const request_was_not_processed&) = default;
+
+    /// The handlers that were asked, in the order in which they were; empty when nobody
+    /// listens to the path. One that comes or goes while the request is under way may be
+    /// missing or be listed although its turn had not come.
+    const std::vector<declined_handler>& declined() const noexcept { return *declined_; }
+
+private:
+    std::shared_ptr<const std::vector<declined_handler>> declined_; // as in about_request
 };
 
 /// Two handlers with equal rights answered one request. The parameters are those that both

@@ -77,7 +77,8 @@ public:
     /// and left `error_response` without data. Throws request_was_not_processed when none
     /// has, multiple_request_handlers when two have, and what a handler throws.
     ///
-    /// Three parameters steer the request by being there, whatever their value. With
+    /// Three parameters (constants in routing_parameters.h) steer the request by being there,
+    /// whatever their value. With
     /// "supress_not_processed_exception" it does not throw when no handler has processed the
     /// request, and the result tells only whether one has, whatever `error_response` holds.
     /// With "skip_request_fallbacsk" fallbacks are not asked. With

@@ -35,6 +35,7 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
                                       const std::shared_ptr<tasklib::keep_registered>&) {
     broadcast event(*this, paths, data, parameters);
     try {
+        event.enter();
         event.take_monitors();
         event.choose_parameters();
         event.recall_handlers();
@@ -48,15 +49,20 @@ void EventRoutingImpl::BroadcastEvent(const std::string& paths, const event_data
     }
 }
 
+void EventRoutingImpl::broadcast::enter() {
+    message_.enter(*service_.threads_);
+}
+
 void EventRoutingImpl::broadcast::take_monitors() {
-    monitors_ = service_.monitors_->GetMonitors();
+    monitors_ = service_.monitors_->GetMonitors(message_);
     if (!monitors_.empty())
         begin_.emplace();
 }
 
 void EventRoutingImpl::broadcast::choose_parameters() {
     if (!parameters_->empty())
-        if (const auto found = parameters_->find("synchronous"); found != parameters_->end())
+        if (const auto found = parameters_->find(parameter::synchronous);
+            found != parameters_->end())
             patience_ = static_cast<std::uint32_t>(found->second.number);
     if (monitors_.empty())
         return;
@@ -70,7 +76,8 @@ void EventRoutingImpl::broadcast::choose_parameters() {
 // was registered before the monitor.
 void EventRoutingImpl::broadcast::recall_handlers() {
     generation_ = service_.routing_lock_.current_generation();
-    matches_ = service_.records_.recall(at_the_end_.visitor, generation_);
+    if (routing_lock::is_stable(generation_))
+        matches_.recall(text_, generation_);
 }
 
 // Empty pieces are no paths.
@@ -87,7 +94,7 @@ void EventRoutingImpl::broadcast::split_paths(const Use& use) const {
 void EventRoutingImpl::broadcast::collect_handlers() {
     if (matches_)
         return;
-    flattening matches(at_the_end_.visitor.paths(), generation_);
+    flattening matches(text_, generation_);
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
     event_routing_node::collected_handlers collected(&memory);
@@ -101,14 +108,11 @@ void EventRoutingImpl::broadcast::collect_handlers() {
             matches.FlattenHandlers(path, collected);
         });
     });
-    auto made = matches.take();
-    matches_ = made.get();
     if (failure) { // monitors hear of what was found
-        service_.records_.keep(at_the_end_.visitor, std::move(made));
+        matches_.keep(matches.take());
         std::rethrow_exception(failure);
     }
-    // What cannot be remembered is looked for again.
-    platform::guarded([&] { service_.records_.remember(at_the_end_.visitor, std::move(made)); });
+    matches_.remember(matches.take());
 }
 
 void EventRoutingImpl::broadcast::RouteEvent() {
@@ -117,7 +121,7 @@ void EventRoutingImpl::broadcast::RouteEvent() {
 }
 
 void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handler) {
-    const announced_call body(service_.records_, at_the_end_.visitor, *handler.handler);
+    const announced_call body(message_, removal_waits::no, *handler.handler);
     if (!body)
         return;
     const auto& [synchronous_part, asynchronous_part] = body->function;
@@ -130,7 +134,7 @@ void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handle
 // What the part answers; false also when it throws.
 bool EventRoutingImpl::broadcast::run_synchronous_part(const MultiPathHandlerInfo& handler,
                                                        const synchronous_event_part& part) {
-    const measurement_scope measured(monitors_);
+    const measurement_scope measured(message_, monitors_);
     bool answer = false;
     const auto failure =
         platform::guarded([&] { answer = part(*handler.path, data_, *parameters_); });
@@ -149,7 +153,8 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
         processor_ = tasklib::get_task_processor();
     const auto task = tasklib::make_task(
         "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
-        asynchronous_part(matches_->shared_from_this(), handler, data_, *parameters_, monitors_));
+        asynchronous_part(*service_.threads_, matches_.share(), handler, data_, *parameters_,
+                          monitors_.share()));
     // A broadcast that waits for its parts starts them past their queues: it may run inside of
     // a part of such a queue, and then nothing behind that part starts before it returns.
     if (queue && !patience_)
@@ -161,12 +166,14 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
 }
 
 void asynchronous_part::operator()() const {
-    if (handler_->handler->is_retired())
-        return; // without waiting behind its removal
-    const running_call body(*handler_->handler);
+    const auto threads = threads_.shared_from_this(); // the part may end its service
+    message_scope message(*threads);
+    message.name_one(*handler_->handler);
+    monitors_.name_in(message);
+    const announced_call body(message, removal_waits::yes, *handler_->handler);
     if (!body)
         return;
-    const measurement_scope measured(monitors_);
+    const measurement_scope measured(message, monitors_);
     body->function.asynchronous_part(*handler_->path, data_, parameters_);
     measured.end("Async: ", *handler_, data_, parameters_);
 }
@@ -194,7 +201,8 @@ EventRoutingImpl::broadcast::~broadcast() noexcept(false) {
 
 EventRoutingImpl::broadcast::counting::~counting() {
     const auto failure = platform::guarded([&] {
-        if (const auto finished = records.UpdateStatistics(visitor)) {
+        if (const auto finished =
+                event.service_.statistics_.UpdateStatistics(event.message_.record(), event.text_)) {
             const platform::no_cancellation to_the_end;
             WriteStatistics(*finished);
         }
@@ -204,7 +212,7 @@ EventRoutingImpl::broadcast::counting::~counting() {
 }
 
 void EventRoutingImpl::broadcast::tell_monitors() const {
-    tell_of_broadcast(monitors_, *begin_, paths_, matches_, data_, *parameters_);
+    tell_of_broadcast(message_, monitors_, *begin_, paths_, matches_.get(), data_, *parameters_);
 }
 
 } // namespace zel::event_routing::impl

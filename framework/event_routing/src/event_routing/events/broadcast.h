@@ -16,14 +16,14 @@ class EventRoutingImpl::broadcast {
 public:
     broadcast(EventRoutingImpl& service, const std::string& paths, const event_data& data,
               const routing_parameters& parameters) noexcept
-        : service_(service), paths_(paths), data_(data), parameters_(&parameters),
-          at_the_end_(service.records_, paths) {}
+        : service_(service), paths_(paths), text_(paths), data_(data), parameters_(&parameters) {}
     /// Tells the monitors and counts, however the broadcast ends. A monitor that ends
     /// its thread is unwound from here.
     ~broadcast() noexcept(false);
     broadcast(const broadcast&) = delete;
     broadcast& operator=(const broadcast&) = delete;
 
+    void enter();
     void take_monitors();
     void choose_parameters();
     void recall_handlers();
@@ -34,12 +34,8 @@ public:
 private:
     // Counts at the very end.
     struct counting {
-        counting(broadcast_records& all, const std::string& paths) noexcept
-            : records(all), visitor(paths) {}
         ~counting();
-
-        broadcast_records& records;
-        broadcast_records::visitor visitor;
+        const broadcast& event;
     };
 
     template <class Use>
@@ -53,16 +49,18 @@ private:
 
     EventRoutingImpl& service_;
     const std::string& paths_;
+    const text_key text_;
     const event_data& data_;
     const routing_parameters* parameters_; // the caller's, unless a number was added
-    counting at_the_end_;
+    message_scope message_;
+    const counting at_the_end_{*this};
 
     event_monitors::snapshot monitors_;
     std::optional<measurement> begin_; // only for monitors, like the next two
     numbered_parameters numbered_{service_.spare_parameters_};
     bool tells_monitors_ = false;
-    std::uint64_t generation_ = 0;        // of the registrations, from then on
-    const match_list* matches_ = nullptr; // which the visitor keeps
+    std::uint64_t generation_ = 0; // of the registrations, from then on
+    current_matches<match_list> matches_{service_.records_, message_};
     // How many milliseconds to wait for the tasks; nothing: not at all.
     std::optional<std::uint32_t> patience_;
     std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started

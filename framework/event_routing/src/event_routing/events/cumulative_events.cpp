@@ -10,24 +10,42 @@
 
 namespace zel::event_routing::impl {
 
-bool cumulative_events::add(const std::string& path, event_data data,
-                            routing_parameters parameters) {
+auto cumulative_events::add(const std::string& path, event_data data, routing_parameters parameters)
+    -> batch {
     platform::scoped_lock inside(guard_); // what is replaced goes after it
-    auto& batch = pending_[path];
-    const bool is_first = !batch;
+    auto& pending = pending_[path];
+    const bool is_first = !pending;
     if (is_first)
-        batch = std::make_shared<cumulative_event_data>();
-    batch->data.swap(data);
-    batch->parameters.swap(parameters);
-    ++batch->count;
-    return is_first;
+        pending = std::make_shared<cumulative_event_data>();
+    pending->data.swap(data);
+    pending->parameters.swap(parameters);
+    ++pending->count;
+    return is_first ? pending : nullptr;
 }
 
-std::shared_ptr<cumulative_event_data>
-cumulative_events::TakeCumulativeEvent(const std::string& path) {
+bool cumulative_events::arrange(const std::string& path, const batch& pending,
+                                const std::shared_ptr<tasklib::task_ifc>& delivery) {
+    platform::scoped_lock inside(guard_);
+    const auto entry = pending_.find(path);
+    if (entry == pending_.end() || entry->second != pending)
+        return false;
+    pending->delivery = delivery;
+    return true;
+}
+
+auto cumulative_events::TakeCumulativeEvent(const std::string& path) -> batch {
     platform::scoped_lock inside(guard_);
     const auto entry = pending_.find(path);
     return entry == pending_.end() ? nullptr : std::exchange(entry->second, nullptr);
+}
+
+bool cumulative_events::take(const std::string& path, const batch& pending) {
+    platform::scoped_lock inside(guard_);
+    const auto entry = pending_.find(path);
+    if (entry == pending_.end() || entry->second != pending)
+        return false;
+    entry->second = nullptr; // the caller has it
+    return true;
 }
 
 void cumulative_events::drop_all() {
@@ -36,37 +54,44 @@ void cumulative_events::drop_all() {
     dropped.swap(pending_);
 }
 
-// The body of a delivery task. One that will never run takes its batch along, so that
-// the next broadcast begins another instead of adding to it for ever.
+// The body of the task that delivers one batch. One that will never run takes its batch
+// along, so that the next broadcast begins another instead of adding to it for ever. A later
+// batch of the path is not this one's to take.
 class EventRoutingImpl::delivery {
 public:
     explicit delivery(std::string path) noexcept : path_(std::move(path)) {}
     delivery(delivery&&) noexcept = default;
-    ~delivery() { take(); }
+    ~delivery() { take(service_.lock()); }
 
     /// From now on a batch of the service is this one's to take.
-    void answer_for(std::weak_ptr<EventRoutingImpl> service) noexcept {
+    void answer_for(std::weak_ptr<EventRoutingImpl> service,
+                    const cumulative_events::batch& pending) noexcept {
         service_ = std::move(service);
+        batch_ = pending;
     }
 
     void operator()() {
         const auto service = service_.lock(); // until the broadcast has ended
-        const auto batch = take();
-        if (!batch)
-            return;
-        batch->parameters["cumulative_event_count"] = batch->count;
-        service->BroadcastEvent(path_, batch->data, batch->parameters, nullptr);
+        if (const auto batch = take(service))
+            service->deliver(path_, *batch);
     }
 
 private:
-    std::shared_ptr<cumulative_event_data> take() {
-        const auto service = std::exchange(service_, {}).lock();
-        return service ? service->cumulative_events_.TakeCumulativeEvent(path_) : nullptr;
+    cumulative_events::batch take(const std::shared_ptr<EventRoutingImpl>& service) {
+        const auto batch = std::exchange(batch_, {}).lock();
+        const bool is_mine = service && batch && service->cumulative_events_.take(path_, batch);
+        return is_mine ? batch : nullptr;
     }
 
-    std::weak_ptr<EventRoutingImpl> service_; // holding it strongly would keep it for ever
+    std::weak_ptr<EventRoutingImpl> service_;    // holding it strongly would keep it for ever
+    std::weak_ptr<cumulative_event_data> batch_; // and a payload longer than it is pending
     std::string path_;
 };
+
+void EventRoutingImpl::deliver(const std::string& path, cumulative_event_data& batch) {
+    batch.parameters[parameter::cumulative_event_count] = batch.count;
+    BroadcastEvent(path, batch.data, batch.parameters, nullptr);
+}
 
 void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout delay,
                                                 const std::string& path, const event_data& data,
@@ -74,9 +99,10 @@ void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout del
                                                 const std::shared_ptr<tasklib::keep_registered>&) {
     using single_run = tasklib::basic_single_run_sch_params<tasklib::unbiased_clock>;
     delivery later(path);
-    if (!cumulative_events_.add(path, data, parameters))
+    const auto batch = cumulative_events_.add(path, data, parameters);
+    if (!batch)
         return;
-    later.answer_for(weak_from_this());
+    later.answer_for(weak_from_this(), batch);
     if (has_ended_.load(std::memory_order_relaxed))
         return;
     const auto due = std::make_shared<single_run>(tasklib::deadline(delay).moment());
@@ -86,12 +112,35 @@ void EventRoutingImpl::BroadcastCumulativeEvent(threading::universal_timeout del
     // happens to be made.
     const auto task = tasklib::make_independent_task(
         "Cumulative event " + path, tasks_->get_low_level_container(), std::move(later));
+    if (!cumulative_events_.arrange(path, batch, task.share())) { // flushed meanwhile
+        task.cancel();
+        return;
+    }
     try {
         scheduler->schedule(task.share(), processor, due, 0);
     } catch (...) {
         task.cancel();
         throw;
     }
+}
+
+bool EventRoutingImpl::FlushCumulativeEvent(const std::string& path) {
+    const auto batch = take_from_delivery(path);
+    if (batch)
+        deliver(path, *batch);
+    return batch != nullptr;
+}
+
+bool EventRoutingImpl::CancelCumulativeEvent(const std::string& path) {
+    return take_from_delivery(path) != nullptr;
+}
+
+cumulative_events::batch EventRoutingImpl::take_from_delivery(const std::string& path) {
+    auto batch = cumulative_events_.TakeCumulativeEvent(path);
+    if (batch)
+        if (const auto task = batch->delivery.lock())
+            task->cancellation().cancel(); // or it would wait for a moment of no use
+    return batch;
 }
 
 } // namespace zel::event_routing::impl

@@ -105,6 +105,37 @@ TEST_F(CumulativeEvents, NeverComeAfterAnEndlessDelayOrTheEnd) {
     EXPECT_EQ(delivered, deliveries());
 }
 
+TEST_F(CumulativeEvents, AreFlushedOrCanceledBeforeTheyAreDueWhichLeavesTheNextBatchItsTime) {
+    const auto payload = serialization::make_payload(std::string("payload"));
+    const auto pending = [&] {
+        events->BroadcastCumulativeEvent({false, 10 * second}, "p", payload, {}, nullptr);
+    };
+    const auto flushes = [&](const char* path) {
+        bool result = false; // not on the test's thread, which the handler does not want to see
+        std::jthread([&] { result = flush_cumulative_event(*events, path); }).join();
+        return result;
+    };
+    pending();
+    pending();
+    EXPECT_FALSE(flushes("q"));
+    EXPECT_TRUE(flushes("p"));
+    EXPECT_EQ(next(), deliveries{"p payload cumulative_event_count=2"}) << "at once";
+    EXPECT_FALSE(flushes("p"));
+    pending();
+    EXPECT_TRUE(cancel_cumulative_event(*events, "p"));
+    EXPECT_FALSE(cancel_cumulative_event(*events, "p"));
+    EXPECT_EQ(payload.use_count(), 1) << "nothing waits for the moment any more";
+    ticks += 5 * ticks_of_a_second;
+    call("p", 10 * second, "later");
+    ticks += 5 * ticks_of_a_second; // when the former batches would have been due
+    call("due");
+    EXPECT_EQ(next(), deliveries{"due none cumulative_event_count=1"});
+    ticks += 5 * ticks_of_a_second;
+    call("due");
+    EXPECT_EQ(next(2), (deliveries{"due none cumulative_event_count=1",
+                                   "p later cumulative_event_count=1"}));
+}
+
 TEST_F(CumulativeEvents, OutliveTheTaskThatBeganTheBatch) {
     const auto task = tasklib::make_task("canceled", nullptr, [this] {
         call("p", 10 * second);

@@ -7,11 +7,12 @@ void measurement_scope::tell(const char* label, const MultiPathHandlerInfo& hand
     monitor::event_handling_info_2 info;
     begin_->end_into(info);
     info.handler_info.emplace(handler.level, label + handler.handler->description);
-    event_monitors::NotifyMonitors(monitors_, *handler.path, data, parameters, info);
+    event_monitors::NotifyMonitors(message_, monitors_, *handler.path, data, parameters, info);
 }
 
-void tell_of_broadcast(const event_monitors::snapshot& monitors, const measurement& begin,
-                       const std::string& paths, const match_list* handlers, const event_data& data,
+void tell_of_broadcast(const message_scope& message, const event_monitors::snapshot& monitors,
+                       const measurement& begin, const std::string& paths,
+                       const match_list* handlers, const event_data& data,
                        const routing_parameters& parameters) {
     monitor::event_handling_info_2 info;
     begin.end_into(info);
@@ -20,7 +21,7 @@ void tell_of_broadcast(const event_monitors::snapshot& monitors, const measureme
         for (const auto& h : handlers->handlers)
             info.handlers_info.emplace_back(h.level, h.handler->description);
     }
-    event_monitors::NotifyMonitors(monitors, paths, data, parameters, info);
+    event_monitors::NotifyMonitors(message, monitors, paths, data, parameters, info);
 }
 
 } // namespace zel::event_routing::impl

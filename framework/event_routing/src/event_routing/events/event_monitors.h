@@ -19,7 +19,8 @@ using event_monitors = MonitorHandlers<void(const std::string& path, const event
 /// monitors it reads no clock, and `end` does nothing.
 class measurement_scope {
 public:
-    explicit measurement_scope(const event_monitors::snapshot& monitors) : monitors_(monitors) {
+    measurement_scope(const message_scope& message, const event_monitors::snapshot& monitors)
+        : message_(message), monitors_(monitors) {
         if (!monitors.empty())
             begin_.emplace();
     }
@@ -35,13 +36,15 @@ private:
     void tell(const char* label, const MultiPathHandlerInfo& handler, const event_data& data,
               const routing_parameters& parameters) const;
 
+    const message_scope& message_;
     const event_monitors::snapshot& monitors_;
     std::optional<measurement> begin_;
 };
 
 /// Tells of a whole broadcast; `handlers` is null when none were collected.
-void tell_of_broadcast(const event_monitors::snapshot& monitors, const measurement& begin,
-                       const std::string& paths, const match_list* handlers, const event_data& data,
+void tell_of_broadcast(const message_scope& message, const event_monitors::snapshot& monitors,
+                       const measurement& begin, const std::string& paths,
+                       const match_list* handlers, const event_data& data,
                        const routing_parameters& parameters);
 
 } // namespace zel::event_routing::impl

@@ -17,11 +17,12 @@ constinit log::source_position
 
 EventRoutingImpl::EventRoutingImpl()
     : tasks_(std::make_shared<tasklib::task_container>("")),
-      monitors_(std::make_shared<event_monitors>()) {}
+      monitors_(std::make_shared<event_monitors>(threads_)) {}
 
 EventRoutingImpl::~EventRoutingImpl() {
     const platform::no_cancellation to_the_end;
-    if (const auto failure = platform::guarded([&] { WriteStatistics(*records_.take_period()); }))
+    if (const auto failure =
+            platform::guarded([&] { WriteStatistics(*statistics_.take_period()); }))
         report_exception(failure);
     // What these hold is foreign code, too.
     monitors_.reset();
@@ -43,8 +44,14 @@ std::shared_ptr<tasklib::keep_registered> EventRoutingImpl::RegisterEventHandler
 }
 
 void EventRoutingImpl::Unregister(event_routing_node::registration position) {
-    const auto removed = unlink_handler<event_routing_node>(routing_lock_, position);
-    removed->retire([&] { records_.count_uses(*removed); });
+    take_out(position)->finish(*threads_);
+}
+
+std::shared_ptr<event_routing_node::registered_handler>
+EventRoutingImpl::take_out(event_routing_node::registration position) {
+    auto removed = unlink_handler<event_routing_node>(routing_lock_, position);
+    threads_->close(*removed);
+    return removed;
 }
 
 std::vector<std::pair<std::string, std::string>> EventRoutingImpl::GetEventHandlers() {

@@ -1,21 +1,24 @@
 // The event routing service.
 #pragma once
 
-#include "framework/event_routing/src/event_routing/events/broadcast_records.h"
+#include "framework/event_routing/src/event_routing/events/broadcast_statistics.h"
 #include "framework/event_routing/src/event_routing/events/cumulative_events.h"
 #include "framework/event_routing/src/event_routing/events/event_monitors.h"
 #include "framework/event_routing/src/event_routing/events/event_node.h"
+#include "framework/event_routing/src/event_routing/events/match_list.h"
 #include "framework/event_routing/src/event_routing/monitors/numbered_parameters.h"
-#include "framework/event_routing/src/event_routing/routing/routing_lock.h"
+#include "framework/event_routing/src/event_routing/routing/current_matches.h"
 #include "generic/tasklib/src/tasks/task_container.h"
 
 #include <event_routing/event_routing.h>
+#include <event_routing/pending_events.h>
 
 namespace zel::event_routing::impl {
 
 class EventRouting : public IEventRouting {};
 
 class EventRoutingImpl final : public EventRouting,
+                               public IPendingEvents,
                                public std::enable_shared_from_this<EventRoutingImpl> {
 public:
     EventRoutingImpl();
@@ -38,15 +41,27 @@ public:
     [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(event_monitor monitor) override;
     bool EndAndWaitForHandlers() override;
+    bool FlushCumulativeEvent(const std::string& path) override;
+    bool CancelCumulativeEvent(const std::string& path) override;
 
     /// Run by the cookie of a handler.
     void Unregister(event_routing_node::registration position);
+    /// Its first half: the handler, which is out of the map and gets no more calls.
+    std::shared_ptr<event_routing_node::registered_handler>
+    take_out(event_routing_node::registration position);
+    /// Where calls of the handlers are announced.
+    thread_records& threads() const noexcept { return *threads_; }
 
 private:
     class broadcast;
     class delivery;
 
-    broadcast_records records_;
+    void deliver(const std::string& path, cumulative_event_data& batch);
+    cumulative_events::batch take_from_delivery(const std::string& path);
+
+    const std::shared_ptr<thread_records> threads_ = thread_records::shared();
+    broadcast_statistics statistics_{*threads_};
+    match_records<match_list> records_{*threads_};
     routing_lock routing_lock_;
     event_routing_node map_ ZEL_GUARDED_BY(routing_lock_);
     // Holds asynchronous parts and deliveries; these hold the service only while they run.

@@ -8,8 +8,7 @@ void flattening::FlattenHandlers(std::string_view path,
     if (list_->handlers.empty()) // later ones grow the list by its factor
         list_->handlers.reserve(collected.size());
     for (auto& [handler, level] : collected) {
-        // Only a look: the hold that removal waits for belongs to running calls, and
-        // a broadcast must not wait for one behind a waiting removal.
+        // Only a look, to save its turn: whether it may run is decided then.
         if (handler->is_retired())
             continue;
         if (several_paths_ && add_path_to_known(path, handler.get()))

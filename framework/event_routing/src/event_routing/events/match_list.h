@@ -25,27 +25,17 @@ struct MultiPathHandlerInfo {
     std::int32_t level;      ///< of the first of them
 };
 
-struct match_list : matches_of_text, std::enable_shared_from_this<match_list> {
+struct match_list final : matches_of_text, std::enable_shared_from_this<match_list> {
     using matches_of_text::matches_of_text;
 
     std::size_t size() const noexcept { return handlers.size(); }
-    bool contains(const event_routing_node::registered_handler& handler) const noexcept {
+    bool contains(const retirable_base& handler) const noexcept override {
         return std::ranges::any_of(
             handlers, [&](const auto& entry) { return entry.handler.get() == &handler; });
     }
 
     std::vector<MultiPathHandlerInfo> handlers;
     std::forward_list<std::string> paths; // those that are not the text, where they stay
-
-    /// Of broadcast_records, which guards it.
-    struct bookkeeping {
-        std::uint32_t users = 0;                // broadcasts that run the list without a reference
-        bool is_current = false;                // found by those who broadcast the text
-        std::uint64_t period = 0;               // in which it was counted last
-        std::size_t place_in_period = 0;        // of its count
-        std::shared_ptr<const match_list> self; // held for users after the list was replaced
-    };
-    mutable bookkeeping book;
 };
 
 /// Makes one list.

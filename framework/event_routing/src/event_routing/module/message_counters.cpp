@@ -33,17 +33,18 @@ std::uint32_t next_snowball_message_id() noexcept {
 }
 
 bool is_numbered(const routing_parameters& parameters) {
-    return !parameters.empty() && parameters.contains("monitoring_message_id");
+    return !parameters.empty() && parameters.contains(parameter::monitoring_message_id);
 }
 
 void overwrite_message_number(routing_parameters& parameters, std::uint32_t number) {
-    const auto id = parameters.insert_or_assign("monitoring_message_id", number).first;
-    parameters.insert_or_assign(std::next(id), "monitoring_message_pid", platform::process_id());
+    const auto id = parameters.insert_or_assign(parameter::monitoring_message_id, number).first;
+    parameters.insert_or_assign(std::next(id), parameter::monitoring_message_pid,
+                                platform::process_id());
 }
 
 void fill_in_message_number(routing_parameters& parameters, std::uint32_t number) {
-    parameters.try_emplace("monitoring_message_id", number);
-    parameters.try_emplace("monitoring_message_pid", platform::process_id());
+    parameters.try_emplace(parameter::monitoring_message_id, number);
+    parameters.try_emplace(parameter::monitoring_message_pid, platform::process_id());
 }
 
 } // namespace zel::event_routing::impl

@@ -31,7 +31,8 @@ public:
                              const data& error_response, const routing_parameters& parameters,
                              const Info& info, std::exception_ptr error)>;
 
-    explicit message_observation(const monitors& all) : told_(all.GetMonitors()) {
+    message_observation(monitors& all, message_scope& message)
+        : message_(message), told_(all.GetMonitors(message)) {
         if (!told_.empty())
             noted_.emplace();
     }
@@ -54,8 +55,8 @@ public:
         const platform::no_cancellation to_the_end;
         const auto failure = platform::guarded([&] {
             noted_->begin.end_into(noted_->info);
-            monitors::NotifyMonitors(told_, path, input, response, error_response, parameters,
-                                     noted_->info, error);
+            monitors::NotifyMonitors(message_, told_, path, input, response, error_response,
+                                     parameters, noted_->info, error);
         });
         if (failure)
             report_exception(failure);
@@ -67,7 +68,8 @@ private:
         Info info;
     };
 
-    typename monitors::snapshot told_;
+    message_scope& message_;
+    const typename monitors::snapshot told_;
     std::optional<notes> noted_;
 };
 

@@ -4,6 +4,8 @@
 #include "framework/event_routing/src/event_routing/requests/request_failures.h"
 #include "framework/serialization/data.h"
 
+#include <event_routing/typed/typed_request_handler.h>
+
 #include <algorithm>
 #include <optional>
 
@@ -13,8 +15,19 @@ namespace {
 
 using namespace monitor;
 
-// Handlers know by it that they are to answer only for themselves.
-constexpr std::int64_t this_session = -3;
+void append_declined(std::vector<declined_handler>& declined,
+                     std::span<const request_match> handlers, const request_data& data) {
+    for (const auto& match : handlers) {
+        const running_call handler(*match.handler);
+        if (!handler)
+            continue;
+        std::string wanted_type;
+        if (const auto* const typed =
+                handler->function.target<event_routing::detail::typed_request_handler>())
+            wanted_type = typed->type_wanted_instead_of(data);
+        declined.push_back({match.level, match.handler->description, std::move(wanted_type)});
+    }
+}
 
 } // namespace
 
@@ -96,8 +109,19 @@ bool RequestRoutingImpl::request::CheckRequestResult(bool processed) const {
     if (callers_parameters_.contains(names_.suppression))
         return processed;
     if (!processed)
-        throw_not_processed(path(), callers_parameters_);
+        throw_not_processed(path(), callers_parameters_, declined_handlers());
     return !error_response_ || !error_response_->GetData();
+}
+
+// Found out once the request has failed, so that those that are answered pay nothing: all
+// that were asked have declined.
+std::vector<declined_handler> RequestRoutingImpl::request::declined_handlers() const {
+    std::vector<declined_handler> declined;
+    append_declined(declined, matches_->redirections, data_);
+    append_declined(declined, matches_->regular, data_);
+    if (!parameters_->contains(names_.no_fallbacks))
+        append_declined(declined, matches_->fallbacks, data_);
+    return declined;
 }
 
 // Handlers that came since take part, and those that went do not.
@@ -105,9 +129,15 @@ void RequestRoutingImpl::request::update_matches() {
     const auto present = service_.routing_lock_.current_generation();
     if (matches_ && matches_->generation == present && routing_lock::is_stable(present))
         return;
-    const text_key key = matches_ ? text_key(*matches_) : text_key(path_);
-    renewed_ = service_.matches_of(key);
-    matches_ = renewed_.get();
+    keep_path();
+    service_.find_matches(matches_, text_key(path()));
+}
+
+// Handlers may go on referring to the path when other matches take the place of those that
+// it belongs to.
+void RequestRoutingImpl::request::keep_path() {
+    if (!own_path_ && !first_matches_)
+        first_matches_ = matches_.share();
 }
 
 bool RequestRoutingImpl::request::RunPriorityGroups(std::span<const request_match> handlers) {
@@ -133,7 +163,7 @@ bool RequestRoutingImpl::request::RunHandlerPass(std::span<const request_match> 
         if (processing_ && match.level != level)
             return true;
         level = match.level;
-        const running_call handler(*match.handler);
+        const announced_call handler(message_, removal_waits::yes, *match.handler);
         if (!handler)
             continue;
         InvokeRequestHandler(match, handler->function);

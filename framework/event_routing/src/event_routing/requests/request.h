@@ -5,8 +5,12 @@
 #include "framework/event_routing/src/event_routing/requests/request_routing_impl.h"
 #include "framework/event_routing/src/event_routing/routing/current_matches.h"
 
+#include <event_routing/exceptions.h>
+
 #include <exception>
+#include <optional>
 #include <span>
+#include <vector>
 
 namespace zel::event_routing::impl {
 
@@ -15,13 +19,14 @@ public:
     request(RequestRoutingImpl& service, const std::string& path, const request_data& data,
             request_answer& response, request_answer& error_response,
             const routing_parameters& parameters)
-        : service_(service), names_(service.parameter_names_),
-          remembered_(remembered_matches(service.records_, service.routing_lock_, text_key(path))),
-          matches_(remembered_.get()), data_(data), response_(response),
+        : service_(service), names_(service.parameter_names_), data_(data), response_(response),
           error_response_(error_response), callers_parameters_(parameters),
           parameters_(parameters) {
-        if (!remembered_)
-            path_ = path;
+        const auto present = service.routing_lock_.current_generation();
+        if (routing_lock::is_stable(present) && matches_.recall(text_key(path), present))
+            path_ = &matches_->text;
+        else
+            path_ = &own_path_.emplace(path);
     }
     request(const request&) = delete;
     request& operator=(const request&) = delete;
@@ -37,26 +42,29 @@ private:
     bool local_pass();
     bool fallback_pass();
     bool CheckRequestResult(bool processed) const;
+    std::vector<declined_handler> declined_handlers() const;
 
     bool RunPriorityGroups(std::span<const request_match> handlers);
     bool RunHandlerPass(std::span<const request_match> handlers, bool stop_at_first);
     void InvokeRequestHandler(const request_match& match, const request_handler& handler);
 
     void update_matches();
+    void keep_path();
     bool call_handler(const request_handler& handler);
     void enter_stage(std::int32_t stage);
 
-    /// Given to handlers and monitors, the same text to all of them: one of them may keep a
-    /// view of it until the request ends. Not the caller's, which may lie in an output.
-    const std::string& path() const noexcept { return remembered_ ? remembered_->text : path_; }
+    /// Given to handlers and monitors, the same to all. Not the caller's text, which may lie
+    /// in an output.
+    const std::string& path() const noexcept { return *path_; }
 
     RequestRoutingImpl& service_;
-    observation observed_{*service_.monitors_};
+    message_scope message_{*service_.threads_};
+    observation observed_{*service_.monitors_, message_};
     const parameter_names& names_;
-    std::string path_; // where nothing was remembered when the request began
-    std::shared_ptr<const request_matches> remembered_; // what was, and has the path
-    std::shared_ptr<const request_matches> renewed_;    // for the registrations since then
-    const request_matches* matches_; // one of the two, as they were when a pass began
+    current_matches<request_matches> matches_{service_.records_, message_}; // of a pass
+    const std::string* path_; // that of the first matches, where they were remembered
+    std::optional<std::string> own_path_;
+    std::shared_ptr<const request_matches> first_matches_; // once others have taken their place
     const request_data& data_;
     request_answer& response_;
     request_answer& error_response_;

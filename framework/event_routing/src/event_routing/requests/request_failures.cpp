@@ -22,11 +22,12 @@ std::string FormatRoutingParameters(const routing_parameters& parameters) {
 
 } // namespace
 
-void throw_not_processed(const std::string& path, const routing_parameters& parameters) {
+void throw_not_processed(const std::string& path, const routing_parameters& parameters,
+                         std::vector<declined_handler> declined) {
     throw request_was_not_processed(
         "Request '" + path +
             "' was not processed. Routing parameters: " + FormatRoutingParameters(parameters),
-        path, parameters);
+        path, parameters, std::move(declined));
 }
 
 void throw_processed_twice(const std::string& path, const routing_parameters& parameters,

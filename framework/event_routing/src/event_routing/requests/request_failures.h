@@ -7,8 +7,8 @@
 
 namespace zel::event_routing::impl {
 
-[[noreturn]] void throw_not_processed(const std::string& path,
-                                      const routing_parameters& parameters);
+[[noreturn]] void throw_not_processed(const std::string& path, const routing_parameters& parameters,
+                                      std::vector<declined_handler> declined);
 
 [[noreturn]] void throw_processed_twice(const std::string& path,
                                         const routing_parameters& parameters,

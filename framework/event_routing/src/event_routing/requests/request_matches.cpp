@@ -12,13 +12,20 @@ std::vector<request_match> collect(std::string_view path, const request_routing_
     std::vector<request_match> matches;
     matches.reserve(collected.size());
     for (auto& [handler, level] : collected) {
-        const call body(*handler); // there as long as the handler is in the map
-        matches.push_back({std::move(handler), level, body->additional_data.priority});
+        // There as long as the handler is in the map.
+        const auto priority = handler->callable().additional_data.priority;
+        matches.push_back({std::move(handler), level, priority});
     }
     return matches;
 }
 
 } // namespace
+
+bool request_matches::contains(const retirable_base& handler) const noexcept {
+    const auto is_it = [&](const request_match& m) { return m.handler.get() == &handler; };
+    return std::ranges::any_of(regular, is_it) || std::ranges::any_of(fallbacks, is_it) ||
+           std::ranges::any_of(redirections, is_it);
+}
 
 std::shared_ptr<const request_matches> match_request(const text_key& path, std::uint64_t generation,
                                                      const request_maps& maps) {

@@ -1,6 +1,5 @@
 #include "framework/event_routing/src/event_routing/requests/request_routing_impl.h"
 
-#include "framework/event_routing/src/event_routing/routing/current_matches.h"
 #include "framework/event_routing/src/event_routing/routing/debugging.h"
 #include "framework/event_routing/src/event_routing/routing/registration.h"
 #include "framework/serialization/serialization_modules.h"
@@ -21,7 +20,7 @@ constinit log::source_position registering_redirection(
 } // namespace
 
 RequestRoutingImpl::RequestRoutingImpl(std::weak_ptr<IEventRouting> events)
-    : events_(std::move(events)), monitors_(std::make_shared<observation::monitors>()) {}
+    : events_(std::move(events)), monitors_(std::make_shared<observation::monitors>(threads_)) {}
 
 RequestRoutingImpl::~RequestRoutingImpl() {
     const platform::no_cancellation to_the_end;
@@ -80,17 +79,23 @@ void RequestRoutingImpl::notify_of_registration(IEventRouting& events, const std
     events.BroadcastEvent("event_routing.request_handler.registered", holder, {}, nullptr);
 }
 
-std::shared_ptr<const request_matches> RequestRoutingImpl::matches_of(const text_key& path) {
-    return current_matches(records_, routing_lock_, path,
-                           // Under the lock, which the analysis cannot see from here.
-                           [&](routing_lock::generation present)
-                               ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
-                                   return match_request(path, present, maps_);
-                               });
+void RequestRoutingImpl::find_matches(current_matches<request_matches>& matches,
+                                      const text_key& path) {
+    matches.update(routing_lock_, path,
+                   // Under the lock, which the analysis cannot see from here.
+                   [&](routing_lock::generation present) ZEL_THREAD_ATTRIBUTE(
+                       no_thread_safety_analysis) { return match_request(path, present, maps_); });
 }
 
 void RequestRoutingImpl::Unregister(request_routing_node::registration position) {
-    unlink_handler<request_routing_node>(routing_lock_, position)->retire();
+    take_out(position)->finish(*threads_);
+}
+
+std::shared_ptr<request_routing_node::registered_handler>
+RequestRoutingImpl::take_out(request_routing_node::registration position) {
+    auto removed = unlink_handler<request_routing_node>(routing_lock_, position);
+    threads_->close(*removed);
+    return removed;
 }
 
 std::vector<std::pair<std::string, std::string>> RequestRoutingImpl::GetRequestHandlers() {

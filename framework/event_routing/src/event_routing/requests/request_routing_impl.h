@@ -3,7 +3,7 @@
 
 #include "framework/event_routing/src/event_routing/monitors/message_observation.h"
 #include "framework/event_routing/src/event_routing/requests/request_matches.h"
-#include "framework/event_routing/src/event_routing/routing/routing_lock.h"
+#include "framework/event_routing/src/event_routing/routing/current_matches.h"
 
 #include <event_routing/event_routing.h>
 #include <event_routing/request_handling_info.h>
@@ -38,6 +38,11 @@ public:
 
     /// Run by the cookie of a handler.
     void Unregister(request_routing_node::registration position);
+    /// Its first half: the handler, which is out of the map and gets no more calls.
+    std::shared_ptr<request_routing_node::registered_handler>
+    take_out(request_routing_node::registration position);
+    /// Where calls of the handlers are announced.
+    thread_records& threads() const noexcept { return *threads_; }
 
 private:
     class request;
@@ -47,21 +52,22 @@ private:
     /// The names of the parameters that steer a request. A look-up needs strings, which are
     /// made once here.
     struct parameter_names {
-        const std::string suppression = "supress_not_processed_exception";
-        const std::string local_preference = "prefer_local_request_handlers";
-        const std::string no_fallbacks = "skip_request_fallbacsk";
-        const std::string target_session = "target_session";
+        const std::string suppression = parameter::suppress_not_processed_exception;
+        const std::string local_preference = parameter::prefer_local_request_handlers;
+        const std::string no_fallbacks = parameter::skip_request_fallbacks;
+        const std::string target_session = parameter::target_session;
     };
 
     static void notify_of_registration(IEventRouting& events, const std::string& path);
 
-    std::shared_ptr<const request_matches> matches_of(const text_key& path);
+    void find_matches(current_matches<request_matches>& matches, const text_key& path);
 
+    const std::shared_ptr<thread_records> threads_ = thread_records::shared();
     const parameter_names parameter_names_;
     const std::weak_ptr<IEventRouting> events_;
     routing_lock routing_lock_;
     request_maps maps_ ZEL_GUARDED_BY(routing_lock_);
-    match_records<request_matches> records_;
+    match_records<request_matches> records_{*threads_};
     std::shared_ptr<observation::monitors> monitors_;
 };
 

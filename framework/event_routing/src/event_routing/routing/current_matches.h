@@ -10,30 +10,62 @@
 
 namespace zel::event_routing::impl {
 
-/// Null when nothing that still holds is remembered.
+/// Of one message: the matches at hand, remembered ones without a reference.
 template <class Matches>
-std::shared_ptr<const Matches> remembered_matches(match_records<Matches>& records,
-                                                  const routing_lock& lock, const text_key& text) {
-    const auto present = lock.current_generation();
-    return routing_lock::is_stable(present) ? records.recall(text, present) : nullptr;
-}
+class current_matches {
+public:
+    /// The message is in its scope for as long as the matches are used.
+    current_matches(match_records<Matches>& records, message_scope& message) noexcept
+        : records_(records), message_(message) {}
 
-/// Waits for a registration on another thread. `collect` is called with the generation,
-/// under the lock held shared.
-template <class Matches, class Collect>
-std::shared_ptr<const Matches> current_matches(match_records<Matches>& records, routing_lock& lock,
-                                               const text_key& text, const Collect& collect) {
-    auto matches = remembered_matches(records, lock, text);
-    if (matches)
-        return matches;
-    {
-        threading::shared_lock_guard maps_are_stable(lock);
-        matches = collect(lock.current_generation());
+    explicit operator bool() const noexcept { return matches_; }
+    const Matches& operator*() const noexcept { return *matches_; }
+    const Matches* operator->() const noexcept { return matches_; }
+    const Matches* get() const noexcept { return matches_; }
+
+    /// A reference that outlives the message.
+    std::shared_ptr<const Matches> share() const { return matches_->shared_from_this(); }
+
+    /// Remembered matches of this generation. False when there are none.
+    bool recall(const text_key& text, std::uint64_t generation) {
+        own_.reset();
+        matches_ = records_.recall(message_, text, generation);
+        return matches_;
     }
-    // What cannot be remembered is looked for again.
-    if (routing_lock::is_stable(matches->generation))
-        platform::guarded([&] { records.remember(matches); });
-    return matches;
-}
+
+    /// Matches that the message has made, perhaps remembered for others.
+    void keep(std::shared_ptr<const Matches> made) noexcept {
+        own_ = std::move(made);
+        matches_ = own_.get();
+        message_.name_any();
+    }
+    void remember(std::shared_ptr<const Matches> made) noexcept {
+        keep(std::move(made));
+        // What cannot be remembered is looked for again.
+        if (routing_lock::is_stable(own_->generation))
+            platform::guarded([&] { records_.remember(own_); });
+    }
+
+    /// Those that hold right now. Waits for a registration on another thread. `collect` is
+    /// called with the generation, under the lock held shared.
+    template <class Collect>
+    void update(routing_lock& lock, const text_key& text, const Collect& collect) {
+        const auto present = lock.current_generation();
+        if (routing_lock::is_stable(present) && recall(text, present))
+            return;
+        std::shared_ptr<const Matches> made;
+        {
+            threading::shared_lock_guard maps_are_stable(lock);
+            made = collect(lock.current_generation());
+        }
+        remember(std::move(made));
+    }
+
+private:
+    match_records<Matches>& records_;
+    message_scope& message_;
+    std::shared_ptr<const Matches> own_;
+    const Matches* matches_ = nullptr;
+};
 
 } // namespace zel::event_routing::impl

@@ -2,26 +2,34 @@
 // matched.
 //
 // Matches hold for one generation of the registrations, and every change of these begins
-// another one. Matches are immutable and shared, so whoever got them keeps them as long as
-// it likes. Their number is bounded; texts beyond the bound, and those that match very
-// many handlers, are matched anew each time.
+// another one. Matches are immutable and shared. Their number is bounded; texts beyond the
+// bound, and those that match very many handlers, are matched anew each time.
 //
 //     struct matches_of_request : matches_of_text {
 //         using matches_of_text::matches_of_text;
 //         std::size_t size() const noexcept; ///< how many handlers
-//         ...
+//         bool contains(const retirable_base& handler) const noexcept override;
 //     };
-//     match_records<matches_of_request> records;
+//     match_records<matches_of_request> records(threads);
 //
 //     const text_key text(path);
 //     const auto generation = ...; // before the look-up, so that a change is never missed
-//     auto matches = records.recall(text, generation);
+//     auto* matches = records.recall(message, text, generation);
 //     if (!matches)
-//         records.remember(matches = collect(text, generation));
+//         matches = records.remember(message, collect(text, generation));
 //
-// `match_table` is the same without a lock, for a service that has to look at more
-// than the matches whenever it looks for them.
+// A look-up that finds what it looks for takes no lock and no reference: the message names
+// the matches in its frame and then looks whether they still stand in the table. Matches
+// that were taken out of the table are kept until no frame names them.
+//
+//     a message                           whoever replaces matches, under the guard
+//     1 names the matches                 1 takes them out of the table
+//     2 are they in the table?            2 does a frame name them? then keeps them
+//
+// Both steps on either side are sequentially consistent, so at least one sees the other.
 #pragma once
+
+#include "framework/event_routing/src/event_routing/routing/thread_records.h"
 
 #include <platform/critical_section.h>
 
@@ -36,61 +44,67 @@
 
 namespace zel::event_routing::impl {
 
-struct matches_of_text;
-
 /// A text to look for; it must outlive the key.
 struct text_key {
     explicit text_key(std::string_view routed) noexcept
         : text(routed), hash(std::hash<std::string_view>()(routed)) {}
-    explicit text_key(const matches_of_text& found) noexcept;
 
     const std::string_view text;
     const std::size_t hash;
 };
 
 /// The base of what can be remembered.
-struct matches_of_text {
+struct matches_of_text : handler_list_base {
     matches_of_text(const text_key& key, std::uint64_t number_of_changes)
         : text(key.text), hash(key.hash), generation(number_of_changes) {}
 
     const std::string text;
     const std::size_t hash;
     const std::uint64_t generation;
+
+protected:
+    ~matches_of_text() = default;
 };
 
-inline text_key::text_key(const matches_of_text& found) noexcept
-    : text(found.text), hash(found.hash) {}
-
-/// The owner guards it.
+/// Any thread may call any operation.
 template <class Matches>
-class match_table {
+class match_records {
 public:
     using pointer = std::shared_ptr<const Matches>;
 
-    /// What the text matched in this or in an earlier generation, or null.
-    const pointer& find(const text_key& key) const noexcept {
-        return slots_[place_of(key.hash, key.text)].matches;
+    explicit match_records(thread_records& threads) : threads_(threads) {
+        tables_.push_back(std::make_unique<table>(smallest_table));
+        current_.store(tables_.back().get(), std::memory_order_relaxed);
     }
 
-    struct outcome {
-        bool is_remembered;
-        pointer replaced; ///< to be destroyed where no lock is held; often null
-    };
+    /// What the text matched in this generation, or null. Good until the message ends or
+    /// recalls or keeps other matches.
+    const Matches* recall(message_scope& message, const text_key& text,
+                          std::uint64_t generation) const;
 
-    /// Whether such matches are remembered at all.
-    static bool fits(const Matches& matches) noexcept {
-        return matches.size() <= most_handlers && matches.text.size() <= longest_text;
-    }
-
-    /// Takes the place of what is known of the text unless that is newer. A text that
-    /// is not known gets a place while there is room; afterwards not every one does.
-    outcome remember(const pointer& matches);
+    /// Remembers matches for others, if there is room; see below. Throws when memory is
+    /// short, and changes nothing.
+    void remember(const pointer& matches);
 
 private:
     struct slot {
-        std::size_t hash = 0;
-        pointer matches;
+        // Relaxed: a hint; what the matches say counts.
+        std::atomic<std::size_t> hash{0};
+        // Sequentially consistent where the table above says so; else acquire and release:
+        // whoever finds matches sees them made.
+        std::atomic<const Matches*> matches{nullptr};
+        pointer owner; // of the same; for those under the guard
     };
+    // A power of two of slots with open addressing, at most half of them in use.
+    struct table {
+        explicit table(std::size_t size) : slots(size) {}
+        std::size_t next(std::size_t place) const noexcept { return (place + 1) & mask(); }
+        std::size_t mask() const noexcept { return slots.size() - 1; }
+
+        std::vector<slot> slots;
+    };
+
+    static constexpr std::size_t smallest_table = 64;
 
     // When many more texts than these are routed in turn, what is remembered of one has left
     // the processor's caches before the text comes again: matching anew is cheaper then.
@@ -105,105 +119,153 @@ private:
     // they are.
     static constexpr std::uint32_t refusals_for_admission = 16;
 
-    std::size_t mask() const noexcept { return slots_.size() - 1; }
-    std::size_t place_of(std::size_t hash, std::string_view text) const noexcept;
-    void grow();
-    pointer evict();
+    // As many may wait until no frame names them before somebody looks for that.
+    static constexpr std::size_t most_replaced = 32;
 
-    // A power of two of slots with open addressing, at most half of them in use: a
-    // look-up reads one, and then what it has found.
-    std::vector<slot> slots_ = std::vector<slot>(64);
-    std::size_t count_ = 0;
-    std::size_t hand_ = 0; // goes round like a clock's; the text that it points to goes next
-    std::uint32_t refusals_ = 0;
+    table& current() const noexcept { return *current_.load(std::memory_order_acquire); }
+    static std::size_t place_of(const table& in, const Matches& wanted) noexcept;
+    static void put(slot& to, pointer matches) noexcept;
+    void grow() ZEL_REQUIRES(guard_);
+    void evict() ZEL_REQUIRES(guard_);
+    void take_out(slot& from) ZEL_REQUIRES(guard_);
+    std::vector<pointer> take_unused() ZEL_REQUIRES(guard_);
+
+    thread_records& threads_;
+
+    // Guards what is written, for an addition. Nested in it is the guard of the records.
+    platform::plain_lock guard_;
+    // The last is the current one. Readers may still walk through one of the others, which
+    // are empty.
+    std::vector<std::unique_ptr<table>> tables_ ZEL_GUARDED_BY(guard_);
+    std::atomic<table*> current_{nullptr}; // release and acquire: whoever finds it sees it made
+    std::size_t count_ ZEL_GUARDED_BY(guard_) = 0;
+    std::size_t hand_ ZEL_GUARDED_BY(guard_) = 0; // of the clock: who stands there goes next
+    std::uint32_t refusals_ ZEL_GUARDED_BY(guard_) = 0;
+    std::vector<pointer> replaced_ ZEL_GUARDED_BY(guard_); // out of the table, perhaps named
 };
+
+template <class Matches>
+const Matches* match_records<Matches>::recall(message_scope& message, const text_key& text,
+                                              std::uint64_t generation) const {
+    const table& in = current();
+    for (std::size_t place = text.hash & in.mask();; place = in.next(place)) {
+        const slot& at = in.slots[place];
+        const Matches* const found = at.matches.load(std::memory_order_acquire);
+        if (!found)
+            return nullptr;
+        if (at.hash.load(std::memory_order_relaxed) != text.hash)
+            continue;
+        const auto is_still_there = [&] {
+            return at.matches.load(std::memory_order_seq_cst) == found;
+        };
+        if (!message.name_if(found, is_still_there))
+            return nullptr; // being replaced: as good as not known
+        if (found->hash == text.hash && found->text == text.text)
+            return found->generation == generation ? found : nullptr;
+    }
+}
+
+template <class Matches>
+void match_records<Matches>::remember(const pointer& matches) {
+    if (matches->size() > most_handlers || matches->text.size() > longest_text)
+        return;
+    std::vector<pointer> unused; // goes when the guard is free
+    platform::scoped_lock inside(guard_);
+    if (replaced_.size() >= most_replaced)
+        unused = take_unused();
+    if (replaced_.size() == replaced_.capacity())
+        replaced_.reserve(replaced_.size() + most_replaced);
+    slot& known = current().slots[place_of(current(), *matches)];
+    if (known.owner) {
+        if (known.owner->generation > matches->generation)
+            return; // of one who began before a change and was slow
+        take_out(known);
+        put(known, matches);
+        return;
+    }
+    if (count_ == most_texts) {
+        if (++refusals_ % refusals_for_admission != 0)
+            return;
+        evict();
+    } else if (2 * (count_ + 1) > current().slots.size()) {
+        grow();
+    }
+    put(current().slots[place_of(current(), *matches)], matches);
+    ++count_;
+}
 
 // Where the text stands or, if it is not there, belongs.
 template <class Matches>
-std::size_t match_table<Matches>::place_of(std::size_t hash, std::string_view text) const noexcept {
-    std::size_t place = hash & mask();
-    while (slots_[place].matches &&
-           (slots_[place].hash != hash || slots_[place].matches->text != text))
-        place = (place + 1) & mask();
-    return place;
+std::size_t match_records<Matches>::place_of(const table& in, const Matches& wanted) noexcept {
+    std::size_t place = wanted.hash & in.mask();
+    for (;; place = in.next(place)) {
+        const Matches* const found = in.slots[place].owner.get();
+        if (!found || (found->hash == wanted.hash && found->text == wanted.text))
+            return place;
+    }
 }
 
 template <class Matches>
-auto match_table<Matches>::remember(const pointer& matches) -> outcome {
-    if (!fits(*matches))
-        return {false, nullptr};
-    std::size_t place = place_of(matches->hash, matches->text);
-    if (slots_[place].matches) {
-        if (slots_[place].matches->generation > matches->generation)
-            return {false, nullptr};
-        return {true, std::exchange(slots_[place].matches, matches)};
-    }
-    pointer replaced;
-    if (count_ == most_texts) {
-        if (++refusals_ % refusals_for_admission != 0)
-            return {false, nullptr};
-        replaced = evict();
-    } else if (2 * (count_ + 1) > slots_.size()) {
-        grow();
-    }
-    place = place_of(matches->hash, matches->text);
-    slots_[place] = {matches->hash, matches};
-    ++count_;
-    return {true, std::move(replaced)};
+void match_records<Matches>::put(slot& to, pointer matches) noexcept {
+    to.hash.store(matches->hash, std::memory_order_relaxed);
+    to.matches.store(matches.get(), std::memory_order_seq_cst);
+    to.owner = std::move(matches);
+}
+
+// There is room for it.
+template <class Matches>
+void match_records<Matches>::take_out(slot& from) {
+    from.matches.store(nullptr, std::memory_order_seq_cst);
+    replaced_.push_back(std::move(from.owner));
 }
 
 template <class Matches>
-void match_table<Matches>::grow() {
-    std::vector<slot> larger(2 * slots_.size());
-    larger.swap(slots_);
-    for (slot& s : larger)
-        if (s.matches)
-            slots_[place_of(s.hash, s.matches->text)] = std::move(s);
+void match_records<Matches>::grow() {
+    const table& old = current();
+    tables_.push_back(std::make_unique<table>(2 * old.slots.size()));
+    table& larger = *tables_.back();
+    for (slot& s : tables_[tables_.size() - 2]->slots)
+        if (s.owner) {
+            // Who finds matches in the old table must not take them for remembered later.
+            s.matches.store(nullptr, std::memory_order_seq_cst);
+            auto& moved = larger.slots[place_of(larger, *s.owner)];
+            put(moved, std::move(s.owner));
+        }
+    current_.store(&larger, std::memory_order_release);
 }
 
 // Takes one out and closes the gap in its row.
 template <class Matches>
-auto match_table<Matches>::evict() -> pointer {
-    while (!slots_[hand_].matches)
-        hand_ = (hand_ + 1) & mask();
+void match_records<Matches>::evict() {
+    auto& slots = current().slots;
+    const auto mask = current().mask();
+    while (!slots[hand_].owner)
+        hand_ = (hand_ + 1) & mask;
     std::size_t gap = hand_;
-    hand_ = (hand_ + 1) & mask();
-    pointer gone = std::move(slots_[gap].matches);
-    for (std::size_t next = (gap + 1) & mask(); slots_[next].matches; next = (next + 1) & mask()) {
-        const std::size_t home = slots_[next].hash & mask();
-        if (((next - home) & mask()) < ((next - gap) & mask()))
+    hand_ = (hand_ + 1) & mask;
+    take_out(slots[gap]);
+    for (std::size_t next = (gap + 1) & mask; slots[next].owner; next = (next + 1) & mask) {
+        const std::size_t home = slots[next].owner->hash & mask;
+        if (((next - home) & mask) < ((next - gap) & mask))
             continue; // would stand before its home
-        slots_[gap] = std::move(slots_[next]);
+        slots[next].matches.store(nullptr, std::memory_order_seq_cst);
+        put(slots[gap], std::move(slots[next].owner));
         gap = next;
     }
     --count_;
-    return gone;
 }
 
-/// Any thread may call any operation.
 template <class Matches>
-class match_records {
-public:
-    using pointer = std::shared_ptr<const Matches>;
-
-    /// What the text matched in this generation, or null.
-    pointer recall(const text_key& text, std::uint64_t generation) const {
-        platform::scoped_lock inside(guard_);
-        const pointer& known = table_.find(text);
-        return known && known->generation == generation ? known : nullptr;
-    }
-
-    /// Remembers matches for later messages; see match_table. Throws when memory is short,
-    /// and changes nothing then.
-    void remember(const pointer& matches) {
-        pointer replaced; // goes when the guard is free
-        platform::scoped_lock inside(guard_);
-        replaced = table_.remember(matches).replaced;
-    }
-
-private:
-    mutable platform::plain_lock guard_; // for a look-up or an addition
-    match_table<Matches> table_ ZEL_GUARDED_BY(guard_);
-};
+auto match_records<Matches>::take_unused() -> std::vector<pointer> {
+    std::vector<pointer> unused;
+    unused.reserve(replaced_.size());
+    std::erase_if(replaced_, [&](pointer& matches) {
+        if (threads_.is_named(static_cast<const handler_list_base*>(matches.get())))
+            return false;
+        unused.push_back(std::move(matches));
+        return true;
+    });
+    return unused;
+}
 
 } // namespace zel::event_routing::impl

@@ -1,56 +1,110 @@
 #include "framework/event_routing/src/event_routing/routing/match_records.h"
 
 #include <gtest/gtest.h>
+#include <optional>
+#include <thread>
 
 namespace zel::event_routing::impl {
 namespace {
 
-struct matches : matches_of_text {
+struct matches final : matches_of_text {
     using matches_of_text::matches_of_text;
     std::size_t size() const noexcept { return handlers; }
+    bool contains(const retirable_base&) const noexcept override { return false; }
 
     std::size_t handlers = 1;
 };
 
-std::shared_ptr<matches> remembered(match_records<matches>& records, const std::string& text,
-                                    std::uint64_t generation, std::size_t handlers = 1) {
-    const auto made = std::make_shared<matches>(text_key(text), generation);
-    made->handlers = handlers;
-    records.remember(made);
-    return made;
-}
+class MatchRecords : public testing::Test {
+protected:
+    std::shared_ptr<matches> remembered(const std::string& text, std::uint64_t generation,
+                                        std::size_t handlers = 1) {
+        const auto made = std::make_shared<matches>(text_key(text), generation);
+        made->handlers = handlers;
+        records.remember(made);
+        return made;
+    }
+    const matches* recalled(const std::string& text, std::uint64_t generation) {
+        message_scope message(*threads);
+        return records.recall(message, text_key(text), generation);
+    }
 
-TEST(MatchRecords, HoldForOneGeneration) {
-    match_records<matches> records;
-    const auto old = remembered(records, "a.b", 1);
-    EXPECT_EQ(records.recall(text_key("a.b"), 1), old);
-    EXPECT_EQ(records.recall(text_key("a.b"), 2), nullptr);
-    EXPECT_EQ(records.recall(text_key("a"), 1), nullptr);
+    const std::shared_ptr<thread_records> threads = thread_records::shared();
+    match_records<matches> records{*threads};
+};
 
-    const auto fresh = remembered(records, "a.b", 2);
-    EXPECT_EQ(old.use_count(), 1) << "let go of";
+TEST_F(MatchRecords, HoldForOneGeneration) {
+    const auto old = remembered("a.b", 1);
+    EXPECT_EQ(recalled("a.b", 1), old.get());
+    EXPECT_EQ(recalled("a.b", 2), nullptr);
+    EXPECT_EQ(recalled("a", 1), nullptr);
+
+    const auto fresh = remembered("a.b", 2);
     records.remember(old); // of one who began before the change and was slow
-    EXPECT_EQ(records.recall(text_key("a.b"), 2), fresh);
-    remembered(records, "large", 2, 1'000'000);
-    EXPECT_EQ(records.recall(text_key("large"), 2), nullptr);
+    EXPECT_EQ(recalled("a.b", 2), fresh.get());
+    remembered("large", 2, 1'000'000);
+    EXPECT_EQ(recalled("large", 2), nullptr);
 }
 
-TEST(MatchRecords, KeepABoundedNumberAndLetNewOnesIn) {
+// While a message uses them, also one inside of another, and not much longer.
+TEST_F(MatchRecords, KeepWhatWasReplacedWhileAMessageNamesIt) {
+    std::weak_ptr<matches> named = remembered("a", 1), used_before = remembered("b", 1);
+    std::optional<message_scope> outer;
+    outer.emplace(*threads);
+    ASSERT_EQ(records.recall(*outer, text_key("a"), 1), named.lock().get());
+    EXPECT_EQ(recalled("b", 1), used_before.lock().get());
+    for (std::uint64_t generation = 2; generation < 200; ++generation) {
+        remembered("a", generation);
+        remembered("b", generation);
+    }
+    EXPECT_FALSE(named.expired());
+    EXPECT_TRUE(used_before.expired());
+    outer.reset();
+    for (std::uint64_t generation = 200; generation < 300; ++generation)
+        remembered("b", generation);
+    EXPECT_TRUE(named.expired());
+}
+
+TEST_F(MatchRecords, KeepABoundedNumberAndLetNewOnesIn) {
     constexpr int walked = 50'000;
     const auto text = [](int i) { return "path." + std::to_string(i); };
-    match_records<matches> records;
     std::vector<std::weak_ptr<matches>> all;
     for (int i = 0; i < walked; ++i)
-        all.push_back(remembered(records, text(i), 1));
-    int count = 0, late = 0;
+        all.push_back(remembered(text(i), 1));
+    int count = 0, late = 0, alive = 0;
     for (int i = 0; i < walked; ++i) {
-        const auto one = records.recall(text_key(text(i)), 1);
-        ASSERT_EQ(one, all.at(std::size_t(i)).lock()) << "kept but not found: " << i;
+        const auto* const one = recalled(text(i), 1);
         count += one != nullptr;
         late += one && i >= 20'000;
+        alive += !all.at(std::size_t(i)).expired();
+        ASSERT_TRUE(!one || one == all.at(std::size_t(i)).lock().get()) << i;
     }
     EXPECT_EQ(count, 16'384);
     EXPECT_GT(late, 1'000);
+    EXPECT_LE(alive, 16'384 + 32);
+}
+
+// Those who look walk through tables that are being changed, moved and left behind.
+TEST_F(MatchRecords, AreFoundWholeWhileOthersReplaceThem) {
+    std::atomic<bool> ends{false};
+    std::atomic<std::uint64_t> found{0};
+    std::vector<std::jthread> readers;
+    for (int t = 0; t < 2; ++t)
+        readers.emplace_back([&] {
+            for (std::uint64_t i = 0; !ends; ++i) {
+                const auto text = std::to_string(i % 400);
+                message_scope message(*threads);
+                const auto* const one = records.recall(message, text_key(text), 7);
+                if (!one)
+                    continue;
+                ++found;
+                ASSERT_EQ(one->text, text);
+            }
+        });
+    for (int round = 0; round < 200 || found < 1000; ++round)
+        for (int i = 0; i < 400; ++i)
+            remembered(std::to_string(i), 7);
+    ends = true;
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include "framework/module_interface/standard_type_names.h"
 #include "framework/threading/recursive_shared_mutex.h"
 
+#include <event_routing/drop.h>
 #include <platform/cancellation.h>
 #include <tasklib/keep_registered.h>
 
@@ -36,7 +37,7 @@ private:
 
 /// The cookie of a handler in a map of `Node`s; `Owner` offers `Unregister`.
 template <class Owner, class Node>
-class KeepRegistered final : public KeepRegisteredWithDescr {
+class KeepRegistered : public KeepRegisteredWithDescr {
 public:
     using registration = typename Node::registration;
 
@@ -47,19 +48,63 @@ public:
     ~KeepRegistered() override {
         const platform::no_cancellation to_the_end;
         try {
-            owner_->Unregister(registration_);
+            if (removed_)
+                removed_->finish(owner_->threads());
+            else
+                owner_->Unregister(registration_);
         } catch (const std::exception&) {
             report_unregistration_failure(std::current_exception(), &own_type_name);
         }
+        removed_.reset();
         owner_.reset(); // may be the last reference
     }
 
     /// The name by which the log calls this cookie.
     static std::string own_type_name();
 
+protected:
+    using handler = std::shared_ptr<typename Node::registered_handler>;
+
+    Owner& owner() const noexcept { return *owner_; }
+    /// The handler, out of the map and closed; the destructor has the rest to do.
+    const handler& take_out() {
+        if (!removed_)
+            removed_ = owner_->take_out(registration_);
+        return removed_;
+    }
+
 private:
     std::shared_ptr<Owner> owner_;
     registration registration_;
+    handler removed_;
+};
+
+/// None for an infinite limit.
+inline platform::wait_deadline moment_after(threading::universal_timeout limit) {
+    constexpr std::int64_t longest = 1'000'000'000'000'000; // some thirty years
+    if (limit.infinite)
+        return {};
+    return std::chrono::steady_clock::now() +
+           std::chrono::microseconds(std::clamp<std::int64_t>(limit.microseconds, 0, longest));
+}
+
+/// The same with what the functions of drop.h ask of it: an interface beside that of the
+/// cookies, whose own operations keep their places.
+template <class Owner, class Node>
+class DroppableRegistration final : public KeepRegistered<Owner, Node>, public IDroppable {
+public:
+    using KeepRegistered<Owner, Node>::KeepRegistered;
+
+    std::string GetRegistration() const override { return this->description(); }
+    running_calls DropWithin(threading::universal_timeout limit) override {
+        const platform::no_cancellation to_the_end;
+        const auto removed = this->take_out();
+        thread_records& threads = this->owner().threads();
+        if (!threads.is_inside(*removed))
+            threads.wait_for_all_calls(*removed, moment_after(limit));
+        const auto left = threads.calls_inside(*removed);
+        return {this->description(), left.others, left.awaited};
+    }
 };
 
 // The position type in the name is that of a linked list of the map's items.
@@ -111,8 +156,8 @@ std::shared_ptr<tasklib::keep_registered> register_handler(Owner& owner, Node& r
     auto self = owner.shared_from_this();
     const auto position = root.InsertHandler(handler.target, handler.item);
     try {
-        return std::make_shared<KeepRegistered<Owner, Node>>(std::move(self), position,
-                                                             handler.cookie_description);
+        return std::make_shared<DroppableRegistration<Owner, Node>>(std::move(self), position,
+                                                                    handler.cookie_description);
     } catch (...) {
         Node::RemoveHandler(position);
         throw;

@@ -98,6 +98,69 @@ TEST_F(Registration, DropFromInsideTheHandlerDoesNotWait) {
     }
 }
 
+TEST_F(Registration, IsDroppedWithinALimitThatLeavesWhatRunsToAnotherDrop) {
+    const threading::universal_timeout soon{false, 1000};
+    auto all = kinds();
+    const kind synchronous = {[this](auto& h) { return listen("a", h); },
+                              [this] { broadcast("a"); }};
+    all.push_back(synchronous);
+    for (const auto& each : all) {
+        const bool is_synchronous = &each == &all.back();
+        running.reset();
+        go_on.reset();
+        std::atomic<int> calls = 0;
+        auto owned = std::make_shared<int>();
+        const std::weak_ptr callable(owned);
+        auto held = each.add({[&, owned = std::move(owned)] {
+            ++calls;
+            blocks()();
+        }});
+        if (!dynamic_cast<KeepRegisteredWithDescr*>(held.get())) {
+            EXPECT_THROW((void)drop_within(held, soon), exceptions::error) << "a monitor";
+            EXPECT_NE(held, nullptr);
+            continue;
+        }
+        auto another = held;
+        EXPECT_THROW((void)drop_within(held, soon), exceptions::error) << "somebody relies on it";
+        EXPECT_THROW(drop_and_wait(held), exceptions::error);
+        another.reset();
+
+        const std::jthread caller(each.call);
+        ASSERT_TRUE(running.comes());
+        const auto left = drop_within(held, soon);
+        EXPECT_EQ(left.text(), is_synchronous ? "a, x: 1 synchronous part, 0 other calls"
+                                              : "a, x: 0 synchronous parts, 1 other call");
+        EXPECT_NE(held, nullptr);
+        each.call(); // does not reach it
+        platform::watched_thread dropper([&] {
+            drop_and_wait(held);
+            EXPECT_TRUE(callable.expired());
+            EXPECT_EQ(held, nullptr);
+        });
+        EXPECT_TRUE(dropper.falls_asleep());
+        go_on.set();
+        dropper.join();
+        EXPECT_EQ(calls, 1);
+    }
+    cookie none;
+    EXPECT_FALSE(drop_within(none, soon)) << "nothing to drop";
+}
+
+TEST_F(Registration, IsDroppedFromInsideOfItsOwnCallsWithoutWaiting) {
+    cookie own;
+    int calls = 0;
+    own = listen("a", [&](auto&&...) {
+        ++calls;
+        EXPECT_EQ(drop_within(own, {}).synchronous_parts, 1u) << "this one";
+        broadcast("a");
+        drop_and_wait(own);
+        return true;
+    });
+    broadcast("a");
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(own, nullptr);
+}
+
 TEST_F(Registration, IsLoggedListedAndKeepsItsService) {
     const test::log_capture log(0);
     struct failing_sink : log::ILogSink {

@@ -1,7 +1,7 @@
 // The road of one snowball, from top to bottom.
-#include "framework/event_routing/src/event_routing/routing/current_matches.h"
 #include "framework/event_routing/src/event_routing/snowballs/snowball_routing_impl.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace zel::event_routing::impl {
@@ -29,7 +29,9 @@ private:
     }
 
     SnowballRoutingImpl& service_;
-    observation observed_{*service_.monitors_};
+    message_scope message_{*service_.threads_};
+    observation observed_{*service_.monitors_, message_};
+    current_matches<snowball_matches> matches_{service_.records_, message_};
     const std::string& path_;
     const snowball_data& data_;
     snowball_result& response_;
@@ -56,9 +58,9 @@ void SnowballRoutingImpl::snowball_pass::choose_parameters() {
 }
 
 void SnowballRoutingImpl::snowball_pass::DispatchSnowball() {
-    const auto matches = service_.matches_of(text_key(path_));
-    for (const auto& match : matches->handlers) {
-        const running_call handler(*match.handler);
+    service_.find_matches(matches_, text_key(path_));
+    for (const auto& match : matches_->handlers) {
+        const announced_call handler(message_, removal_waits::yes, *match.handler);
         if (!handler)
             continue;
         if (observed_)
@@ -84,19 +86,24 @@ void SnowballRoutingImpl::snowball_pass::tell_monitors(const std::exception_ptr&
         observed_.tell(path_, data_, response_, error_response_, *parameters_, failure);
 }
 
-auto SnowballRoutingImpl::matches_of(const text_key& path)
-    -> std::shared_ptr<const snowball_matches> {
-    return current_matches(
-        records_, routing_lock_, path,
-        // Under the lock, which the analysis cannot see from here.
-        [&](routing_lock::generation present) ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
-            snowball_routing_node::collected_handlers collected;
-            handlers_.CollectHandlers(path.text, collected);
-            auto matches = std::make_shared<snowball_matches>(path, present);
-            matches->handlers.assign(std::make_move_iterator(collected.begin()),
-                                     std::make_move_iterator(collected.end()));
-            return matches;
-        });
+bool SnowballRoutingImpl::snowball_matches::contains(const retirable_base& handler) const noexcept {
+    return std::ranges::any_of(handlers,
+                               [&](const auto& match) { return match.handler.get() == &handler; });
+}
+
+void SnowballRoutingImpl::find_matches(current_matches<snowball_matches>& matches,
+                                       const text_key& path) {
+    matches.update(routing_lock_, path,
+                   // Under the lock, which the analysis cannot see from here.
+                   [&](routing_lock::generation present)
+                       ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
+                           snowball_routing_node::collected_handlers collected;
+                           handlers_.CollectHandlers(path.text, collected);
+                           auto made = std::make_shared<snowball_matches>(path, present);
+                           made->handlers.assign(std::make_move_iterator(collected.begin()),
+                                                 std::make_move_iterator(collected.end()));
+                           return made;
+                       });
 }
 
 } // namespace zel::event_routing::impl

@@ -13,7 +13,8 @@ constinit log::source_position
 
 } // namespace
 
-SnowballRoutingImpl::SnowballRoutingImpl() : monitors_(std::make_shared<observation::monitors>()) {}
+SnowballRoutingImpl::SnowballRoutingImpl()
+    : monitors_(std::make_shared<observation::monitors>(threads_)) {}
 
 SnowballRoutingImpl::~SnowballRoutingImpl() {
     const platform::no_cancellation to_the_end;
@@ -31,7 +32,14 @@ std::shared_ptr<tasklib::keep_registered> SnowballRoutingImpl::RegisterSnowballH
 }
 
 void SnowballRoutingImpl::Unregister(snowball_routing_node::registration position) {
-    unlink_handler<snowball_routing_node>(routing_lock_, position)->retire();
+    take_out(position)->finish(*threads_);
+}
+
+std::shared_ptr<snowball_routing_node::registered_handler>
+SnowballRoutingImpl::take_out(snowball_routing_node::registration position) {
+    auto removed = unlink_handler<snowball_routing_node>(routing_lock_, position);
+    threads_->close(*removed);
+    return removed;
 }
 
 std::vector<std::pair<std::string, std::string>> SnowballRoutingImpl::GetSnowballHandlers() {

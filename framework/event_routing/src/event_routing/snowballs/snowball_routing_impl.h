@@ -2,9 +2,8 @@
 #pragma once
 
 #include "framework/event_routing/src/event_routing/monitors/message_observation.h"
+#include "framework/event_routing/src/event_routing/routing/current_matches.h"
 #include "framework/event_routing/src/event_routing/routing/handler_type_name.h"
-#include "framework/event_routing/src/event_routing/routing/match_records.h"
-#include "framework/event_routing/src/event_routing/routing/routing_lock.h"
 #include "framework/event_routing/src/event_routing/routing/routing_map.h"
 
 #include <event_routing/snowball_handling_info.h>
@@ -42,24 +41,31 @@ public:
 
     /// Run by the cookie of a handler.
     void Unregister(snowball_routing_node::registration position);
+    /// Its first half: the handler, which is out of the map and gets no more calls.
+    std::shared_ptr<snowball_routing_node::registered_handler>
+    take_out(snowball_routing_node::registration position);
+    /// Where calls of the handlers are announced.
+    thread_records& threads() const noexcept { return *threads_; }
 
 private:
     class snowball_pass;
 
     using observation = message_observation<monitor::snowball_handling_info_3>;
 
-    struct snowball_matches : matches_of_text {
+    struct snowball_matches final : matches_of_text {
         using matches_of_text::matches_of_text;
         std::size_t size() const noexcept { return handlers.size(); }
+        bool contains(const retirable_base& handler) const noexcept override;
 
         std::vector<snowball_routing_node::collected_handler> handlers;
     };
 
-    std::shared_ptr<const snowball_matches> matches_of(const text_key& path);
+    void find_matches(current_matches<snowball_matches>& matches, const text_key& path);
 
+    const std::shared_ptr<thread_records> threads_ = thread_records::shared();
     routing_lock routing_lock_;
     snowball_routing_node handlers_ ZEL_GUARDED_BY(routing_lock_);
-    match_records<snowball_matches> records_;
+    match_records<snowball_matches> records_{*threads_};
     std::shared_ptr<observation::monitors> monitors_;
 };
 

@@ -1,0 +1,67 @@
+// Counts the broadcasts of one service, and on which paths they were.
+//
+// The period ends with exactly its 1000th broadcast, on whatever threads they are. So that
+// each of them need not write a count that all share, a thread is given a credit: that many
+// broadcasts it counts by itself, in words that nobody else writes. When the credit is used
+// up, or was taken back because another thread needs one, it comes back to the guard. What
+// all threads have left and what nobody was given yet is together what is missing of the
+// period.
+#pragma once
+
+#include "framework/event_routing/src/event_routing/events/event_statistics.h"
+#include "framework/event_routing/src/event_routing/routing/match_records.h"
+
+#include <platform/critical_section.h>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace zel::event_routing::impl {
+
+class thread_counts;
+
+/// Any thread may call any operation.
+class broadcast_statistics {
+public:
+    explicit broadcast_statistics(thread_records& threads);
+    /// No broadcast is under way.
+    ~broadcast_statistics();
+    broadcast_statistics(const broadcast_statistics&) = delete;
+    broadcast_statistics& operator=(const broadcast_statistics&) = delete;
+
+    /// Counts a broadcast; `own` is the record of this thread or null. The period if it
+    /// ended with this broadcast, else null; the caller writes its report.
+    std::unique_ptr<const statistics_data_t> UpdateStatistics(thread_record* own,
+                                                              const text_key& paths);
+
+    /// For the end of the service.
+    std::unique_ptr<const statistics_data_t> take_period();
+
+private:
+    friend class thread_counts;
+
+    thread_counts* counts_of(thread_record& own);
+    tasklib::unbiased_clock::time_point deadline() const noexcept;
+    std::unique_ptr<const statistics_data_t> settle(thread_counts* own, bool is_counted,
+                                                    const text_key& paths, bool is_late);
+    void count_here(thread_counts* own, const text_key& paths) ZEL_REQUIRES(guard_);
+    bool is_period_full() noexcept ZEL_REQUIRES(guard_);
+    void give_credit(thread_counts& own) noexcept ZEL_REQUIRES(guard_);
+    void absorb(thread_counts& counts) ZEL_REQUIRES(guard_);
+    std::unique_ptr<const statistics_data_t> end_period() ZEL_REQUIRES(guard_);
+
+    thread_records& threads_;
+    // When the period ends by time, in ticks. Relaxed: who reads the one before looks again
+    // under the guard.
+    std::atomic<std::int64_t> deadline_;
+
+    // Guards the rest, and of each thread's counts what is said there; held when a credit
+    // is used up and for texts that no thread counts by itself.
+    platform::plain_lock guard_;
+    std::unique_ptr<statistics_data_t> period_ ZEL_GUARDED_BY(guard_);
+    std::int32_t spare_credit_ ZEL_GUARDED_BY(guard_); // of the period; nobody was given it
+    std::vector<thread_counts*> counting_ ZEL_GUARDED_BY(guard_);
+};
+
+} // namespace zel::event_routing::impl
