@@ -37,20 +37,26 @@ void singleton_cell::require_created() const {
     }
 }
 
-void singleton_cell::creation_succeeded() noexcept {
-    end_creation(state::created);
+void singleton_cell::creation_succeeded(std::unique_ptr<end_of_life_action> action) noexcept {
+    platform::scoped_lock inside(guard_);
+    end_creation(state::created, std::move(action));
 }
 
-void singleton_cell::creation_failed(std::exception_ptr failure) noexcept {
+void singleton_cell::creation_failed(std::exception_ptr failure,
+                                     std::unique_ptr<end_of_life_action> action) noexcept {
     platform::scoped_lock inside(guard_);
     // Every later caller gets it, until the library ends.
     if (failure)
         failure_ = new (std::nothrow) std::exception_ptr(std::move(failure));
-    end_creation(state::failed);
+    end_creation(state::failed, std::move(action));
 }
 
-void singleton_cell::end_creation(state reached) noexcept {
-    platform::scoped_lock inside(guard_);
+// The action first: whoever gets the object may end the library at once, and with it the
+// object.
+void singleton_cell::end_creation(state reached,
+                                  std::unique_ptr<end_of_life_action> action) noexcept {
+    if (action)
+        add_end_of_life_action(std::move(action));
     state_ = reached;
     creator_ = platform::no_thread;
     creation_ended_.set();

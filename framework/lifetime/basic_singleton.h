@@ -55,9 +55,12 @@ protected:
     /// True for the one caller that has to make the object. Returns false once
     /// it is there; throws what every caller gets when it is not to be had.
     bool claim_creation();
-    void creation_succeeded() noexcept;
-    /// Null when the making ended without an exception to keep.
-    void creation_failed(std::exception_ptr failure) noexcept;
+    /// The action is what ends the object.
+    void creation_succeeded(std::unique_ptr<end_of_life_action> action) noexcept;
+    /// The failure is null when the making ended without an exception to keep, the action,
+    /// which forgets it, when there was no memory.
+    void creation_failed(std::exception_ptr failure,
+                         std::unique_ptr<end_of_life_action> action) noexcept;
     /// What the cell held before; afterwards nobody gets at the object.
     state leave_for_good() noexcept;
 
@@ -67,7 +70,8 @@ protected:
 
 private:
     void require_created() const ZEL_REQUIRES(guard_);
-    void end_creation(state reached) noexcept;
+    void end_creation(state reached, std::unique_ptr<end_of_life_action> action) noexcept
+        ZEL_REQUIRES(guard_);
 
     state state_ ZEL_GUARDED_BY(guard_) = state::not_created;
     platform::thread_id creator_ ZEL_GUARDED_BY(guard_) = platform::no_thread;
@@ -126,14 +130,12 @@ private:
             bool made = false;
             ~finish() {
                 if (made) {
-                    cell.creation_succeeded();
+                    cell.creation_succeeded(std::move(action));
                 } else {
-                    cell.creation_failed(failure);
                     // The failure stays for every later caller, to the very end.
                     action.reset(new (std::nothrow) ending(cell, everything));
+                    cell.creation_failed(failure, std::move(action));
                 }
-                if (action)
-                    add_end_of_life_action(std::move(action));
             }
         } at_end{*this, action, failure};
         failure = platform::guarded([&] {

@@ -2,6 +2,7 @@
 
 #include "platform/src/watched_thread_test.h"
 
+#include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -89,6 +90,41 @@ TEST(BasicSingleton, IsMadeOnceWhileOtherThreadsWaitAndNeverAgainAfterItsEnd) {
     run_end_of_life_actions(base);
     EXPECT_EQ(slow::ended, 1);
     EXPECT_THROW(object_of<slow>(), object_already_destroyed);
+}
+
+struct counted {
+    ~counted() { ++ended; }
+    static inline std::atomic<int> ended = 0;
+};
+
+TEST(BasicSingleton, EndsAlsoWhenItWasMadeOnlyJustNow) {
+    using counted_cell = basic_singleton<counted, const_longevity_traits<base>>;
+    constexpr int rounds = 1000;
+    const auto cells = std::make_unique<counted_cell[]>(rounds);
+    std::atomic<int> next{-1};
+    watched_thread making([&] {
+        for (int made = 0; made < rounds; ++made) {
+            while (next < made)
+                std::this_thread::yield();
+            try {
+                cells[made].read([](auto&) { return 0; });
+            } catch (const object_already_destroyed&) { // by the other thread, just now
+            }
+        }
+    });
+    for (int round = 0; round < rounds; ++round) {
+        next = round;
+        while (!cells[round].read_if_created([](auto&) { return true; }))
+            std::this_thread::yield();
+        run_end_of_life_actions(base);
+        if (counted::ended != round + 1) {
+            next = rounds;
+            making.join();
+            run_end_of_life_actions(base);
+            FAIL() << "round " << round;
+        }
+    }
+    making.join();
 }
 
 struct broken {

@@ -33,9 +33,12 @@ platform::load_result load_library(const std::string& library, const std::string
 
 void report_kept_library(platform::image_handle image, const std::string& path) {
     constexpr std::size_t most_named = 10;
+    const auto uses = loader().describe_uses(image, most_named);
+    if (uses.empty())
+        return;
     std::string text = "The library " + path + " stays mapped";
     const char* separator = ", because it is in use: ";
-    for (const auto& use : loader().describe_uses(image, most_named)) {
+    for (const auto& use : uses) {
         text += separator + use;
         separator = ", ";
     }

@@ -16,7 +16,9 @@ std::string library_file(const std::string& library, const void* caller);
 /// library and the system's reason.
 platform::load_result load_library(const std::string& library, const std::string& file);
 
-/// Tells the diagnostic observers that a library stays mapped, and what is in use.
+/// Tells the diagnostic observers that a library stays mapped, and what of it is in use.
+/// Says nothing when that is nothing: then the process ends, or something outside of the
+/// loader has it mapped.
 void report_kept_library(platform::image_handle image, const std::string& path);
 
 /// Address of an export; throws exceptions::error naming library and symbol.

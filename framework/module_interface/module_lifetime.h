@@ -5,7 +5,9 @@
 #include "framework/exceptions/exceptions.h"
 #include "framework/module_interface/interface.h"
 
-#include <atomic>
+#include <platform/critical_section.h>
+
+#include <array>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -31,15 +33,24 @@ public:
 class ModuleLifetime : public IModuleLifetime {
 public:
     void RegisterModule(const IModule* module) override {
-        // Relaxed: only the pointer's value matters.
-        if (registered_.exchange(module, std::memory_order_relaxed) == module)
-            throw exceptions::fatal("Module is being registered for the second time");
+        platform::scoped_lock inside(guard_);
+        for (const IModule*& place : registered_) {
+            if (place == module)
+                throw exceptions::fatal("Module is being registered for the second time");
+            if (!place) {
+                place = module;
+                return;
+            }
+        }
+        throw exceptions::fatal("A library has no more than eight modules");
     }
 
     std::shared_ptr<IModule> GetModule(const creator& create) override { return create(); }
 
 private:
-    std::atomic<const IModule*> registered_{nullptr};
+    platform::plain_lock guard_; // guards the modules; held for a look
+    // Null where there is none yet. Part of the object, because that is never destroyed.
+    std::array<const IModule*, 8> registered_ ZEL_GUARDED_BY(guard_){};
 };
 
 /// Of a library that stays for the life of the process: everybody uses it.

@@ -3,6 +3,8 @@
 
 #include "framework/serialization/data_value.h"
 
+#include <platform/counted_object.h>
+
 #include <atomic>
 #include <memory>
 
@@ -37,8 +39,9 @@ struct serialization_traits_impl;
 template <class T>
 struct serialization_traits_impl<T, SerializableData<T>, 1> {
     static void register_type(tasklib::registrations& cookies, IBinSerializationModule* module) {
-        cookies.add(module->RegisterDataType(
-            kept_type_name<T>(), [] { return std::make_shared<SerializableData<T>>(); }));
+        cookies.add(module->RegisterDataType(kept_type_name<T>(), [] {
+            return platform::make_counted<SerializableData<T>>("payload", kept_type_name<T>());
+        }));
     }
 
     static void register_json(tasklib::registrations& cookies, IJsonConversionModule* module) {

@@ -4,6 +4,7 @@
 #include "framework/log/log_module.h"
 
 #include <platform/critical_section.h>
+#include <platform/image_use.h>
 
 #include <atomic>
 #include <cstdint>
@@ -28,8 +29,10 @@ private:
     /// One for each subscription: a sink may have several.
     struct entry {
         entry(std::shared_ptr<ILogSink> to, int lowest)
-            : sink(std::move(to)), lowest_severity(lowest) {}
+            : use(platform::image_that_made(to), "log sink", {}), sink(std::move(to)),
+              lowest_severity(lowest) {}
 
+        const platform::image_use use; // ends after the sink
         const std::shared_ptr<ILogSink> sink;
         const int lowest_severity;
         std::atomic<bool> is_active{true}; // relaxed: a record may always be under way

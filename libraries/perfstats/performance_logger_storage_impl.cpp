@@ -30,15 +30,18 @@ performance_logger_storage_impl::~performance_logger_storage_impl() {
 std::shared_ptr<tasklib::performance_logger_ifc>
 performance_logger_storage_impl::get_performance_logger() {
     platform::scoped_lock inside(guard_);
-    return logger_;
+    return logger_
+               ? std::shared_ptr<tasklib::performance_logger_ifc>(logger_, logger_->logger.get())
+               : nullptr;
 }
 
 void performance_logger_storage_impl::set_performance_logger(
     std::shared_ptr<tasklib::performance_logger_ifc> logger) {
     if (logger)
         RequireInterface(*logger);
+    auto replacement = logger ? std::make_shared<const installed>(std::move(logger)) : nullptr;
     platform::scoped_lock inside(guard_);
-    logger_.swap(logger); // the former one is released outside of the lock
+    logger_.swap(replacement); // the former one is released outside of the lock
     update_measuring();
 }
 

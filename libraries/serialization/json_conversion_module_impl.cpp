@@ -24,7 +24,9 @@ JsonConversionModuleImpl::RegisterJsonConversion(std::string_view type_name,
     if (!from_json || !to_json)
         throw exceptions::error("RegisterJsonConversion: a function is missing for '" +
                                 std::string(type_name) + "'.");
-    return conversions_->add(type_name, {std::move(from_json), std::move(to_json)});
+    const auto image = platform::image_that_made(from_json);
+    return conversions_->add(type_name, {std::move(from_json), std::move(to_json)}, image,
+                             "JSON conversion of");
 }
 
 std::shared_ptr<IDataHolder> JsonConversionModuleImpl::CreateFromJson(std::string_view type_name,

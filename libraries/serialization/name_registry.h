@@ -2,10 +2,11 @@
 //
 // Any thread. Several libraries may register the same name; the first of them counts,
 // and when it goes the next one takes its place. What was found is called without a lock:
-// a library must not be unloaded while others make payloads of a type it registered first.
+// it stays, and with it the library that registered it, until whoever found it lets it go.
 #pragma once
 
 #include <platform/critical_section.h>
+#include <platform/image_use.h>
 #include <tasklib/keep_registered.h>
 
 #include <algorithm>
@@ -24,12 +25,13 @@ inline constinit std::atomic<int> live_cookies{0}; // relaxed: a count and nothi
 template <class Entry>
 class name_registry : public std::enable_shared_from_this<name_registry<Entry>> {
 public:
-    [[nodiscard]] std::shared_ptr<tasklib::keep_registered> add(std::string_view name,
-                                                                Entry entry) {
-        auto added = std::make_shared<const Entry>(std::move(entry));
-        auto result = std::make_shared<cookie>(this->shared_from_this(), std::string(name), added);
+    /// The image and the kind are those of the entry's callables.
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
+    add(std::string_view name, Entry entry, platform::image_handle image, const char* kind) {
+        auto added = std::make_shared<const counted_entry>(name, std::move(entry), image, kind);
+        auto result = std::make_shared<cookie>(this->shared_from_this(), added);
         platform::scoped_lock inside(guard_);
-        entries_[std::string(name)].push_back(std::move(added));
+        entries_[added->name].push_back(std::move(added));
         return result;
     }
 
@@ -39,32 +41,43 @@ public:
         const auto found = entries_.find(name);
         // An entry is empty if there was no memory to fill it; it stays so until its cookie
         // goes.
-        return found == entries_.end() || found->second.empty() ? nullptr : found->second.front();
+        if (found == entries_.end() || found->second.empty())
+            return nullptr;
+        const registered& first = found->second.front();
+        return {first, &first->callables};
     }
 
 private:
-    using registered = std::shared_ptr<const Entry>;
+    struct counted_entry {
+        counted_entry(std::string_view of, Entry entry, platform::image_handle image,
+                      const char* kind)
+            : name(of), use(image, kind, name), callables(std::move(entry)) {}
+
+        const std::string name;
+        const platform::image_use use; // ends after the callables
+        const Entry callables;
+    };
+    using registered = std::shared_ptr<const counted_entry>;
 
     class cookie final : public tasklib::keep_registered {
     public:
-        cookie(std::shared_ptr<name_registry> registry, std::string name, registered entry)
-            : registry_(std::move(registry)), name_(std::move(name)), entry_(std::move(entry)) {
+        cookie(std::shared_ptr<name_registry> registry, registered entry)
+            : registry_(std::move(registry)), entry_(std::move(entry)) {
             live_cookies.fetch_add(1, std::memory_order_relaxed);
         }
         ~cookie() override {
-            registry_->remove(name_, entry_);
+            registry_->remove(entry_);
             live_cookies.fetch_sub(1, std::memory_order_relaxed);
         }
 
     private:
         std::shared_ptr<name_registry> registry_; // the cookie may outlive the module
-        std::string name_;
         registered entry_;
     };
 
-    void remove(const std::string& name, const registered& entry) {
+    void remove(const registered& entry) {
         platform::scoped_lock inside(guard_);
-        const auto found = entries_.find(name);
+        const auto found = entries_.find(entry->name);
         if (found == entries_.end())
             return; // it was never put in
         std::erase(found->second, entry);

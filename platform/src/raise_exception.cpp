@@ -1,6 +1,7 @@
 #include <platform/cancellation.h>
 #include <platform/critical_section.h>
 #include <platform/diagnostics.h>
+#include <platform/image_use.h>
 
 #include <algorithm>
 #include <array>
@@ -11,7 +12,9 @@ namespace zel::platform {
 
 // An observer that has gone is not called any more, whatever list still names it.
 struct exception_observer::entry {
-    explicit entry(function f) : observer(std::move(f)) {}
+    explicit entry(function f)
+        : use(image_that_made(f), "diagnostic observer", {}), observer(std::move(f)) {}
+    const image_use use; // ends after the observer
     function observer;
     std::atomic<bool> active{true}; // looked at by raises on any thread
 };

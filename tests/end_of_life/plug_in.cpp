@@ -2,7 +2,9 @@
 // for plug_in_unload.cpp.
 #include <event_routing/client.h>
 
+#include <framework/log/log_module.h>
 #include <framework/serialization/payload.h>
+#include <platform/diagnostics.h>
 
 #include <memory>
 #include <string>
@@ -28,7 +30,19 @@ struct captured {
     std::string text = "captured";
 };
 
-using cookies = std::vector<std::shared_ptr<zel::tasklib::keep_registered>>;
+using cookies = std::vector<std::shared_ptr<void>>;
+
+// Calls the host, which stands still in there.
+struct standing_sink final : zel::log::ILogSink {
+    explicit standing_sink(void (*stand)()) : stand_still(stand) {}
+    void Write(const zel::log::record&) override {
+        stand_still();
+        kept->text = "written";
+    }
+
+    void (*const stand_still)();
+    const std::shared_ptr<captured> kept = std::make_shared<captured>();
+};
 
 } // namespace
 
@@ -62,5 +76,27 @@ ZEL_EXPORT void watch(cookies& held) {
                        ->RegisterMonitorHandler([kept = std::make_shared<captured>()](auto&&...) {
                            kept->text = "told";
                        }));
+}
+
+ZEL_EXPORT void make_data(cookies& held, void (*stand_still)()) {
+    held.push_back(zel::serialization::get_bin_serialization_module()->RegisterDataType(
+        "plug_in.data", [=, kept = std::make_shared<captured>()] {
+            stand_still();
+            kept->text = "made";
+            return nullptr;
+        }));
+}
+
+ZEL_EXPORT void observe(cookies& held, void (*stand_still)()) {
+    held.push_back(std::make_shared<zel::platform::exception_observer>(
+        [=, kept = std::make_shared<captured>()](auto&&...) {
+            stand_still();
+            kept->text = "observed";
+        }));
+}
+
+ZEL_EXPORT void write_log(cookies& held, void (*stand_still)()) {
+    held.push_back(
+        zel::log::get_log_module()->AddSink(std::make_shared<standing_sink>(stand_still), 0));
 }
 }

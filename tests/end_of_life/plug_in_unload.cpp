@@ -4,6 +4,7 @@
 #include <event_routing/client.h>
 
 #include <framework/exceptions/exceptions.h>
+#include <framework/log/log_module.h>
 #include <framework/module_interface/neighbour_module.h>
 #include <framework/serialization/payload.h>
 #include <platform/image_use.h>
@@ -19,7 +20,7 @@ using namespace zel;
 using namespace zel::event_routing;
 using mi::library_state;
 using platform::watched_thread;
-using cookies = std::vector<std::shared_ptr<tasklib::keep_registered>>;
+using cookies = std::vector<std::shared_ptr<void>>;
 
 class PlugInUnload : public testing::Test {
 protected:
@@ -85,13 +86,20 @@ TEST_F(PlugInUnload, IsRefusedANewLoadWhileAnAnswerIsKept) {
     EXPECT_TRUE(ask());
     EXPECT_EQ(text_of(answer), "captured");
     held.clear();
-    const auto path = platform::image_path(library->image());
+    const auto image = library->image();
+    const auto path = platform::image_path(image);
     EXPECT_EQ(library->give_back(), library_state::kept);
     EXPECT_EQ(why_it_is_not_loaded(),
               "The library " + path +
                   " could not be loaded: it was unloaded before, but it is still in use: "
-                  "1 interface object.");
+                  "payload 'struct plug_in_answer', 1 interface object.");
+    // Its memory was made by the plug-in, too.
+    std::weak_ptr<serialization::IData> only_weakly = answer->GetData();
     answer.reset();
+    EXPECT_FALSE(mi::loader().unload_kept(image, platform::milliseconds(0)));
+    EXPECT_EQ(mi::loader().describe_uses(image, 9),
+              std::vector<std::string>{"payload 'struct plug_in_answer'"});
+    only_weakly.reset();
     for (int round = 0; round < 2; ++round) {
         load();
         call("answer", held);
@@ -100,6 +108,47 @@ TEST_F(PlugInUnload, IsRefusedANewLoadWhileAnAnswerIsKept) {
         answer.reset();
         held.clear();
         EXPECT_EQ(library->give_back(), library_state::unmapped);
+    }
+}
+
+struct : platform::signal {
+} stands_still, may_go_on;
+
+TEST_F(PlugInUnload, WaitsForCallablesThatOthersAreInsideOf) {
+    const auto log = [] {
+        log::get_log_module()->Write(
+            {.module = "test", .source_id = {}, .text = {}, .exception = {}});
+    };
+    const struct {
+        const char* function;
+        std::function<void()> use;
+        std::string kind;
+    } ways[] = {
+        {"make_data",
+         [] { serialization::get_bin_serialization_module()->CreateData("plug_in.data"); },
+         "factory of data 'plug_in.data'"},
+        {"observe", [] { platform::raise_text_report("text"); }, "diagnostic observer"},
+        {"write_log", log, "log sink"},
+    };
+    const auto stand_still = [] {
+        stands_still.set();
+        EXPECT_TRUE(may_go_on.comes());
+    };
+    for (const auto& [function, use, kind] : ways) {
+        SCOPED_TRACE(kind);
+        stands_still.reset();
+        may_go_on.reset();
+        load();
+        call(function, held, static_cast<void (*)()>(stand_still));
+        watched_thread inside(use);
+        EXPECT_TRUE(stands_still.comes());
+        held.clear();
+        const auto image = library->image();
+        EXPECT_EQ(platform::describe_uses(image, 9), std::vector<std::string>{kind});
+        EXPECT_EQ(library->give_back(), library_state::kept);
+        may_go_on.set();
+        inside.join();
+        EXPECT_TRUE(mi::loader().unload_kept(image, platform::patience));
     }
 }
 

@@ -25,8 +25,11 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <typeinfo>
 #include <vector>
 
 namespace zel::platform {
@@ -77,6 +80,16 @@ private:
 template <class Signature>
 image_handle image_that_made(const std::function<Signature>& callable) noexcept {
     return callable ? image_of(&callable.target_type()) : image_handle::none;
+}
+
+/// The image whose code destroys an object with virtual functions.
+template <class T>
+image_handle image_that_made(const std::shared_ptr<T>& object) noexcept {
+    static_assert(std::is_polymorphic_v<T>);
+    if (!object)
+        return image_handle::none;
+    const T& made = *object;
+    return image_of(&typeid(made));
 }
 
 /// How many uses of an image there are. One that is alive all the time is never missed,

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <platform/critical_section.h>
+#include <platform/image_use.h>
 
 #include <exception>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace zel::tasklib {
 
@@ -19,7 +21,7 @@ public:
     /// back to the log. A call that is running on another thread may still end later.
     void set(function log_exception) {
         auto replacement =
-            log_exception ? std::make_shared<const function>(std::move(log_exception)) : nullptr;
+            log_exception ? std::make_shared<const installed>(std::move(log_exception)) : nullptr;
         platform::scoped_lock inside(guard_);
         function_.swap(replacement); // the former one is destroyed outside of the lock
     }
@@ -27,12 +29,22 @@ public:
     /// Null when none is installed.
     std::shared_ptr<const function> get() const {
         platform::scoped_lock inside(guard_);
-        return function_;
+        return function_ ? std::shared_ptr<const function>(function_, &function_->callable)
+                         : nullptr;
     }
 
 private:
+    struct installed {
+        explicit installed(function f)
+            : use(platform::image_that_made(f), "function for failed tasks", {}),
+              callable(std::move(f)) {}
+
+        const platform::image_use use; // ends after the callable
+        const function callable;
+    };
+
     mutable platform::plain_lock guard_; // guards the pointer; never held while it is called
-    std::shared_ptr<const function> function_ ZEL_GUARDED_BY(guard_);
+    std::shared_ptr<const installed> function_ ZEL_GUARDED_BY(guard_);
 };
 
 } // namespace zel::tasklib

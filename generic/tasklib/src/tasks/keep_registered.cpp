@@ -2,6 +2,8 @@
 
 #include "generic/tasklib/src/tasks/tasks_log.h"
 
+#include <platform/image_use.h>
+
 namespace zel::tasklib {
 
 namespace {
@@ -10,7 +12,9 @@ constinit log::source_position release_failed(__FILE__, 10);
 
 class action_cookie final : public keep_registered {
 public:
-    explicit action_cookie(std::function<void()> action) : action_(std::move(action)) {}
+    explicit action_cookie(std::function<void()> action)
+        : use_(platform::image_that_made(action), "action of a cookie", {}),
+          action_(std::move(action)) {}
     ~action_cookie() override {
         const platform::no_cancellation to_the_end;
         if (const auto failure = platform::guarded(action_))
@@ -21,6 +25,7 @@ public:
     }
 
 private:
+    const platform::image_use use_; // ends after the action
     std::function<void()> action_;
 };
 

@@ -75,7 +75,7 @@ std::int32_t InWndProcHandling::PostToWindow(const std::shared_ptr<IInWndProcWor
     required(item, "PostToWindow");
     {
         const platform::scoped_lock inside(work_guard_);
-        work_.push_back(item);
+        work_.emplace_back(item);
     }
     const auto& [message, instance_cookie] = work_message_of_this_library();
     return platform::post_message(window_, message, instance_cookie, 0);
@@ -93,19 +93,18 @@ void InWndProcHandling::run_work(std::intptr_t item) {
         reinterpret_cast<IInWndProcWorkItem*>(item)->Execute();
         return;
     }
-    std::shared_ptr<IInWndProcWorkItem> first;
+    std::list<posted_work> first;
     {
         const platform::scoped_lock inside(work_guard_);
         if (work_.empty())
             return;
-        first = std::move(work_.front());
-        work_.pop_front();
+        first.splice(first.begin(), work_, work_.begin());
     }
     const auto dropped = gsl::finally([&] {
         const platform::no_cancellation to_the_end;
-        first.reset();
+        first.clear();
     });
-    first->Execute();
+    first.front().item->Execute();
 }
 
 std::intptr_t InWndProcHandling::pass_on(const window_call& call) {

@@ -4,9 +4,10 @@
 #include <event_routing/in_wnd_proc_handling.h>
 
 #include <platform/critical_section.h>
+#include <platform/image_use.h>
 #include <platform/window.h>
 
-#include <deque>
+#include <list>
 #include <vector>
 
 namespace zel::event_routing::impl {
@@ -58,6 +59,14 @@ public:
     void run_work(std::intptr_t item);
 
 private:
+    struct posted_work {
+        explicit posted_work(const std::shared_ptr<IInWndProcWorkItem>& posted)
+            : use(platform::image_that_made(posted), "work for a window", {}), item(posted) {}
+
+        const platform::image_use use; // ends after the item
+        const std::shared_ptr<IInWndProcWorkItem> item;
+    };
+
     void release(const std::shared_ptr<tasklib::keep_registered>& cookie);
 
     const platform::window_handle window_;
@@ -71,7 +80,7 @@ private:
     platform::critical_section cookie_guard_; // not held while a cookie is released
     std::vector<std::shared_ptr<tasklib::keep_registered>> cookies_ ZEL_GUARDED_BY(cookie_guard_);
     platform::critical_section work_guard_; // not held while work runs or is destroyed
-    std::deque<std::shared_ptr<IInWndProcWorkItem>> work_ ZEL_GUARDED_BY(work_guard_);
+    std::list<posted_work> work_ ZEL_GUARDED_BY(work_guard_);
 };
 
 } // namespace zel::event_routing::impl
