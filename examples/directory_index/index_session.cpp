@@ -55,12 +55,6 @@ index_session::index_session(services to, options chosen)
                                   return true;
                               },
                               nullptr, "interruption of large files")) {
-    // Before a component does: a payload's code must not go with a component's library.
-    zel::serialization::register_data_type<explanation>();
-    zel::serialization::register_data_type<Lookup::input_data>();
-    zel::serialization::register_data_type<Lookup::output_data>();
-    zel::serialization::register_data_type<std::vector<report_section>>();
-    zel::serialization::register_data_type<std::tuple<>>();
     for (const std::string name : component_names) {
         try {
             components_.start("directory_index_" + name);

@@ -7,9 +7,10 @@ using namespace zel::serialization;
 
 void start_event_routing_component(std::shared_ptr<void>& component) {
     const services to{};
-    const auto draws = Draw::RequestHandler([](std::int32_t strokes) {
-        return drawing{"a drawing", std::vector<std::int32_t>(std::size_t(strokes % 64), strokes)};
-    });
+    const auto draws = [](auto&, auto&, request_answer& response, auto&, auto&) {
+        response = make_payload(drawing{"a drawing", std::vector<std::int32_t>(9, 7)});
+        return true;
+    };
     // In turn with the traffic, so that drawings are on their way when the plug-in goes.
     const auto publishes = [events = std::weak_ptr(to.events)](auto&&...) {
         if (const auto to_all = events.lock()) {

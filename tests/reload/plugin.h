@@ -18,7 +18,8 @@ using namespace event_routing;
 
 using cookies = std::vector<std::shared_ptr<tasklib::keep_registered>>;
 
-/// A type that the plug-in with payloads declares and others receive as text.
+/// Only the plug-in with payloads makes some: whoever is the first to make payloads of a type
+/// makes those of all.
 struct drawing {
     std::string title;
     std::vector<std::int32_t> strokes;
@@ -34,7 +35,6 @@ inline constexpr const char* count = "count.words"; // a request, answered with 
 inline constexpr const char* menu = "menu.build";   // a snowball
 } // namespace paths
 
-using Draw = Request<drawing, std::int32_t>;
 using Count = Request<std::int64_t, std::string>;
 using Menu = Snowball<std::vector<std::string>>;
 

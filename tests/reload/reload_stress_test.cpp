@@ -59,20 +59,18 @@ private:
 // Asks for drawings and keeps the latest answers while their plug-in goes; so that it can,
 // each time that nobody answers one is let go.
 void keep_answers(const services& to, const std::atomic<bool>& ends, std::uint64_t& kept_in_all) {
-    using answer = std::pair<drawing, std::tuple<>>;
     std::deque<request_answer> kept;
     while (!ends) {
         request_answer response, error_response;
-        if (to.requests->SendRequest(paths::draw, serialization::make_payload(std::tuple(9)),
-                                     response, error_response,
+        if (to.requests->SendRequest(paths::draw, nullptr, response, error_response,
                                      {{"supress_not_processed_exception", 1}})) {
             kept.push_back(response);
             ++kept_in_all;
         }
         if (kept.size() > 8 || (!response && !kept.empty())) {
-            answer scratch;
+            drawing scratch;
             const auto* const oldest = serialization::GetDataValue(kept.front(), scratch);
-            ASSERT_TRUE(oldest && oldest->first.strokes.size() == 9u) << "an answer has changed";
+            ASSERT_TRUE(oldest && oldest->strokes.size() == 9u) << "an answer has changed";
             kept.pop_front();
         }
     }

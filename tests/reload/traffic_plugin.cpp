@@ -18,17 +18,15 @@ public:
 private:
     void send() {
         request_answer response, error_response;
-        for (std::int32_t number = 0; !ends_; ++number) {
+        for (unsigned number = 0; !ends_; ++number) {
             to_.events->BroadcastEvent(paths::work, make_payload(std::string("item")), {}, nullptr);
             to_.events->BroadcastCumulativeEvent({false, 300}, paths::pulse, nullptr, {}, nullptr);
             try {
                 Count::Ask(*to_.requests, paths::count, number % 8 == 0 ? "none" : "three");
             } catch (const std::exception&) { // nobody there, or nothing to count
             }
-            try {
-                Draw::Ask(*to_.requests, paths::draw, number);
-            } catch (const request_was_not_processed&) {
-            }
+            to_.requests->SendRequest(paths::draw, nullptr, response, error_response,
+                                      {{"supress_not_processed_exception", 1}});
             Menu::Send(*to_.snowballs, paths::menu, {}, {"new"});
         }
     }

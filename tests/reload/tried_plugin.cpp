@@ -11,6 +11,20 @@ struct own_failure : std::exception {
     const char* what() const noexcept override { return "no paper"; }
 };
 
+struct keepsake {
+    std::string text;
+};
+
+} // namespace
+
+template <>
+struct zel::serialization::record<keepsake> {
+    static constexpr std::string_view name = "struct keepsake";
+    static constexpr std::tuple fields{field("text", &keepsake::text)};
+};
+
+namespace {
+
 // Tells everybody when it ends.
 struct telling {
     explicit telling(std::string own_name) : name(std::move(own_name)) {}
@@ -32,12 +46,18 @@ void start_event_routing_component(std::shared_ptr<void>& component) {
         requests.lock()->SendRequest("gate", nullptr, response, error_response, {});
         return true;
     };
-    const auto draws = Draw::RequestHandler([](std::int32_t strokes) {
-        static std::int32_t made_before = 0;
-        return drawing{"a drawing", {strokes, made_before++}};
-    });
+    const auto counts = [](auto&, auto&, request_answer& response, auto&, auto&) {
+        static std::int64_t asked_before = 0;
+        response = make_payload(std::to_string(asked_before++));
+        return true;
+    };
+    const auto gives = [](auto&, auto&, request_answer& response, auto&, auto&) {
+        response = make_payload(keepsake{"of a visit"});
+        return true;
+    };
     made->registered = {to.events->RegisterEventHandler(nullptr, "slow", slow, nullptr, "is slow"),
-                        to.requests->RegisterRequestHandler(paths::draw, 0, draws, "draws")};
+                        to.requests->RegisterRequestHandler("asked.before", 0, counts, "counts"),
+                        to.requests->RegisterRequestHandler("keepsake", 0, gives, "gives")};
     component = made;
 }
 
