@@ -120,7 +120,7 @@ int main() {
     events->BroadcastEvent("document.saved", nullptr, {}, nullptr);
     require(sink->texts.size() == 2, "a dropped handler is not called");
     try {
-        events->RegisterEventHandler(nullptr, "*.saved", nullptr, nullptr, "refused");
+        backup = events->RegisterEventHandler(nullptr, "*.saved", nullptr, nullptr, "refused");
     } catch (const zel::exceptions::error&) {
         return 0; // an asterisk stands for the end of a path only
     }

@@ -129,16 +129,17 @@ void broadcast_statistics::absorb(thread_counts& counts) {
     for (const auto& known : counts.texts_)
         if (known && known.get() != noted)
             sum += known->count.load(std::memory_order_relaxed); // as when it was noted last
-    const auto report = [&](thread_counts::text_count& known, std::uint32_t count) {
-        if (count != known.reported)
-            period_->add_path(known.text, count - known.reported);
-        known.reported = count;
-    };
     if (noted) // one more where the thread is about to add it
         report(*noted, noted_count + (counts.given_ - sum));
     for (const auto& known : counts.texts_)
         if (known && known.get() != noted)
             report(*known, known->count.load(std::memory_order_relaxed));
+}
+
+void broadcast_statistics::report(text_count& known, std::uint32_t count) {
+    if (count != known.reported)
+        period_->add_path(known.text, count - known.reported);
+    known.reported = count;
 }
 
 std::unique_ptr<const statistics_data_t> broadcast_statistics::end_period() {
@@ -163,8 +164,11 @@ thread_counts::thread_counts(broadcast_statistics& all) : all_(all) {
 
 thread_counts::~thread_counts() {
     platform::scoped_lock inside(all_.guard_);
-    // Without memory for the texts, the report lacks them.
-    platform::guarded([&]() ZEL_REQUIRES(all_.guard_) { all_.absorb(*this); });
+    try {
+        all_.absorb(*this);
+    } catch (const std::bad_alloc&) {
+        // The report lacks the texts that there was no memory for.
+    }
     std::erase(all_.counting_, this);
 }
 

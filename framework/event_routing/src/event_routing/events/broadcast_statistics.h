@@ -20,6 +20,7 @@
 namespace zel::event_routing::impl {
 
 class thread_counts;
+struct text_count;
 
 /// Any thread may call any operation.
 class broadcast_statistics {
@@ -49,6 +50,7 @@ private:
     bool is_period_full() noexcept ZEL_REQUIRES(guard_);
     void give_credit(thread_counts& own) noexcept ZEL_REQUIRES(guard_);
     void absorb(thread_counts& counts) ZEL_REQUIRES(guard_);
+    void report(text_count& known, std::uint32_t count) ZEL_REQUIRES(guard_);
     std::unique_ptr<const statistics_data_t> end_period() ZEL_REQUIRES(guard_);
 
     thread_records& threads_;

@@ -51,7 +51,7 @@ auto thread_counts::add(const text_key& paths) -> text_count* {
     return (place_for(paths.hash) = std::move(made)).get();
 }
 
-std::unique_ptr<thread_counts::text_count>& thread_counts::place_for(std::size_t hash) noexcept {
+std::unique_ptr<text_count>& thread_counts::place_for(std::size_t hash) noexcept {
     const std::size_t mask = texts_.size() - 1;
     std::size_t place = hash & mask;
     while (texts_[place])

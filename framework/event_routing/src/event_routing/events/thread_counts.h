@@ -19,6 +19,16 @@
 
 namespace zel::event_routing::impl {
 
+/// How often a thread has broadcast a text.
+struct text_count {
+    std::string text;
+    std::size_t hash = 0;
+    // Since the thread began. Written by the thread; release and acquire for whoever
+    // reads them as the table above says.
+    std::atomic<std::uint32_t> count{0};
+    std::uint32_t reported = 0; // of these; under the guard
+};
+
 class thread_counts final : public thread_part {
 public:
     explicit thread_counts(broadcast_statistics& all);
@@ -34,15 +44,6 @@ public:
 
 private:
     friend class broadcast_statistics;
-
-    struct text_count {
-        std::string text;
-        std::size_t hash = 0;
-        // Since the thread began. Written by the thread; release and acquire for whoever
-        // reads them as the table above says.
-        std::atomic<std::uint32_t> count{0};
-        std::uint32_t reported = 0; // of these; under the guard
-    };
 
     // Few enough that the texts and their table stay below 64 KB for a thread and a service.
     static constexpr std::size_t most_texts = 256;

@@ -15,10 +15,10 @@ namespace {
 
 using namespace monitor;
 
-void append_declined(std::vector<declined_handler>& declined,
+void append_declined(std::vector<declined_handler>& declined, const message_scope& message,
                      std::span<const request_match> handlers, const request_data& data) {
     for (const auto& match : handlers) {
-        const running_call handler(*match.handler);
+        const announced_call handler(message, removal_waits::yes, *match.handler);
         if (!handler)
             continue;
         std::string wanted_type;
@@ -117,10 +117,10 @@ bool RequestRoutingImpl::request::CheckRequestResult(bool processed) const {
 // that were asked have declined.
 std::vector<declined_handler> RequestRoutingImpl::request::declined_handlers() const {
     std::vector<declined_handler> declined;
-    append_declined(declined, matches_->redirections, data_);
-    append_declined(declined, matches_->regular, data_);
+    append_declined(declined, message_, matches_->redirections, data_);
+    append_declined(declined, message_, matches_->regular, data_);
     if (!parameters_->contains(names_.no_fallbacks))
-        append_declined(declined, matches_->fallbacks, data_);
+        append_declined(declined, message_, matches_->fallbacks, data_);
     return declined;
 }
 

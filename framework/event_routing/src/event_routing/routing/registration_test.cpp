@@ -8,6 +8,7 @@ namespace zel::event_routing::impl {
 
 struct refusing_service {
     void Unregister(event_routing_node::registration) { throw std::runtime_error("refused"); }
+    thread_records& threads() { return *thread_records::shared(); }
 };
 
 } // namespace zel::event_routing::impl
