@@ -1,7 +1,9 @@
 #include "platform/src/watched_thread_test.h"
 
 #include <platform/process.h>
+#include <platform/thread_priority.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <pthread.h>
@@ -42,6 +44,15 @@ bool holds_in_a_child(const std::function<bool()>& look) {
         _exit(look() ? 0 : 1);
     int status = -1;
     return waitpid(child, &status, 0) == child && status == 0;
+}
+
+user_identity own_identity() {
+    return {geteuid(), getegid()};
+}
+
+int lower_priority() {
+    constexpr int lowest = -19;
+    return std::max(thread_priority(this_thread_id()).value_or(0) - 5, lowest);
 }
 
 } // namespace zel::platform

@@ -2,6 +2,7 @@
 // know that a thread has begun to wait, and a pause would only make that likely.
 #pragma once
 
+#include <platform/credentials.h>
 #include <platform/event.h>
 
 #include <functional>
@@ -21,6 +22,13 @@ bool wait_until_asleep(thread_id thread);
 /// Whether something holds in a copy of the process, whose only thread looks. It may
 /// also exit, with the code 0.
 bool holds_in_a_child(const std::function<bool()>& look);
+
+/// Whom the process acts for: an ordinary user may take on nobody else.
+user_identity own_identity();
+
+/// Less urgent than the calling thread is, which is always granted; the thread may be below
+/// normal already.
+int lower_priority();
 
 /// Set once, for all who wait.
 struct signal : event {

@@ -3,6 +3,10 @@
 #include "generic/tasklib/src/tasks/task_support_test.h"
 #include "tests/support/stress.h"
 
+#include <platform/announced_wait.h>
+#include <platform/process.h>
+#include <tasklib/task_threads_module.h>
+
 #include <iostream>
 
 namespace zel::tasklib::test {
@@ -57,6 +61,11 @@ class commotion : public zel::test::commotion {
         const auto queue = any_of(queues_, random);
         if (kind < 3) {
             submit_or_cancel(make(here, random).share(), *processor_);
+        } else if (kind == 3) {
+            const auto task = make(here, random);
+            if (queue->try_push(task.share()) == push_outcome::full)
+                task.cancel();
+            ensure_runner(held_by->tasks, processor_, queue);
         } else if (kind < 6) {
             store_or_cancel(make(here, random).share(), queue, held_by->tasks, processor_);
         } else if (kind < 8) {
@@ -122,6 +131,13 @@ class commotion : public zel::test::commotion {
             cancels_ += !any_of(handles_, random).cancel();
         } else if (kind == 4) {
             throw std::runtime_error("fails");
+        } else if (kind == 5) {
+            const platform::announced_wait others_take_over;
+            platform::sleep_for(milliseconds(random() % 2));
+        } else if (kind == 6) {
+            task_thread_limits limits;
+            limits.cores = 1 + static_cast<std::uint32_t>(random() % 4);
+            get_task_threads_module()->set_limits(limits);
         }
     }
 

@@ -1,8 +1,10 @@
 // Where tasks run: the threads of the task library.
 //
 // There are as many threads as cores. When a task waits through the library (for
-// another task, for room in a queue) another thread takes over at once; when tasks
-// block elsewhere and waiting ones make no progress, a thread is added every 50 ms.
+// another task, for room in a queue) or announces a wait of its own
+// (platform/announced_wait.h), another thread takes over at once; when tasks block
+// unseen and waiting ones make no progress, a thread is added every 50 ms. A host may
+// set other limits (task_threads_module.h).
 #pragma once
 
 #include <tasklib/task_ifc.h>

@@ -35,8 +35,9 @@ TEST(TaskRun, ShowsOnItsThreadWhatItIsInsideOf) {
 TEST(TaskRun, IsMadeUrgentByCancelButNotWhatItsThreadDoesAfterwards) {
     signal running, go_on, ended, leave;
     thread_id thread = no_thread;
+    const int low = lower_priority();
     sample task([&] {
-        set_thread_priority(thread = this_thread_id(), -5);
+        set_thread_priority(thread = this_thread_id(), low);
         running.set();
         go_on.wait();
     });
@@ -44,18 +45,18 @@ TEST(TaskRun, IsMadeUrgentByCancelButNotWhatItsThreadDoesAfterwards) {
     watched_thread runner([&] {
         task.share()->run(false);
         other.share()->run(false);
-        set_thread_priority(thread, -5);
+        set_thread_priority(thread, low);
         ended.set();
         leave.wait();
     });
     EXPECT_TRUE(running.comes());
     task.handle.cancel();
     const auto while_it_ran = thread_priority(thread);
-    EXPECT_EQ(while_it_ran, raise_to_normal_priority(thread) ? 0 : -5) << "as far as is allowed";
+    EXPECT_EQ(while_it_ran, raise_to_normal_priority(thread) ? 0 : low) << "as far as is allowed";
     go_on.set();
     EXPECT_TRUE(ended.comes());
     other.handle.cancel();
-    EXPECT_EQ(thread_priority(thread), -5);
+    EXPECT_EQ(thread_priority(thread), low);
     leave.set();
 }
 
@@ -64,7 +65,7 @@ TEST(TaskRun, EndsEveryImpersonationThatABodyLeavesBehindAndReportsTheFirst) {
     int bodies = 0;
     const auto act_for_the_own_user = [&] {
         EXPECT_FALSE(is_impersonating());
-        EXPECT_EQ(impersonate({process_user().user, 0}), 0);
+        EXPECT_EQ(impersonate(own_identity()), 0);
         bodies += is_impersonating();
     };
     const auto queue = std::make_shared<task_queue>(1);
