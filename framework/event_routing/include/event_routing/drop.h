@@ -10,8 +10,11 @@
 // of a handler of events, the calls of one of requests or snowballs. In either case no call
 // begins any more once they were asked.
 //
-// A thread that is itself inside of a call of the handler waits for nobody, as when it resets
-// a cookie. Whoever waits must hold nothing that such a call waits for.
+// A thread that is itself inside of a call of the handler must not wait for that call.
+// drop_within then waits for nobody, and tells of the calls, the thread's own among them.
+// drop_and_wait does what a reset does there: inside of an asynchronous part, a request or a
+// snowball it waits for nobody; inside of a synchronous part it waits for the asynchronous
+// parts on other threads. Whoever waits must hold nothing that such a call waits for.
 #pragma once
 
 #include <framework/exceptions/exceptions.h>
@@ -83,8 +86,9 @@ inline IDroppable& droppable_of(const std::shared_ptr<tasklib::keep_registered>&
 
 } // namespace detail
 
-/// Takes a handler out and waits, at most for so long, until none of its calls runs on another
-/// thread. If none does, the cookie is reset and the result is false. Else the handler gets no
+/// Takes a handler out and waits, at most for so long, until none of its calls runs any more;
+/// from inside of one it does not wait. If none runs, the cookie is reset and the result is
+/// false. Else the handler gets no
 /// calls any more and the cookie stays with the caller, who may ask again, or reset it, which
 /// waits as it always does. A null cookie is nothing to drop.
 ///

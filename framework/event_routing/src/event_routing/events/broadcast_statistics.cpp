@@ -112,7 +112,9 @@ bool broadcast_statistics::is_period_full() noexcept {
 void broadcast_statistics::give_credit(thread_counts& own) noexcept {
     if (own.credit_.load(std::memory_order_relaxed) > 0)
         return;
-    const auto threads = static_cast<std::int32_t>(counting_.size());
+    if (std::exchange(own.period_, period_number_) != period_number_)
+        ++takers_;
+    const auto threads = std::max(takers_, former_takers_);
     const auto share =
         threads == 1 ? spare_credit_ : (spare_credit_ + 2 * threads - 1) / (2 * threads);
     spare_credit_ -= share;
@@ -149,6 +151,8 @@ std::unique_ptr<const statistics_data_t> broadcast_statistics::end_period() {
     period_->total_count = static_cast<std::uint32_t>(
         broadcasts_in_period - std::exchange(spare_credit_, broadcasts_in_period));
     deadline_.store(next->deadline.time_since_epoch().count(), std::memory_order_relaxed);
+    ++period_number_;
+    former_takers_ = std::exchange(takers_, 0);
     return std::exchange(period_, std::move(next));
 }
 

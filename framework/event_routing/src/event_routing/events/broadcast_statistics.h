@@ -64,6 +64,11 @@ private:
     std::unique_ptr<statistics_data_t> period_ ZEL_GUARDED_BY(guard_);
     std::int32_t spare_credit_ ZEL_GUARDED_BY(guard_); // of the period; nobody was given it
     std::vector<thread_counts*> counting_ ZEL_GUARDED_BY(guard_);
+    // Threads that were given credit in this period and in the last; others have long
+    // stopped to broadcast.
+    std::int32_t takers_ ZEL_GUARDED_BY(guard_) = 0;
+    std::int32_t former_takers_ ZEL_GUARDED_BY(guard_) = 0;
+    std::uint64_t period_number_ ZEL_GUARDED_BY(guard_) = 1;
 };
 
 } // namespace zel::event_routing::impl

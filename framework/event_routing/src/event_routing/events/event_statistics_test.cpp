@@ -113,6 +113,39 @@ TEST_F(EventStatistics, CountEveryBroadcastOnceHoweverManyPathsThereAre) {
     EXPECT_TRUE(reports().back().ends_with("Top 2 paths:\n\t\t     3  hot\n\t\t     2  path 1"));
 }
 
+// Threads count by themselves, and others end the period while they are at it.
+TEST_F(EventStatistics, AddUpToTheirTotalsWhileThreadsComeAndGo) {
+    constexpr int generations = 60;
+    int expected = 0;
+    for (int generation = 0; generation < generations; ++generation) {
+        std::vector<std::jthread> broadcasters;
+        for (int thread = 0; thread < 4; ++thread) {
+            const int each = 1 + (generation * 37 + thread * 101) % 700;
+            expected += each;
+            broadcasters.emplace_back([this, each, thread] {
+                for (int i = 0; i < each; ++i)
+                    broadcast("path " + std::to_string((i + thread) % 5));
+            });
+        }
+    }
+    events.reset();
+    int total = 0;
+    for (const auto& text : reports()) {
+        std::istringstream words(text.substr(text.find("count: ") + 7));
+        int in_period = 0, counted = 0;
+        words >> in_period;
+        words.str(text.substr(text.find("paths:") + 6));
+        words.clear();
+        for (int count = 0, number = 0; words >> count >> std::ws; counted += count) {
+            std::string path;
+            words >> path >> number;
+        }
+        EXPECT_EQ(counted, in_period) << text;
+        total += in_period;
+    }
+    EXPECT_EQ(total, expected);
+}
+
 TEST_F(EventStatistics, ThatCannotBeWrittenFailNoBroadcast) {
     struct failing_sink : log::ILogSink {
         void Write(const log::record&) override { throw std::runtime_error("disk full"); }

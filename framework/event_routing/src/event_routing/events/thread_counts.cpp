@@ -74,6 +74,10 @@ void thread_counts::forget_idle_texts() {
 }
 
 std::int32_t thread_counts::take_credit_back() noexcept {
+    // More it becomes only under the guard. Acquire, as in the exchange: the thread may have
+    // used up the last of it.
+    if (credit_.load(std::memory_order_acquire) < 1)
+        return 0;
     const auto left = std::max(0, credit_.exchange(0, std::memory_order_acq_rel));
     given_ -= static_cast<std::uint32_t>(left);
     return left;

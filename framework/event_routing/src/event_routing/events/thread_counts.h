@@ -73,6 +73,7 @@ private:
     std::size_t used_ = 0;
 
     std::uint32_t refusals_ = 0;
+    std::uint64_t period_ = 0;    // in which it was given credit last
     std::uint32_t given_ = 0;     // all credit so far, less what was taken back; wraps
     std::uint32_t forgotten_ = 0; // counts of texts that are not known any more; wraps
 };

@@ -113,8 +113,8 @@ bool RequestRoutingImpl::request::CheckRequestResult(bool processed) const {
     return !error_response_ || !error_response_->GetData();
 }
 
-// Found out once the request has failed, so that those that are answered pay nothing: all
-// that were asked have declined.
+// Found out once the request has failed, so that those that are answered pay nothing. Who
+// stands in the last matches was asked and has declined, unless it came or went meanwhile.
 std::vector<declined_handler> RequestRoutingImpl::request::declined_handlers() const {
     std::vector<declined_handler> declined;
     append_declined(declined, message_, matches_->redirections, data_);

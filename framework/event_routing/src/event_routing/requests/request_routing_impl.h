@@ -22,16 +22,16 @@ public:
 
     bool SendRequest(const std::string& path, const request_data& data, request_answer& response,
                      request_answer& error_response, const routing_parameters& parameters) override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterRequestHandler(const std::string& path, std::int32_t priority,
                            const request_handler& handler, const std::string& description) override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterRequestFallbackHandler(const std::string& path, const request_handler& handler,
                                    const std::string& description) override;
     std::vector<std::pair<std::string, std::string>> GetRequestHandlers() override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterMonitorHandler(request_monitor monitor) override;
-    std::shared_ptr<tasklib::keep_registered>
+    [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
     RegisterRequestRedirectionHandler(const std::string& path, const request_handler& handler,
                                       const std::string& description) override;
     void WaitForTasks() override {}

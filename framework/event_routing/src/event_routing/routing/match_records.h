@@ -16,7 +16,9 @@
 //     const auto generation = ...; // before the look-up, so that a change is never missed
 //     auto* matches = records.recall(message, text, generation);
 //     if (!matches)
-//         matches = records.remember(message, collect(text, generation));
+//         records.remember(made = collect(text, generation)); // which the message keeps
+//
+// current_matches.h does that for a message.
 //
 // A look-up that finds what it looks for takes no lock and no reference: the message names
 // the matches in its frame and then looks whether they still stand in the table. Matches
@@ -76,6 +78,10 @@ public:
         tables_.push_back(std::make_unique<table>(smallest_table));
         current_.store(tables_.back().get(), std::memory_order_relaxed);
     }
+    /// No message of the service is under way.
+    ~match_records() { threads_.let_removals_pass(); }
+    match_records(const match_records&) = delete;
+    match_records& operator=(const match_records&) = delete;
 
     /// What the text matched in this generation, or null. Good until the message ends or
     /// recalls or keeps other matches.

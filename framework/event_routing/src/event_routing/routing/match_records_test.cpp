@@ -1,4 +1,6 @@
 #include "framework/event_routing/src/event_routing/routing/match_records.h"
+#include "framework/event_routing/src/event_routing/routing/retirable.h"
+#include "platform/src/watched_thread_test.h"
 
 #include <gtest/gtest.h>
 #include <optional>
@@ -105,6 +107,48 @@ TEST_F(MatchRecords, AreFoundWholeWhileOthersReplaceThem) {
         for (int i = 0; i < 400; ++i)
             remembered(std::to_string(i), 7);
     ends = true;
+}
+
+// A removal looks into the lists of all services. One that ends meanwhile must not take its
+// lists along under that look.
+TEST_F(MatchRecords, AreNotGivenBackWhileARemovalLooksIntoThem) {
+    struct slow_matches final : matches_of_text {
+        using matches_of_text::matches_of_text;
+        std::size_t size() const noexcept { return 1; }
+        bool contains(const retirable_base&) const noexcept override {
+            looks->set();
+            go_on->wait();
+            return false;
+        }
+        platform::signal* looks = nullptr;
+        platform::signal* go_on = nullptr;
+    };
+    platform::signal looks, go_on, named, left, ended;
+    auto service = std::make_unique<match_records<slow_matches>>(*threads);
+    const auto made = std::make_shared<slow_matches>(text_key("a"), 1);
+    made->looks = &looks;
+    made->go_on = &go_on;
+    service->remember(made);
+    std::jthread sender([&] {
+        {
+            message_scope message(*threads);
+            EXPECT_NE(service->recall(message, text_key("a"), 1), nullptr);
+            named.set();
+            EXPECT_TRUE(looks.comes());
+        }
+        left.set();
+    });
+    ASSERT_TRUE(named.comes());
+    std::jthread remover([&] { retirable<int>(1).retire(*threads); });
+    ASSERT_TRUE(left.comes());
+    platform::watched_thread ending([&] {
+        service.reset();
+        ended.set();
+    });
+    EXPECT_TRUE(ending.falls_asleep());
+    EXPECT_FALSE(ended.wait(platform::milliseconds(0)));
+    go_on.set();
+    EXPECT_TRUE(ended.comes());
 }
 
 } // namespace

@@ -8,7 +8,8 @@ namespace zel::event_routing::impl {
 
 struct refusing_service {
     void Unregister(event_routing_node::registration) { throw std::runtime_error("refused"); }
-    thread_records& threads() { return *thread_records::shared(); }
+    thread_records& threads() { return *threads_; }
+    std::shared_ptr<thread_records> threads_ = thread_records::shared();
 };
 
 } // namespace zel::event_routing::impl

@@ -8,7 +8,7 @@
 //   - `close` closes the callable, so that no call begins any more. `finish` waits for those
 //     calls that have begun and are waited for, unless the thread is itself inside of such a
 //     call, and ends the owner's use. `retire` is both. Between the two an owner may wait
-//     for all calls, or for so long (`wait_for_all`).
+//     for all calls, or for so long (`thread_records::wait_for_all_calls`).
 //   - The callable is destroyed last, and no lock is held, because its destructor may do as
 //     it likes: by `finish`, or by the last of the calls that had begun before and were not
 //     waited for.

@@ -1,5 +1,6 @@
 #include "framework/event_routing/src/event_routing/routing/thread_records.h"
 
+#include <platform/announced_wait.h>
 #include <platform/process_barrier.h>
 
 #include <algorithm>
@@ -42,7 +43,7 @@ message_frame& thread_record::deep_frame() {
     for (std::size_t blocks = depth_ / first_.frames.size(); blocks > 0; --blocks) {
         block* next = at->next.load(std::memory_order_relaxed);
         if (!next)
-            at->next.store(next = new block, std::memory_order_release);
+            at->next.store(next = new block, std::memory_order_seq_cst);
         at = next;
     }
     return at->frames[depth_ % first_.frames.size()];
@@ -94,7 +95,7 @@ void thread_records::thread_ends(void* records, void* record) noexcept {
 template <class Use>
 void thread_records::for_each_frame(const Use& use) const {
     for (const auto& record : records_)
-        for (auto* b = &record->first_; b; b = b->next.load(std::memory_order_acquire))
+        for (auto* b = &record->first_; b; b = b->next.load(std::memory_order_seq_cst))
             for (message_frame& frame : b->frames)
                 use(*record, frame);
 }
@@ -175,6 +176,7 @@ void thread_records::wait(retirable_base& removed, platform::wait_deadline until
         }
         if (is_over(calls_inside(removed)))
             return;
+        const platform::announced_wait others_take_over;
         in_time = platform::wait_on_address(removed.leavings_, seen, until);
     }
 }

@@ -125,7 +125,8 @@ private:
     // Messages inside of messages; more than these are rare.
     struct block {
         std::array<message_frame, 8> frames;
-        // Release and acquire: whoever sees a block sees it made.
+        // Sequentially consistent like what is named in its frames: a removal that does not
+        // see a block counts on the message there to find its callable retired.
         std::atomic<block*> next{nullptr};
     };
 
@@ -140,7 +141,7 @@ private:
 /// call any operation.
 class thread_records : public std::enable_shared_from_this<thread_records> {
 public:
-    /// Made for the first service, and gone with the last.
+    /// Made for the first service, and gone with the last of those that hold it.
     static std::shared_ptr<thread_records> shared();
 
     thread_records();
@@ -180,6 +181,9 @@ public:
 
     /// Whether a frame names this list or snapshot, so that it has to be kept.
     bool is_named(const void* used) const noexcept;
+    /// For lists that nobody names any more, before they go: a removal may have seen a frame
+    /// that did, and still look into one of them.
+    void let_removals_pass() const noexcept { platform::scoped_lock inside(guard_); }
 
     /// Keeps a part of a service in this thread's record. Throws std::bad_alloc.
     void add_part(thread_record& own, const void* service, std::unique_ptr<thread_part> part);
