@@ -16,6 +16,11 @@
 // last instruction of the image has returned to whoever holds the use, so there is no
 // moment in which the image is counted as unused and still runs.
 //
+// What holds a use must not itself be code of the image: a class in a header, or what
+// std::make_shared builds of it, is compiled into whoever uses it. The functions that make
+// and destroy a holder stand in a source file of a library that outlives its plug-ins, or
+// platform/counted_object.h makes it.
+//
 // Whoever makes a use keeps the image mapped by other means until it is made, by
 // running in it, for example. The program itself is never unmapped and not counted.
 #pragma once
