@@ -115,8 +115,41 @@ TEST_F(DllLoader, RefusesWhatHasEndedWhileSomebodyElseKeepsItMapped) {
     EXPECT_EQ(refusal(), "The library " + library.string() +
                              " could not be loaded: it was unloaded before, but something outside "
                              "of the loader keeps it mapped.");
+    EXPECT_FALSE(loader().unload_kept(image, infinite)) << "nothing would tell of its end";
+    static int ends = 0;
+    at_the_end(image, [] { ++ends; });
+    EXPECT_EQ(loader().unload_all_kept(), 1U);
+    EXPECT_EQ(ends, 0) << "it is not the loader's any more";
     unload_library(of_somebody_else);
     EXPECT_TRUE(loader().free_dll(load(library)));
+}
+
+TEST_F(DllLoader, HoldsWhatOthersHadMappedWhileItIsInUse) {
+    const auto image = load_library(library).image;
+    EXPECT_EQ(load(library), image);
+    auto use = std::make_unique<image_use>(image, handler, "a.b");
+    EXPECT_EQ(loader().give_back(image), library_state::loaded);
+    unload_library(image);
+    EXPECT_TRUE(is_mapped());
+    EXPECT_THROW(loader().give_back(image), error) << "freed once too often";
+    EXPECT_EQ(load(library), image) << "it has not ended";
+    EXPECT_EQ(loader().give_back(image), library_state::loaded);
+    use.reset();
+    EXPECT_EQ(loader().unload_all_kept(), 0U);
+    EXPECT_FALSE(is_mapped());
+}
+
+TEST_F(DllLoader, LoadsALibraryThoughTheEndOfAnotherFails) {
+    const fs::path other = folder / "libother.so";
+    fs::copy_file(library, other);
+    const auto image = load(library);
+    auto use = std::make_unique<image_use>(image, handler, "a.b");
+    EXPECT_EQ(loader().give_back(image), library_state::kept);
+    at_the_end(image, [] { throw 1; });
+    use.reset();
+    EXPECT_TRUE(loader().free_dll(load(other)));
+    EXPECT_EQ(loader().unload_all_kept(), 0U);
+    EXPECT_FALSE(is_mapped());
 }
 
 struct : signal {
