@@ -50,7 +50,7 @@ public:
     /// Unmaps a library that had to stay once nothing of it is in use, and waits for
     /// that at most for the given time. True when the library is not kept any more. False
     /// at once when nothing of it is in use and something outside of the loader keeps it
-    /// mapped.
+    /// mapped, and when the process exits: nothing is unmapped then.
     virtual bool unload_kept(platform::image_handle image, platform::milliseconds timeout) = 0;
 
     /// Unmaps all libraries that had to stay and are unused now. How many are left. What

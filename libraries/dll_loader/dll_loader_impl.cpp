@@ -178,13 +178,16 @@ library_state DllLoaderImpl::end(image_handle image) {
     library& ending = record_of(image);
     // What the loader has let go of may be another image by now, which is not to be ended.
     bool is_unused = !ending.is_held;
+    auto became = image_end::in_use;
     std::exception_ptr failure;
     if (!is_unused)
-        failure = platform::guarded([&] { is_unused = lifetime_service().EndImage(image); });
+        failure = platform::guarded([&] { became = lifetime_service().EndImage(image); });
+    is_unused = is_unused || became == image_end::unused;
     const bool is_unmapped = is_unused && lets_go_of(image, ending);
     {
         platform::scoped_lock inside(guard_);
         ending.is_held = ending.is_held && !is_unused;
+        process_exits_ = process_exits_ || became == image_end::process_exits;
         ending.state = image_state::kept;
         // Inside, because another thread may end the library anew as soon as it is `kept`.
         ending.end_is_over->set();
@@ -223,15 +226,15 @@ DllLoaderImpl::kept_state DllLoaderImpl::end_if_unused(image_handle image) {
         if (found.state != image_state::kept)
             return kept_state::over;
         if (found.is_held && is_in_use(image, objects))
-            return kept_state::in_use;
+            return process_exits_ ? kept_state::held_for_good : kept_state::in_use;
         begin_ending(found);
     }
     if (end(image) == library_state::unmapped)
         return kept_state::over;
     platform::scoped_lock inside(guard_);
     const auto known = libraries_.find(image);
-    return known == libraries_.end() || known->second.is_held ? kept_state::in_use
-                                                              : kept_state::held_by_others;
+    const bool is_held = known == libraries_.end() || known->second.is_held;
+    return is_held && !process_exits_ ? kept_state::in_use : kept_state::held_for_good;
 }
 
 // Of libraries that others had mapped: they were left with a reference because they were in
@@ -275,7 +278,7 @@ std::size_t DllLoaderImpl::unload_all_kept() {
             const auto address = reinterpret_cast<std::uintptr_t>(&failure);
             platform::raise_exception(platform::diagnostic::exception_report, {&address, 1});
         }
-        if (now == kept_state::in_use || now == kept_state::held_by_others)
+        if (now == kept_state::in_use || now == kept_state::held_for_good)
             ++left;
     }
 }
@@ -292,7 +295,7 @@ bool DllLoaderImpl::unload_kept(image_handle image, platform::milliseconds timeo
         const auto now = end_if_unused(image);
         if (now == kept_state::over)
             return true;
-        if (now == kept_state::held_by_others || left <= platform::milliseconds(0))
+        if (now == kept_state::held_for_good || left <= platform::milliseconds(0))
             return false;
         if (now == kept_state::ending)
             continue;

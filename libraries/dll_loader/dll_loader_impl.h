@@ -70,9 +70,9 @@ private:
     library_state end(platform::image_handle image);
     library& record_of(platform::image_handle image);
     static bool lets_go_of(platform::image_handle image, const library& ended);
-    /// Of a library that was kept. `held_by_others`: the loader has let go of it, but
-    /// something else keeps it mapped.
-    enum class kept_state { over, ending, in_use, held_by_others };
+    /// Of a library that was kept. `held_for_good`: the loader has let go of it but
+    /// something else keeps it mapped, or the process exits; waiting is of no use.
+    enum class kept_state { over, ending, in_use, held_for_good };
     kept_state end_if_unused(platform::image_handle image);
     void let_go_of_unused();
     [[noreturn]] void refuse(platform::image_handle image, const std::string& path);
@@ -81,6 +81,7 @@ private:
     // of the library and take the system's own lock.
     platform::critical_section guard_;
     library_map libraries_ ZEL_GUARDED_BY(guard_);
+    bool process_exits_ ZEL_GUARDED_BY(guard_) = false; // as an end was told
 };
 
 } // namespace zel::mi

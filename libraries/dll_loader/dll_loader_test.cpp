@@ -7,6 +7,8 @@
 #include <platform/process.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
@@ -139,15 +141,33 @@ TEST_F(DllLoader, HoldsWhatOthersHadMappedWhileItIsInUse) {
     EXPECT_FALSE(is_mapped());
 }
 
+image_handle kept_at_exit = image_handle::none;
+
+// Registered before the service that ends all libraries, so called after it.
+const int told_last = std::atexit([] {
+    if (kept_at_exit != image_handle::none)
+        std::fputs(loader().unload_kept(kept_at_exit, infinite) ? "unmapped" : "left", stderr);
+});
+
+TEST_F(DllLoader, LeavesWhatIsKeptWhenTheProcessExits) {
+    const auto exit_with_a_kept_library = [&] {
+        kept_at_exit = load(library);
+        {
+            const image_use use(kept_at_exit, handler, "a.b");
+            EXPECT_EQ(loader().give_back(kept_at_exit), library_state::kept);
+        }
+        std::exit(told_last);
+    };
+    EXPECT_EXIT(exit_with_a_kept_library(), testing::ExitedWithCode(0), "left");
+}
+
 TEST_F(DllLoader, LoadsALibraryThoughTheEndOfAnotherFails) {
     const fs::path other = folder / "libother.so";
     fs::copy_file(library, other);
     const auto image = load(library);
-    auto use = std::make_unique<image_use>(image, handler, "a.b");
-    EXPECT_EQ(loader().give_back(image), library_state::kept);
-    at_the_end(image, [] { throw 1; });
-    use.reset();
-    EXPECT_TRUE(loader().free_dll(load(other)));
+    reinterpret_cast<void (*)(int)>(find_function(image, "fail_at_the_end"))(2);
+    EXPECT_THROW(loader().give_back(image), int);
+    EXPECT_TRUE(loader().free_dll(load(other))) << "it has failed again";
     EXPECT_EQ(loader().unload_all_kept(), 0U);
     EXPECT_FALSE(is_mapped());
 }
