@@ -24,6 +24,13 @@ struct image_hook {
 /// use. Images that never registered a callback, programs for instance, come first.
 enum class exit_rank : int { routing = 8, neighbour = 16 };
 
+/// What became of an image whose end was asked for.
+enum class image_end {
+    unused, ///< forgotten, and may be unmapped
+    in_use,
+    process_exits, ///< nothing is unmapped any more
+};
+
 /// Keeps an unload callback registered until it is withdrawn or destroyed.
 class ZEL_EXPORT unload_registration {
 public:
@@ -32,7 +39,7 @@ public:
 
 class ZEL_EXPORT IModuleLifetimeService : public ModuleInterfaceBase {
 public:
-    static constexpr std::int32_t interface_version = 2;
+    static constexpr std::int32_t interface_version = 3;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
     /// Makes an image known, once or again.
@@ -45,13 +52,12 @@ public:
     RegisterUnloadCallback(platform::image_handle image, unload_callback callback,
                            exit_rank rank) = 0;
 
-    /// Runs the image's unload callbacks, then its remaining actions. True when
+    /// Runs the image's unload callbacks, then its remaining actions. `unused` when
     /// nothing of it is in use, neither an interface object nor what
-    /// platform/image_use.h counts: then the image is forgotten and may be unmapped.
-    /// Always false while the process exits. May be called again for an image that
-    /// was in use. The loader calls it with no lock held; whoever loads this library
-    /// meanwhile waits.
-    virtual bool EndImage(platform::image_handle image) = 0;
+    /// platform/image_use.h counts. Never while the process exits. May be called again
+    /// for an image that was in use. The loader calls it with no lock held; whoever loads this
+    /// library meanwhile waits.
+    virtual image_end EndImage(platform::image_handle image) = 0;
 
     /// How many interface objects of the image are alive. None are known of an image
     /// that was never made known.

@@ -2,8 +2,11 @@
 //
 // Each shared library has its own counts. They tell when a library may be
 // unmapped, and let the last module wait a moment for stragglers. An object counts
-// itself out a few instructions before its destructor returns, so whoever frees a library
-// must make sure that no other thread is just releasing one of its objects.
+// itself out a few instructions before its destructor returns, and its memory is freed
+// after that. Whoever frees a library must make sure that no other thread is just
+// releasing one of its objects, unless platform/counted_object.h has made that: then the
+// image is in use until all is over. Tasks and the interface objects of hosts and plug-ins
+// are not made so as a rule.
 #pragma once
 
 #include <cstdint>

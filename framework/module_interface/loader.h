@@ -38,7 +38,8 @@ public:
     /// platform/image_use.h counts. True when it was unmapped. Otherwise the next
     /// load_dll or free_dll of any library that finds it unused unmaps it. Objects
     /// of a library count from its first use of the module or the log on. A library
-    /// that was there before, linked for instance, is left alone. While a library
+    /// that was there before, linked for instance, is left alone: it is not ended, and the
+    /// loader keeps its reference for as long as something of it is in use. While a library
     /// ends, loading it waits on other threads. Throws exceptions::error for an
     /// image that load_dll did not return, or that was freed already.
     virtual bool free_dll(platform::image_handle image) = 0;
@@ -47,10 +48,13 @@ public:
     virtual library_state give_back(platform::image_handle image) = 0;
 
     /// Unmaps a library that had to stay once nothing of it is in use, and waits for
-    /// that at most for the given time. True when the library is not kept any more.
+    /// that at most for the given time. True when the library is not kept any more. False
+    /// at once when nothing of it is in use and something outside of the loader keeps it
+    /// mapped, and when the process exits: nothing is unmapped then.
     virtual bool unload_kept(platform::image_handle image, platform::milliseconds timeout) = 0;
 
-    /// Unmaps all libraries that had to stay and are unused now. How many are left.
+    /// Unmaps all libraries that had to stay and are unused now. How many are left. What
+    /// one of them throws goes to the diagnostic observers as an exception_report.
     virtual std::size_t unload_all_kept() = 0;
 
     /// What of a loaded or kept library is in use, a line for each use up to a number

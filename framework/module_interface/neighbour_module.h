@@ -34,7 +34,8 @@ public:
             const auto image = image_;
             if (image == platform::image_handle::none)
                 return;
-            const auto path = platform::image_path(image);
+            std::string path; // without it the library is given back all the same
+            platform::guarded([&] { path = platform::image_path(image); });
             if (give_back() == library_state::kept)
                 report_kept_library(image, path);
         });

@@ -45,6 +45,10 @@ std::string list_of(const std::vector<std::string>& uses) {
                         : fmt::format("it is still in use: {}", fmt::join(uses, ", "));
 }
 
+bool is_in_use(image_handle image, IModuleLifetimeService& objects) {
+    return platform::uses_of(image) != 0 || objects.CountObjects(image) != 0;
+}
+
 } // namespace
 
 image_handle DllLoaderImpl::load_dll(const std::string& library_name, const void* caller) {
@@ -65,7 +69,8 @@ image_handle DllLoaderImpl::load_dll(const std::string& library_name, const void
         }
         // Not this one, but the one that is mapped when its end is over.
         wait_for_the_end(loaded.image, platform::infinite);
-        if (!end_if_unused(loaded.image))
+        if (const auto now = end_if_unused(loaded.image);
+            now != kept_state::over && now != kept_state::ending)
             refuse(loaded.image, record.mapped().path);
     }
 }
@@ -132,6 +137,7 @@ library_state DllLoaderImpl::give_back(image_handle image) {
 
 // True for the last one to a library that has to be ended.
 bool DllLoaderImpl::remove_reference(image_handle image) {
+    auto& objects = lifetime_service();
     {
         platform::scoped_lock inside(guard_);
         const auto known = libraries_.find(image);
@@ -148,6 +154,10 @@ bool DllLoaderImpl::remove_reference(image_handle image) {
             begin_ending(found);
             return true;
         }
+        // It has not ended, and the others may let go of it before what is in use does.
+        found.references = 0;
+        if (is_in_use(image, objects))
+            return false;
         libraries_.erase(known);
     }
     platform::unload_library(image);
@@ -166,18 +176,24 @@ void DllLoaderImpl::begin_ending(library& ending) noexcept {
 library_state DllLoaderImpl::end(image_handle image) {
     const platform::no_cancellation to_the_end;
     library& ending = record_of(image);
-    bool is_unused = false;
-    const auto failure = platform::guarded([&] { is_unused = lifetime_service().EndImage(image); });
+    // What the loader has let go of may be another image by now, which is not to be ended.
+    bool is_unused = !ending.is_held;
+    auto became = image_end::in_use;
+    std::exception_ptr failure;
+    if (!is_unused)
+        failure = platform::guarded([&] { became = lifetime_service().EndImage(image); });
+    is_unused = is_unused || became == image_end::unused;
     const bool is_unmapped = is_unused && lets_go_of(image, ending);
-    const auto end_is_over = ending.end_is_over;
     {
         platform::scoped_lock inside(guard_);
         ending.is_held = ending.is_held && !is_unused;
+        process_exits_ = process_exits_ || became == image_end::process_exits;
         ending.state = image_state::kept;
+        // Inside, because another thread may end the library anew as soon as it is `kept`.
+        ending.end_is_over->set();
         if (is_unmapped)
             libraries_.erase(image);
     }
-    end_is_over->set();
     if (failure)
         std::rethrow_exception(failure);
     return is_unmapped ? library_state::unmapped : library_state::kept;
@@ -193,24 +209,57 @@ bool DllLoaderImpl::lets_go_of(image_handle image, const library& ended) {
     if (ended.is_held)
         return platform::unload_library(image);
     const auto still_mapped = platform::find_mapped_library(ended.path);
-    return still_mapped == image_handle::none || platform::unload_library(still_mapped);
+    const bool is_unmapped = platform::unload_library(still_mapped);
+    return still_mapped != image || is_unmapped;
 }
 
-// True when the library is not kept any more.
-bool DllLoaderImpl::end_if_unused(image_handle image) {
+DllLoaderImpl::kept_state DllLoaderImpl::end_if_unused(image_handle image) {
+    auto& objects = lifetime_service();
     {
         platform::scoped_lock inside(guard_);
         const auto known = libraries_.find(image);
-        if (known == libraries_.end() || known->second.state != image_state::kept)
-            return true;
-        if (platform::uses_of(image) != 0 || lifetime_service().CountObjects(image) != 0)
-            return false;
-        begin_ending(known->second);
+        if (known == libraries_.end())
+            return kept_state::over;
+        library& found = known->second;
+        if (found.state == image_state::ending)
+            return kept_state::ending;
+        if (found.state != image_state::kept)
+            return kept_state::over;
+        if (found.is_held && is_in_use(image, objects))
+            return process_exits_ ? kept_state::held_for_good : kept_state::in_use;
+        begin_ending(found);
     }
-    return end(image) == library_state::unmapped;
+    if (end(image) == library_state::unmapped)
+        return kept_state::over;
+    platform::scoped_lock inside(guard_);
+    const auto known = libraries_.find(image);
+    const bool is_held = known == libraries_.end() || known->second.is_held;
+    return is_held && !process_exits_ ? kept_state::in_use : kept_state::held_for_good;
+}
+
+// Of libraries that others had mapped: they were left with a reference because they were in
+// use when the last one was given back.
+void DllLoaderImpl::let_go_of_unused() {
+    auto& objects = lifetime_service();
+    for (;;) {
+        auto image = image_handle::none;
+        {
+            platform::scoped_lock inside(guard_);
+            const auto unused = std::find_if(libraries_.begin(), libraries_.end(), [&](auto& l) {
+                return l.second.state == image_state::mapped_by_others &&
+                       l.second.references == 0 && !is_in_use(l.first, objects);
+            });
+            if (unused == libraries_.end())
+                return;
+            image = unused->first;
+            libraries_.erase(unused);
+        }
+        platform::unload_library(image);
+    }
 }
 
 std::size_t DllLoaderImpl::unload_all_kept() {
+    let_go_of_unused();
     std::size_t left = 0;
     auto last = image_handle::none;
     for (;;) {
@@ -223,7 +272,13 @@ std::size_t DllLoaderImpl::unload_all_kept() {
                 return left;
             last = next->first;
         }
-        if (!end_if_unused(last))
+        // What a library throws while it ends must not fail those who have to do with another.
+        auto now = kept_state::in_use;
+        if (const auto failure = platform::guarded([&] { now = end_if_unused(last); })) {
+            const auto address = reinterpret_cast<std::uintptr_t>(&failure);
+            platform::raise_exception(platform::diagnostic::exception_report, {&address, 1});
+        }
+        if (now == kept_state::in_use || now == kept_state::held_for_good)
             ++left;
     }
 }
@@ -237,10 +292,13 @@ bool DllLoaderImpl::unload_kept(image_handle image, platform::milliseconds timeo
     for (;;) {
         const auto left = time_left();
         wait_for_the_end(image, std::max(left, platform::milliseconds(0)));
-        if (end_if_unused(image))
+        const auto now = end_if_unused(image);
+        if (now == kept_state::over)
             return true;
-        if (left <= platform::milliseconds(0))
+        if (now == kept_state::held_for_good || left <= platform::milliseconds(0))
             return false;
+        if (now == kept_state::ending)
+            continue;
         if (platform::uses_of(image) != 0)
             platform::wait_until_unused(image, left);
         else
@@ -249,9 +307,18 @@ bool DllLoaderImpl::unload_kept(image_handle image, platform::milliseconds timeo
 }
 
 std::vector<std::string> DllLoaderImpl::describe_uses(image_handle image, std::size_t most) {
+    auto& service = lifetime_service();
     auto lines = platform::describe_uses(image, most);
-    if (const auto objects = lifetime_service().CountObjects(image);
-        objects != 0 && lines.size() < most)
+    std::int32_t objects = 0;
+    {
+        // The image is asked, so it must stay meanwhile: whoever ends it enters here first.
+        platform::scoped_lock inside(guard_);
+        const auto known = libraries_.find(image);
+        if (known != libraries_.end() && known->second.state != image_state::ending &&
+            known->second.is_held)
+            objects = service.CountObjects(image);
+    }
+    if (objects != 0 && lines.size() < most)
         lines.push_back(fmt::format("{} interface object{}", objects, objects == 1 ? "" : "s"));
     return lines;
 }

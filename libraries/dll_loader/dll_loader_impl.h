@@ -34,8 +34,8 @@ private:
     //                  | mapped_by_others            |                    |
     // mapped_by_us     | one reference more          | one reference less | ending
     // mapped_by_others | one more; mapped_by_us if   | one reference less | not known; it is
-    //                  | it was not mapped when this |                    | not ended
-    //                  | load_dll began              |                    |
+    //                  | it was not mapped when this |                    | not ended; remains
+    //                  | load_dll began              |                    | while in use
     // ending           | waits and begins anew       | is refused         |
     // kept             | tries `ending`; refused if  | is refused         |
     //                  | that leads back here        |                    |
@@ -70,13 +70,18 @@ private:
     library_state end(platform::image_handle image);
     library& record_of(platform::image_handle image);
     static bool lets_go_of(platform::image_handle image, const library& ended);
-    bool end_if_unused(platform::image_handle image);
+    /// Of a library that was kept. `held_for_good`: the loader has let go of it but
+    /// something else keeps it mapped, or the process exits; waiting is of no use.
+    enum class kept_state { over, ending, in_use, held_for_good };
+    kept_state end_if_unused(platform::image_handle image);
+    void let_go_of_unused();
     [[noreturn]] void refuse(platform::image_handle image, const std::string& path);
 
     // Guards the map, for short bookkeeping only: loading, ending and unmapping run code
     // of the library and take the system's own lock.
     platform::critical_section guard_;
     library_map libraries_ ZEL_GUARDED_BY(guard_);
+    bool process_exits_ ZEL_GUARDED_BY(guard_) = false; // as an end was told
 };
 
 } // namespace zel::mi

@@ -7,6 +7,8 @@
 #include <platform/process.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
@@ -115,8 +117,59 @@ TEST_F(DllLoader, RefusesWhatHasEndedWhileSomebodyElseKeepsItMapped) {
     EXPECT_EQ(refusal(), "The library " + library.string() +
                              " could not be loaded: it was unloaded before, but something outside "
                              "of the loader keeps it mapped.");
+    EXPECT_FALSE(loader().unload_kept(image, infinite)) << "nothing would tell of its end";
+    static int ends = 0;
+    at_the_end(image, [] { ++ends; });
+    EXPECT_EQ(loader().unload_all_kept(), 1U);
+    EXPECT_EQ(ends, 0) << "it is not the loader's any more";
     unload_library(of_somebody_else);
     EXPECT_TRUE(loader().free_dll(load(library)));
+}
+
+TEST_F(DllLoader, HoldsWhatOthersHadMappedWhileItIsInUse) {
+    const auto image = load_library(library).image;
+    EXPECT_EQ(load(library), image);
+    auto use = std::make_unique<image_use>(image, handler, "a.b");
+    EXPECT_EQ(loader().give_back(image), library_state::loaded);
+    unload_library(image);
+    EXPECT_TRUE(is_mapped());
+    EXPECT_THROW(loader().give_back(image), error) << "freed once too often";
+    EXPECT_EQ(load(library), image) << "it has not ended";
+    EXPECT_EQ(loader().give_back(image), library_state::loaded);
+    use.reset();
+    EXPECT_EQ(loader().unload_all_kept(), 0U);
+    EXPECT_FALSE(is_mapped());
+}
+
+image_handle kept_at_exit = image_handle::none;
+
+// Registered before the service that ends all libraries, so called after it.
+const int told_last = std::atexit([] {
+    if (kept_at_exit != image_handle::none)
+        std::fputs(loader().unload_kept(kept_at_exit, infinite) ? "unmapped" : "left", stderr);
+});
+
+TEST_F(DllLoader, LeavesWhatIsKeptWhenTheProcessExits) {
+    const auto exit_with_a_kept_library = [&] {
+        kept_at_exit = load(library);
+        {
+            const image_use use(kept_at_exit, handler, "a.b");
+            EXPECT_EQ(loader().give_back(kept_at_exit), library_state::kept);
+        }
+        std::exit(told_last);
+    };
+    EXPECT_EXIT(exit_with_a_kept_library(), testing::ExitedWithCode(0), "left");
+}
+
+TEST_F(DllLoader, LoadsALibraryThoughTheEndOfAnotherFails) {
+    const fs::path other = folder / "libother.so";
+    fs::copy_file(library, other);
+    const auto image = load(library);
+    reinterpret_cast<void (*)(int)>(find_function(image, "fail_at_the_end"))(2);
+    EXPECT_THROW(loader().give_back(image), int);
+    EXPECT_TRUE(loader().free_dll(load(other))) << "it has failed again";
+    EXPECT_EQ(loader().unload_all_kept(), 0U);
+    EXPECT_FALSE(is_mapped());
 }
 
 struct : signal {

@@ -105,17 +105,20 @@ std::int32_t LifetimeServiceImpl::CountObjects(platform::image_handle image) {
     return hook ? hook->live_objects() : 0;
 }
 
-bool LifetimeServiceImpl::EndImage(platform::image_handle image) {
+image_end LifetimeServiceImpl::EndImage(platform::image_handle image) {
     const auto hook = run_actions(image);
-    // The objects a second time: one may just have been made by what was counted last.
-    const auto has_objects = [&] { return hook && hook->live_objects() != 0; };
-    const bool in_use = has_objects() || platform::uses_of(image) != 0 || has_objects();
+    // Twice: something may just have been made by what was counted last.
+    bool in_use = false;
+    for (int look = 0; look < 2 && !in_use; ++look)
+        in_use = (hook && hook->live_objects() != 0) || platform::uses_of(image) != 0;
     platform::scoped_lock inside(guard_);
     // Threads still run while the process exits; their code stays.
-    if (in_use || process_ends_)
-        return false;
+    if (process_ends_)
+        return image_end::process_exits;
+    if (in_use)
+        return image_end::in_use;
     std::erase_if(images_, [&](const auto& known) { return known.image == image; });
-    return true;
+    return image_end::unused;
 }
 
 std::optional<platform::image_handle> LifetimeServiceImpl::next_to_end_at_exit() {

@@ -17,7 +17,7 @@ public:
     std::shared_ptr<unload_registration> RegisterUnloadCallback(platform::image_handle image,
                                                                 unload_callback callback,
                                                                 exit_rank rank) override;
-    bool EndImage(platform::image_handle image) override;
+    image_end EndImage(platform::image_handle image) override;
     std::int32_t CountObjects(platform::image_handle image) override;
 
     /// Ends all images in the order of their ranks, also those that come up while

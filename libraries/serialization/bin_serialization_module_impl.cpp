@@ -15,8 +15,8 @@ BinSerializationModuleImpl::RegisterDataType(std::string_view type_name, data_fa
     if (!factory)
         throw exceptions::error("RegisterDataType: no factory for '" + std::string(type_name) +
                                 "'.");
-    const auto image = platform::image_that_made(factory);
-    return factories_->add(type_name, std::move(factory), image, "factory of data");
+    const std::array images{platform::image_that_made(factory), platform::image_handle::none};
+    return factories_->add(type_name, std::move(factory), images, "factory of data");
 }
 
 std::shared_ptr<IDataHolder> BinSerializationModuleImpl::CreateData(std::string_view type_name) {

@@ -24,8 +24,9 @@ JsonConversionModuleImpl::RegisterJsonConversion(std::string_view type_name,
     if (!from_json || !to_json)
         throw exceptions::error("RegisterJsonConversion: a function is missing for '" +
                                 std::string(type_name) + "'.");
-    const auto image = platform::image_that_made(from_json);
-    return conversions_->add(type_name, {std::move(from_json), std::move(to_json)}, image,
+    const std::array images{platform::image_that_made(from_json),
+                            platform::image_that_made(to_json)};
+    return conversions_->add(type_name, {std::move(from_json), std::move(to_json)}, images,
                              "JSON conversion of");
 }
 

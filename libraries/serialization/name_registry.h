@@ -10,6 +10,7 @@
 #include <tasklib/keep_registered.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <memory>
 #include <string>
@@ -22,13 +23,16 @@ namespace zel::serialization {
 /// Cookies of this library that others hold.
 inline constinit std::atomic<int> live_cookies{0}; // relaxed: a count and nothing else
 
+/// Of one or two callables; `none` where there is no second.
+using callable_images = std::array<platform::image_handle, 2>;
+
 template <class Entry>
 class name_registry : public std::enable_shared_from_this<name_registry<Entry>> {
 public:
-    /// The image and the kind are those of the entry's callables.
+    /// The images and the kind are those of the entry's callables.
     [[nodiscard]] std::shared_ptr<tasklib::keep_registered>
-    add(std::string_view name, Entry entry, platform::image_handle image, const char* kind) {
-        auto added = std::make_shared<const counted_entry>(name, std::move(entry), image, kind);
+    add(std::string_view name, Entry entry, const callable_images& images, const char* kind) {
+        auto added = std::make_shared<const counted_entry>(name, std::move(entry), images, kind);
         auto result = std::make_shared<cookie>(this->shared_from_this(), added);
         platform::scoped_lock inside(guard_);
         entries_[added->name].push_back(std::move(added));
@@ -49,12 +53,16 @@ public:
 
 private:
     struct counted_entry {
-        counted_entry(std::string_view of, Entry entry, platform::image_handle image,
+        counted_entry(std::string_view of, Entry entry, const callable_images& images,
                       const char* kind)
-            : name(of), use(image, kind, name), callables(std::move(entry)) {}
+            : name(of), use(images[0], kind, name),
+              second_use(images[1] == images[0] ? platform::image_handle::none : images[1], kind,
+                         name),
+              callables(std::move(entry)) {}
 
         const std::string name;
         const platform::image_use use; // ends after the callables
+        const platform::image_use second_use;
         const Entry callables;
     };
     using registered = std::shared_ptr<const counted_entry>;

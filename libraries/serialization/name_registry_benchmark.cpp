@@ -26,7 +26,7 @@ void data_type_find(benchmark::State& state) {
     for (int i = 0; i < types; ++i) {
         names.push_back(type_number(i));
         cookies.push_back(registry->add(
-            names.back(), [] { return nullptr; }, platform::image_handle::none, "factory"));
+            names.back(), [] { return nullptr; }, callable_images{}, "factory"));
     }
     for (std::size_t i = 0; auto _ : state)
         benchmark::DoNotOptimize(registry->find(names[++i % types]));

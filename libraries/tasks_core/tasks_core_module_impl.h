@@ -1,6 +1,7 @@
 // The module of the task library, and what it makes on first use.
 #pragma once
 
+#include "libraries/tasks_core/log_exception_function_impl.h"
 #include "libraries/tasks_core/task_processor_impl.h"
 #include "libraries/tasks_core/task_scheduler_impl.h"
 
@@ -51,7 +52,7 @@ public:
     static int own_objects();
 
 private:
-    LogExceptionFunctionData log_exception_function_;
+    log_exception_function_impl log_exception_function_;
 };
 
 /// Its second module, for hosts.

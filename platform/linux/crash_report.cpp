@@ -70,8 +70,6 @@ void add_libraries(message& told) {
 
 void take_crash(int signal, siginfo_t* about, void*) {
     const int kept = errno;
-    for (std::size_t i = 0; i < crashes.size(); ++i)
-        sigaction(crashes[i], &former[i], nullptr);
     message told;
     told.add(name_of_program);
     told.add(": crashed (");
@@ -79,6 +77,9 @@ void take_crash(int signal, siginfo_t* about, void*) {
     told.add(")");
     add_libraries(told);
     told.print();
+    // Not before: another thread that crashes would end the process without a word.
+    for (std::size_t i = 0; i < crashes.size(); ++i)
+        sigaction(crashes[i], &former[i], nullptr);
     errno = kept;
     // An instruction that has failed is run again when this returns, and what was sent must be
     // sent again.

@@ -78,8 +78,14 @@ std::FILE* take_standard_output() {
     if (own < 0)
         throw failed();
     std::FILE* const stream = fdopen(own, "w");
-    if (!stream || dup2(STDERR_FILENO, STDOUT_FILENO) < 0)
-        throw failed();
+    if (!stream || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
+        const auto failure = failed(); // closing may change the reason
+        if (stream)
+            std::fclose(stream);
+        else
+            close(own);
+        throw failure;
+    }
     // Otherwise what is printed to something else than a terminal would appear at the end.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     return stream;

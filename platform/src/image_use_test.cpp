@@ -45,6 +45,7 @@ TEST_F(ImageUse, OfACallableCountsForTheImageThatMadeIt) {
     EXPECT_FALSE(is_program(library));
     EXPECT_EQ(image_that_made(own), program);
     EXPECT_EQ(image_that_made(foreign), program);
+    EXPECT_EQ(image_that_made(std::function<thread_id()>(&this_thread_id)), library);
     EXPECT_EQ(image_that_made(std::function<void()>()), image_handle::none);
     const image_use uncounted(image_that_made(own), "handler of events", "a");
     EXPECT_EQ(uses_of(program), 0U) << "it is never unmapped";

@@ -53,6 +53,8 @@ bool answer_none(const std::string&, const request_data&, request_answer&, reque
 // How the failures of end-of-life actions are reported.
 std::string reported;
 const platform::exception_observer observer([](auto, auto arguments) {
+    if (arguments.size() < 3)
+        return; // another report
     reported += std::string(reinterpret_cast<const char*>(arguments[1]), arguments[0]) + " " +
                 reinterpret_cast<const std::exception*>(arguments[2])->what();
 });

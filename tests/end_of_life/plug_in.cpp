@@ -1,5 +1,7 @@
 // A plug-in whose handlers, answers and monitors a host keeps in use while it unloads it,
 // for plug_in_unload.cpp.
+#include "generic/tasklib/src/tasks/task_library.h"
+
 #include <event_routing/client.h>
 
 #include <framework/log/log_module.h>
@@ -93,6 +95,11 @@ ZEL_EXPORT void observe(cookies& held, void (*stand_still)()) {
             stand_still();
             kept->text = "observed";
         }));
+}
+
+ZEL_EXPORT void hear_failures() {
+    zel::tasklib::get_tasks_module()->log_exception_function().set(
+        [kept = std::make_shared<captured>()](auto&&) { kept->text = "heard"; });
 }
 
 ZEL_EXPORT void write_log(cookies& held, void (*stand_still)()) {

@@ -1,4 +1,5 @@
 // Unloads a plug-in while something of it is still in use.
+#include "generic/tasklib/src/tasks/task_library.h"
 #include "platform/src/watched_thread_test.h"
 
 #include <event_routing/client.h>
@@ -150,6 +151,22 @@ TEST_F(PlugInUnload, WaitsForCallablesThatOthersAreInsideOf) {
         inside.join();
         EXPECT_TRUE(mi::loader().unload_kept(image, platform::patience));
     }
+}
+
+TEST_F(PlugInUnload, LeavesTheFunctionForFailedTasksToThoseWhoHoldIt) {
+    auto& failures = tasklib::get_tasks_module()->log_exception_function();
+    load();
+    call("hear_failures");
+    auto function = failures.get();
+    const std::weak_ptr<const void> only_weakly = function; // outlives the library
+    failures.set({});
+    const auto image = library->image();
+    EXPECT_EQ(library->give_back(), library_state::kept);
+    EXPECT_EQ(mi::loader().describe_uses(image, 9),
+              std::vector<std::string>{"function for failed tasks"});
+    function.reset();
+    EXPECT_TRUE(mi::loader().unload_kept(image, platform::milliseconds(0)));
+    EXPECT_TRUE(only_weakly.expired());
 }
 
 TEST_F(PlugInUnload, ReportsWhatHadToStay) {

@@ -4,7 +4,9 @@
 #include "tests/reload/plugin.h"
 #include "tests/support/mapped_files.h"
 
+#include <framework/module_interface/loader.h>
 #include <platform/event.h>
+#include <platform/library_image.h>
 
 #include <gtest/gtest.h>
 #include <thread>
@@ -136,10 +138,17 @@ TEST_F(ComponentHost, LeavesALibraryToOthersThatHoldIt) {
     other.start("tried_plugin", "start_second");
     const auto refused = refusal([&] { host.reload("tried_plugin", milliseconds(0)); });
     EXPECT_NE(refused.find("tried_plugin"), refused.npos) << refused;
+    EXPECT_TRUE(refused.ends_with("because others have loaded it, too.")) << refused;
     EXPECT_EQ(ended, strings{"first"});
     EXPECT_EQ(host.running(), strings());
     EXPECT_TRUE(is_there());
-    EXPECT_TRUE(other.stop("tried_plugin").is_unmapped);
+    const auto mapped = platform::find_mapped_library("libtried_plugin.so");
+    const auto end = other.stop("tried_plugin", platform::infinite);
+    EXPECT_EQ(end.text(), "The library tried_plugin stays mapped, because something outside of the "
+                          "loader keeps it mapped.");
+    platform::unload_library(mapped);
+    EXPECT_EQ(mi::loader().unload_all_kept(), 0U);
+    EXPECT_FALSE(is_there());
 }
 
 } // namespace

@@ -33,6 +33,8 @@ ZEL_EXPORT std::shared_ptr<void> share_counted(void* object,
 template <class T, class... Arguments>
 std::shared_ptr<T> make_counted(const char* kind, std::string_view name, Arguments&&... arguments) {
     static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+    static_assert(
+        !requires(T & object) { object.weak_from_this(); }, "it would not know its shared pointer");
     void (*const destroy)(void*) noexcept = [](void* object) noexcept {
         static_cast<T*>(object)->~T();
     };

@@ -17,7 +17,9 @@
 
 namespace zel::platform {
 
-/// Codes raised by the libraries of this product.
+/// Codes raised by the libraries of this product. An observer looks at the number of
+/// arguments: the report of an end of life that failed has three, with the address of the
+/// std::exception last; other texts have two.
 enum class diagnostic : std::uint32_t {
     text_report = 0x60AA0004,      ///< length of a text, its address, more by case
     exception_report = 0x60AA0006, ///< address of the std::exception_ptr

@@ -16,6 +16,11 @@
 // last instruction of the image has returned to whoever holds the use, so there is no
 // moment in which the image is counted as unused and still runs.
 //
+// What holds a use must not itself be code of the image: a class in a header, or what
+// std::make_shared builds of it, is compiled into whoever uses it. The functions that make
+// and destroy a holder stand in a source file of a library that outlives its plug-ins, or
+// platform/counted_object.h makes it.
+//
 // Whoever makes a use keeps the image mapped by other means until it is made, by
 // running in it, for example. The program itself is never unmapped and not counted.
 #pragma once
@@ -76,10 +81,21 @@ private:
 
 /// The image whose code a callable runs and is destroyed by, `none` for an empty one.
 /// Such images are linked with `-Bsymbolic`; otherwise another image may be found that
-/// holds the same type.
-template <class Signature>
-image_handle image_that_made(const std::function<Signature>& callable) noexcept {
-    return callable ? image_of(&callable.target_type()) : image_handle::none;
+/// holds the same type. Of a function that the program has taken from another image, by its
+/// address, that image; what else a callable calls is not known.
+template <class Result, class... Arguments>
+image_handle image_that_made(const std::function<Result(Arguments...)>& callable) noexcept {
+    if (!callable)
+        return image_handle::none;
+    const image_handle wraps_it = image_of(&callable.target_type());
+    if (wraps_it != image_handle::none && !is_program(wraps_it))
+        return wraps_it;
+    const void* function = nullptr;
+    if (const auto* const plain = callable.template target<Result (*)(Arguments...)>())
+        function = reinterpret_cast<const void*>(*plain);
+    else if (const auto* const safe = callable.template target<Result (*)(Arguments...) noexcept>())
+        function = reinterpret_cast<const void*>(*safe);
+    return function ? image_of(function) : wraps_it;
 }
 
 /// The image whose code destroys an object with virtual functions.

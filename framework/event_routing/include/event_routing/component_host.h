@@ -32,6 +32,8 @@ struct stopped_library {
     bool is_unmapped = false;
     /// What keeps it mapped, a text for each, such as "handler of events 'a.b' (title bar)".
     std::vector<std::string> in_use;
+    /// Others have references to it, so that it has not ended.
+    bool is_loaded_by_others = false;
 
     /// All of this in a sentence.
     std::string text() const;
@@ -55,7 +57,8 @@ public:
     /// Loads a library by its name or, with a folder in it, by its path, and calls the
     /// function that starts its component. Throws exceptions::error, which names the library:
     /// when it cannot be loaded or does not export the function, when that throws or makes no
-    /// component. Nothing is left of it then.
+    /// component. Nothing is left of it then, unless something that it has made is still in use
+    /// or something else keeps the library mapped.
     void start(const std::string& library,
                const std::string& entry = "start_event_routing_component");
 
@@ -70,7 +73,7 @@ public:
     void reload(const std::string& library, platform::milliseconds longest = patience);
 
     /// Stops all, the latest first; the time is for each library. Returns those that had to
-    /// stay.
+    /// stay. Throws what the first one that failed has thrown, when all are stopped.
     std::vector<stopped_library> stop_all(platform::milliseconds longest = patience);
 
     /// The libraries of the components, in the order in which they were started.

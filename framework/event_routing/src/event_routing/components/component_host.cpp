@@ -24,7 +24,9 @@ std::string stopped_library::text() const {
     if (is_unmapped)
         return "The library " + library + " is unmapped.";
     if (in_use.empty())
-        return "The library " + library + " stays mapped, because others have loaded it, too.";
+        return "The library " + library + " stays mapped, because " +
+               (is_loaded_by_others ? "others have loaded it, too."
+                                    : "something outside of the loader keeps it mapped.");
     std::string text = "The library " + library + " stays mapped, because there is still in use: ";
     for (const auto& use : in_use)
         text += (&use == &in_use.front() ? "" : "; ") + use;
@@ -61,7 +63,8 @@ stopped_library component_host::component::stop(platform::milliseconds longest) 
     made.reset();
     const auto image = loaded.image();
     const auto state = loaded.give_back();
-    stopped_library end{library, state == mi::library_state::unmapped, {}};
+    stopped_library end{
+        library, state == mi::library_state::unmapped, {}, state == mi::library_state::loaded};
     if (state == mi::library_state::kept) {
         end.is_unmapped = mi::loader().unload_kept(image, longest);
         if (!end.is_unmapped)
@@ -107,8 +110,16 @@ component_host::take(const std::string& library) {
 stopped_library component_host::stop(const std::string& library, platform::milliseconds longest) {
     auto stopping = take(library);
     stopped_library end;
-    for (; !stopping.empty(); stopping.pop_back())
-        end = stopping.back()->stop(longest); // the last one ends the library
+    std::exception_ptr first_failure; // the others are stopped in their order nevertheless
+    for (; !stopping.empty(); stopping.pop_back()) {
+        const auto failure = platform::guarded([&] {
+            end = stopping.back()->stop(longest); // the last one ends the library
+        });
+        if (!first_failure)
+            first_failure = failure;
+    }
+    if (first_failure)
+        std::rethrow_exception(first_failure);
     return end;
 }
 
@@ -127,16 +138,23 @@ void component_host::reload(const std::string& library, platform::milliseconds l
 
 std::vector<stopped_library> component_host::stop_all(platform::milliseconds longest) {
     std::vector<stopped_library> left;
+    std::exception_ptr first_failure; // the others are stopped in their order nevertheless
     while (!running_.empty()) {
-        auto last = std::move(running_.back());
+        const auto last = std::move(running_.back());
         running_.pop_back();
-        auto end = last->stop(longest);
-        const bool is_last_of_library =
-            std::none_of(running_.begin(), running_.end(),
-                         [&](const auto& c) { return c->library == end.library; });
-        if (is_last_of_library && !end.is_unmapped)
-            left.push_back(std::move(end));
+        const auto failure = platform::guarded([&] {
+            auto end = last->stop(longest);
+            const bool is_last_of_library =
+                std::none_of(running_.begin(), running_.end(),
+                             [&](const auto& c) { return c->library == end.library; });
+            if (is_last_of_library && !end.is_unmapped)
+                left.push_back(std::move(end));
+        });
+        if (!first_failure)
+            first_failure = failure;
     }
+    if (first_failure)
+        std::rethrow_exception(first_failure);
     return left;
 }
 
