@@ -83,10 +83,13 @@ std::optional<std::uint64_t> standard_error_sink::count(const std::string& failu
 }
 
 void standard_error_sink::write_counts() noexcept {
-    for (const auto& [failure, times] : failures_.take())
-        if (times.has_unshown()) // a line that cannot be written keeps no other from it
-            platform::guarded(
-                [&] { write_line(fmt::format("{}: {} times in all", failure, times.come)); });
+    for (const auto& counted : failures_.take()) {
+        if (!counted.second.has_unshown())
+            continue;
+        platform::guarded([&] { // a line that cannot be written keeps no other from it
+            write_line(fmt::format("{}: {} times in all", counted.first, counted.second.come));
+        });
+    }
 }
 
 void standard_error_sink::write_line(const std::string& line) {
