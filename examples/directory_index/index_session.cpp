@@ -65,8 +65,10 @@ index_session::index_session(services to, options chosen)
     }
 }
 
-// Whoever is at a large file has the thread that would see the next entry of the folder, and
-// whoever works asynchronously may have files by the thousand before him.
+// Components that read files ask by paths::walk_working, now and then, whether they are to go on.
+// The walk itself looks at the stop only between two files: it does not come to that while a
+// component reads a large one on its thread, and one that reads on another thread may have
+// thousands still to come.
 void index_session::break_off_when_stopped() {
     if (is_stopped())
         to_.events->BroadcastEvent(paths::walk_interrupted, nullptr, {}, nullptr);

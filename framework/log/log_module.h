@@ -8,8 +8,10 @@
 //     log->SetDefaultSinkSeverity(zel::log::silent);
 //
 // From the start one sink writes a line per record to standard error, from
-// severity 5 up. Of failures with the same text it writes the first, then how many there
-// are: at the 10th, the 100th and so on, and at the end. Sinks of the host get every record.
+// severity 5 up. Of failures with the same message it writes the first, then how many there
+// are: at the 10th, the 100th and so on, with what the latest exception says, and at the end.
+// Exceptions in between are not shown, also where they say something else. Sinks of the host
+// get every record.
 // Implemented by the library `log`.
 #pragma once
 
@@ -76,7 +78,8 @@ public:
     [[nodiscard]] virtual std::shared_ptr<InterfaceBase> AddSink(std::shared_ptr<ILogSink> sink,
                                                                  int lowest_severity) = 0;
 
-    /// Changes the lowest severity of the sink that writes to standard error.
+    /// Changes the lowest severity of the sink that writes to standard error. It writes how many
+    /// repeated failures it has not shown so far, and counts anew.
     virtual void SetDefaultSinkSeverity(int lowest_severity) = 0;
 };
 

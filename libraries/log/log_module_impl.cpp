@@ -1,7 +1,6 @@
 #include "libraries/log/log_module_impl.h"
 
 #include "libraries/log/exception_text.h"
-#include "libraries/log/standard_error_sink.h"
 
 #include <platform/cancellation.h>
 #include <platform/diagnostics.h>
@@ -50,9 +49,8 @@ void LogModuleImpl::change(const Edit& edit) {
 }
 
 LogModuleImpl::LogModuleImpl() {
-    change([](sink_list& list) {
-        list.push_back(std::make_shared<entry>(std::make_shared<standard_error_sink>(),
-                                               severity::failed_operation));
+    change([&](sink_list& list) {
+        list.push_back(std::make_shared<entry>(default_sink_, severity::failed_operation));
     });
 }
 
@@ -75,7 +73,8 @@ void LogModuleImpl::Write(const record& written) {
         if (written.severity < wanting->lowest_severity ||
             !wanting->is_active.load(std::memory_order_relaxed))
             continue;
-        const auto failure = platform::guarded([&] { wanting->sink->Write(complete); });
+        const auto& own_form = wanting->sink == default_sink_ ? written : complete;
+        const auto failure = platform::guarded([&] { wanting->sink->Write(own_form); });
         if (!first_failure)
             first_failure = failure;
     }
@@ -95,8 +94,11 @@ std::shared_ptr<InterfaceBase> LogModuleImpl::AddSink(std::shared_ptr<ILogSink> 
 
 void LogModuleImpl::SetDefaultSinkSeverity(int lowest_severity) {
     change([&](sink_list& list) {
-        list.front() = std::make_shared<entry>(list.front()->sink, lowest_severity);
+        list.front() = std::make_shared<entry>(default_sink_, lowest_severity);
     });
+    // What was counted so far was for the former severity; a sink that is to be silent from now
+    // on tells it no later.
+    default_sink_->write_counts();
 }
 
 } // namespace zel::log

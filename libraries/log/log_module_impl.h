@@ -2,6 +2,7 @@
 #pragma once
 
 #include "framework/log/log_module.h"
+#include "libraries/log/standard_error_sink.h"
 
 #include <platform/critical_section.h>
 #include <platform/image_use.h>
@@ -43,6 +44,8 @@ private:
     template <class Edit>
     void change(const Edit& edit);
 
+    const std::shared_ptr<standard_error_sink> default_sink_ =
+        std::make_shared<standard_error_sink>();
     // Guards the pointer; the list itself is never changed, so that a record is
     // written without a lock and a sink may come or go from inside a call.
     platform::critical_section guard_;

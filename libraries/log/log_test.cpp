@@ -1,4 +1,5 @@
 #include "framework/log/log_area.h"
+#include "tests/support/scarce_memory.h"
 
 #include <functional>
 #include <gtest/gtest.h>
@@ -71,7 +72,7 @@ TEST(Log, ShowsARepeatedFailureOnceOnStandardErrorAndThenItsCounts) {
         shown += fail("same", "why " + std::to_string(time));
     shown = std::regex_replace(shown, std::regex("(^|\n)[^s]* subject"), "$1subject");
     const std::string same = "subject 0000ABCD:7 [7] same";
-    EXPECT_EQ(shown, same + " | why 1\n" + same + ": 10 times so far\n");
+    EXPECT_EQ(shown, same + " | why 1\n" + same + ": 10 times so far | why 10\n");
     // More different ones than are counted: each is shown, and the counts end with a line.
     std::string counts;
     for (int i = 0; i < 300; ++i) {
@@ -82,6 +83,55 @@ TEST(Log, ShowsARepeatedFailureOnceOnStandardErrorAndThenItsCounts) {
     }
     EXPECT_EQ(counts, "told ");
     EXPECT_TRUE(fail("same", "again").ends_with(same + " | again\n"));
+}
+
+TEST(Log, TellsFailuresApartByAllLinesOfTheirMessagesUntilTheSeverityChanges) {
+    const auto shown_of = [](const auto& act) {
+        testing::internal::CaptureStderr();
+        act();
+        return std::regex_replace(testing::internal::GetCapturedStderr(),
+                                  std::regex("(^|\n)[^\n]*\\[7\\] "), "$1");
+    };
+    const auto fail = [](std::string_view message) {
+        write(7, message, std::make_exception_ptr(std::runtime_error("why")));
+    };
+    const auto both = [&] {
+        fail("path\none");
+        fail("path\ntwo");
+    };
+    EXPECT_EQ(shown_of(both), "path | one | why\npath | two | why\n");
+    EXPECT_EQ(shown_of(both), "");
+    const auto change_severity = [] {
+        get_log_module()->SetDefaultSinkSeverity(silent);
+        get_log_module()->SetDefaultSinkSeverity(severity::failed_operation);
+    };
+    EXPECT_NE(shown_of(change_severity).find("path | one: 2 times in all\npath | two: 2"),
+              std::string::npos);
+    EXPECT_EQ(shown_of(change_severity), "") << "they are forgotten";
+    EXPECT_EQ(shown_of(both), "path | one | why\npath | two | why\n");
+    change_severity();
+}
+
+TEST(Log, ShowsAFailureAlsoWhereItHasNoMemoryToCountIt) {
+    std::vector<std::string> messages(100);
+    for (std::size_t i = 0; i < messages.size(); ++i)
+        messages[i] = "message " + std::to_string(1000 + i);
+    // How many records were not shown when one allocation after the other was refused.
+    const auto missing_with = [&](const std::exception_ptr& exception) {
+        const auto log = get_log_module();
+        std::size_t written = 0;
+        testing::internal::CaptureStderr();
+        zel::test::failures_of([&] {
+            log->Write({"subject", "0000ABCD", 7, 7, messages.at(written++), exception});
+        });
+        const std::string shown = testing::internal::GetCapturedStderr();
+        std::size_t lines = 0;
+        for (std::size_t i = 0; i < written; ++i)
+            lines += shown.find("[7] " + messages[i]) != std::string::npos ? 1 : 0;
+        return written - lines;
+    };
+    const auto why = std::make_exception_ptr(std::runtime_error("why it failed, at some length"));
+    EXPECT_EQ(missing_with(why), missing_with(nullptr)) << "those without memory for a line";
 }
 
 TEST(LogArea, MakesTheTextOnlyForASinkThatWantsItAndNeverFailsAReport) {

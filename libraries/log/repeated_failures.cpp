@@ -1,5 +1,7 @@
 #include "libraries/log/repeated_failures.h"
 
+#include <utility>
+
 namespace zel::log {
 
 std::optional<std::uint64_t> repeated_failures::count(std::string_view failure) {
@@ -18,17 +20,9 @@ std::optional<std::uint64_t> repeated_failures::count(std::string_view failure) 
     return of_this.come;
 }
 
-std::vector<std::pair<std::string, std::uint64_t>> repeated_failures::take_unshown() {
-    decltype(counts_) taken;
-    {
-        platform::scoped_lock inside(guard_);
-        taken.swap(counts_);
-    }
-    std::vector<std::pair<std::string, std::uint64_t>> unshown;
-    for (const auto& [failure, of_this] : taken)
-        if (of_this.come != of_this.next_shown / 10)
-            unshown.emplace_back(failure, of_this.come);
-    return unshown;
+repeated_failures::counts repeated_failures::take() noexcept {
+    platform::scoped_lock inside(guard_);
+    return std::exchange(counts_, {});
 }
 
 } // namespace zel::log

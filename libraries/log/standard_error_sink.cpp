@@ -1,5 +1,8 @@
 #include "libraries/log/standard_error_sink.h"
 
+#include "framework/exceptions/exceptions.h"
+#include "libraries/log/exception_text.h"
+
 #include <platform/diagnostics.h>
 
 #include <spdlog/logger.h>
@@ -42,7 +45,7 @@ standard_error_sink::standard_error_sink()
 }
 
 standard_error_sink::~standard_error_sink() {
-    platform::guarded([&] { write_counts(); });
+    write_counts();
 }
 
 void standard_error_sink::Write(const record& entry) {
@@ -53,22 +56,40 @@ void standard_error_sink::Write(const record& entry) {
 }
 
 void standard_error_sink::write_failure(const record& entry) {
-    // The exception's text stands behind the first line.
-    const auto failure = line_of(entry, entry.text.substr(0, entry.text.find('\n')));
-    auto count = failures_.count(failure);
-    while (!count) {
-        write_counts();
-        count = failures_.count(failure);
-    }
-    if (*count == 1)
-        write_line(line_of(entry, entry.text));
-    else if (*count > 1)
-        write_line(fmt::format("{}: {} times so far", failure, *count));
+    auto line = line_of(entry, entry.text);
+    const auto times = count(line);
+    if (times == 0)
+        return;
+    const bool in_full = times.value_or(1) == 1;
+    if (!in_full)
+        line += fmt::format(": {} times so far", *times);
+    // What is thrown may be another exception than the first time. Without memory for its text
+    // the line goes without it.
+    platform::guarded([&] {
+        line += " | " + on_one_line(in_full ? exception_text(entry.exception)
+                                            : exceptions::brief_text(entry.exception));
+    });
+    write_line(line);
 }
 
-void standard_error_sink::write_counts() {
-    for (const auto& [failure, count] : failures_.take_unshown())
-        write_line(fmt::format("{}: {} times in all", failure, count));
+// Nothing where memory is too short to count: then the failure is shown.
+std::optional<std::uint64_t> standard_error_sink::count(const std::string& failure) noexcept {
+    std::optional<std::uint64_t> times;
+    platform::guarded([&] {
+        while (!(times = failures_.count(failure)))
+            write_counts();
+    });
+    return times;
+}
+
+void standard_error_sink::write_counts() noexcept {
+    for (const auto& counted : failures_.take()) {
+        if (!counted.second.has_unshown())
+            continue;
+        platform::guarded([&] { // a line that cannot be written keeps no other from it
+            write_line(fmt::format("{}: {} times in all", counted.first, counted.second.come));
+        });
+    }
 }
 
 void standard_error_sink::write_line(const std::string& line) {

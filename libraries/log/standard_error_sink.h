@@ -5,7 +5,10 @@
 #include "framework/log/log_module.h"
 #include "libraries/log/repeated_failures.h"
 
+#include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace spdlog {
 class logger;
@@ -18,11 +21,15 @@ public:
     standard_error_sink();
     /// Writes the counts that were not told yet.
     ~standard_error_sink() override;
+    /// The log hands this sink the bare message, not followed by the exception's text: by the
+    /// message, which may itself have several lines, failures are told apart.
     void Write(const record& entry) override;
+    /// Writes the counts that were not told yet, and forgets all. Never fails.
+    void write_counts() noexcept;
 
 private:
     void write_failure(const record& entry);
-    void write_counts();
+    std::optional<std::uint64_t> count(const std::string& failure) noexcept;
     void write_line(const std::string& line);
 
     repeated_failures failures_;

@@ -85,11 +85,12 @@ void task_threads::start_timer_thread() {
     timer_thread_ = std::thread([this] { timers_.run(); });
 }
 
-void task_threads::set_limits(const task_thread_limits& limits) {
-    {
-        platform::scoped_lock inside(guard_);
-        limits_ = limits;
-    }
+void task_threads::set_limits(const task_thread_limits& limits) noexcept {
+    platform::scoped_lock inside(guard_);
+    limits_ = limits;
+}
+
+void task_threads::follow_limits() {
     const auto meets_a_need = [&] {
         need what = need::nothing;
         {

@@ -40,8 +40,10 @@ public:
     /// Before all else, once it has succeeded. Throws when the system has no thread to give.
     void start_timer_thread();
 
-    /// See task_threads_module; the limits have been checked.
-    void set_limits(const task_thread_limits& limits);
+    /// See task_threads_module; the limits have been checked. Only notes them down.
+    void set_limits(const task_thread_limits& limits) noexcept;
+    /// Starts the threads that new limits allow and the pending tasks need.
+    void follow_limits();
 
     /// Throws exceptions::fatal after the end, and what kept the library from seeing to a
     /// thread for the task, which is not taken on then.

@@ -50,10 +50,11 @@ void task_running::start() {
     process_ = platform::process_id();
 }
 
-void task_running::set_limits(const task_thread_limits& limits) {
+std::shared_ptr<task_threads> task_running::set_limits(const task_thread_limits& limits) noexcept {
     limits_ = limits;
     if (has_started())
         threads_->set_limits(limits);
+    return threads_;
 }
 
 bool task_running::is_used() const noexcept {
@@ -117,7 +118,9 @@ void task_threads_module_impl::set_limits(const task_thread_limits& limits) {
     require_in_range("cores", limits.cores, 1, limits.most_threads);
     require_in_range("stalled", limits.stalled.count(), 1, milliseconds_of(std::chrono::hours(1)));
     require_in_range("idle", limits.idle.count(), 30, milliseconds_of(std::chrono::hours(24)));
-    read_running([&](task_running& r) { r.set_limits(limits); });
+    // Threads are started when nobody has to wait for it.
+    if (const auto threads = read_running([&](task_running& r) { return r.set_limits(limits); }))
+        threads->follow_limits();
 }
 
 task_thread_limits task_threads_module_impl::get_limits() {

@@ -19,7 +19,8 @@ public:
     const std::shared_ptr<task_scheduler_impl>& scheduler() { return start(), scheduler_; }
 
     const task_thread_limits& limits() const noexcept { return limits_; }
-    void set_limits(const task_thread_limits& limits);
+    /// Returns the threads that are to follow them, or null.
+    std::shared_ptr<task_threads> set_limits(const task_thread_limits& limits) noexcept;
 
     /// Whether somebody else holds one of them.
     bool is_used() const noexcept;

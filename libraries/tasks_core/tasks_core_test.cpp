@@ -47,6 +47,10 @@ struct pool {
                 task->cancellation().cancel();
         threads->join();
     }
+    void set_limits(const task_thread_limits& limits) {
+        threads->set_limits(limits);
+        threads->follow_limits();
+    }
     task<void> submit(auto body) {
         auto made = make_task("", nullptr, std::move(body));
         processor->submit(made.share(), 0);
@@ -182,14 +186,14 @@ TEST(TaskThreads, FollowNewLimitsAtOnce) {
     EXPECT_EQ(p.threads->thread_count(), 1u);
     auto more = few;
     more.cores = 3;
-    p.threads->set_limits(more);
+    p.set_limits(more);
     for (int i = 0; i < 2; ++i)
         EXPECT_TRUE(started.try_acquire_for(zel::platform::patience));
     EXPECT_EQ(p.threads->thread_count(), 3u);
     more.stalled = 1ms;
-    p.threads->set_limits(more);
+    p.set_limits(more);
     EXPECT_TRUE(started.try_acquire_for(zel::platform::patience));
-    p.threads->set_limits(few);
+    p.set_limits(few);
     go_on.set();
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(threads_gone.try_acquire_for(zel::platform::patience));

@@ -65,8 +65,10 @@ std::optional<platform::milliseconds> task_threads::look_around(bool look_again_
             pause = quick;
         else if (turns_ > 0 || !pending_.empty())
             pause = limits_.stalled;
-        else if (threads_ > limits_.cores)
-            pause = limits_.idle / static_cast<int>(periods);
+        // Nobody hurries the watch when the last run ends, so a long pause for that run's sake
+        // would keep the threads that are idle meanwhile and afterwards.
+        if (const auto period = limits_.idle / static_cast<int>(periods); threads_ > limits_.cores)
+            pause = std::min(pause.value_or(period), period);
         // Written under the guard, so that a task that arrives from now on finds it.
         watch_is_slow_.store(pause != quick, std::memory_order_relaxed);
     }

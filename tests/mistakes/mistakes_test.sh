@@ -63,16 +63,18 @@ check() {
 }
 
 count=0
-running=0
+running=() # the checks that may be under way, the oldest first
 
 # program SENTENCE <<CODE
 program() {
     local file=$scratch/$((++count)).cpp
     cat >"$file"
-    if ((++running > 2)); then
-        wait -n
+    if ((${#running[@]} == 2)); then
+        wait "${running[0]}"
+        running=("${running[@]:1}")
     fi
     check "$file" "$1" &
+    running+=($!)
 }
 
 # --- No mistake ----------------------------------------------------------------
@@ -282,7 +284,9 @@ void tell(IEventRouting& events) {
 }
 CODE
 
-wait
+for check in "${running[@]}"; do
+    wait "$check" # a wait for all at once would not fail where a check broke off
+done
 if [[ -e $scratch/failures ]]; then
     cat "$scratch/failures" >&2
     exit 1

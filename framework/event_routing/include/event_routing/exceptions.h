@@ -49,6 +49,10 @@ public:
                 __builtin_return_address(0)),
           about_request(path, parameters),
           data_type_(std::make_shared<const std::string>(data_type)) {}
+    /// Copied also where it could be moved.
+    data_type_not_registered(const data_type_not_registered&) = default;
+    /// The same.
+    data_type_not_registered& operator=(const data_type_not_registered&) = default;
 
     /// The name that nobody has registered.
     const std::string& data_type() const noexcept { return *data_type_; }

@@ -35,10 +35,11 @@ public:
     static constexpr std::int32_t interface_version = 1;
     virtual std::int32_t GetInterfaceVersion() const { return interface_version; }
 
-    /// Holds for the whole process from now on, until it is called again. Threads that are too many
-    /// by the new limits are not stopped: they leave when they have been idle. Throws
-    /// exceptions::error that names the limit and its value, and changes nothing, when
-    /// one is out of range.
+    /// Holds for the whole process from now on, until it is called again or `tasks_core` is
+    /// unloaded; loaded anew, that begins with the limits above. Threads that are too many by
+    /// the new limits are not stopped: they leave when they have been idle. Throws
+    /// exceptions::error that names the limit and its value, and changes nothing, when one
+    /// is out of range.
     virtual void set_limits(const task_thread_limits& limits) = 0;
     virtual task_thread_limits get_limits() = 0;
 };

@@ -127,17 +127,22 @@ void basic_task::leave_holders(const std::shared_ptr<runnable>& self) {
     std::shared_ptr<task_container_low_level_ifc> container;
     {
         platform::scoped_lock inside(guard_);
-        stop_running();
         completed_ = true;
         if (extras_)
             next.swap(extras_->follow_ups);
-        if (next.empty())
+        if (next.empty()) {
+            stop_running();
             container = take_container();
+        }
     }
     if (!next.empty()) {
         for (const auto& f : next)
             platform::guarded([&] { f.start(); });
+        // One that ends here may end the container with it, which waits for all tasks but
+        // those that it finds on its own thread.
+        next.clear();
         platform::scoped_lock inside(guard_);
+        stop_running();
         container = take_container(); // those that were started may have asked for it
     }
     if (container)

@@ -14,6 +14,9 @@ void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
     bool ended = false;
     {
         platform::scoped_lock inside(guard_);
+        // Whoever removes a task at its end can do nothing about a lack of memory.
+        if (const auto most = ending_.size() + held_.size() + 1; ending_.capacity() < most)
+            ending_.reserve(2 * most);
         held_.push_back(task);
         task->positions().in_container = held_.size() - 1;
         ended = ended_;

@@ -41,7 +41,8 @@ private:
     bool ended_ ZEL_GUARDED_BY(guard_) = false;
     // In no order: the last one moves into the gap that a removed one leaves.
     std::vector<std::shared_ptr<task_ifc>> held_ ZEL_GUARDED_BY(guard_);
-    // Belong to tasks that have left and have not told yet that they have ended.
+    // Belong to tasks that have left and have not told yet that they have ended. With room
+    // for those of all that are held.
     std::vector<std::shared_ptr<ended_state_ifc>> ending_ ZEL_GUARDED_BY(guard_);
 };
 

@@ -1,4 +1,5 @@
 #include "generic/tasklib/src/tasks/task_support_test.h"
+#include "tests/support/scarce_memory.h"
 
 #include <platform/clocks.h>
 
@@ -137,11 +138,41 @@ TEST_F(TaskContainer, HoldsATaskUntilItsCapturesAreGone) {
     EXPECT_EQ(*reports.told, texts(2, "task container timed out: task"));
 }
 
+TEST_F(TaskContainer, IsLeftByItsTasksAlsoWithoutMemory) {
+    const std::vector<std::shared_ptr<open_task>> tasks = {add("a"), add("b"), add("c")};
+    auto next = tasks.begin();
+    bool has_thrown = false;
+    const auto leave = [&] {
+        for (; next != tasks.end(); ++next)
+            has_thrown = platform::guarded([&] { container->remove(*next); }) || has_thrown;
+    };
+    zel::test::failures_of(leave, zel::test::shortage::lasting);
+    EXPECT_FALSE(has_thrown);
+    EXPECT_FALSE(container->wait(at_once, report)) << "they have not ended";
+    EXPECT_EQ(*reports.told, texts{"ended state timed out"});
+    for (const auto& task : tasks)
+        task->run(true);
+    EXPECT_TRUE(container->wait(at_once, report));
+}
+
 TEST_F(TaskContainer, EndsWithACanceledTaskThatAloneHeldIt) {
     const auto last = make_task("", container, [held = std::move(owner)] {});
     container.reset();
     last.cancel();
     EXPECT_TRUE(last.wait(at_once));
+}
+
+TEST_F(TaskContainer, EndsWithAFollowUpThatAloneHeldIt) {
+    for (const bool is_claimed : {false, true}) { // goes when it is canceled, or forgotten
+        owner = std::make_shared<task_container>("");
+        const auto first = make_task("", owner->get_low_level_container(), [] {});
+        std::shared_ptr<basic_task> next =
+            make_task("", nullptr, [held = std::exchange(owner, nullptr)] {}).share();
+        EXPECT_TRUE(!is_claimed || next->try_claim());
+        first.share()->add_follow_up(std::exchange(next, nullptr), nullptr);
+        processor->submit(first.share(), 0);
+        ASSERT_TRUE(first.wait(in_time)) << "waits for itself";
+    }
 }
 
 } // namespace

@@ -17,6 +17,7 @@ namespace zel::tasklib {
 namespace {
 
 constinit log::source_position execute_failed(__FILE__, 25);
+constinit log::source_position no_successor(__FILE__, 26);
 constexpr int spins_before_parting = 500; // some ten microseconds
 constexpr threading::universal_timeout patience_of_producers{false, 5'000'000};
 
@@ -31,7 +32,7 @@ public:
     ~runner() {
         if (runs_) {
             platform::scoped_lock inside(queue_.guard_);
-            queue_.leave_runners();
+            queue_.leave_runners(this); // another one further out on this thread goes on
         }
     }
     runner(const runner&) = delete;
@@ -141,11 +142,11 @@ bool task_queue::enter_runners(runner& entering) noexcept {
     return true;
 }
 
-// With all entries of the thread, which may have come back from inside a task.
-void task_queue::leave_runners() noexcept {
+// One entry of the thread, or all of them: a thread may have come back from inside a task.
+void task_queue::leave_runners(const runner* only) noexcept {
     const auto leaving = platform::this_thread_id();
     for (runner** place = &runners_; *place;) {
-        if ((*place)->thread_ == leaving) {
+        if (only ? *place == only : (*place)->thread_ == leaving) {
             *place = (*place)->next_;
             --runner_count_;
         } else {
@@ -163,7 +164,7 @@ std::shared_ptr<task_ifc> task_queue::take_next() {
     {
         platform::scoped_lock inside(guard_);
         if (stored_.empty()) {
-            leave_runners();
+            leave_runners(nullptr);
             return nullptr;
         }
         has_room_again = stored_.size() == roomy + 1;
@@ -211,8 +212,15 @@ private:
             if (std::uncaught_exceptions() == exceptions_before)
                 return;
             const platform::no_cancellation to_the_end;
-            platform::guarded(
+            const auto failure = platform::guarded(
                 [&] { submit_runner(run.container_.lock(), run.processor_, run.queue_, nullptr); });
+            // The next push brings a runner for all that is stored, should there be one.
+            if (failure)
+                tasks_log.report(log::severity::failed_operation, no_successor, failure, [] {
+                    return std::string("No thread takes over the tasks of a queue whose runner was "
+                                       "ended by one of them; they wait for the next one that is "
+                                       "stored.");
+                });
         }
     };
 

@@ -43,7 +43,7 @@ private:
     bool comes_soon(const Condition& holds) const noexcept;
     bool store(const std::shared_ptr<task_ifc>& task) ZEL_REQUIRES(guard_);
     bool enter_runners(runner& entering) noexcept;
-    void leave_runners() noexcept ZEL_REQUIRES(guard_);
+    void leave_runners(const runner* only) noexcept ZEL_REQUIRES(guard_);
     std::shared_ptr<task_ifc> take_next();
 
     const std::string name_; // shown by debuggers

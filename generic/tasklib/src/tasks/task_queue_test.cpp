@@ -157,6 +157,41 @@ TEST_F(TaskQueue, GoesOnAfterWhatLeavesTheExecutionOfATask) {
     owner->end_and_wait({});
 }
 
+TEST_F(TaskQueue, SaysThatNobodyComesAfterARunnerThatWasEnded) {
+    const zel::test::log_capture log(5);
+    room->executes = [&](const auto&) {
+        room->is_closed = true;
+        throw 2;
+    };
+    push([] {});
+    push([] {});
+    const auto runner = submit_run_queue_tasks(nullptr, room, queue);
+    room->tasks.at(0)->run(false);
+    EXPECT_THROW(runner.get(), int);
+    const auto said = records(log);
+    ASSERT_EQ(said.size(), 1u);
+    EXPECT_TRUE(said[0].starts_with("tasks 5 26 No thread takes over")) << said[0];
+    EXPECT_NE(said[0].find("\nclosed"), std::string::npos) << said[0];
+    EXPECT_TRUE(push([] {})) << "the next push brings one";
+    owner->end_and_wait({});
+}
+
+TEST_F(TaskQueue, KeepsTheOuterRunnerOfAThreadWhoseInnerOneIsUnwound) {
+    queue = std::make_shared<task_queue>(2);
+    room->executes = [](const auto&) { throw 1; };
+    push([&] {
+        push([] {});
+        EXPECT_THROW(queue->run_all_stored_tasks(room), int);
+        const int expecting = 0;
+        EXPECT_TRUE(queue->needs_runner(&expecting));
+        queue->runner_submitted(&expecting);
+        EXPECT_FALSE(queue->needs_runner(&expecting)) << "the outer one is still there";
+        queue->runner_came(&expecting);
+    });
+    queue->run_all_stored_tasks(processor);
+    owner->end_and_wait({});
+}
+
 TEST_F(TaskQueue, GoesOnOnAnotherThreadWhenATaskEndsItsOwn) {
     signal next;
     push([] { platform::end_this_thread(); });

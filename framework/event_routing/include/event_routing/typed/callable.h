@@ -4,9 +4,11 @@
 
 #include <event_routing/routing_parameters.h>
 
+#include <framework/exceptions/exceptions.h>
 #include <framework/serialization/missing_form.h>
 
 #include <concepts>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <type_traits>
@@ -39,6 +41,18 @@ decltype(auto) call_with(Callable& callable, const message_head& head, Arguments
 template <class Callable, class... Arguments>
 using result_of_call = decltype(call_with(
     std::declval<Callable&>(), std::declval<const message_head&>(), std::declval<Arguments>()...));
+
+/// Throws exceptions::error that names the maker of the handler for a null pointer, an empty
+/// std::function and its like: each message would fail at it.
+template <class Callable>
+void require_callable(const char* maker, const Callable& callable) {
+    // What cannot be made of nullptr is never empty; a lambda would only turn into a pointer
+    // for the comparison.
+    if constexpr (std::constructible_from<Callable, std::nullptr_t> &&
+                  requires { static_cast<bool>(callable == nullptr); })
+        if (callable == nullptr)
+            throw exceptions::error(std::string(maker) + ": the callable is empty.");
+}
 
 /// Whether all are payload types.
 template <class... Types>

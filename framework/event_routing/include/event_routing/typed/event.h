@@ -49,16 +49,17 @@ struct event_callable {
 template <class Payload>
 struct Event {
     /// Of a callable `bool(const Payload&)`, with a message_head behind it if it wants. Data
-    /// of another type count as false.
+    /// of another type count as false. Throws exceptions::error for an empty callable.
     template <class Callable>
     [[nodiscard]] static synchronous_event_part SynchronousPart(Callable callable) {
-        return part<synchronous_event_part, bool>(std::move(callable));
+        return part<synchronous_event_part, bool>("Event::SynchronousPart", std::move(callable));
     }
 
-    /// Of a callable `void(const Payload&)`, with a message_head behind it if it wants.
+    /// Of a callable `void(const Payload&)`, with a message_head behind it if it wants. Throws
+    /// exceptions::error for an empty callable.
     template <class Callable>
     [[nodiscard]] static asynchronous_event_part AsynchronousPart(Callable callable) {
-        return part<asynchronous_event_part, void>(std::move(callable));
+        return part<asynchronous_event_part, void>("Event::AsynchronousPart", std::move(callable));
     }
 
     /// Throws what making the payload throws.
@@ -79,7 +80,7 @@ struct Event {
 
 private:
     template <class Part, class Result, class Callable>
-    static Part part(Callable callable) {
+    static Part part(const char* maker, Callable callable) {
         using check = detail::event_callable<Callable, Result, Payload>;
         if constexpr (!detail::are_payload_types<Payload>) {
             detail::refuse_payload_types<Payload>();
@@ -88,6 +89,7 @@ private:
             check::refuse();
             return nullptr;
         } else {
+            detail::require_callable(maker, callable);
             serialization::register_data_type<Payload>();
             return [callable = std::move(callable), declined = detail::declined_data_log()](
                        const std::string& path, const event_data& data,

@@ -23,7 +23,8 @@ namespace zel::event_routing {
 template <class Output>
 struct typed_answer {
     std::optional<Output> value; ///< what the handler has returned
-    request_answer error;        ///< null unless a handler has left one
+    /// Null unless a handler has left one. One without data that a handler returns is none.
+    request_answer error;
 
     /// Whether there is a value.
     explicit operator bool() const noexcept { return value.has_value(); }
@@ -33,7 +34,8 @@ struct typed_answer {
 template <>
 struct typed_answer<void> {
     bool is_done = false; ///< whether a handler has processed the request
-    request_answer error; ///< null unless a handler has left one
+    /// Null unless a handler has left one. One without data that a handler returns is none.
+    request_answer error;
 
     /// Whether it is done.
     explicit operator bool() const noexcept { return is_done; }
@@ -125,16 +127,16 @@ private:
     bool answer(const message_head& head, const InputData& input, request_answer& response,
                 request_answer& error_response) {
         using value = typename OutputData::first_type;
-        const request_answer before = response;
-        OutputData* const output = serialization::MakeDataValue<OutputData>(response);
+        request_answer made_answer; // the response changes with an answer only
+        OutputData* const output = serialization::MakeDataValue<OutputData>(made_answer);
         if (!output)
             throw data_type_not_registered("Request", head.path, head.parameters,
                                            std::string(kept_type_name<OutputData>()));
         typed_answer<value> made = answer_of<value>(call(head, input));
-        if (made)
+        if (made) {
             output->first = *std::move(made.value);
-        else
-            response = before;
+            response = std::move(made_answer);
+        }
         return leave(made, error_response);
     }
 
@@ -150,9 +152,10 @@ private:
 
     template <class Answer>
     static bool leave(const Answer& made, request_answer& error_response) {
-        if (made.error)
+        const bool has_error = made.error && made.error->GetData(); // Ask sees no other
+        if (has_error)
             error_response = made.error;
-        return made || made.error;
+        return made || has_error;
     }
 
     decltype(auto) call(const message_head& head, const InputData& input) {
@@ -189,7 +192,8 @@ struct Request {
     using output_data =
         std::conditional_t<std::is_void_v<Output>, void, std::pair<Output, std::tuple<>>>;
 
-    /// For RegisterRequestHandler and its like. See CustomRequestHandler.
+    /// For RegisterRequestHandler and its like. See CustomRequestHandler. Throws
+    /// exceptions::error for an empty callable.
     template <class Callable>
     [[nodiscard]] static request_handler RequestHandler(Callable callable) {
         using check = detail::request_callable<Callable, Output, Inputs...>;
@@ -198,6 +202,7 @@ struct Request {
         } else if constexpr (!check::fits) {
             check::refuse();
         } else {
+            detail::require_callable("Request::RequestHandler", callable);
             register_types();
             return detail::typed_request_handler(
                 CustomRequestHandler<input_data, output_data, Callable>(std::move(callable)),

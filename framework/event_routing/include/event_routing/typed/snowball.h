@@ -55,7 +55,7 @@ struct Snowball {
     /// Makes a handler of a callable that changes its first argument:
     /// `void(Result& so_far, const Payload&)`, with a message_head behind them if it wants.
     /// A pass with data of another type, or whose result has another type, goes by it. No
-    /// data are as good as an empty tuple.
+    /// data are as good as an empty tuple. Throws exceptions::error for an empty callable.
     template <class Callable>
     [[nodiscard]] static snowball_handler SnowballHandler(Callable callable) {
         using check = detail::snowball_callable<Callable, Result, Payload>;
@@ -66,6 +66,7 @@ struct Snowball {
             check::refuse();
             return nullptr;
         } else {
+            detail::require_callable("Snowball::SnowballHandler", callable);
             serialization::register_data_type<Payload>();
             serialization::register_data_type<Result>();
             return [callable = std::move(callable), declined = detail::declined_data_log()](

@@ -89,6 +89,63 @@ TEST_F(TypedHandlers, AnswerRequestsWithoutAnOutput) {
     EXPECT_EQ(response, nullptr);
 }
 
+TEST_F(TypedHandlers, LeaveTheResponseAsItWasUnlessTheyAnswer) {
+    using Length = Request<std::uint64_t, std::string>;
+    const auto before = make_payload(std::string("before"));
+    const auto answers = [&](const request_handler& handler) {
+        response = before;
+        error_response = nullptr;
+        const bool processed = handler("r", make_payload(std::tuple(std::string("four"))), response,
+                                       error_response, {});
+        EXPECT_EQ(error_response, nullptr);
+        return processed;
+    };
+    const auto fails =
+        Length::RequestHandler([](auto&) -> std::uint64_t { throw std::runtime_error("fails"); });
+    EXPECT_THROW(answers(fails), std::runtime_error);
+    EXPECT_EQ(response, before);
+    struct no_data final : serialization::IDataHolder {
+        std::shared_ptr<serialization::IData> GetData() const override { return nullptr; }
+    };
+    const auto declines = Length::RequestHandler([](auto&) {
+        return typed_answer<std::uint64_t>{std::nullopt, std::make_shared<no_data>()};
+    });
+    EXPECT_FALSE(answers(declines));
+    EXPECT_EQ(response, before);
+    EXPECT_TRUE(answers(Length::RequestHandler([](auto& text) { return text.size(); })));
+    EXPECT_NE(response, before);
+}
+
+TEST_F(TypedHandlers, AreNotMadeOfEmptyCallables) {
+    const auto refusal = [](const auto& make) {
+        try {
+            static_cast<void>(make());
+        } catch (const exceptions::error& failure) {
+            return std::string(failure.what());
+        }
+        return std::string();
+    };
+    using Length = Request<int, std::string>;
+    using Menu = Snowball<std::string>;
+    using Saved = Event<std::string>;
+    EXPECT_EQ(
+        refusal([] { return Length::RequestHandler(std::function<int(const std::string&)>()); }),
+        "Request::RequestHandler: the callable is empty.");
+    EXPECT_EQ(refusal([] {
+                  void (*const none)(std::string&, const std::tuple<>&) = nullptr;
+                  return Menu::SnowballHandler(none);
+              }),
+              "Snowball::SnowballHandler: the callable is empty.");
+    EXPECT_EQ(
+        refusal([] { return Saved::SynchronousPart(std::function<bool(const std::string&)>()); }),
+        "Event::SynchronousPart: the callable is empty.");
+    EXPECT_EQ(
+        refusal([] { return Saved::AsynchronousPart(std::function<void(const std::string&)>()); }),
+        "Event::AsynchronousPart: the callable is empty.");
+    EXPECT_EQ(refusal([] { return Length::RequestHandler(+[](const std::string&) { return 1; }); }),
+              "");
+}
+
 TEST_F(TypedHandlers, SayOnceASecondThatTheyDeclineBecauseOfTheType) {
     using Length = Request<std::uint64_t, std::string>;
     const auto length = Length::RequestHandler([](auto& text) { return text.size(); });
