@@ -5,6 +5,7 @@
 #include <platform/event.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -134,9 +135,8 @@ struct printing {
                                      "prints");
 };
 
-[[gnu::noinline]] void write_to(volatile int* nowhere) {
-    *nowhere = 1;
-}
+// The compiler must not know what lies there, or it refuses to write.
+volatile std::uintptr_t nowhere = 64;
 
 struct crashing {
     const std::shared_ptr<zel::tasklib::keep_registered> registered =
@@ -145,7 +145,7 @@ struct crashing {
                 "crash.*", 0,
                 [](const std::string& path, auto&&...) {
                     if (path == "crash.fault")
-                        write_to(reinterpret_cast<int*>(64));
+                        *reinterpret_cast<volatile int*>(nowhere) = 1;
                     if (path == "crash.thread")
                         std::thread([] { throw own_failure(); }).join();
                     return false;
