@@ -69,22 +69,22 @@ no_cancellation::~no_cancellation() {
 }
 
 std::FILE* take_standard_output() {
-    const auto failed = [] {
-        return std::system_error(errno, std::generic_category(),
+    const auto failed = [](int reason) {
+        return std::system_error(reason, std::generic_category(),
                                  "Standard output is not to be had");
     };
     std::fflush(stdout);
     const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (own < 0)
-        throw failed();
+        throw failed(errno);
     std::FILE* const stream = fdopen(own, "w");
     if (!stream || dup2(STDERR_FILENO, STDOUT_FILENO) < 0) {
-        const auto failure = failed(); // closing may change the reason
+        const int reason = errno; // which closing may change
         if (stream)
             std::fclose(stream);
         else
             close(own);
-        throw failure;
+        throw failed(reason);
     }
     // Otherwise what is printed to something else than a terminal would appear at the end.
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);

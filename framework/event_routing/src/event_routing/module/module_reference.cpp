@@ -111,7 +111,7 @@ std::string ThisModule::describe_registrations() {
     };
     add("events", event_routing_->GetEventHandlers());
     for (const auto& [name, instance] : named_event_routings_.all())
-        add("events of '" + name + "'", instance->GetEventHandlers());
+        add(fmt::format("events of '{}'", name), instance->GetEventHandlers());
     add("requests", request_routing_->GetRequestHandlers());
     add("snowballs", snowball_routing_->GetSnowballHandlers());
     if (lines.empty())
