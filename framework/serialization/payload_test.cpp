@@ -150,7 +150,7 @@ TEST(BinSerializationModule, UsesTheFirstOfSeveralFactoriesWhileItIsRegistered) 
     second.reset();
     EXPECT_EQ(module->CreateData("twice"), nullptr);
     EXPECT_EQ(first_data.use_count(), 1) << "a dropped factory is destroyed";
-    EXPECT_EQ(failure_of([&] { module->RegisterDataType("none", nullptr); }),
+    EXPECT_EQ(failure_of([&] { static_cast<void>(module->RegisterDataType("none", nullptr)); }),
               "RegisterDataType: no factory for 'none'.");
 }
 

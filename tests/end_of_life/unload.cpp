@@ -67,7 +67,7 @@ TEST_F(Unload, KeepsItsCodeWhileAnObjectIsAlive) {
     auto events = module->GetEventRouting();
     EXPECT_FALSE(free());
     EXPECT_TRUE(is_mapped(routing));
-    events->RegisterEventHandler(nullptr, "a", nullptr, nullptr, "still works");
+    events->RegisterEventHandler(nullptr, "a", nullptr, nullptr, "still works").reset();
     events.reset();
     image = mi::loader().load_dll("event_routing", nullptr);
     EXPECT_TRUE(free());

@@ -11,7 +11,7 @@ int main() {
             const auto module = get_module();
             const auto events = get_event_routing(*module);
             try {
-                events->RegisterEventHandler(nullptr, "a", nullptr, nullptr, "d");
+                events->RegisterEventHandler(nullptr, "a", nullptr, nullptr, "d").reset();
             } catch (const std::exception& failure) {
                 std::cout << failure.what() << '\n';
             }

@@ -195,7 +195,8 @@ TEST_F(Registration, IsLoggedListedAndKeepsItsService) {
 
 TEST_F(Registration, NeedsASharedServiceAndLeavesNothingBehindWithoutOne) {
     SnowballRoutingImpl on_the_stack;
-    EXPECT_THROW(on_the_stack.RegisterSnowballHandler("a", nullptr, ""), std::bad_weak_ptr);
+    EXPECT_THROW(static_cast<void>(on_the_stack.RegisterSnowballHandler("a", nullptr, "")),
+                 std::bad_weak_ptr);
     EXPECT_TRUE(on_the_stack.GetSnowballHandlers().empty());
 }
 

@@ -191,8 +191,9 @@ TEST_F(WindowWork, ReleasesExactlyTheStoredCookieAndOutsideOfItsGuard) {
     third.reset();
     EXPECT_EQ(taken_notes(), "1 3") << "somebody else holds the last one";
     EXPECT_EQ(kept.use_count(), 1);
-    EXPECT_THROW(InWndProcHandling(window.handle, nullptr).KeepHandlerRegistered(kept),
-                 std::bad_weak_ptr);
+    EXPECT_THROW(
+        static_cast<void>(InWndProcHandling(window.handle, nullptr).KeepHandlerRegistered(kept)),
+        std::bad_weak_ptr);
 }
 
 TEST_F(WindowWork, TellsTheSenderThatItHasThrownAndKeepsWhatIsQueuedBehindIt) {
