@@ -107,7 +107,7 @@ std::string ThisModule::describe_registrations() {
     std::vector<std::string> lines;
     const auto add = [&lines](const std::string& service, const auto& handlers) {
         for (const auto& [path, description] : handlers)
-            lines.push_back(service + " '" + path + "' (" + description + ")");
+            lines.push_back(fmt::format("{} '{}' ({})", service, path, description));
     };
     add("events", event_routing_->GetEventHandlers());
     for (const auto& [name, instance] : named_event_routings_.all())
