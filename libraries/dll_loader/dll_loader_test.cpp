@@ -3,6 +3,7 @@
 #include "platform/src/watched_thread_test.h"
 #include "tests/support/scarce_memory.h"
 
+#include <platform/diagnostics.h>
 #include <platform/image_use.h>
 #include <platform/process.h>
 
@@ -118,10 +119,11 @@ TEST_F(DllLoader, RefusesWhatHasEndedWhileSomebodyElseKeepsItMapped) {
                              " could not be loaded: it was unloaded before, but something outside "
                              "of the loader keeps it mapped.");
     EXPECT_FALSE(loader().unload_kept(image, infinite)) << "nothing would tell of its end";
-    static int ends = 0;
-    at_the_end(image, [] { ++ends; });
+    int failures = 0;
+    const exception_observer observer([&](auto&&...) { ++failures; });
+    reinterpret_cast<void (*)(int)>(find_function(image, "fail_at_the_end"))(1);
     EXPECT_EQ(loader().unload_all_kept(), 1U);
-    EXPECT_EQ(ends, 0) << "it is not the loader's any more";
+    EXPECT_EQ(failures, 0) << "it was ended again, and is not the loader's any more";
     unload_library(of_somebody_else);
     EXPECT_TRUE(loader().free_dll(load(library)));
 }
