@@ -73,15 +73,23 @@ std::unique_ptr<const statistics_data_t> broadcast_statistics::settle(thread_cou
     std::unique_ptr<const statistics_data_t> ended;
     platform::scoped_lock inside(guard_);
     if (!is_counted) {
-        if (is_period_full()) // the thread with the last one is waiting for the guard
+        // If it is full, the thread that has counted the last one is waiting for the guard.
+        if (!has_credit(own) && is_period_full())
             ended = end_period();
         count_here(own, paths);
     }
-    if (!ended && (is_period_full() || (is_late && has_passed(deadline()))))
+    const bool is_over =
+        (!has_credit(own) && is_period_full()) || (is_late && has_passed(deadline()));
+    if (!ended && is_over)
         ended = end_period();
     if (own)
         give_credit(*own);
     return ended;
+}
+
+// Under the guard nobody takes it back.
+bool broadcast_statistics::has_credit(const thread_counts* own) const noexcept {
+    return own && own->credit_.load(std::memory_order_relaxed) > 0;
 }
 
 // Of a text that the thread does not know or has no credit for.
@@ -89,14 +97,21 @@ void broadcast_statistics::count_here(thread_counts* own, const text_key& paths)
     auto* known = own ? own->find(paths) : nullptr;
     if (own && !known && own->admits(paths))
         known = own->add(paths);
-    if (known) {
+    if (known)
         known->count.store(known->count.load(std::memory_order_relaxed) + 1,
                            std::memory_order_relaxed);
-        ++own->given_;
-    } else {
+    else
         period_->add_path(paths.text, 1);
+    // Paid from the thread's own credit, if it has some, or from what nobody was given.
+    if (has_credit(own)) {
+        own->credit_.store(own->credit_.load(std::memory_order_relaxed) - 1,
+                           std::memory_order_relaxed);
+        own->given_ -= known == nullptr;
+    } else {
+        --spare_credit_;
+        if (known)
+            ++own->given_;
     }
-    --spare_credit_;
 }
 
 // Takes the credit of all threads back if it has to be known.

@@ -46,6 +46,7 @@ private:
     tasklib::unbiased_clock::time_point deadline() const noexcept;
     std::unique_ptr<const statistics_data_t> settle(thread_counts* own, bool is_counted,
                                                     const text_key& paths, bool is_late);
+    bool has_credit(const thread_counts* own) const noexcept ZEL_REQUIRES(guard_);
     void count_here(thread_counts* own, const text_key& paths) ZEL_REQUIRES(guard_);
     bool is_period_full() noexcept ZEL_REQUIRES(guard_);
     void give_credit(thread_counts& own) noexcept ZEL_REQUIRES(guard_);

@@ -205,8 +205,9 @@ template <class Matches>
 std::size_t match_records<Matches>::place_of(const table& in, const Matches& wanted) noexcept {
     std::size_t place = wanted.hash & in.mask();
     for (;; place = in.next(place)) {
-        const Matches* const found = in.slots[place].owner.get();
-        if (!found || (found->hash == wanted.hash && found->text == wanted.text))
+        const slot& at = in.slots[place];
+        if (!at.owner || (at.hash.load(std::memory_order_relaxed) == wanted.hash &&
+                          at.owner->text == wanted.text))
             return place;
     }
 }
@@ -251,7 +252,7 @@ void match_records<Matches>::evict() {
     hand_ = (hand_ + 1) & mask;
     take_out(slots[gap]);
     for (std::size_t next = (gap + 1) & mask; slots[next].owner; next = (next + 1) & mask) {
-        const std::size_t home = slots[next].owner->hash & mask;
+        const std::size_t home = slots[next].hash.load(std::memory_order_relaxed) & mask;
         if (((next - home) & mask) < ((next - gap) & mask))
             continue; // would stand before its home
         slots[next].matches.store(nullptr, std::memory_order_seq_cst);
