@@ -2,10 +2,10 @@
 //
 // The period ends with exactly its 1000th broadcast, on whatever threads they are. So that
 // each of them need not write a count that all share, a thread is given a credit: that many
-// broadcasts it counts by itself, in words that nobody else writes. When the credit is used
-// up, or was taken back because another thread needs one, it comes back to the guard. What
-// all threads have left and what nobody was given yet is together what is missing of the
-// period.
+// broadcasts it counts by itself, in words that nobody else writes. A thread whose credit is
+// used up, or was taken back because another thread needs some, goes to the guard for more.
+// The credits that threads have left and what nobody was given yet add up to what is missing
+// of the period.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/events/event_statistics.h"
