@@ -19,7 +19,7 @@ add_dependencies(event_routing_inspect documentation) # is all that `./dev packa
 install(FILES ${PROJECT_BINARY_DIR}/event_routing_inspect.1.gz
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 
-foreach(component runtime development tools)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     string(TOUPPER ${component} upper)
     set(${component}_doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
     install(FILES ${PROJECT_BINARY_DIR}/changelog.gz
@@ -30,3 +30,6 @@ install(FILES README.md DESTINATION ${development_doc} COMPONENT development)
 install(DIRECTORY docs DESTINATION ${development_doc} COMPONENT development
     FILES_MATCHING PATTERN "*.md")
 install(FILES docs/inspect.md DESTINATION ${tools_doc} COMPONENT tools)
+if(TARGET event_routing_nats)
+    install(FILES docs/bridge.md DESTINATION ${nats_doc} COMPONENT nats)
+endif()

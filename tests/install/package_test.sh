@@ -73,13 +73,22 @@ block() {
 }
 
 "$here/../../cmake/make_packages.sh" "$build" "$scratch/packages" >"$scratch/made"
-[[ $(wc -l <"$scratch/made") == 3 ]] || fail "expected three packages: $(cat "$scratch/made")"
+# The bridge is built where libnats is there.
+has_bridge=0
+[[ ! -e $build/lib/libevent_routing_nats.so ]] || has_bridge=1
+[[ $(wc -l <"$scratch/made") == $((3 + has_bridge)) ]] ||
+    fail "not the packages that were expected: $(cat "$scratch/made")"
 
 runtime=$(sed -n 's|.*/\(libevent-routing[0-9]*\)_.*|\1|p' "$scratch/made")
 version=$(dpkg-deb -f "$scratch/packages/${runtime}"_*.deb Version)
 expect_depends "$runtime" libc6 libfmt libjsoncpp libmd libspdlog
 expect_depends libevent-routing-dev "$runtime (= $version)" libfmt-dev libjsoncpp-dev libmd-dev
 expect_depends event-routing-tools "$runtime (= $version)" libc6 libfmt
+
+if ((has_bridge)); then
+    expect_depends event-routing-nats "$runtime (= $version)" libc6 libnats
+    expect_files event-routing-nats doc/event-routing-nats/{changelog.gz,bridge.md}
+fi
 
 expect_files "$runtime" "doc/$runtime/changelog.gz"
 expect_files libevent-routing-dev doc/libevent-routing-dev/{changelog.gz,README.md,docs/guide.md}

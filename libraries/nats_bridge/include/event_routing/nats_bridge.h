@@ -103,6 +103,8 @@ struct bridge_counts {
     std::uint64_t events_refused = 0; ///< received, and no envelope or of an unknown type
 };
 
+class bridge_body;
+
 /// A host's connection to the others of its realm. Any thread may call its operations. It is
 /// destroyed outside of handlers and tasks, since its end waits for those that it runs.
 class ZEL_EXPORT bridge {
@@ -127,8 +129,7 @@ public:
     bridge_counts counts() const;
 
 private:
-    class body;
-    std::unique_ptr<body> body_;
+    std::unique_ptr<bridge_body> body_;
 };
 
 } // namespace zel::event_routing::nats
