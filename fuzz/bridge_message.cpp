@@ -49,5 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     using namespace zel::fuzz;
     check_subject({reinterpret_cast<const char*>(data), size});
     check_envelope<event_envelope>({data, size});
+    check_envelope<request_envelope>({data, size});
+    check_envelope<answer_envelope>({data, size});
+    check_envelope<clock_envelope>({data, size});
+    check_envelope<claim_envelope>({data, size});
     return 0;
 }

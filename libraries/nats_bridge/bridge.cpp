@@ -1,6 +1,7 @@
 #include "libraries/nats_bridge/event_export.h"
 #include "libraries/nats_bridge/event_import.h"
 #include "libraries/nats_bridge/origin.h"
+#include "libraries/nats_bridge/requests.h"
 
 #include <event_routing/nats_bridge.h>
 
@@ -39,6 +40,7 @@ public:
     event_import event_import_;
     connection events_;
     event_export event_export_;
+    std::unique_ptr<requests> requests_; // null where none cross
 
 private:
     void end(platform::milliseconds limit);
@@ -49,12 +51,17 @@ bridge_body::bridge_body(bridge_options checked)
       tasks_(*module_), lost_(*module_, tasks_),
       event_import_(options_, origin_, *module_, tasks_, lost_, counts_),
       events_(options_, origin_, sending::in_batches,
-              [this] {
+              [this](bool) {
                   changed_.set();
                   wake_export_.set();
               }),
       event_export_(options_, origin_, *module_, events_, wake_export_, lost_, counts_) {
     const auto failure = platform::guarded([&] {
+        if (!options_.ask_requests.empty() || !options_.serve_requests.empty())
+            requests_ =
+                std::make_unique<requests>(options_, origin_, *module_, changed_, tasks_, counts_);
+        if (requests_)
+            requests_->begin();
         event_import_.begin(events_);
         event_export_.begin();
     });
@@ -69,6 +76,8 @@ void bridge_body::end(platform::milliseconds limit) {
     const auto end = clock::now() + limit;
     event_export_.end(left_until(end));
     events_.close(left_until(end));
+    if (requests_)
+        requests_->end(left_until(end));
     tasks_.wait_until_idle(left_until(end));
     tasks_.end();
     event_import_.end();
@@ -81,7 +90,9 @@ bridge::~bridge() = default;
 
 bool bridge::wait_until_ready(std::chrono::milliseconds limit) {
     const auto end = clock::now() + limit;
-    while (!body_->events_.flush(left_until(end))) {
+    auto& events = body_->events_;
+    auto* const requests = body_->requests_.get();
+    while (!events.flush(left_until(end)) || (requests && !requests->is_ready(left_until(end)))) {
         if (left_until(end).count() == 0)
             return false;
         body_->changed_.wait(left_until(end));

@@ -2,7 +2,6 @@
 
 #include "framework/exceptions/exceptions.h"
 #include "framework/log/log_area.h"
-#include "libraries/nats_bridge/subject.h"
 
 #include <platform/critical_section.h>
 #include <platform/diagnostics.h>
@@ -72,14 +71,14 @@ void warn_of_clear_text(const bridge_options& options) {
 // Shared with the callbacks of libnats, each of which holds a reference until libnats has said
 // that it will not call any more.
 struct connection::state {
-    explicit state(std::function<void()> changed) : on_change(std::move(changed)) {}
+    explicit state(std::function<void(bool)> changed) : on_change(std::move(changed)) {}
 
     struct subscription {
         std::shared_ptr<state> owner;
         message_handler handler;
     };
 
-    const std::function<void()> on_change;
+    const std::function<void(bool)> on_change;
     natsConnection* nats = nullptr;
     std::vector<natsSubscription*> subscriptions;
     platform::critical_section guard;              // of the count
@@ -95,7 +94,8 @@ struct connection::state {
         const received_message received{
             natsMsg_GetSubject(message),
             reply ? reply : "",
-            {data, static_cast<std::size_t>(natsMsg_GetDataLength(message))}};
+            {data, static_cast<std::size_t>(natsMsg_GetDataLength(message))},
+            natsMsg_IsNoResponders(message)};
         const auto failure =
             platform::guarded([&] { static_cast<subscription*>(closure)->handler(received); });
         if (failure)
@@ -111,8 +111,12 @@ struct connection::state {
             ended->owner->quiet.set();
     }
 
-    static void connection_changed(natsConnection*, void* closure) noexcept {
-        static_cast<state*>(closure)->on_change();
+    static void connection_came(natsConnection*, void* closure) noexcept {
+        static_cast<state*>(closure)->on_change(true);
+    }
+
+    static void connection_went(natsConnection*, void* closure) noexcept {
+        static_cast<state*>(closure)->on_change(false);
     }
 
     static void connection_closed(natsConnection*, void* closure) noexcept {
@@ -151,26 +155,22 @@ void connection::state::connect(const bridge_options& options, const std::string
         require(natsOptions_SetUserCredentialsFromFiles(made, options.credentials_file.c_str(),
                                                         nullptr),
                 "credentials_file " + options.credentials_file);
-    // Answers to one host must not be readable by whoever may read those of another.
-    const std::string inbox = subject_of(options.realm, "i", "", options.host);
     for (const auto status :
-         {natsOptions_SetName(made, origin.c_str()),
-          natsOptions_SetCustomInboxPrefix(made, inbox.c_str()), natsOptions_SetNoEcho(made, true),
+         {natsOptions_SetName(made, origin.c_str()), natsOptions_SetNoEcho(made, true),
           natsOptions_SetMaxReconnect(made, -1), natsOptions_SetReconnectWait(made, reconnect_wait),
           natsOptions_SetReconnectJitter(made, reconnect_jitter, reconnect_jitter),
           natsOptions_SetReconnectBufSize(made, 1), // nothing is kept for later
           natsOptions_SetPingInterval(made, ping_interval),
           natsOptions_SetMaxPingsOut(made, unanswered_pings),
           natsOptions_SetWriteDeadline(made, write_deadline),
-          natsOptions_SetFailRequestsOnDisconnect(made, true),
           natsOptions_SetSendAsap(made, mode == sending::at_once),
           // One thread delivers what all subscriptions receive, in the order of arrival.
           natsOptions_UseGlobalMessageDelivery(made, mode == sending::in_batches),
           natsOptions_SetErrorHandler(made, &failed, this),
           natsOptions_SetClosedCB(made, &connection_closed, this),
-          natsOptions_SetDisconnectedCB(made, &connection_changed, this),
-          natsOptions_SetReconnectedCB(made, &connection_changed, this),
-          natsOptions_SetRetryOnFailedConnect(made, true, &connection_changed, this)})
+          natsOptions_SetDisconnectedCB(made, &connection_went, this),
+          natsOptions_SetReconnectedCB(made, &connection_came, this),
+          natsOptions_SetRetryOnFailedConnect(made, true, &connection_came, this)})
         require(status, "setting options");
     const natsStatus status = natsConnection_Connect(&nats, made);
     if (status != NATS_NOT_YET_CONNECTED)
@@ -178,7 +178,7 @@ void connection::state::connect(const bridge_options& options, const std::string
 }
 
 connection::connection(const bridge_options& options, const std::string& origin, sending mode,
-                       std::function<void()> on_change)
+                       std::function<void(bool)> on_change)
     : state_(std::make_shared<state>(std::move(on_change))) {
     warn_of_clear_text(options);
     state_->connect(options, origin, mode);
@@ -192,40 +192,53 @@ bool connection::is_connected() const noexcept {
     return natsConnection_Status(state_->nats) == NATS_CONN_STATUS_CONNECTED;
 }
 
-publish_result connection::publish(const std::string& subject, std::string_view bytes) {
+publish_result connection::publish(const std::string& subject, std::string_view bytes,
+                                   const std::string& answer_to) {
     if (!is_connected())
         return publish_result::not_connected;
     const auto most = natsConnection_GetMaxPayload(state_->nats);
     if (most > 0 && bytes.size() > static_cast<std::size_t>(most))
         return publish_result::too_large;
-    const natsStatus status = natsConnection_Publish(state_->nats, subject.c_str(), bytes.data(),
-                                                     static_cast<int>(bytes.size()));
+    const auto size = static_cast<int>(bytes.size());
+    const natsStatus status =
+        answer_to.empty()
+            ? natsConnection_Publish(state_->nats, subject.c_str(), bytes.data(), size)
+            : natsConnection_PublishRequest(state_->nats, subject.c_str(), answer_to.c_str(),
+                                            bytes.data(), size);
     switch (status) {
     case NATS_OK:
-        break;
+        return publish_result::sent;
     case NATS_MAX_PAYLOAD:
         return publish_result::too_large;
+    case NATS_INSUFFICIENT_BUFFER: // it has gone since we looked, and keeps nothing for later
+    case NATS_CONNECTION_CLOSED:
+    case NATS_DRAINING:
+        return publish_result::not_connected;
     case NATS_INVALID_ARG:
     case NATS_INVALID_SUBJECT:
     case NATS_NO_MEMORY:
         require(status, "publishing along " + subject);
         break;
-    default: // it has gone since we looked, and there is no room to keep a message for later
-        return publish_result::not_connected;
+    default:
+        break;
     }
-    return publish_result::sent;
+    return publish_result::broken;
 }
 
-void connection::subscribe(const std::string& subject, message_handler handler) {
+void connection::subscribe(const std::string& subject, message_handler handler,
+                           const std::string& group) {
     auto made =
         std::make_unique<state::subscription>(state::subscription{state_, std::move(handler)});
     natsSubscription* nats = nullptr;
-    require(natsConnection_Subscribe(&nats, state_->nats, subject.c_str(), &state::message_came,
-                                     made.get()),
+    require(group.empty()
+                ? natsConnection_Subscribe(&nats, state_->nats, subject.c_str(),
+                                           &state::message_came, made.get())
+                : natsConnection_QueueSubscribe(&nats, state_->nats, subject.c_str(), group.c_str(),
+                                                &state::message_came, made.get()),
             "subscribing to " + subject);
-    state_->subscriptions.push_back(nats);
     {
         platform::scoped_lock inside(state_->guard);
+        state_->subscriptions.push_back(nats);
         ++state_->running;
         state_->quiet.reset();
     }
@@ -240,6 +253,17 @@ bool connection::flush(platform::milliseconds limit) {
                                  state_->nats, std::max<std::int64_t>(limit.count(), 1)) == NATS_OK;
 }
 
+void connection::stop_receiving(platform::milliseconds limit) {
+    std::vector<natsSubscription*> all;
+    {
+        platform::scoped_lock inside(state_->guard);
+        all = state_->subscriptions;
+    }
+    for (auto* const subscription : all)
+        natsSubscription_DrainTimeout(subscription, std::max<std::int64_t>(limit.count(), 1));
+    state_->quiet.wait(limit);
+}
+
 void connection::close(platform::milliseconds limit) {
     if (!state_->nats)
         return;
@@ -247,8 +271,12 @@ void connection::close(platform::milliseconds limit) {
         natsConnection_DrainTimeout(state_->nats, limit.count()) == NATS_OK)
         state_->closed.wait(limit);
     natsConnection_Close(state_->nats);
-    for (auto* const subscription : state_->subscriptions)
-        natsSubscription_Destroy(subscription);
+    {
+        platform::scoped_lock inside(state_->guard);
+        for (auto* const subscription : state_->subscriptions)
+            natsSubscription_Destroy(subscription);
+        state_->subscriptions.clear();
+    }
     // What libnats calls is waited for without a limit: it calls code that may go after this.
     state_->closed.wait();
     state_->quiet.wait();

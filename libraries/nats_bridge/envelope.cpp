@@ -53,5 +53,13 @@ Envelope read_envelope(std::span<const std::uint8_t> bytes) {
 
 template std::string envelope_bytes(const event_envelope&);
 template event_envelope read_envelope(std::span<const std::uint8_t>);
+template std::string envelope_bytes(const request_envelope&);
+template request_envelope read_envelope(std::span<const std::uint8_t>);
+template std::string envelope_bytes(const answer_envelope&);
+template answer_envelope read_envelope(std::span<const std::uint8_t>);
+template std::string envelope_bytes(const clock_envelope&);
+template clock_envelope read_envelope(std::span<const std::uint8_t>);
+template std::string envelope_bytes(const claim_envelope&);
+template claim_envelope read_envelope(std::span<const std::uint8_t>);
 
 } // namespace zel::event_routing::nats

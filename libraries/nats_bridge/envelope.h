@@ -51,6 +51,59 @@ struct event_envelope {
     bool operator==(const event_envelope&) const = default;
 };
 
+struct request_envelope {
+    static constexpr char letter = 'R';
+
+    std::string origin;
+    std::int64_t sent = 0;     ///< nanoseconds of the sender's own clock
+    std::int64_t time_out = 0; ///< nanoseconds after that
+    std::uint8_t hops = 0;
+    std::string path;
+    byte_vector parameters;
+    std::optional<carried_payload> payload;
+
+    bool operator==(const request_envelope&) const = default;
+};
+
+enum class answer_outcome : std::uint8_t {
+    processed = 0,
+    declined = 1,
+    failed = 2,  ///< a handler threw
+    refused = 3, ///< it did not run
+};
+
+struct answer_envelope {
+    static constexpr char letter = 'A';
+
+    std::uint8_t outcome = 0; ///< an answer_outcome
+    std::string host;
+    std::string type; ///< of what was thrown
+    std::string text; ///< why it failed or was refused
+    std::optional<carried_payload> response;
+    std::optional<carried_payload> error_response;
+
+    bool operator==(const answer_envelope&) const = default;
+};
+
+/// What a host's clock shows, in nanoseconds.
+struct clock_envelope {
+    static constexpr char letter = 'C';
+
+    std::int64_t now = 0;
+
+    bool operator==(const clock_envelope&) const = default;
+};
+
+/// A host that wants to own a pattern, or the answer of one that does.
+struct claim_envelope {
+    static constexpr char letter = 'O';
+
+    std::string origin;
+    std::uint8_t gives_way = 0; ///< 1: to the host that has asked
+
+    bool operator==(const claim_envelope&) const = default;
+};
+
 /// The bytes of an envelope.
 template <class Envelope>
 std::string envelope_bytes(const Envelope& envelope);
@@ -61,6 +114,14 @@ Envelope read_envelope(std::span<const std::uint8_t> bytes);
 
 extern template std::string envelope_bytes(const event_envelope&);
 extern template event_envelope read_envelope(std::span<const std::uint8_t>);
+extern template std::string envelope_bytes(const request_envelope&);
+extern template request_envelope read_envelope(std::span<const std::uint8_t>);
+extern template std::string envelope_bytes(const answer_envelope&);
+extern template answer_envelope read_envelope(std::span<const std::uint8_t>);
+extern template std::string envelope_bytes(const clock_envelope&);
+extern template clock_envelope read_envelope(std::span<const std::uint8_t>);
+extern template std::string envelope_bytes(const claim_envelope&);
+extern template claim_envelope read_envelope(std::span<const std::uint8_t>);
 
 } // namespace zel::event_routing::nats
 
@@ -88,4 +149,40 @@ struct zel::serialization::record<zel::event_routing::nats::event_envelope> {
         field("origin", &envelope::origin),         field("number", &envelope::number),
         field("paths", &envelope::paths),           field("hops", &envelope::hops),
         field("parameters", &envelope::parameters), field("payload", &envelope::payload)};
+};
+
+template <>
+struct zel::serialization::record<zel::event_routing::nats::request_envelope> {
+    using envelope = event_routing::nats::request_envelope;
+    static constexpr std::string_view name = "struct zel::event_routing::nats::request_envelope";
+    static constexpr std::tuple fields{
+        field("origin", &envelope::origin),     field("sent", &envelope::sent),
+        field("time_out", &envelope::time_out), field("hops", &envelope::hops),
+        field("path", &envelope::path),         field("parameters", &envelope::parameters),
+        field("payload", &envelope::payload)};
+};
+
+template <>
+struct zel::serialization::record<zel::event_routing::nats::answer_envelope> {
+    using envelope = event_routing::nats::answer_envelope;
+    static constexpr std::string_view name = "struct zel::event_routing::nats::answer_envelope";
+    static constexpr std::tuple fields{
+        field("outcome", &envelope::outcome),   field("host", &envelope::host),
+        field("type", &envelope::type),         field("text", &envelope::text),
+        field("response", &envelope::response), field("error_response", &envelope::error_response)};
+};
+
+template <>
+struct zel::serialization::record<zel::event_routing::nats::clock_envelope> {
+    using envelope = event_routing::nats::clock_envelope;
+    static constexpr std::string_view name = "struct zel::event_routing::nats::clock_envelope";
+    static constexpr std::tuple fields{field("now", &envelope::now)};
+};
+
+template <>
+struct zel::serialization::record<zel::event_routing::nats::claim_envelope> {
+    using envelope = event_routing::nats::claim_envelope;
+    static constexpr std::string_view name = "struct zel::event_routing::nats::claim_envelope";
+    static constexpr std::tuple fields{field("origin", &envelope::origin),
+                                       field("gives_way", &envelope::gives_way)};
 };

@@ -182,6 +182,7 @@ bool event_export::send(const waiting_event& event) {
             case publish_result::sent:
                 break;
             case publish_result::not_connected:
+            case publish_result::broken:
                 is_sent = false;
                 return;
             case publish_result::too_large:

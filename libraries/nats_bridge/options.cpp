@@ -42,6 +42,24 @@ void check_events(const char* list, const std::string& realm,
     }
 }
 
+template <class Requests>
+void check_requests(const char* list, const std::string& realm,
+                    const std::vector<Requests>& requests) {
+    for (std::size_t i = 0; i < requests.size(); ++i) {
+        const std::string place = element(list, i) + ".pattern";
+        try {
+            subject_of_pattern(realm, "r", "", requests[i].pattern);
+        } catch (const exceptions::error& failure) {
+            refuse(place, failure.what());
+        }
+        for (std::size_t j = 0; j < i; ++j)
+            if (overlap(requests[j].pattern, requests[i].pattern))
+                refuse(place, "'" + requests[i].pattern + "' overlaps with '" +
+                                  requests[j].pattern + "' of " + element(list, j) +
+                                  ", so that two could answer.");
+    }
+}
+
 } // namespace
 
 void check(const bridge_options& options) {
@@ -54,6 +72,13 @@ void check(const bridge_options& options) {
     check_name("host", options.host);
     check_events("export_events", options.realm, options.export_events);
     check_events("import_events", options.realm, options.import_events);
+    check_requests("ask_requests", options.realm, options.ask_requests);
+    check_requests("serve_requests", options.realm, options.serve_requests);
+    for (std::size_t i = 0; i < options.ask_requests.size(); ++i)
+        if (options.ask_requests[i].time_out.count() <= 0)
+            refuse(element("ask_requests", i) + ".time_out", "it must be positive.");
+    if (options.most_waiting_requests == 0)
+        refuse("most_waiting_requests", "at least one request has to find room.");
     if (options.most_waiting == 0)
         refuse("most_waiting", "at least one event has to find room.");
     if (options.most_waiting_bytes == 0)

@@ -40,6 +40,15 @@ TEST(BridgeOptions, AreRefusedWithThePlaceOfTheMistake) {
               "Option import_events[0].pattern: no broadcast reaches 'a;b'.");
     EXPECT_EQ(failure_of([](auto& o) { o.key_file = "key.pem"; }),
               "Option certificate_file: a certificate and its key belong together.");
+    EXPECT_EQ(failure_of([](auto& o) {
+                  o.serve_requests = {{"a.*"}, {"*"}};
+              }),
+              "Option serve_requests[1].pattern: '*' overlaps with 'a.*' of serve_requests[0], so "
+              "that two could answer.");
+    EXPECT_EQ(failure_of([](auto& o) {
+                  o.ask_requests = {{"a", std::chrono::milliseconds(0)}};
+              }),
+              "Option ask_requests[0].time_out: it must be positive.");
     EXPECT_EQ(failure_of([](auto& o) { o.most_waiting = 0; }),
               "Option most_waiting: at least one event has to find room.");
 }

@@ -5,12 +5,13 @@
 // A line is a command and its arguments, each in hexadecimal digits ("-" for an empty one). Every
 // command is answered by lines in the same form, the last of which begins with "ok" or "failed".
 #include <event_routing/client.h>
-#include <event_routing/drop.h>
+#include <event_routing/exceptions.h>
 #include <event_routing/nats_bridge.h>
 #include <framework/serialization/payload.h>
 
 #include <platform/critical_section.h>
 #include <platform/event.h>
+#include <platform/process.h>
 
 #include <cstdio>
 #include <iostream>
@@ -129,8 +130,18 @@ public:
             const auto counts = bridge_->counts();
             say({"counts", std::to_string(counts.events_sent),
                  std::to_string(counts.events_received), std::to_string(counts.events_not_sent),
-                 std::to_string(counts.events_lost), std::to_string(counts.events_refused)});
+                 std::to_string(counts.events_lost), std::to_string(counts.events_refused),
+                 std::to_string(counts.requests_served), std::to_string(counts.requests_expired),
+                 std::to_string(counts.late_answers)});
         });
+        add_command("ask", [this](const words& w) {
+            options_.ask_requests.push_back({w[1], std::chrono::milliseconds(std::stoi(w[2]))});
+        });
+        add_command("serve", [this](const words& w) {
+            options_.serve_requests.push_back({w[1], mode_of(w[2])});
+        });
+        add_command("answer", [this](const words& w) { answer(w[1], w[2]); });
+        add_command("request", [this](const words& w) { request(w[1], w[2], w[3]); });
         add_command("end", [this](const words&) { bridge_.reset(); });
     }
 
@@ -201,6 +212,60 @@ private:
         routing_parameters about;
         about["kept"] = 5;
         events(channel)->BroadcastEvent(paths, serialization::make_payload(text), about, nullptr);
+    }
+
+    static nats::request_mode mode_of(const std::string& name) {
+        return name == "any" ? nats::request_mode::any : nats::request_mode::owner;
+    }
+
+    // Notes what it is asked, and does what the second word says.
+    void answer(const std::string& pattern, const std::string& what) {
+        const auto handler = [this, what](const std::string& path, const request_data& data,
+                                          request_answer& response, request_answer& error_response,
+                                          const routing_parameters& about) {
+            std::string scratch;
+            const auto* const text = serialization::GetDataValue(data, scratch);
+            journal_.add(
+                {"asked", path, text ? *text : "", text_or(about, nats::parameter::host, "")});
+            if (what == "throw")
+                throw exceptions::error("no paper");
+            if (what == "slow")
+                platform::sleep_for(platform::milliseconds(500));
+            if (what == "error")
+                error_response = serialization::make_payload(std::string("jam"));
+            response = serialization::make_payload(options_.host + " has " + (text ? *text : ""));
+            return what != "decline";
+        };
+        handlers_.push_back(
+            get_request_routing(*module_)->RegisterRequestHandler(pattern, 0, handler, what));
+    }
+
+    // Says what became of it and the answer, or the failure's text.
+    void request(const std::string& path, const std::string& text, const std::string& parameter) {
+        routing_parameters about;
+        if (parameter == "local")
+            about[event_routing::parameter::target_session] = this_session;
+        else if (parameter == "skip")
+            about[event_routing::parameter::skip_request_fallbacks] = 1;
+        else if (!parameter.empty())
+            about[nats::parameter::time_out] = std::stoi(parameter);
+        request_answer response;
+        request_answer error_response;
+        try {
+            const bool is_good = get_request_routing(*module_)->SendRequest(
+                path, serialization::make_payload(text), response, error_response, about);
+            std::string scratch;
+            const auto* const said = serialization::GetDataValue<std::string>(response, scratch);
+            say({"result", is_good ? "answered" : "error", said ? *said : ""});
+        } catch (const request_was_not_processed&) {
+            say({"result", "nobody", ""});
+        } catch (const nats::remote_handler_failed& failure) {
+            say({"result", "threw",
+                 failure.host() + ": " + failure.type() + ": " + failure.text()});
+        } catch (const nats::request_failed& failure) {
+            const char* const happened[] = {"did not run", "ran", "unknown"};
+            say({"result", happened[static_cast<int>(failure.happened())], failure.what()});
+        }
     }
 
     const std::shared_ptr<IModule> module_ = get_module();

@@ -11,8 +11,12 @@
 // A bridge is a client of the routing library like any other: it registers handlers for what is
 // exported, and broadcasts what it imports. Nothing crosses that is not named. Events are delivered
 // at most once, those of one host in the order in which it broadcast them, and what was lost on the
-// way is told by the event `lost_event`. docs/bridge.md has the promises and how to operate it.
+// way is told by the event `lost_event`. A request that no regular handler has answered is asked
+// elsewhere, and either answered or fails with an exception that says whether it was executed.
+// docs/bridge.md has the promises and how to operate it.
 #pragma once
+
+#include <framework/exceptions/exceptions.h>
 
 #include <platform/export.h>
 
@@ -21,6 +25,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace zel::event_routing::nats {
@@ -34,6 +39,9 @@ inline constexpr const char* origin = "event_routing.bridge.origin";
 inline constexpr const char* host = "event_routing.bridge.host";
 /// How many bridges a message has crossed. Whoever sends it on copies it; at `most_hops` it ends.
 inline constexpr const char* hops = "event_routing.bridge.hops";
+/// On a request: how many milliseconds the sender waits for an answer from another host. The host
+/// does not begin to execute it later.
+inline constexpr const char* time_out = "event_routing.bridge.time_out";
 /// Of `lost_event`: the path, the channel, and the numbers of the first and the last message on
 /// that path that did not come.
 inline constexpr const char* lost_path = "path";
@@ -61,6 +69,24 @@ enum class full_row {
     drop_oldest, ///< those that have waited longest
 };
 
+/// Which hosts answer the requests of a pattern. All that serve it name the same one.
+enum class request_mode {
+    owner, ///< one host, which claims the pattern when it starts; a second claim is refused
+    any,   ///< one of those that serve it, whichever the server chooses
+};
+
+/// Requests that other hosts are asked when no regular handler of this process has answered.
+struct asked_requests {
+    std::string pattern;                      ///< as for a handler
+    std::chrono::milliseconds time_out{5000}; ///< unless the request says `time_out`
+};
+
+/// Requests that this process answers to other hosts.
+struct served_requests {
+    std::string pattern;                     ///< as for a handler
+    request_mode mode = request_mode::owner; ///< see there
+};
+
 /// What a bridge is made of. A pattern may not overlap with another one of the same list and
 /// channel, since a message that both are reached by would cross twice.
 struct bridge_options {
@@ -73,6 +99,10 @@ struct bridge_options {
 
     std::vector<event_pattern> export_events;
     std::vector<event_pattern> import_events;
+    std::vector<asked_requests> ask_requests;
+    std::vector<served_requests> serve_requests;
+    /// Requests of others that wait for a thread; further ones are refused, and told so.
+    std::size_t most_waiting_requests = 1024;
 
     /// Events that wait to be sent, and as many that were received from one origin and wait to be
     /// broadcast. Beyond either limit the policy decides; what it drops is told as lost.
@@ -101,6 +131,58 @@ struct bridge_counts {
     std::uint64_t events_not_sent = 0; ///< dropped here: no room, too large, too many hops
     std::uint64_t events_lost = 0;    ///< of others, found missing here or dropped for want of room
     std::uint64_t events_refused = 0; ///< received, and no envelope or of an unknown type
+    std::uint64_t requests_asked = 0; ///< sent to others
+    std::uint64_t requests_served = 0;  ///< of others, executed here
+    std::uint64_t requests_expired = 0; ///< of others, not executed because it was too late
+    std::uint64_t late_answers = 0;     ///< dropped, since the sender waits no more
+};
+
+/// Whether a request that failed was executed.
+enum class execution {
+    did_not_run, ///< it can be sent again
+    ran,         ///< to its end or to an exception
+    unknown,     ///< the answer is missing: sent again, it may be executed twice
+};
+
+/// What a request throws that was to be answered by another host. When nobody serves it or all
+/// have declined it fails as it does at home, with request_was_not_processed.
+class ZEL_EXPORT request_failed : public exceptions::error {
+public:
+    /// The message is the whole text.
+    [[gnu::noinline]] request_failed(const std::string& message, execution happened)
+        : error(message, __builtin_return_address(0)), happened_(happened) {}
+
+    execution happened() const noexcept { return happened_; }
+
+private:
+    execution happened_;
+};
+
+/// The handler of another host threw.
+class ZEL_EXPORT remote_handler_failed : public request_failed {
+public:
+    /// The type is as the log of that host would name it.
+    [[gnu::noinline]] remote_handler_failed(const std::string& message, std::string host,
+                                            std::string type, std::string text)
+        : request_failed(message, execution::ran),
+          content_(std::make_shared<const content>(
+              content{std::move(host), std::move(type), std::move(text)})) {}
+    /// Copied also where it could be moved.
+    remote_handler_failed(const remote_handler_failed&) = default;
+    /// The same.
+    remote_handler_failed& operator=(const remote_handler_failed&) = default;
+
+    const std::string& host() const noexcept { return content_->host; }
+    const std::string& type() const noexcept { return content_->type; } ///< of what was thrown
+    const std::string& text() const noexcept { return content_->text; } ///< its message
+
+private:
+    struct content {
+        std::string host;
+        std::string type;
+        std::string text;
+    };
+    std::shared_ptr<const content> content_; // shared, so that copying cannot throw
 };
 
 class bridge_body;
@@ -120,7 +202,9 @@ public:
     bridge& operator=(const bridge&) = delete;
 
     /// Whether within that time the bridge is connected and the server has taken note of what it
-    /// imports. From then on nothing that others send is missed.
+    /// imports and serves. From then on nothing that others send is missed. Throws
+    /// exceptions::error, which names the owner, when another host has claimed a pattern that this
+    /// one is to own; all others are served nevertheless.
     [[nodiscard]] bool wait_until_ready(std::chrono::milliseconds limit);
 
     /// By which others tell this process from an earlier one of the same name.
