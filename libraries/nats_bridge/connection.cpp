@@ -2,6 +2,7 @@
 
 #include "framework/exceptions/exceptions.h"
 #include "framework/log/log_area.h"
+#include "libraries/nats_bridge/server_address.h"
 
 #include <platform/critical_section.h>
 #include <platform/diagnostics.h>
@@ -45,23 +46,11 @@ struct destroy_message {
     void operator()(natsMsg* message) const { natsMsg_Destroy(message); }
 };
 
-bool is_encrypted(const bridge_options& options) {
-    return !options.ca_file.empty() || !options.certificate_file.empty();
-}
-
-bool is_on_this_machine(std::string_view server) {
-    const std::size_t user = server.find('@');
-    const std::size_t scheme = server.find("://");
-    server.remove_prefix(user != server.npos ? user + 1 : scheme != server.npos ? scheme + 3 : 0);
-    return server.starts_with("127.") || server.starts_with("localhost") ||
-           server.starts_with("[::1]");
-}
-
 void warn_of_clear_text(const bridge_options& options) {
     for (const auto& server : options.servers)
-        if (!is_encrypted(options) && !server.starts_with("tls://") && !is_on_this_machine(server))
+        if (can_be_overheard(options, server))
             bridge_log.announce(log::severity::failed_operation, in_the_clear, [&] {
-                return "The connection to " + server +
+                return "The connection to " + without_password(server) +
                        " is not encrypted, and leads beyond this machine.";
             });
 }
@@ -142,7 +131,7 @@ void connection::state::connect(const bridge_options& options, const std::string
         servers.push_back(server.c_str());
     require(natsOptions_SetServers(made, servers.data(), static_cast<int>(servers.size())),
             "servers");
-    if (is_encrypted(options))
+    if (!options.ca_file.empty() || !options.certificate_file.empty())
         require(natsOptions_SetSecure(made, true), "encryption");
     if (!options.ca_file.empty())
         require(natsOptions_LoadCATrustedCertificates(made, options.ca_file.c_str()),

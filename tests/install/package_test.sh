@@ -87,7 +87,7 @@ expect_depends event-routing-tools "$runtime (= $version)" libc6 libfmt
 
 if ((has_bridge)); then
     expect_depends event-routing-nats "$runtime (= $version)" libc6 libnats
-    expect_files event-routing-nats doc/event-routing-nats/{changelog.gz,bridge.md}
+    expect_files event-routing-nats doc/event-routing-nats/{changelog.gz,bridge.md,bridge.schema.json}
 fi
 
 expect_files "$runtime" "doc/$runtime/changelog.gz"

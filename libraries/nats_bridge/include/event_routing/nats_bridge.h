@@ -124,6 +124,15 @@ struct bridge_options {
 /// options that no bridge can be made of.
 ZEL_EXPORT void check(const bridge_options& options);
 
+/// What would cross, in lines for people: each pattern with its kind, its direction and its
+/// subject, and the servers, without passwords. Throws what `check` throws.
+ZEL_EXPORT std::string describe(const bridge_options& options);
+
+/// Options from a JSON file, as docs/bridge.schema.json has it. Throws exceptions::error, which
+/// names the file and the member's place, for a file that cannot be read, a member that is unknown,
+/// missing or of another kind, and for what `check` throws.
+ZEL_EXPORT bridge_options read_configuration(const std::string& file);
+
 /// What has happened since the bridge was made.
 struct bridge_counts {
     std::uint64_t events_sent = 0;
