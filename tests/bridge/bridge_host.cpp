@@ -5,6 +5,7 @@
 // A line is a command and its arguments, each in hexadecimal digits ("-" for an empty one). Every
 // command is answered by lines in the same form, the last of which begins with "ok" or "failed".
 #include <event_routing/client.h>
+#include <event_routing/component_host.h>
 #include <event_routing/exceptions.h>
 #include <event_routing/nats_bridge.h>
 #include <framework/serialization/payload.h>
@@ -19,6 +20,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -143,6 +145,12 @@ public:
         add_command("answer", [this](const words& w) { answer(w[1], w[2]); });
         add_command("request", [this](const words& w) { request(w[1], w[2], w[3]); });
         add_command("end", [this](const words&) { bridge_.reset(); });
+        add_command("load", [this](const words& w) { components_.start(w[1]); });
+        add_command("unload", [this](const words& w) {
+            if (const auto end = components_.stop(w[1]); !end.is_unmapped)
+                throw exceptions::error(end.text());
+        });
+        add_command("flow", [this](const words& w) { flow(w[1]); });
     }
 
     int run() {
@@ -268,12 +276,24 @@ private:
         }
     }
 
+    // A number each millisecond, until the host ends.
+    void flow(const std::string& path) {
+        flow_ = std::jthread([this, path](const std::stop_token& end) {
+            for (int i = 0; !end.stop_requested(); ++i) {
+                send(path, std::to_string(i), "");
+                platform::sleep_for(platform::milliseconds(1));
+            }
+        });
+    }
+
     const std::shared_ptr<IModule> module_ = get_module();
     nats::bridge_options options_;
     journal journal_;
     std::map<std::string, std::function<void(const words&)>> commands_;
     std::vector<std::shared_ptr<tasklib::keep_registered>> handlers_;
     std::unique_ptr<nats::bridge> bridge_;
+    component_host components_;
+    std::jthread flow_;
 };
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "tests/bridge/host_process.h"
 
+#include <event_routing/nats_bridge.h>
+
 #include <sstream>
 
 namespace zel::event_routing::nats {
@@ -24,6 +26,14 @@ std::string from_hex(const std::string& digits) {
 }
 
 } // namespace
+
+words words_in(const std::string& line) {
+    std::istringstream in(line);
+    words entry;
+    for (std::string word; in >> word;)
+        entry.push_back(entry.empty() ? word : from_hex(word));
+    return entry;
+}
 
 std::string server_program() {
     static const std::string found = [] {
@@ -55,6 +65,11 @@ void server::kill() {
 host_process::host_process(const std::string& name, const server& from)
     : name_(name), program_({BRIDGE_HOST_PROGRAM, name, from.port()}) {}
 
+host_process::host_process(const std::string& name, const server& from,
+                           const std::string& configuration)
+    : name_(name), program_({"env", std::string(configuration_variable) + "=" + configuration,
+                             BRIDGE_HOST_PROGRAM, name, from.port()}) {}
+
 void host_process::begin(const words& command) {
     std::string line = command.front();
     for (std::size_t i = 1; i < command.size(); ++i)
@@ -65,10 +80,7 @@ void host_process::begin(const words& command) {
 std::vector<words> host_process::answer() {
     std::vector<words> lines;
     while (const auto line = program_.read_line(patience)) {
-        std::istringstream in(*line);
-        words entry;
-        for (std::string word; in >> word;)
-            entry.push_back(entry.empty() ? word : from_hex(word));
+        words entry = words_in(*line);
         if (entry.front() == "ok")
             return lines;
         if (entry.front() == "failed") {

@@ -35,10 +35,15 @@ private:
     std::unique_ptr<platform::piped_program> program_;
 };
 
+/// Of a line that a host has printed.
+words words_in(const std::string& line);
+
 /// bridge_host.cpp says what a host can be told.
 class host_process {
 public:
     host_process(const std::string& name, const server& from);
+    /// With a configuration for the bridge that it loads as a component.
+    host_process(const std::string& name, const server& from, const std::string& configuration);
 
     /// Gives a command; its answer is still to come.
     void begin(const words& command);

@@ -133,6 +133,10 @@ ZEL_EXPORT std::string describe(const bridge_options& options);
 /// missing or of another kind, and for what `check` throws.
 ZEL_EXPORT bridge_options read_configuration(const std::string& file);
 
+/// The environment variable that names the JSON file of a bridge which is loaded as a component
+/// (the library event_routing_bridge).
+inline constexpr const char* configuration_variable = "EVENT_ROUTING_BRIDGE_CONFIGURATION";
+
 /// What has happened since the bridge was made.
 struct bridge_counts {
     std::uint64_t events_sent = 0;
