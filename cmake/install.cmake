@@ -48,7 +48,7 @@ install(TARGETS ${installed_targets}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
     INCLUDES DESTINATION ${header_dir})
 
-# The program finds the libraries from where it lies, wherever the tree is moved to.
+# Programs find the libraries from where they lie, wherever the tree is moved to.
 file(RELATIVE_PATH libraries_from_programs
     /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
 set_target_properties(event_routing_inspect PROPERTIES
@@ -93,12 +93,20 @@ if(TARGET event_routing_nats)
         EXPORT event_routing-nats-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT nats
         INCLUDES DESTINATION ${header_dir})
+    install(TARGETS event_routing_bridge_component
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT nats)
+    set_target_properties(event_routing_bridge PROPERTIES
+        INSTALL_RPATH "$ORIGIN/${libraries_from_programs}")
+    install(TARGETS event_routing_bridge
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT nats)
     install(FILES libraries/nats_bridge/include/event_routing/nats_bridge.h
         DESTINATION ${header_dir}/event_routing COMPONENT nats)
     install(EXPORT event_routing-nats-targets
         NAMESPACE event_routing::
         DESTINATION ${package_dir} COMPONENT nats)
-    add_dependencies(event_routing_inspect event_routing_nats) # is all that `./dev package` builds
+    # Its target is all that `./dev package` builds.
+    add_dependencies(event_routing_inspect
+        event_routing_nats event_routing_bridge_component event_routing_bridge)
 endif()
 
 # Relative to the .pc file, so that an installed tree can be moved.

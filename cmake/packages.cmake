@@ -46,7 +46,8 @@ if(TARGET event_routing_nats)
     set(CPACK_COMPONENT_NATS_DESCRIPTION
         "A bridge that takes events and requests of event_routing to other processes and
 machines over NATS: the library, its header, the CMake target and the pkg-config module
-event_routing-nats.")
+event_routing-nats, the same as a component, and event_routing_bridge, a program
+that runs components and connects them.")
 endif()
 
 # Where the tools' libraries lie while they are packed.

@@ -87,7 +87,8 @@ expect_depends event-routing-tools "$runtime (= $version)" libc6 libfmt
 
 if ((has_bridge)); then
     expect_depends event-routing-nats "$runtime (= $version)" libc6 libnats
-    expect_files event-routing-nats doc/event-routing-nats/{changelog.gz,bridge.md,bridge.schema.json}
+    expect_files event-routing-nats doc/event-routing-nats/{changelog.gz,bridge.md,bridge.schema.json} \
+        man/man1/event_routing_bridge.1.gz
 fi
 
 expect_files "$runtime" "doc/$runtime/changelog.gz"
@@ -129,6 +130,20 @@ for command in "" list reach send watch; do
         [[ $manual == *"$option"* ]] || fail "the man page does not have $option of $command"
     done
 done
+
+if ((has_bridge)); then
+    unpack "$scratch/user" event-routing-nats
+    manual=$(gzip -dc "$scratch/user/usr/share/man/man1/event_routing_bridge.1.gz" | tr -d '\\')
+    for option in $("$scratch/user/usr/bin/event_routing_bridge" --help | grep -o -- '^  --[a-z]*'); do
+        [[ $manual == *"$option"* ]] || fail "the man page does not have $option of the bridge"
+    done
+    echo '{"realm": "a", "host": "b", "export_events": [{"pattern": "c"}]}' >"$scratch/bridge.json"
+    # The component is there, and ends although no server is.
+    EVENT_ROUTING_BRIDGE_CONFIGURATION=$scratch/bridge.json \
+        "$scratch/user/usr/bin/event_routing_inspect" list event_routing_bridge >"$scratch/listed" ||
+        fail "the packed bridge was not loaded, but ended with $?"
+    grep -q "^event" "$scratch/listed" || fail "the packed bridge has no handler: $(cat "$scratch/listed")"
+fi
 
 answer=$("$scratch/user/usr/bin/event_routing_inspect" send request greet \
     --payload '["you"]' "$scratch/libgreeter.so") || fail "the packed tool ended with $?"
