@@ -138,7 +138,7 @@ check "questions" 1 "$program" --ask word nothing WORD the --trace ../trace -- .
 word: 3 times in 2 files
            2  ./a.txt
            1  ./b.txt
-directory_index: Request 'index.lookup' was not processed. Routing parameters: word= text: 'nothing', number: 0
+directory_index: 'nothing': no text file has this word
 WORD: 3 times in 2 files
            2  ./a.txt
            1  ./b.txt
