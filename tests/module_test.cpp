@@ -32,15 +32,6 @@ TEST(Module, IsOneObjectHoweverItIsAskedFor) {
     EXPECT_THROW(lifetime->RegisterModule(module.get()), exceptions::fatal);
 }
 
-// The program is linked with the library, so it is not the loader's to end.
-TEST(Module, SurvivesALoaderThatGivesItBack) {
-    auto& loader = mi::loader();
-    const auto image = loader.load_dll("event_routing", mi::implementation_address());
-    EXPECT_EQ(image, platform::image_of(reinterpret_cast<const void*>(&CreateModuleRaw)));
-    EXPECT_FALSE(loader.free_dll(image));
-    EXPECT_NE(get_module(), nullptr);
-}
-
 TEST(Module, GivesQueuesThatTellTheirLengthAlsoToOtherLibraries) {
     const auto queue = get_event_routing(*get_module())->CreateTaskQueue();
     const auto* const room = tasklib::room_of(*queue);

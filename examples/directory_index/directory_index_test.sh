@@ -130,6 +130,7 @@ refused "'f.a': Not a directory" f.a
 
 refused "--trace needs a FILE; --help shows the usage" . --trace
 refused "'/nowhere/trace': No such file or directory" --trace /nowhere/trace .
+refused "'/dev/full': No space left on device" --trace /dev/full .
 
 refused "--ask needs a WORD; --help shows the usage" --ask -- .
 
@@ -216,13 +217,19 @@ await 'Words: 1 distinct, 1 in all, in 1 file'
 echo 'another word' >>tree/a.txt
 await 'Changed  tree/a.txt'
 await 'Words: 2 distinct, 3 in all, in 1 file'
-mkdir -p tree/new/deep && echo third >tree/new/deep/b.txt
+mkdir -p tree/new/deep tree/newer && echo third >tree/new/deep/b.txt
 await 'Words: 3 distinct, 4 in all, in 2 files'
 mv tree/new tree/moved
 await '* tree/moved/deep/b.txt'
 echo 'third fourth' >tree/moved/deep/b.txt
 await 'Changed  tree/moved/deep/b.txt'
 await 'Words: 4 distinct, 5 in all, in 2 files'
+: >tree/newer/c.txt # which only begins like what was moved
+await 'New      tree/newer/c.txt'
+chmod a-w tree/newer/c.txt
+await 'Changed  tree/newer/c.txt'
+rm -r tree/newer
+await 'Gone     tree/newer*'
 rm -r tree/moved
 await 'Gone     tree/moved*'
 await 'Words: 2 distinct, 3 in all, in 1 file'

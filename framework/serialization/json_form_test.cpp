@@ -1,9 +1,6 @@
 #include "framework/serialization/payload_test.h"
-#include "platform/src/watched_thread_test.h"
 
 #include <cmath>
-#include <functional>
-#include <thread>
 
 namespace zel::serialization {
 namespace {
@@ -138,45 +135,6 @@ TEST(JsonForm, KnowsAnEnumerationByNumberAndByName) {
               "Duplcate values are not supported");
     EXPECT_EQ(failure_of([&] { maps.Add(side(3), "left"); }), "Duplcate names are not supported");
     EXPECT_EQ(maps.EnumToJson(side(3)).size(), 1u) << "a refused entry leaves nothing behind";
-}
-
-enum class gated { open, closed };
-thread_local std::function<void()> when_compared;
-bool operator<(gated one, gated other) {
-    if (when_compared)
-        when_compared();
-    return static_cast<int>(one) < static_cast<int>(other);
-}
-
-} // namespace
-
-template <>
-struct enumeration<gated> {
-    static constexpr std::string_view name = "enum gated";
-    static constexpr std::pair<gated, std::string_view> values[] = {{gated::open, "open"},
-                                                                    {gated::closed, "closed"}};
-};
-
-namespace {
-
-TEST(JsonForm, ConvertsAnEnumerationOnSeveralThreadsAtOnce) {
-    text_of(gated::open); // now its names are there
-    platform::signal inside, go_on;
-    std::jthread slow([&] {
-        when_compared = [&] {
-            inside.set();
-            EXPECT_TRUE(go_on.comes());
-        };
-        text_of(gated::closed);
-    });
-    ASSERT_TRUE(inside.comes());
-    platform::signal converted;
-    std::jthread quick([&] {
-        text_of(gated::open);
-        converted.set();
-    });
-    EXPECT_TRUE(converted.comes()) << "while another conversion is under way";
-    go_on.set();
 }
 
 TEST(JsonForm, ReplacesBytesThatAreNotUtf8) {

@@ -1,5 +1,7 @@
 #include "framework/exceptions/exceptions.h"
 #include "framework/module_interface/loader.h"
+#include "framework/module_interface/neighbour_module.h"
+#include "generic/tasklib/src/tasks/task_library.h"
 #include "platform/src/watched_thread_test.h"
 #include "tests/support/scarce_memory.h"
 
@@ -103,10 +105,26 @@ TEST_F(DllLoader, KeepsWhatIsInUseAndRefusesToLoadItUntilItIsNot) {
     EXPECT_EQ(ends, 1);
 
     const auto again = load(library);
-    EXPECT_EQ(at_the_end(again, [] { ++ends; }), 1) << "mapped afresh";
-    use = std::make_unique<image_use>(again, handler, "a.b");
-    EXPECT_FALSE(loader().free_dll(again));
-    use.reset();
+    EXPECT_EQ(at_the_end(again, [] {}), 1) << "mapped afresh";
+    EXPECT_TRUE(loader().free_dll(again));
+}
+
+TEST_F(DllLoader, TellsObserversWhatKeepsALibraryThatItsUserGivesBack) {
+    std::string told;
+    const exception_observer observer([&](auto, auto arguments) {
+        told += std::string(reinterpret_cast<const char*>(arguments[1]), arguments[0]);
+    });
+    auto used = std::make_unique<zel::mi::loaded_library>(library);
+    // Only its image matters; it is not called.
+    const auto function = used->function<void(const std::exception_ptr&)>("fail_at_the_end");
+    auto& failures = zel::tasklib::get_tasks_module()->log_exception_function();
+    failures.set(function);
+    auto kept = failures.get();
+    failures.set({});
+    used.reset();
+    EXPECT_EQ(told, "The library " + library.string() +
+                        " stays mapped, because it is in use: function for failed tasks.");
+    kept.reset();
     EXPECT_EQ(loader().unload_all_kept(), 0U);
     EXPECT_FALSE(is_mapped());
 }

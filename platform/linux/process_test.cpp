@@ -19,12 +19,6 @@ namespace {
 using namespace zel::platform;
 using texts = std::vector<std::string>;
 
-TEST(Process, KnowsItsNumbersAfterAFork) {
-    EXPECT_TRUE(holds_in_a_child([] {
-        return process_id() == this_thread_id() && static_cast<pid_t>(process_id()) == getpid();
-    })) << "the child has kept its parent's numbers";
-}
-
 TEST(Process, CancelsAThreadInNoWaitOfThisLayerAndUnwindsItThroughTheGuard) {
     std::string log;
     watched_thread([&] {

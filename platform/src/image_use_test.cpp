@@ -51,26 +51,6 @@ TEST_F(ImageUse, OfACallableCountsForTheImageThatMadeIt) {
     EXPECT_EQ(uses_of(program), 0U) << "it is never unmapped";
 }
 
-TEST_F(ImageUse, IsWaitedForAtMostForTheGivenTime) {
-    auto first = std::make_unique<image_use>(library, "payload", "");
-    auto last = std::make_unique<image_use>(library, "payload", "");
-    EXPECT_FALSE(wait_until_unused(library, milliseconds(0)));
-    EXPECT_FALSE(wait_until_unused(library, milliseconds(1)));
-    std::atomic<int> let_go{0};
-    const auto wait = [&] { let_go += wait_until_unused(library, infinite); };
-    watched_thread waiting(wait);
-    watched_thread waiting_too(wait);
-    EXPECT_TRUE(waiting.falls_asleep());
-    EXPECT_TRUE(waiting_too.falls_asleep());
-    first.reset();
-    EXPECT_TRUE(waiting.falls_asleep()) << "one is left";
-    EXPECT_EQ(let_go, 0);
-    last.reset();
-    waiting.join();
-    waiting_too.join();
-    EXPECT_EQ(let_go, 2);
-}
-
 TEST_F(ImageUse, IsNotMissedWhileOthersComeAndGo) {
     std::atomic<bool> is_over{false};
     // Always at least one: each is made before the one before it ends.

@@ -93,7 +93,8 @@ unpack "$scratch/user" "$runtime" event-routing-tools
 documents=$scratch/development/usr/share/doc/libevent-routing-dev
 while IFS=: read -r document link; do
     target=${link#](}
-    [[ -e $(dirname "$document")/${target%%[)#]*} ]] || fail "a link in $document leads nowhere: $target"
+    target=${target%[)#]}
+    [[ -e $(dirname "$document")/$target ]] || fail "a link in $document leads nowhere: $target"
 done < <(grep -roE '\]\([[:alnum:]_./-]+\.md[)#]' "$documents")
 
 mkdir "$scratch/letters"

@@ -4,10 +4,14 @@
 #include "tests/reload/plugin.h"
 #include "tests/support/mapped_files.h"
 
+#include <framework/log/log_module.h>
 #include <framework/module_interface/loader.h>
+#include <platform/diagnostics.h>
 #include <platform/event.h>
 #include <platform/library_image.h>
 
+#include <atomic>
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -99,33 +103,42 @@ TEST_F(ComponentHost, LeavesNothingOfAComponentThatCannotStart) {
 }
 
 TEST_F(ComponentHost, TellsWhatKeepsALibraryAndRefusesToStartWhatHasEnded) {
-    platform::event inside{platform::reset_mode::manual, false};
+    std::atomic<std::size_t> inside{0};
     platform::event gate{platform::reset_mode::manual, false};
     const auto keeper = to.requests->RegisterRequestHandler(
         "gate", 0,
         [&](auto&&...) {
-            inside.set();
+            ++inside;
             return gate.wait();
         },
         "gate keeper");
     start();
-    std::jthread sending([&] { to.events->BroadcastEvent("slow", nullptr, {}, nullptr); });
-    inside.wait();
+    const auto log = [] { log::get_log_module()->Write({"gate", {}, {}, {}, {}, {}}); };
+    const std::vector<std::function<void()>> calls = {
+        [&] { to.events->BroadcastEvent("slow", nullptr, {}, nullptr); },
+        [] { serialization::get_bin_serialization_module()->CreateData("tried.data"); },
+        [] { platform::raise_text_report("text"); }, log};
+    std::vector<std::jthread> calling(calls.begin(), calls.end());
+    while (inside < calling.size())
+        std::this_thread::yield();
     auto kept = ask("keepsake");
 
     const auto end = stop(milliseconds(20));
     EXPECT_FALSE(end.is_unmapped);
     const auto refused = refusal([&] { start(); });
     for (const auto& text : {end.text(), refused}) {
-        EXPECT_NE(text.find("tried_plugin"), text.npos) << text;
-        EXPECT_NE(text.find("'slow' (is slow)"), text.npos) << text;
-        EXPECT_NE(text.find("'struct keepsake'"), text.npos) << text;
+        for (const char* use : {"tried_plugin", "'slow' (is slow)", "factory of data 'tried.data'",
+                                "diagnostic observer", "log sink", "'struct keepsake'"})
+            EXPECT_NE(text.find(use), text.npos) << use << " is not in " << text;
     }
     EXPECT_EQ(host.running(), strings());
     gate.set();
-    sending.join();
+    calling.clear(); // joins
     EXPECT_NE(refusal([&] { start(); }), "went well") << "somebody still keeps an answer";
+    std::weak_ptr only_weakly = kept->GetData();
     kept.reset();
+    EXPECT_NE(refusal([&] { start(); }), "went well") << "its memory was made by the plug-in";
+    only_weakly.reset();
     start();
     EXPECT_EQ(asked_before(), "0");
     EXPECT_TRUE(stop().is_unmapped);

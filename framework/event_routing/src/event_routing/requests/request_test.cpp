@@ -49,31 +49,6 @@ TEST_F(RequestRouting, FailuresNamePathParametersAndHandlers) {
     EXPECT_EQ(taken_notes(), "");
 }
 
-template <class Failure>
-void stays_whole_when_moved(Failure failure) {
-    const std::string text = failure.what();
-    Failure moved = std::move(failure);
-    moved = std::move(failure);
-    for (const Failure* one : {&failure, &moved}) {
-        EXPECT_EQ(one->what(), text);
-        EXPECT_EQ(one->path(), "a.b");
-        EXPECT_EQ(one->parameters().size(), 1u);
-        if constexpr (requires { one->data_type(); }) {
-            EXPECT_EQ(one->data_type(), "type");
-        }
-        if constexpr (requires { one->declined(); }) {
-            EXPECT_EQ(one->declined().size(), 1u);
-        }
-    }
-}
-
-TEST_F(RequestRouting, FailuresStayWholeWhenTheyAreMoved) {
-    const routing_parameters parameters{{"k", 1}};
-    stays_whole_when_moved(data_type_not_registered("Request", "a.b", parameters, "type"));
-    stays_whole_when_moved(request_was_not_processed("text", "a.b", parameters, {{1, "h", ""}}));
-    stays_whole_when_moved(multiple_request_handlers("text", "a.b", parameters));
-}
-
 TEST_F(RequestRouting, AnnouncesRegularHandlers) {
     cookie inside;
     const auto listener =

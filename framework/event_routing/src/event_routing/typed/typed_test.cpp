@@ -229,21 +229,5 @@ TEST_F(TypedHandlers, AreNamedByTheFailureOfARequestThatTheyDeclined) {
     EXPECT_EQ(declined().back(), (declined_handler{0, "fallback", ""}));
 }
 
-TEST_F(TypedHandlers, AreToldOfCumulativeEvents) {
-    using Changed = Event<std::string>;
-    const auto listener =
-        listen("file", Changed::SynchronousPart([&](auto& name, const message_head& head) {
-                   note(name + std::to_string(number_or(head.parameters,
-                                                        parameter::cumulative_event_count, 0)));
-                   running.set();
-                   return true;
-               }));
-    Changed::BroadcastCumulative(*events, std::chrono::milliseconds(500), "file", "first");
-    Changed::BroadcastCumulative(*events, std::chrono::hours(1), "file", "last");
-    pass_a_second();
-    EXPECT_TRUE(running.comes());
-    EXPECT_EQ(taken_notes(), "last2");
-}
-
 } // namespace
 } // namespace zel::event_routing::impl
