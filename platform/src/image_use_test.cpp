@@ -2,7 +2,6 @@
 
 #include <platform/image_use.h>
 
-#include <algorithm>
 #include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
@@ -17,25 +16,6 @@ class ImageUse : public testing::Test {
 protected:
     const image_handle library = image_of(reinterpret_cast<void*>(&this_thread_id));
 };
-
-TEST_F(ImageUse, IsCountedAndDescribedUntilItEnds) {
-    EXPECT_EQ(describe_uses(library, 9), std::vector<std::string>());
-    {
-        image_use handler(library, "handler of events", "a.b", "title bar");
-        const image_use sink(library, "log sink", "");
-        const image_use of_nothing;
-        EXPECT_EQ(uses_of(library), 2U);
-        auto lines = describe_uses(library, 9);
-        std::ranges::sort(lines);
-        EXPECT_EQ(lines,
-                  (std::vector<std::string>{"handler of events 'a.b' (title bar)", "log sink"}));
-        EXPECT_EQ(describe_uses(library, 1).size(), 1U);
-        handler.end();
-        handler.end();
-        EXPECT_EQ(describe_uses(library, 9), std::vector<std::string>{"log sink"});
-    }
-    EXPECT_EQ(uses_of(library), 0U);
-}
 
 TEST_F(ImageUse, OfACallableCountsForTheImageThatMadeIt) {
     const std::function<void()> own = [] {};
