@@ -28,6 +28,7 @@ public:
 
         const std::vector<int> alive = std::vector<int>(16, 7);
         std::atomic<bool> dropped{false}; // from outside, and the drop has returned
+        std::atomic<bool> ended{false};   // the same, of a drop that waits for all calls
     };
     const std::shared_ptr<owned> state = std::make_shared<owned>();
 
@@ -36,13 +37,13 @@ public:
         std::lock_guard inside(guard_);
         held_ = std::move(taken);
     }
-    /// False when it was dropped before. From inside, which waits for nobody, too.
-    bool drop() {
-        std::unique_lock inside(guard_);
-        auto mine = std::move(held_);
-        inside.unlock();
-        return mine != nullptr;
+    /// Null when it was dropped before.
+    cookie take() {
+        std::lock_guard inside(guard_);
+        return std::move(held_);
     }
+    /// False when it was dropped before. From inside, which waits for nobody, too.
+    bool drop() { return take() != nullptr; }
 
 private:
     std::mutex guard_;
