@@ -3,6 +3,8 @@
 #include "framework/module_interface/neighbour_module.h"
 #include "generic/tasklib/src/tasks/task_library.h"
 #include "platform/src/watched_thread_test.h"
+#include "tests/support/failure_of.h"
+#include "tests/support/mapped_files.h"
 #include "tests/support/scarce_memory.h"
 
 #include <platform/diagnostics.h>
@@ -40,18 +42,9 @@ protected:
         const auto tell = reinterpret_cast<int (*)(void (*)())>(find_function(image, "at_the_end"));
         return tell(action);
     }
-    bool is_mapped() const {
-        const auto found = find_mapped_library(library);
-        unload_library(found);
-        return found != image_handle::none;
-    }
+    static bool is_mapped() { return zel::test::is_mapped("libending.so"); }
     std::string refusal() const {
-        try {
-            load(library);
-        } catch (const error& failure) {
-            return failure.what();
-        }
-        return "loaded";
+        return zel::test::failure_of([&] { load(library); });
     }
 
     const fs::path own =

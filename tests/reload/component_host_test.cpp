@@ -1,7 +1,7 @@
 #include <event_routing/component_host.h>
 
-#include "framework/exceptions/exceptions.h"
 #include "tests/reload/plugin.h"
+#include "tests/support/failure_of.h"
 #include "tests/support/mapped_files.h"
 
 #include <framework/log/log_module.h>
@@ -28,16 +28,6 @@ protected:
     }
     stopped_library stop(milliseconds longest = component_host::patience) {
         return host.stop("tried_plugin", longest);
-    }
-
-    template <class Action>
-    static std::string refusal(const Action& action) {
-        try {
-            action();
-        } catch (const exceptions::error& failure) {
-            return failure.what();
-        }
-        return "went well";
     }
 
     request_answer ask(const std::string& path) {
@@ -78,7 +68,7 @@ TEST_F(ComponentHost, StopsTheLatestFirstAndLoadsAnew) {
     EXPECT_FALSE(is_there());
     EXPECT_EQ(host.running(), strings());
     EXPECT_EQ(ended, (strings{"second", "first", "second", "first"}));
-    EXPECT_EQ(refusal([&] { stop(); }), "There is no component of the library tried_plugin.");
+    EXPECT_EQ(failure_of([&] { stop(); }), "There is no component of the library tried_plugin.");
     {
         component_host other;
         other.start("tried_plugin");
@@ -89,13 +79,14 @@ TEST_F(ComponentHost, StopsTheLatestFirstAndLoadsAnew) {
 
 TEST_F(ComponentHost, LeavesNothingOfAComponentThatCannotStart) {
     const std::string begin = "The component tried_plugin could not be started: ";
-    EXPECT_EQ(refusal([&] { start("start_failing"); }), begin + "no paper");
+    EXPECT_EQ(failure_of([&] { start("start_failing"); }), begin + "no paper");
     EXPECT_EQ(ended, strings{"failed"});
-    EXPECT_EQ(refusal([&] { start("start_nothing"); }), begin + "it gave the host nothing to hold");
+    EXPECT_EQ(failure_of([&] { start("start_nothing"); }),
+              begin + "it gave the host nothing to hold");
     EXPECT_TRUE(
-        refusal([&] { start("none"); }).ends_with("libtried_plugin.so does not export none."));
+        failure_of([&] { start("none"); }).ends_with("libtried_plugin.so does not export none."));
     EXPECT_FALSE(is_there());
-    EXPECT_TRUE(refusal([&] {
+    EXPECT_TRUE(failure_of([&] {
                     host.start("no_plugin");
                 }).starts_with("The library no_plugin could not be loaded: "));
     EXPECT_EQ(host.running(), strings());
@@ -124,7 +115,7 @@ TEST_F(ComponentHost, TellsWhatKeepsALibraryAndRefusesToStartWhatHasEnded) {
 
     const auto end = stop(milliseconds(20));
     EXPECT_FALSE(end.is_unmapped);
-    const auto refused = refusal([&] { start(); });
+    const auto refused = failure_of([&] { start(); });
     for (const auto& text : {end.text(), refused}) {
         for (const char* use : {"tried_plugin", "'slow' (is slow)", "factory of data 'tried.data'",
                                 "diagnostic observer", "log sink", "'struct keepsake'"})
@@ -133,10 +124,10 @@ TEST_F(ComponentHost, TellsWhatKeepsALibraryAndRefusesToStartWhatHasEnded) {
     EXPECT_EQ(host.running(), strings());
     gate.set();
     calling.clear(); // joins
-    EXPECT_NE(refusal([&] { start(); }), "went well") << "somebody still keeps an answer";
+    EXPECT_NE(failure_of([&] { start(); }), "") << "somebody still keeps an answer";
     std::weak_ptr only_weakly = kept->GetData();
     kept.reset();
-    EXPECT_NE(refusal([&] { start(); }), "went well") << "its memory was made by the plug-in";
+    EXPECT_NE(failure_of([&] { start(); }), "") << "its memory was made by the plug-in";
     only_weakly.reset();
     start();
     EXPECT_EQ(asked_before(), "0");
@@ -148,7 +139,7 @@ TEST_F(ComponentHost, LeavesALibraryToOthersThatHoldIt) {
     start();
     component_host other;
     other.start("tried_plugin", "start_second");
-    const auto refused = refusal([&] { host.reload("tried_plugin", milliseconds(0)); });
+    const auto refused = failure_of([&] { host.reload("tried_plugin", milliseconds(0)); });
     EXPECT_NE(refused.find("tried_plugin"), refused.npos) << refused;
     EXPECT_TRUE(refused.ends_with("because others have loaded it, too.")) << refused;
     EXPECT_EQ(ended, strings{"first"});
