@@ -147,6 +147,15 @@ directory_index: 'the': stands nearly everywhere and is not looked up
 TEXT
 same_with_ui --ask word nothing WORD the -- .
 [[ $(grep -c '"answered_by":"word index"' trace) == 2 ]] || fail "requests are not in the trace"
+# Spans end where they have begun, and asynchronous parts are tied to their broadcasts.
+jq -e '.traceEvents | [.[] | select(.ph == "b" or .ph == "e")] as $ends
+    | [.[] | select(.ph == "M").tid] as $named
+    | [.[] | select(.ph == "X" and .cat == "asynchronous").args.message | tostring] as $later
+    | ($later | length > 2) and $later - [$ends[].id] == [] and [.[].tid] - $named == []
+    and all(range(0; $ends | length; 2); $ends[.] as $b | $ends[. + 1] as $e |
+        $b.ph == "b" and $e.ph == "e" and $b.id == $e.id and $b.cat == $e.cat and $b.ts <= $e.ts)
+    and all(.[] | select(.ph == "X" and (.cat | endswith("synchronous"))); .args.level > 0)' \
+    trace >/dev/null || fail "the events of the trace do not fit together: $(<trace)"
 check "answers of the cache" 0 "$program" . --ask other other --trace ../trace <<'TEXT'
 other: 1 time in 1 file
            1  ./a.txt
@@ -219,6 +228,11 @@ await 'Changed  tree/a.txt'
 await 'Words: 2 distinct, 3 in all, in 1 file'
 mkdir -p tree/new/deep tree/newer && echo third >tree/new/deep/b.txt
 await 'Words: 3 distinct, 4 in all, in 2 files'
+deadline=$((SECONDS + 60)) # what is written just now may be there in part
+until jq . trace >/dev/null 2>&1; do
+    ((SECONDS < deadline)) || { fail "the trace is no JSON while the program runs"; break; }
+    sleep 0.02
+done
 mv tree/new tree/moved
 await '* tree/moved/deep/b.txt'
 echo 'third fourth' >tree/moved/deep/b.txt
