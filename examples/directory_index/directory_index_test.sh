@@ -93,13 +93,31 @@ same_with_ui .
 rm -r tree && mkdir tree tree/empty && ln -s tree linked
 check "empty folder through a link" 0 "$program" ../linked <<<'Total: 0 files, 0 B (0 bytes)'
 
-mkdir tree/{sub,build,.git} && touch tree/{a.txt,a.swp,build/a.o,.git/config,sub/b.txt,sub/b.swp}
-printf '%s\n' /build/ '*.swp' '!a.swp' >tree/.gitignore
-check "what .gitignore names" 0 bash -c '"$1" --gitignore . | grep " \./"' bash "$program" <<'TEXT'
-directory_index: passes over '!a.swp' in .gitignore; --help says what it takes
-        21 B  ./.gitignore
-         0 B  ./a.txt
-         0 B  ./sub/b.txt
+# The first files are left out, the others are not.
+(
+    cd tree && mkdir -p build .git .cache sub/.cache/deep sub/{build,doc} doc/sub a/b
+    for file in build/x .git/config .cache/x sub/.cache/deep/x {a,sub/}.swp doc/a.pdf abc axbxbxc \
+        sub/a.o sub/build/x doc/.cache swp a.swp.txt a.pdf doc/sub/a.pdf sub/doc/a.pdf abcd a/b/c ab.o
+    do echo word >"$file"; done
+    printf '%s\n' '# build' '' /build/ $'*.swp  \r' .cache/ 'doc/*.pdf' 'a*b*c' '?.o' \
+        '!kept.swp' '[ab]' '**/x' '\#' >.gitignore
+)
+check "what .gitignore names" 0 bash -c '"$1" --gitignore --ask word -- . | grep -o " \./.*" | LC_ALL=C sort' \
+    bash "$program" <<'TEXT'
+directory_index: passes over '!kept.swp' in .gitignore; --help says what it takes
+directory_index: passes over '[ab]' in .gitignore; --help says what it takes
+directory_index: passes over '**/x' in .gitignore; --help says what it takes
+directory_index: passes over '\\#' in .gitignore; --help says what it takes
+ ./a.pdf
+ ./a.swp.txt
+ ./a/b/c
+ ./ab.o
+ ./abcd
+ ./doc/.cache
+ ./doc/sub/a.pdf
+ ./sub/build/x
+ ./sub/doc/a.pdf
+ ./swp
 TEXT
 rm -r tree && mkdir tree
 

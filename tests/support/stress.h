@@ -4,7 +4,6 @@
 
 #include <tasklib/keep_registered.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -50,16 +49,19 @@ private:
     cookie held_;
 };
 
+/// How long a stress test goes on at least: as EVENT_ROUTING_STRESS_SECONDS says, if it does.
+inline std::chrono::seconds stress_time(int otherwise) {
+    const char* const text = std::getenv("EVENT_ROUTING_STRESS_SECONDS");
+    return std::chrono::seconds(text ? std::atoi(text) : otherwise);
+}
+
 class commotion {
 public:
     virtual ~commotion() = default;
 
-    /// Runs on several threads for a few seconds, or for as many as
-    /// EVENT_ROUTING_STRESS_SECONDS says, and until everything has happened.
+    /// Runs on several threads for a few seconds and until everything has happened.
     void run(unsigned seed = 1) {
-        const char* const text = std::getenv("EVENT_ROUTING_STRESS_SECONDS");
-        const auto end = std::chrono::steady_clock::now() +
-                         std::chrono::seconds(text ? std::max(1, std::atoi(text)) : 3);
+        const auto end = std::chrono::steady_clock::now() + stress_time(3);
         std::vector<std::jthread> running;
         for (unsigned thread = 0; thread < 4; ++thread)
             running.emplace_back([=, this] {
