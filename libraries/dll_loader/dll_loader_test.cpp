@@ -90,10 +90,12 @@ TEST_F(DllLoader, KeepsWhatIsInUseAndRefusesToLoadItUntilItIsNot) {
     EXPECT_EQ(loader().unload_all_kept(), 1U);
     EXPECT_FALSE(loader().unload_kept(image, milliseconds(1)));
 
-    watched_thread waiting([&] { EXPECT_TRUE(loader().unload_kept(image, infinite)); });
-    EXPECT_TRUE(waiting.falls_asleep());
+    const auto wait = [&] { EXPECT_TRUE(loader().unload_kept(image, infinite)); };
+    watched_thread waiting(wait), waiting_too(wait);
+    EXPECT_TRUE(waiting.falls_asleep() && waiting_too.falls_asleep());
     use.reset();
     waiting.join();
+    waiting_too.join();
     EXPECT_FALSE(is_mapped());
     EXPECT_EQ(ends, 1);
 
