@@ -163,21 +163,15 @@ TEST(JsonText, IsOneStrictDocument) {
         EXPECT_EQ(failure_of([&] { json_from_text(huge); }), overflow) << huge;
     for (const char* small : {"1e-400", R"("a \"1e400")"})
         EXPECT_EQ(failure_of([&] { json_from_text(small); }), "");
-    // The reader's own words for these look as if a huge number were meant.
-    const char* const other_faults[] = {"[1e400, x]", "[1e400", R"(["1e400' is not a number.)",
-                                        R"({"1e400' is not a number.": 1, 2})"};
-    for (const char* wrong : other_faults)
-        EXPECT_EQ(failure_of([&] {
-                      json_from_text(wrong);
-                  }).find("zel::serialization: Not a JSON document: "),
-                  0u)
-            << wrong;
-    for (const char* wrong : {"", "{", "1 2", "[1,]", "{\"a\":1,\"a\":2}", "// c\n1", "nan"})
-        EXPECT_EQ(failure_of([&] {
-                      json_from_text(wrong);
-                  }).find("zel::serialization: Not a JSON document: "),
-                  0u)
-            << wrong;
+    const char* const wrong_documents[] = {
+        "", "{", "1 2", "[1,]", "{\"a\":1,\"a\":2}", "// c\n1", "nan",
+        // The reader's own words for these look as if a huge number were meant.
+        "[1e400, x]", "[1e400", R"(["1e400' is not a number.)",
+        R"({"1e400' is not a number.": 1, 2})"};
+    for (const char* wrong : wrong_documents) {
+        const std::string failure = failure_of([&] { json_from_text(wrong); });
+        EXPECT_TRUE(failure.starts_with("zel::serialization: Not a JSON document: ")) << wrong;
+    }
 }
 
 TEST(JsonText, GoesNoDeeperThanItsLimitInEitherDirectionAndDestroysAnyDepth) {
