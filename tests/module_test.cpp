@@ -79,18 +79,12 @@ TEST(Module, RecognisesTypedHandlersOfItsClients) {
     }
 }
 
-TEST(Module, ThrowsWhatClientsCatchByType) {
+TEST(Module, RefusesBytesThatAreNoParameters) {
     const auto module = get_module();
     const auto bytes = module->SerializeRoutingParameters({{"a", 1}});
     EXPECT_EQ(module->DeserializeRoutingParameters(nullptr, 0), routing_parameters());
     EXPECT_THROW(module->DeserializeRoutingParameters(bytes.data(), 1), exceptions::error);
     EXPECT_THROW(module->DeserializeRoutingParameters(nullptr, 1), exceptions::error);
-    request_answer response, error_response;
-    EXPECT_THROW(
-        get_request_routing(*module)->SendRequest("a", nullptr, response, error_response, {}),
-        request_was_not_processed);
-    EXPECT_NO_THROW(
-        get_snowball_routing(*module)->SendSnowball("a", nullptr, response, error_response, {}));
 }
 
 } // namespace
