@@ -32,7 +32,7 @@ endforeach()
 install(FILES README.md CONTRIBUTING.md CHANGELOG.md
     DESTINATION ${development_doc} COMPONENT development)
 install(DIRECTORY docs DESTINATION ${development_doc} COMPONENT development
-    FILES_MATCHING PATTERN "*.md")
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.schema.json")
 install(FILES docs/inspect.md DESTINATION ${tools_doc} COMPONENT tools)
 if(TARGET event_routing_nats)
     install(FILES docs/bridge.md docs/bridge.schema.json DESTINATION ${nats_doc} COMPONENT nats)

@@ -1,6 +1,7 @@
 // The bridge as a component that a host loads.
 #include "tests/bridge/host_process.h"
 
+#include <cstdio>
 #include <fstream>
 
 namespace zel::event_routing::nats {
@@ -13,7 +14,7 @@ TEST(BridgeComponent, IsUnloadedAndLoadedAgainInTrafficAndDoublesNothing) {
     REQUIRE_NATS_SERVER();
     server server;
     server.start();
-    const std::string file = testing::TempDir() + "event_routing_component_test.json";
+    const std::string file = testing::TempDir() + "bridge_on_" + server.port() + ".json";
     std::ofstream(file) << R"({"realm": "test", "host": "loading", "servers": ["nats://127.0.0.1:)"
                         << server.port() << R"("], "export_events": [{"pattern": "b"}],
                             "import_events": [{"pattern": "a"}]})";
@@ -27,15 +28,13 @@ TEST(BridgeComponent, IsUnloadedAndLoadedAgainInTrafficAndDoublesNothing) {
     staying.tell({"ready"});
     staying.tell({"flow", "a"});
     loading.tell({"flow", "b"});
-    std::size_t seen = 0;
-    std::size_t staying_seen = 0;
     for (int i = 0; i < 8; ++i) {
+        const auto loading_saw = loading.journal("seen").size();
+        const auto staying_saw = staying.journal("seen").size();
         loading.tell(load);
-        loading.tell({"await", "seen", std::to_string(seen + 20)});
-        staying.tell({"await", "seen", std::to_string(staying_seen + 20)});
+        loading.tell({"await", "seen", std::to_string(loading_saw + 20)});
+        staying.tell({"await", "seen", std::to_string(staying_saw + 20)});
         loading.tell(unload);
-        seen = loading.journal("seen").size();
-        staying_seen = staying.journal("seen").size();
     }
     for (auto* host : {&loading, &staying}) {
         int latest = -1;
@@ -45,6 +44,7 @@ TEST(BridgeComponent, IsUnloadedAndLoadedAgainInTrafficAndDoublesNothing) {
         }
         EXPECT_EQ(host->end(), 0);
     }
+    std::remove(file.c_str());
 }
 
 TEST(BridgeComponent, DoesNotStartWithoutAConfigurationAndSaysWhichVariableAndFile) {
@@ -60,9 +60,8 @@ TEST(BridgeComponent, DoesNotStartWithoutAConfigurationAndSaysWhichVariableAndFi
                               "environment variable EVENT_ROUTING_BRIDGE_CONFIGURATION";
     EXPECT_EQ(failure_of_loading(""),
               begin + ", which names the configuration of the bridge, is not set.");
-    EXPECT_EQ(failure_of_loading("/no/file.json"),
-              begin + ": The configuration /no/file.json: it cannot be read: No such file or "
-                      "directory");
+    EXPECT_EQ(failure_of_loading("/no/file.json").find(begin + ": The configuration /no/file.json"),
+              0U);
 }
 
 } // namespace

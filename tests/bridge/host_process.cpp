@@ -25,6 +25,12 @@ std::string from_hex(const std::string& digits) {
     return text;
 }
 
+std::string variable_set_to(const std::string& configuration) {
+    std::string setting = configuration_variable;
+    setting += '=';
+    return setting += configuration;
+}
+
 } // namespace
 
 words words_in(const std::string& line) {
@@ -67,8 +73,8 @@ host_process::host_process(const std::string& name, const server& from)
 
 host_process::host_process(const std::string& name, const server& from,
                            const std::string& configuration)
-    : name_(name), program_({"env", std::string(configuration_variable) + "=" + configuration,
-                             BRIDGE_HOST_PROGRAM, name, from.port()}) {}
+    : name_(name),
+      program_({"env", variable_set_to(configuration), BRIDGE_HOST_PROGRAM, name, from.port()}) {}
 
 void host_process::begin(const words& command) {
     std::string line = command.front();

@@ -105,7 +105,7 @@ while IFS=: read -r document link; do
     target=${link#](}
     target=${target%[)#]}
     [[ -e $(dirname "$document")/$target ]] || fail "a link in $document leads nowhere: $target"
-done < <(grep -roE '\]\([[:alnum:]_./-]+\.md[)#]' "$documents")
+done < <(grep -roE '\]\([[:alnum:]_./-]+\.(md|json)[)#]' "$documents")
 
 mkdir "$scratch/letters"
 block cpp "#include <event_routing/client.h>" >"$scratch/letters/main.cpp"

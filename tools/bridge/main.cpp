@@ -21,8 +21,12 @@ using zel::platform::interrupt_watch;
 
 enum exit_code { done = 0, failed = 1, bad_request = 2 };
 
-int complain(exit_code code, const std::string& text) {
+void say(const std::string& text) {
     std::fprintf(stderr, "event_routing_bridge: %s\n", inspect::printable_message(text).c_str());
+}
+
+int complain(exit_code code, const std::string& text) {
+    say(text);
     return code;
 }
 
@@ -36,7 +40,7 @@ void wait_until_ready(nats::bridge& bridge, zel::platform::event& end) {
             return;
         }
         if (looks == soon)
-            complain(failed, "there is no connection to a server yet; it is looked for further on");
+            say("there is no connection to a server yet; it is looked for further on");
     }
 }
 
