@@ -44,8 +44,8 @@ if(TARGET event_routing_nats)
     set(CPACK_DEBIAN_NATS_PACKAGE_SHLIBDEPS ON)
     set(CPACK_DEBIAN_NATS_PACKAGE_DEPENDS "${exact_runtime}")
     set(CPACK_COMPONENT_NATS_DESCRIPTION
-        "A bridge that takes events and requests of event_routing to other processes and
-machines over NATS: the library, its header, the CMake target and the pkg-config module
+        "A bridge that takes events, requests and snowballs of event_routing to other
+processes and machines over NATS: the library, its header, the CMake target and the pkg-config module
 event_routing-nats.")
 endif()
 

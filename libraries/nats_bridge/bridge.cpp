@@ -57,7 +57,9 @@ bridge_body::bridge_body(bridge_options checked)
               }),
       event_export_(options_, origin_, *module_, events_, wake_export_, lost_, counts_) {
     const auto failure = platform::guarded([&] {
-        if (!options_.ask_requests.empty() || !options_.serve_requests.empty())
+        if (!options_.ask_requests.empty() || !options_.serve_requests.empty() ||
+            !options_.send_snowballs.empty() || !options_.serve_snowballs.empty() ||
+            !options_.expected_hosts.empty())
             requests_ =
                 std::make_unique<requests>(options_, origin_, *module_, changed_, tasks_, counts_);
         if (requests_)
