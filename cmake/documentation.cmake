@@ -31,5 +31,6 @@ install(DIRECTORY docs DESTINATION ${development_doc} COMPONENT development
     FILES_MATCHING PATTERN "*.md")
 install(FILES docs/inspect.md DESTINATION ${tools_doc} COMPONENT tools)
 if(TARGET event_routing_nats)
-    install(FILES docs/bridge.md DESTINATION ${nats_doc} COMPONENT nats)
+    install(FILES docs/bridge.md docs/bridge.schema.json
+        DESTINATION ${nats_doc} COMPONENT nats)
 endif()

@@ -95,10 +95,16 @@ if(TARGET event_routing_nats)
         INCLUDES DESTINATION ${header_dir})
     install(FILES libraries/nats_bridge/include/event_routing/nats_bridge.h
         DESTINATION ${header_dir}/event_routing COMPONENT nats)
+    set_target_properties(event_routing_bridge PROPERTIES
+        INSTALL_RPATH "$ORIGIN/${libraries_from_programs}")
+    install(TARGETS event_routing_bridge event_routing_nats_component
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT nats
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT nats)
     install(EXPORT event_routing-nats-targets
         NAMESPACE event_routing::
         DESTINATION ${package_dir} COMPONENT nats)
-    add_dependencies(event_routing_inspect event_routing_nats) # is all that `./dev package` builds
+    add_dependencies(event_routing_inspect # is all that `./dev package` builds
+        event_routing_bridge event_routing_nats_component)
 endif()
 
 # Relative to the .pc file, so that an installed tree can be moved.

@@ -46,7 +46,7 @@ if(TARGET event_routing_nats)
     set(CPACK_COMPONENT_NATS_DESCRIPTION
         "A bridge that takes events, requests and snowballs of event_routing to other
 processes and machines over NATS: the library, its header, the CMake target and the pkg-config module
-event_routing-nats.")
+event_routing-nats, a component, and the program event_routing_bridge.")
 endif()
 
 # Where the tools' libraries lie while they are packed.

@@ -128,6 +128,10 @@ void piped_program::kill() {
     signal(SIGKILL);
 }
 
+void piped_program::interrupt() {
+    signal(SIGINT);
+}
+
 void piped_program::suspend() {
     signal(SIGSTOP);
     int status = 0; // until all its threads have stopped

@@ -30,6 +30,8 @@ public:
     std::optional<std::string> read_line(milliseconds limit);
 
     void kill();
+    /// Asks it to end, as Ctrl-C does.
+    void interrupt();
     void suspend();
     void resume();
     /// Its exit code, or 128 and the number of the signal that ended it.

@@ -5,6 +5,7 @@
 // A line is a command and its arguments, each in hexadecimal digits ("-" for an empty one). Every
 // command is answered by lines in the same form, the last of which begins with "ok" or "failed".
 #include <event_routing/client.h>
+#include <event_routing/component_host.h>
 #include <event_routing/exceptions.h>
 #include <event_routing/nats_bridge.h>
 #include <framework/serialization/payload.h>
@@ -151,6 +152,11 @@ public:
         });
         add_command("add", [this](const words& w) { add(w[1], w[2]); });
         add_command("snowball", [this](const words& w) { snowball(w[1], w[2]); });
+        add_command("load", [this](const words& w) { components_.start(w[1]); });
+        add_command("unload", [this](const words& w) {
+            if (const auto end = components_.stop(w[1]); !end.is_unmapped)
+                throw exceptions::error(end.text());
+        });
         add_command("end", [this](const words&) { bridge_.reset(); });
     }
 
@@ -317,6 +323,7 @@ private:
     std::map<std::string, std::function<void(const words&)>> commands_;
     std::vector<std::shared_ptr<tasklib::keep_registered>> handlers_;
     std::unique_ptr<nats::bridge> bridge_;
+    component_host components_;
 };
 
 } // namespace

@@ -87,7 +87,8 @@ expect_depends event-routing-tools "$runtime (= $version)" libc6 libfmt
 
 if ((has_bridge)); then
     expect_depends event-routing-nats "$runtime (= $version)" libc6 libnats
-    expect_files event-routing-nats doc/event-routing-nats/{changelog.gz,bridge.md}
+    expect_files event-routing-nats \
+        doc/event-routing-nats/{changelog.gz,bridge.md,bridge.schema.json}
 fi
 
 expect_files "$runtime" "doc/$runtime/changelog.gz"
@@ -97,6 +98,7 @@ expect_files event-routing-tools doc/event-routing-tools/{changelog.gz,inspect.m
 
 unpack "$scratch/development" "$runtime" libevent-routing-dev
 unpack "$scratch/user" "$runtime" event-routing-tools
+((!has_bridge)) || unpack "$scratch/user" event-routing-nats
 
 mkdir "$scratch/letters"
 block cpp "#include <event_routing/client.h>" >"$scratch/letters/main.cpp"
@@ -133,3 +135,10 @@ done
 answer=$("$scratch/user/usr/bin/event_routing_inspect" send request greet \
     --payload '["you"]' "$scratch/libgreeter.so") || fail "the packed tool ended with $?"
 [[ $answer == *'["Hello you",[]]'* ]] || fail "the packed tool printed: $answer"
+
+if ((has_bridge)); then
+    echo '{"realm": "a", "host": "b", "export_events": [{"pattern": "c.*"}]}' >"$scratch/bridge.json"
+    answer=$("$scratch/user/usr/bin/event_routing_bridge" --config "$scratch/bridge.json" --check) ||
+        fail "the packed bridge ended with $?"
+    [[ $answer == *"exports events   c.*" ]] || fail "the packed bridge printed: $answer"
+fi

@@ -143,6 +143,11 @@ struct bridge_options {
 /// options that no bridge can be made of.
 ZEL_EXPORT void check(const bridge_options& options);
 
+/// The options of a JSON document, which docs/bridge.schema.json describes. Throws
+/// exceptions::error for a text that is none, for a member that does not exist or has a value of
+/// another type, with its place, and what `check` throws.
+ZEL_EXPORT bridge_options options_from_json(const std::string& text);
+
 /// What has happened since the bridge was made.
 struct bridge_counts {
     std::uint64_t events_sent = 0;
