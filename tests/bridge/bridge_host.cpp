@@ -152,6 +152,9 @@ public:
         });
         add_command("add", [this](const words& w) { add(w[1], w[2]); });
         add_command("snowball", [this](const words& w) { snowball(w[1], w[2]); });
+        add_command("drain", [this](const words& w) {
+            options_.drain_limit = std::chrono::milliseconds(std::stoi(w[1]));
+        });
         add_command("load", [this](const words& w) { components_.start(w[1]); });
         add_command("unload", [this](const words& w) {
             if (const auto end = components_.stop(w[1]); !end.is_unmapped)
