@@ -44,10 +44,10 @@ if(TARGET event_routing_nats)
     set(CPACK_DEBIAN_NATS_PACKAGE_SHLIBDEPS ON)
     set(CPACK_DEBIAN_NATS_PACKAGE_DEPENDS "${exact_runtime}")
     set(CPACK_COMPONENT_NATS_DESCRIPTION
-        "A bridge that takes events and requests of event_routing to other processes and
-machines over NATS: the library, its header, the CMake target and the pkg-config module
-event_routing-nats, the same as a component, and event_routing_bridge, a program
-that runs components and connects them.")
+        "A bridge that takes events, requests and snowballs of event_routing to other
+processes and machines over NATS: the library, its header, the CMake target and the
+pkg-config module event_routing-nats, the same as a component, and
+event_routing_bridge, a program that runs components and connects them.")
 endif()
 
 # Where the tools' libraries lie while they are packed.

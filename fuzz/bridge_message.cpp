@@ -53,5 +53,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     check_envelope<answer_envelope>({data, size});
     check_envelope<clock_envelope>({data, size});
     check_envelope<claim_envelope>({data, size});
+    check_envelope<hello_envelope>({data, size});
     return 0;
 }

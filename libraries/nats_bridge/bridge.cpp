@@ -29,6 +29,13 @@ public:
     bridge_body(const bridge_body&) = delete;
     bridge_body& operator=(const bridge_body&) = delete;
 
+    bool wait_until_ready(platform::milliseconds limit);
+    const std::string& origin() const noexcept { return origin_; }
+    bridge_counts counts() const noexcept { return counts_.read(); }
+
+private:
+    void end(platform::milliseconds limit);
+
     const bridge_options options_;
     const std::string origin_;
     const std::shared_ptr<IModule> module_;
@@ -41,9 +48,6 @@ public:
     connection events_;
     event_export event_export_;
     std::unique_ptr<requests> requests_; // null where none cross
-
-private:
-    void end(platform::milliseconds limit);
 };
 
 bridge_body::bridge_body(bridge_options checked)
@@ -57,7 +61,9 @@ bridge_body::bridge_body(bridge_options checked)
               }),
       event_export_(options_, origin_, *module_, events_, wake_export_, lost_, counts_) {
     const auto failure = platform::guarded([&] {
-        if (!options_.ask_requests.empty() || !options_.serve_requests.empty())
+        if (!options_.ask_requests.empty() || !options_.serve_requests.empty() ||
+            !options_.send_snowballs.empty() || !options_.serve_snowballs.empty() ||
+            !options_.expected_hosts.empty())
             requests_ =
                 std::make_unique<requests>(options_, origin_, *module_, changed_, tasks_, counts_);
         if (requests_)
@@ -83,29 +89,32 @@ void bridge_body::end(platform::milliseconds limit) {
     event_import_.end();
 }
 
+bool bridge_body::wait_until_ready(platform::milliseconds limit) {
+    const auto end = clock::now() + limit;
+    while (!events_.flush(left_until(end)) ||
+           (requests_ && !requests_->is_ready(left_until(end)))) {
+        if (left_until(end).count() == 0)
+            return false;
+        changed_.wait(left_until(end));
+    }
+    return true;
+}
+
 bridge::bridge(bridge_options options)
     : body_((check(options), std::make_unique<bridge_body>(std::move(options)))) {}
 
 bridge::~bridge() = default;
 
 bool bridge::wait_until_ready(std::chrono::milliseconds limit) {
-    const auto end = clock::now() + limit;
-    auto& events = body_->events_;
-    auto* const requests = body_->requests_.get();
-    while (!events.flush(left_until(end)) || (requests && !requests->is_ready(left_until(end)))) {
-        if (left_until(end).count() == 0)
-            return false;
-        body_->changed_.wait(left_until(end));
-    }
-    return true;
+    return body_->wait_until_ready(limit);
 }
 
 const std::string& bridge::origin() const noexcept {
-    return body_->origin_;
+    return body_->origin();
 }
 
 bridge_counts bridge::counts() const {
-    return body_->counts_.read();
+    return body_->counts();
 }
 
 } // namespace zel::event_routing::nats

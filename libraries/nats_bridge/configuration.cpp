@@ -14,7 +14,9 @@ const std::vector<std::pair<const char*, full_row>>& names_of() {
 template <>
 const std::vector<std::pair<const char*, request_mode>>& names_of() {
     static const std::vector<std::pair<const char*, request_mode>> all{
-        {"owner", request_mode::owner}, {"any", request_mode::any}};
+        {"owner", request_mode::owner},
+        {"any", request_mode::any},
+        {"unique", request_mode::unique}};
     return all;
 }
 
@@ -37,6 +39,20 @@ template <>
 const members<served_requests>& members_of() {
     static const members<served_requests> all{required("pattern", &served_requests::pattern),
                                               optional("mode", &served_requests::mode)};
+    return all;
+}
+
+template <>
+const members<sent_snowballs>& members_of() {
+    static const members<sent_snowballs> all{
+        required("pattern", &sent_snowballs::pattern),
+        optional("time_out_milliseconds", &sent_snowballs::time_out)};
+    return all;
+}
+
+template <>
+const members<served_snowballs>& members_of() {
+    static const members<served_snowballs> all{required("pattern", &served_snowballs::pattern)};
     return all;
 }
 
@@ -66,6 +82,9 @@ const members<bridge_options>& members_of() {
         optional("import_events", &options::import_events),
         optional("ask_requests", &options::ask_requests),
         optional("serve_requests", &options::serve_requests),
+        optional("send_snowballs", &options::send_snowballs),
+        optional("serve_snowballs", &options::serve_snowballs),
+        optional("expected_hosts", &options::expected_hosts),
         optional("most_waiting_requests", &options::most_waiting_requests),
         optional("most_waiting", &options::most_waiting),
         optional("most_waiting_bytes", &options::most_waiting_bytes),

@@ -50,7 +50,7 @@ TEST_F(BridgeConfiguration, IsRefusedWithTheFileAndThePlaceOfTheMistake) {
                   {R"(, "export_events": {})", "export_events: an array is expected."},
                   {R"(, "servers": [4222])", "servers[0]: a text is expected."},
                   {R"(, "serve_requests": [{"pattern": "a", "mode": "all"}])",
-                   R"(serve_requests[0].mode: "owner" or "any" is expected.)"},
+                   R"(serve_requests[0].mode: "owner" or "any" or "unique" is expected.)"},
                   {R"(, "drain_limit_milliseconds": -1)",
                    "drain_limit_milliseconds: a whole number from 0 to 1000000000000 is expected."},
                   {R"(, "most_waiting": 1.5)",
@@ -67,7 +67,8 @@ TEST_F(BridgeConfiguration, IsDescribedByWhatCrossesAndWithoutPasswords) {
         "export_events": [{"pattern": "a.*"}],
         "import_events": [{"pattern": "b\r\n", "channel": "ui"}],
         "ask_requests": [{"pattern": "c", "time_out_milliseconds": 7}],
-        "serve_requests": [{"pattern": "*", "mode": "any"}],
+        "serve_requests": [{"pattern": "*", "mode": "unique"}],
+        "send_snowballs": [{"pattern": "d"}], "serve_snowballs": [{"pattern": "e.*"}],
         "when_full": "drop_oldest", "most_waiting": 9, "drain_limit_milliseconds": 0)");
     EXPECT_EQ(describe(options), R"(host "press" of realm "plant"
 server nats://127.0.0.1:4222
@@ -79,7 +80,9 @@ server localhost.example, not encrypted, and beyond this machine
 out event "a.*" as er.plant.e.=.a.>
 in  event "b\r\n" of channel "ui" as er.plant.e.ui.b=0D=0A
 out request "c", answered within 7 ms, as er.plant.r.=.c
-in  request "*", as one of any number, as er.plant.r.=.>
+in  request "*", as the only one that may answer, as er.plant.r.<origin>.>
+out snowball "d" as er.plant.s.<origin>.d
+in  snowball "e.*" as er.plant.s.<origin>.e.>
 )");
     EXPECT_EQ(options.when_full, full_row::drop_oldest);
     EXPECT_EQ(options.most_waiting, 9U);

@@ -29,7 +29,7 @@ constexpr int unanswered_pings = 2;
 constexpr std::int64_t reconnect_wait = 100;   // milliseconds
 constexpr std::int64_t reconnect_jitter = 100; // milliseconds, so that hosts come one by one
 // A server that takes nothing for so long must not hold whoever ends the bridge.
-constexpr std::int64_t write_deadline = 5000; // milliseconds
+constexpr std::int64_t write_deadline = 2000; // milliseconds
 
 void require(natsStatus status, const std::string& what) {
     if (status == NATS_OK)

@@ -17,6 +17,7 @@ struct counters {
     std::atomic<std::uint64_t> requests_asked{0};
     std::atomic<std::uint64_t> requests_served{0};
     std::atomic<std::uint64_t> requests_expired{0};
+    std::atomic<std::uint64_t> hosts_passed_by{0};
     std::atomic<std::uint64_t> late_answers{0};
 
     static void add(std::atomic<std::uint64_t>& counter, std::uint64_t count = 1) noexcept {
@@ -29,7 +30,8 @@ struct counters {
         };
         return {now(events_sent),     now(events_received),  now(events_not_sent),
                 now(events_lost),     now(events_refused),   now(requests_asked),
-                now(requests_served), now(requests_expired), now(late_answers)};
+                now(requests_served), now(requests_expired), now(hosts_passed_by),
+                now(late_answers)};
     }
 };
 

@@ -14,20 +14,39 @@ std::string quoted(const std::string& text) {
     return serialization::json_to_text(text);
 }
 
+// What goes to one host has its origin, which each start makes anew, in the place of the channel.
+std::string subject_to_one_host(const std::string& realm, const char* kind,
+                                const std::string& pattern) {
+    std::string subject = subject_of_pattern(realm, kind, "", pattern);
+    const auto kind_place = subject.find('.', 3) + 1; // behind "er." and the realm
+    return subject.replace(subject.find('.', kind_place) + 1, 1, "<origin>");
+}
+
+std::string line(const char* direction, const char* kind, const std::string& pattern,
+                 const std::string& how, const std::string& subject) {
+    return direction + std::string(kind) + quoted(pattern) + how + " as " + subject + '\n';
+}
+
 std::string events(const char* direction, const std::string& realm,
                    const std::vector<event_pattern>& patterns) {
     std::string lines;
     for (const auto& [pattern, channel] : patterns)
-        lines += direction + std::string(" event ") + quoted(pattern) +
-                 (channel.empty() ? "" : " of channel " + quoted(channel)) + " as " +
-                 subject_of_pattern(realm, "e", channel, pattern) + '\n';
+        lines += line(direction, " event ", pattern,
+                      channel.empty() ? "" : " of channel " + quoted(channel),
+                      subject_of_pattern(realm, "e", channel, pattern));
     return lines;
 }
 
-std::string requests(const char* direction, const std::string& realm, const std::string& pattern,
-                     const std::string& how) {
-    return direction + std::string(" request ") + quoted(pattern) + ", " + how + ", as " +
-           subject_of_pattern(realm, "r", "", pattern) + '\n';
+const char* name_of(request_mode mode) {
+    switch (mode) {
+    case request_mode::owner:
+        return ", as its owner,";
+    case request_mode::any:
+        return ", as one of any number,";
+    case request_mode::unique:
+        return ", as the only one that may answer,";
+    }
+    return "";
 }
 
 } // namespace
@@ -43,13 +62,20 @@ std::string describe(const bridge_options& options) {
             '\n';
     text += events("out", realm, options.export_events);
     text += events("in ", realm, options.import_events);
-    for (const auto& asked : options.ask_requests)
-        text += requests("out", realm, asked.pattern,
-                         "answered within " + std::to_string(asked.time_out.count()) + " ms");
-    for (const auto& served : options.serve_requests)
-        text +=
-            requests("in ", realm, served.pattern,
-                     served.mode == request_mode::owner ? "as its owner" : "as one of any number");
+    for (const auto& [pattern, time_out] : options.ask_requests)
+        text += line("out", " request ", pattern,
+                     ", answered within " + std::to_string(time_out.count()) + " ms,",
+                     subject_of_pattern(realm, "r", "", pattern));
+    for (const auto& [pattern, mode] : options.serve_requests)
+        text += line("in ", " request ", pattern, name_of(mode),
+                     mode == request_mode::unique ? subject_to_one_host(realm, "r", pattern)
+                                                  : subject_of_pattern(realm, "r", "", pattern));
+    for (const auto& sent : options.send_snowballs)
+        text += line("out", " snowball ", sent.pattern, "",
+                     subject_to_one_host(realm, "s", sent.pattern));
+    for (const auto& served : options.serve_snowballs)
+        text += line("in ", " snowball ", served.pattern, "",
+                     subject_to_one_host(realm, "s", served.pattern));
     return text;
 }
 

@@ -59,6 +59,8 @@ template std::string envelope_bytes(const answer_envelope&);
 template answer_envelope read_envelope(std::span<const std::uint8_t>);
 template std::string envelope_bytes(const clock_envelope&);
 template clock_envelope read_envelope(std::span<const std::uint8_t>);
+template std::string envelope_bytes(const hello_envelope&);
+template hello_envelope read_envelope(std::span<const std::uint8_t>);
 template std::string envelope_bytes(const claim_envelope&);
 template claim_envelope read_envelope(std::span<const std::uint8_t>);
 

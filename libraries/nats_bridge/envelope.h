@@ -51,6 +51,7 @@ struct event_envelope {
     bool operator==(const event_envelope&) const = default;
 };
 
+/// Also a snowball on its way to one host.
 struct request_envelope {
     static constexpr char letter = 'R';
 
@@ -61,6 +62,8 @@ struct request_envelope {
     std::string path;
     byte_vector parameters;
     std::optional<carried_payload> payload;
+    std::optional<carried_payload> response;       ///< of a snowball, so far
+    std::optional<carried_payload> error_response; ///< see there
 
     bool operator==(const request_envelope&) const = default;
 };
@@ -104,6 +107,24 @@ struct claim_envelope {
     bool operator==(const claim_envelope&) const = default;
 };
 
+enum class hello_kind : std::uint8_t {
+    hello = 0,
+    who_is_there = 1, ///< hello, and others are to say it, too
+    goodbye = 2,
+};
+
+/// What a host tells the others of itself.
+struct hello_envelope {
+    static constexpr char letter = 'H';
+
+    std::string origin;
+    std::uint8_t kind = 0; ///< a hello_kind
+    std::vector<std::string> unique_requests;
+    std::vector<std::string> snowballs;
+
+    bool operator==(const hello_envelope&) const = default;
+};
+
 /// The bytes of an envelope.
 template <class Envelope>
 std::string envelope_bytes(const Envelope& envelope);
@@ -120,6 +141,8 @@ extern template std::string envelope_bytes(const answer_envelope&);
 extern template answer_envelope read_envelope(std::span<const std::uint8_t>);
 extern template std::string envelope_bytes(const clock_envelope&);
 extern template clock_envelope read_envelope(std::span<const std::uint8_t>);
+extern template std::string envelope_bytes(const hello_envelope&);
+extern template hello_envelope read_envelope(std::span<const std::uint8_t>);
 extern template std::string envelope_bytes(const claim_envelope&);
 extern template claim_envelope read_envelope(std::span<const std::uint8_t>);
 
@@ -155,11 +178,15 @@ template <>
 struct zel::serialization::record<zel::event_routing::nats::request_envelope> {
     using envelope = event_routing::nats::request_envelope;
     static constexpr std::string_view name = "struct zel::event_routing::nats::request_envelope";
-    static constexpr std::tuple fields{
-        field("origin", &envelope::origin),     field("sent", &envelope::sent),
-        field("time_out", &envelope::time_out), field("hops", &envelope::hops),
-        field("path", &envelope::path),         field("parameters", &envelope::parameters),
-        field("payload", &envelope::payload)};
+    static constexpr std::tuple fields{field("origin", &envelope::origin),
+                                       field("sent", &envelope::sent),
+                                       field("time_out", &envelope::time_out),
+                                       field("hops", &envelope::hops),
+                                       field("path", &envelope::path),
+                                       field("parameters", &envelope::parameters),
+                                       field("payload", &envelope::payload),
+                                       field("response", &envelope::response),
+                                       field("error_response", &envelope::error_response)};
 };
 
 template <>
@@ -185,4 +212,14 @@ struct zel::serialization::record<zel::event_routing::nats::claim_envelope> {
     static constexpr std::string_view name = "struct zel::event_routing::nats::claim_envelope";
     static constexpr std::tuple fields{field("origin", &envelope::origin),
                                        field("gives_way", &envelope::gives_way)};
+};
+
+template <>
+struct zel::serialization::record<zel::event_routing::nats::hello_envelope> {
+    using envelope = event_routing::nats::hello_envelope;
+    static constexpr std::string_view name = "struct zel::event_routing::nats::hello_envelope";
+    static constexpr std::tuple fields{field("origin", &envelope::origin),
+                                       field("kind", &envelope::kind),
+                                       field("unique_requests", &envelope::unique_requests),
+                                       field("snowballs", &envelope::snowballs)};
 };

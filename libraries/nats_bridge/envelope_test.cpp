@@ -25,7 +25,15 @@ TEST(BridgeEnvelope, ComesBackAsItWasAndOnlyWhole) {
     EXPECT_THROW(read_envelope<event_envelope>(as_bytes("E\2" + bytes.substr(2))),
                  exceptions::error);
     EXPECT_THROW(read_envelope<event_envelope>(as_bytes("R" + bytes.substr(1))), exceptions::error);
-    const request_envelope asked{"host 1", -5, 6, 1, "a..b", {1}, carried_payload{"string", {2}}};
+    const request_envelope asked{"host 1",
+                                 -5,
+                                 6,
+                                 1,
+                                 "a..b",
+                                 {1},
+                                 carried_payload{"string", {2}},
+                                 std::nullopt,
+                                 carried_payload{"e", {}}};
     EXPECT_EQ(read_envelope<request_envelope>(as_bytes(envelope_bytes(asked))), asked);
     const answer_envelope answer{2, "host", "type", "text", carried_payload{"t", {}}, std::nullopt};
     EXPECT_EQ(read_envelope<answer_envelope>(as_bytes(envelope_bytes(answer))), answer);

@@ -55,16 +55,17 @@ void exchange::take(const received_message& message) {
     waiting.changed.set();
 }
 
-asking exchange::ask(const std::string& subject, std::string_view bytes,
+asking exchange::ask(const std::string& subject, std::string_view question_bytes,
                      steady_clock::time_point deadline, byte_vector& answer) {
     std::vector<byte_vector> answers;
-    const asking result = ask_all(subject, bytes, deadline, platform::milliseconds(0), answers);
+    const asking result =
+        ask_all(subject, question_bytes, deadline, platform::milliseconds(0), answers);
     if (result == asking::answered)
         answer = std::move(answers.front());
     return result;
 }
 
-asking exchange::ask_all(const std::string& subject, std::string_view bytes,
+asking exchange::ask_all(const std::string& subject, std::string_view question_bytes,
                          steady_clock::time_point deadline, platform::milliseconds more,
                          std::vector<byte_vector>& answers) {
     question own;
@@ -76,7 +77,7 @@ asking exchange::ask_all(const std::string& subject, std::string_view bytes,
         answer_to = inbox_ + '.' + std::to_string(++asked_);
         waiting_[answer_to] = &own;
     }
-    const auto result = network_.publish(subject, bytes, answer_to);
+    const auto result = network_.publish(subject, question_bytes, answer_to);
     if (result == publish_result::sent) {
         const platform::announced_wait others_take_over;
         const auto state = [&] {

@@ -46,11 +46,11 @@ public:
     void end();
 
     /// Waits for the first answer until the deadline.
-    asking ask(const std::string& subject, std::string_view question,
+    asking ask(const std::string& subject, std::string_view question_bytes,
                steady_clock::time_point deadline, byte_vector& answer);
 
     /// For all that answer: waits for the first until the deadline, and then for more for so long.
-    asking ask_all(const std::string& subject, std::string_view question,
+    asking ask_all(const std::string& subject, std::string_view question_bytes,
                    steady_clock::time_point deadline, platform::milliseconds more,
                    std::vector<byte_vector>& answers);
 

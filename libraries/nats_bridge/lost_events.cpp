@@ -28,7 +28,8 @@ lost_events::lost_events(IModule& module, task_runner& tasks)
 void lost_events::tell(lost_range lost) {
     {
         platform::scoped_lock inside(guard_);
-        const auto end = untold_.rbegin() + std::min<std::ptrdiff_t>(untold_.size(), looked_at);
+        const auto end =
+            untold_.rbegin() + std::min(static_cast<std::ptrdiff_t>(untold_.size()), looked_at);
         const auto before = std::find_if(untold_.rbegin(), end,
                                          [&](const auto& told) { return continues(told, lost); });
         if (before != end) {

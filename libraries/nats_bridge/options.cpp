@@ -77,6 +77,11 @@ void check(const bridge_options& options) {
     for (std::size_t i = 0; i < options.ask_requests.size(); ++i)
         if (options.ask_requests[i].time_out.count() <= 0)
             refuse(element("ask_requests", i) + ".time_out", "it must be positive.");
+    check_requests("send_snowballs", options.realm, options.send_snowballs);
+    check_requests("serve_snowballs", options.realm, options.serve_snowballs);
+    for (std::size_t i = 0; i < options.send_snowballs.size(); ++i)
+        if (options.send_snowballs[i].time_out.count() <= 0)
+            refuse(element("send_snowballs", i) + ".time_out", "it must be positive.");
     if (options.most_waiting_requests == 0)
         refuse("most_waiting_requests", "at least one request has to find room.");
     if (options.most_waiting == 0)

@@ -66,7 +66,7 @@ void owner_claims::end() {
 bool owner_claims::are_settled() {
     platform::scoped_lock inside(guard_);
     for (const auto& [pattern, claimed] : claims_)
-        if (claimed.reached == stage::wanted)
+        if (!claimed.is_settled)
             return false;
     return true;
 }
@@ -126,6 +126,10 @@ bool owner_claims::try_claim(const std::string& pattern) {
     else
         bridge_log.announce(log::severity::failed_operation, not_owned,
                             [&] { return refusal(pattern, owner); });
+    {
+        platform::scoped_lock inside(guard_);
+        claims_.at(pattern).is_settled = true;
+    }
     changed_.set();
     return true;
 }

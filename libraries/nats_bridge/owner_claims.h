@@ -55,7 +55,8 @@ private:
     enum class stage { wanted, owned, refused };
     struct claim {
         stage reached = stage::wanted;
-        std::string rival; ///< the origin that has it, or will have it
+        bool is_settled = false; ///< refused, or owned and served
+        std::string rival;       ///< the origin that has it, or will have it
     };
 
     std::string subject_of_claim(const std::string& pattern) const;

@@ -36,11 +36,25 @@ request_import::request_import(const bridge_options& options, const std::string&
 void request_import::serve(const std::string& pattern) {
     network_.subscribe(
         subject_of_pattern(options_.realm, "r", "", pattern),
-        [this](const received_message& message) { take(message); }, group);
+        [this](const received_message& message) { take(message, &request_import::send_request); },
+        group);
+}
+
+void request_import::serve_alone(const std::string& pattern) {
+    network_.subscribe(subject_of_pattern(options_.realm, "r", origin_, pattern),
+                       [this](const received_message& message) {
+                           take(message, &request_import::send_request_alone);
+                       });
+}
+
+void request_import::serve_snowballs(const std::string& pattern) {
+    network_.subscribe(
+        subject_of_pattern(options_.realm, "s", origin_, pattern),
+        [this](const received_message& message) { take(message, &request_import::send_snowball); });
 }
 
 // On a thread of libnats, so nothing of the process's own runs here.
-void request_import::take(const received_message& message) {
+void request_import::take(const received_message& message, executing execute) {
     auto request = read_envelope<request_envelope>(message.bytes);
     if (read_subject(message.subject).path != request.path)
         throw exceptions::error("The envelope is not of this path.");
@@ -56,21 +70,22 @@ void request_import::take(const received_message& message) {
         waiting_.fetch_sub(1, std::memory_order_relaxed);
         return send(refusal("too many requests wait"), answer_to);
     }
-    tasks_.post([this, asked = std::move(request), to = std::move(answer_to)] {
+    tasks_.post([this, execute, asked = std::move(request), to = std::move(answer_to)] {
         waiting_.fetch_sub(1, std::memory_order_relaxed);
-        execute(asked, to);
+        answer(asked, execute, to);
     });
 }
 
-void request_import::execute(const request_envelope& request, const std::string& answer_to) {
+void request_import::answer(const request_envelope& request, executing execute,
+                            const std::string& answer_to) {
     if (!clocks_.is_wanted(request)) {
         counters::add(counts_.requests_expired);
         return send(refusal("it came too late"), answer_to);
     }
-    send(answer_of(request), answer_to);
+    send(answer_of(request, execute), answer_to);
 }
 
-answer_envelope request_import::answer_of(const request_envelope& request) {
+answer_envelope request_import::answer_of(const request_envelope& request, executing execute) {
     answer_envelope answer;
     answer.host = options_.host;
     const auto fail = [&](const std::string& type, const std::string& text) {
@@ -89,13 +104,8 @@ answer_envelope request_import::answer_of(const request_envelope& request) {
     }
     mark_as_imported(about, request.origin, request.hops);
     counters::add(counts_.requests_served);
-    request_answer response;
-    request_answer error_response;
     try {
-        get_request_routing(module_)->SendRequest(request.path, data, response, error_response,
-                                                  about);
-        answer.response = carry(response);
-        answer.error_response = carry(error_response);
+        (this->*execute)(request, about, data, answer);
     } catch (const request_was_not_processed&) {
         answer.outcome = static_cast<std::uint8_t>(answer_outcome::declined);
     } catch (const std::exception& failure) {
@@ -104,6 +114,32 @@ answer_envelope request_import::answer_of(const request_envelope& request) {
         fail("", exceptions::brief_text(platform::caught_exception()));
     }
     return answer;
+}
+
+void request_import::send_request(const request_envelope& request, routing_parameters& about,
+                                  const request_data& data, answer_envelope& answer) {
+    request_answer response;
+    request_answer error_response;
+    get_request_routing(module_)->SendRequest(request.path, data, response, error_response, about);
+    answer.response = carry(response);
+    answer.error_response = carry(error_response);
+}
+
+// Where all that serve it are asked, their fallbacks would be several answers to one request.
+void request_import::send_request_alone(const request_envelope& request, routing_parameters& about,
+                                        const request_data& data, answer_envelope& answer) {
+    about[event_routing::parameter::skip_request_fallbacks] = 1;
+    send_request(request, about, data, answer);
+}
+
+void request_import::send_snowball(const request_envelope& request, routing_parameters& about,
+                                   const request_data& data, answer_envelope& answer) {
+    snowball_result response = uncarry(request.response);
+    snowball_result error_response = uncarry(request.error_response);
+    get_snowball_routing(module_)->SendSnowball(request.path, data, response, error_response,
+                                                about);
+    answer.response = carry(response);
+    answer.error_response = carry(error_response);
 }
 
 answer_envelope request_import::refusal(const std::string& reason) const {

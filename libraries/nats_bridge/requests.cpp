@@ -7,20 +7,23 @@ namespace zel::event_routing::nats {
 requests::requests(const bridge_options& options, const std::string& origin, IModule& module,
                    platform::event& changed, task_runner& tasks, counters& counts)
     : options_(options), origin_(origin), changed_(changed), tasks_(tasks),
-      network_(options, origin, sending::at_once,
-               [this](bool has_come) {
-                   if (has_come)
-                       claims_.connection_came();
-                   else
-                       others_.connection_went();
-                   changed_.set();
-               }),
       others_(subject_of(options.realm, "i", options.host, token_of(origin)), network_, counts),
       clocks_(options.realm, others_),
       import_(options, origin, module, network_, tasks, clocks_, counts),
-      export_(options, origin, module, others_, counts),
+      hosts_(options, origin, network_, changed), calls_(options, origin, module, others_, counts),
+      request_export_(options, module, calls_, hosts_),
+      snowball_export_(options, module, calls_, hosts_, counts),
       claims_(options, origin, network_, others_, changed,
-              [this](const std::string& pattern) { import_.serve(pattern); }) {}
+              [this](const std::string& pattern) { import_.serve(pattern); }),
+      network_(options, origin, sending::at_once, [this](bool has_come) {
+          if (has_come) {
+              claims_.connection_came();
+              hosts_.connection_came();
+          } else {
+              others_.connection_went();
+          }
+          changed_.set();
+      }) {}
 
 void requests::begin() {
     others_.begin();
@@ -31,10 +34,16 @@ void requests::begin() {
                              envelope_bytes(clock_envelope{now.count()}));
         });
     for (const auto& served : options_.serve_requests)
-        if (served.mode != request_mode::owner)
+        if (served.mode == request_mode::any)
             import_.serve(served.pattern);
+        else if (served.mode == request_mode::unique)
+            import_.serve_alone(served.pattern);
+    for (const auto& served : options_.serve_snowballs)
+        import_.serve_snowballs(served.pattern);
     claims_.begin();
-    export_.begin();
+    hosts_.begin(); // whoever hears of this host may ask it
+    request_export_.begin();
+    snowball_export_.begin();
 }
 
 bool requests::is_ready(platform::milliseconds limit) {
@@ -42,7 +51,7 @@ bool requests::is_ready(platform::milliseconds limit) {
         return false;
     if (const std::string refused = claims_.refusals(); !refused.empty())
         throw exceptions::error(refused);
-    return network_.flush(limit);
+    return hosts_.has_all(options_.expected_hosts) && network_.flush(limit);
 }
 
 void requests::end(platform::milliseconds limit) {
@@ -51,8 +60,11 @@ void requests::end(platform::milliseconds limit) {
         return std::max(std::chrono::ceil<platform::milliseconds>(end - steady_clock::now()),
                         platform::milliseconds(0));
     };
-    export_.end(left());
+    request_export_.end(left());
+    snowball_export_.end(left());
+    others_.end();
     claims_.end();
+    hosts_.end();
     network_.stop_receiving(left());
     tasks_.wait_until_idle(left()); // they answer
     network_.close(left());

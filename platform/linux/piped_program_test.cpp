@@ -130,6 +130,9 @@ void piped_program::kill() {
 
 void piped_program::suspend() {
     signal(SIGSTOP);
+    int status = 0; // until all its threads have stopped
+    while (waitpid(process_, &status, WUNTRACED) < 0 && errno == EINTR) {
+    }
 }
 
 void piped_program::resume() {

@@ -144,6 +144,18 @@ public:
         });
         add_command("answer", [this](const words& w) { answer(w[1], w[2]); });
         add_command("request", [this](const words& w) { request(w[1], w[2], w[3]); });
+        add_command("expect", [this](const words& w) { options_.expected_hosts.push_back(w[1]); });
+        add_command("snowballs", [this](const words& w) {
+            if (w[2] == "send")
+                options_.send_snowballs.push_back({w[1], std::chrono::milliseconds(1000)});
+            else
+                options_.serve_snowballs.push_back({w[1]});
+        });
+        add_command("add", [this](const words& w) { add(w[1], w[2]); });
+        add_command("snowball", [this](const words& w) { snowball(w[1], w[2]); });
+        add_command("drain", [this](const words& w) {
+            options_.drain_limit = std::chrono::milliseconds(std::stoi(w[1]));
+        });
         add_command("end", [this](const words&) { bridge_.reset(); });
         add_command("load", [this](const words& w) { components_.start(w[1]); });
         add_command("unload", [this](const words& w) {
@@ -223,7 +235,9 @@ private:
     }
 
     static nats::request_mode mode_of(const std::string& name) {
-        return name == "any" ? nats::request_mode::any : nats::request_mode::owner;
+        return name == "any"      ? nats::request_mode::any
+               : name == "unique" ? nats::request_mode::unique
+                                  : nats::request_mode::owner;
     }
 
     // Notes what it is asked, and does what the second word says.
@@ -267,6 +281,8 @@ private:
             say({"result", is_good ? "answered" : "error", said ? *said : ""});
         } catch (const request_was_not_processed&) {
             say({"result", "nobody", ""});
+        } catch (const multiple_request_handlers& failure) {
+            say({"result", "multiple", failure.what()});
         } catch (const nats::remote_handler_failed& failure) {
             say({"result", "threw",
                  failure.host() + ": " + failure.type() + ": " + failure.text()});
@@ -284,6 +300,36 @@ private:
                 platform::sleep_for(platform::milliseconds(1));
             }
         });
+    }
+
+    // Adds a word and the names of the hosts that were passed by so far.
+    void add(const std::string& pattern, const std::string& word) {
+        const auto handler = [this, word](const std::string& path, const snowball_data&,
+                                          snowball_result& response, snowball_result&,
+                                          const routing_parameters& about) {
+            journal_.add({"added", path, word, text_or(about, nats::parameter::passed_by, "")});
+            if (word == "throw")
+                throw exceptions::error("no paper");
+            std::string scratch;
+            const auto* const before = serialization::GetDataValue<std::string>(response, scratch);
+            response = serialization::make_payload((before ? *before + " " : "") + word);
+        };
+        handlers_.push_back(
+            get_snowball_routing(*module_)->RegisterSnowballHandler(pattern, handler, word));
+    }
+
+    void snowball(const std::string& path, const std::string& text) {
+        snowball_result response = serialization::make_payload(text);
+        snowball_result error_response;
+        try {
+            get_snowball_routing(*module_)->SendSnowball(path, nullptr, response, error_response,
+                                                         {});
+            std::string scratch;
+            const auto* const said = serialization::GetDataValue<std::string>(response, scratch);
+            say({"result", "came back", said ? *said : ""});
+        } catch (const nats::remote_handler_failed& failure) {
+            say({"result", "threw", failure.text()});
+        }
     }
 
     const std::shared_ptr<IModule> module_ = get_module();

@@ -60,10 +60,11 @@ protected:
 };
 
 TEST_F(BridgeRequests, AreAnsweredDeclinedOrFailedAsTheOneThatServesThemDoes) {
-    for (const char* mode : {"owner", "any"}) {
+    for (const char* mode : {"owner", "any", "unique"}) {
         for (const std::string behaviour : {"reply", "error", "decline", "throw"}) {
             host_process asking("asking", server_);
             host_process serving("serving", server_);
+            serving.tell({"expect", "asking"}); // and is heard of by it
             asking.tell({"ask", "work.*", ages});
             start(asking);
             const auto ask = [&] { return outcome(asking.tell({"request", "work. \r\n*", "a"})); };
@@ -100,6 +101,43 @@ TEST_F(BridgeRequests, OfAnyModeAreEachAnsweredByOneOfTwo) {
     EXPECT_TRUE(by_first > 0 && by_second > 0);
 }
 
+TEST_F(BridgeRequests, OfUniqueModeAskAllThatServeThemAndAcceptOneAnswer) {
+    const words behaviours{"reply", "decline", "throw"};
+    start_asking();
+    for (const auto& first : behaviours) {
+        for (const auto& second : behaviours) {
+            // Asked in the order of their names.
+            host_process one("1", server_);
+            host_process two("2", server_);
+            for (auto* host : {&one, &two}) {
+                host->tell({"serve", "work.*", "unique"});
+                host->tell({"answer", "work.*", host == &one ? first : second});
+                host->tell({"expect", "asking"});
+                start(*host);
+            }
+            // They have heard of the sender, and it of them.
+            const auto result = ask("work.a", "a").first;
+            if (first == "throw" || second == "throw")
+                EXPECT_EQ(result, "threw") << first << ' ' << second;
+            else if (first == "reply" && second == "reply")
+                EXPECT_EQ(result, "multiple");
+            else
+                EXPECT_EQ(result, first == second ? "nobody" : "answered") << first << second;
+            EXPECT_EQ(one.journal("asked").size(), 1U);
+            EXPECT_EQ(two.journal("asked").size(), first == "throw" ? 0U : 1U);
+            one.kill(); // without a goodbye
+            // Before the server has found that out, nobody can say what became of a request.
+            std::string afterwards = "unknown";
+            for (int i = 0; i < 50 && afterwards == "unknown"; ++i)
+                afterwards = ask("work.a", "b", "200").first;
+            EXPECT_EQ(afterwards, second == "reply"   ? "answered"
+                                  : second == "throw" ? "threw"
+                                                      : "nobody");
+            EXPECT_EQ(two.end(), 0);
+        }
+    }
+}
+
 TEST_F(BridgeRequests, HaveOneOwnerAndASecondClaimNamesIt) {
     start_asking();
     start_serving(*first_, "owner", "reply");
@@ -117,19 +155,22 @@ TEST_F(BridgeRequests, HaveOneOwnerAndASecondClaimNamesIt) {
     EXPECT_EQ(ask("work.a", "").first, "nobody") << "the second is not the owner now, either";
 
     // Of hosts that claim it at the same time one wins, too.
-    std::vector<std::unique_ptr<host_process>> claiming;
-    for (int i = 0; i < 4; ++i) {
-        auto& host = *claiming.emplace_back(std::make_unique<host_process>("claiming", server_));
-        host.tell({"serve", "work.*", "owner"});
-        host.tell({"answer", "work.*", "reply"});
-    }
-    for (const char* command : {"start", "ready"}) {
-        for (auto& host : claiming)
-            host->begin({command});
-        int succeeded = 0;
-        for (auto& host : claiming)
-            succeeded += host->program().read_line(30s).value_or("") == "ok";
-        EXPECT_EQ(succeeded, std::string(command) == "ready" ? 1 : 4) << command;
+    for (int round = 0; round < 2; ++round) {
+        std::vector<std::unique_ptr<host_process>> claiming;
+        for (int i = 0; i < 4; ++i) {
+            auto& host = *claiming.emplace_back(std::make_unique<host_process>("one", server_));
+            host.tell({"serve", "work.*", "owner"});
+        }
+        server_.suspend(); // all of them wait for it, and go on at once
+        for (const std::string command : {"start", "ready"}) {
+            for (auto& host : claiming)
+                host->begin({command});
+            server_.resume();
+            int succeeded = 0;
+            for (auto& host : claiming)
+                succeeded += host->program().read_line(30s).value_or("") == "ok";
+            EXPECT_EQ(succeeded, command == "ready" ? 1 : 4) << command;
+        }
     }
 }
 
@@ -201,6 +242,35 @@ TEST_F(BridgeRequests, AreOfUnknownOutcomeWhenTheirHostIsKilledAndAnsweredWhenIt
     second_->tell({"await", "asked", "1"});
     second_->tell({"end"});
     EXPECT_EQ(outcome(asking_->answer()).first, "answered") << "its end waits for what it executes";
+}
+
+TEST_F(BridgeRequests, AsSnowballsGoFromHostToHostAndPassBySilentOnes) {
+    host_process third("third", server_);
+    asking_->tell({"snowballs", "menu.*", "send"});
+    asking_->tell({"add", "menu.file", "own"});
+    for (const char* name : {"first", "second", "third"})
+        asking_->tell({"expect", name});
+    asking_->tell({"start"});
+    for (auto* host : {first_.get(), second_.get(), &third}) {
+        host->tell({"snowballs", "menu.*", "serve"});
+        host->tell({"snowballs", "menu.*", "send"}); // and does not send on what came to it
+        host->tell({"add", "menu.*", host == &third ? "3" : host == first_.get() ? "1" : "2"});
+        start(*host);
+    }
+    asking_->tell({"ready"});
+    const auto send = [&] { return outcome(asking_->tell({"snowball", "menu.file", "start"})); };
+    EXPECT_EQ(send().second, "start own 1 2 3");
+    second_->program().suspend();
+    EXPECT_EQ(send().second, "start own 1 3");
+    EXPECT_EQ(third.journal("added").back().at(3), "second") << "the next host is told";
+    second_->program().resume();
+    first_->kill(); // nobody listens there any more, so nothing has to be waited for
+    third.tell({"add", "menu.file", "throw"});
+    EXPECT_EQ(send(), std::make_pair(std::string("threw"), std::string("no paper")));
+    EXPECT_EQ(third.end(), 0);
+    EXPECT_EQ(send().second, "start own 2");
+    // What was on its way while the second slept was not added to later.
+    EXPECT_EQ(second_->journal("added").size(), 3U);
 }
 
 } // namespace

@@ -42,6 +42,8 @@ inline constexpr const char* hops = "event_routing.bridge.hops";
 /// On a request: how many milliseconds the sender waits for an answer from another host. The host
 /// does not begin to execute it later.
 inline constexpr const char* time_out = "event_routing.bridge.time_out";
+/// On a snowball: the names of hosts that were passed by, since they were silent or refused it.
+inline constexpr const char* passed_by = "event_routing.bridge.passed_by";
 /// Of `lost_event`: the path, the channel, and the numbers of the first and the last message on
 /// that path that did not come.
 inline constexpr const char* lost_path = "path";
@@ -71,8 +73,9 @@ enum class full_row {
 
 /// Which hosts answer the requests of a pattern. All that serve it name the same one.
 enum class request_mode {
-    owner, ///< one host, which claims the pattern when it starts; a second claim is refused
-    any,   ///< one of those that serve it, whichever the server chooses
+    owner,  ///< one host, which claims the pattern when it starts; a second claim is refused
+    any,    ///< one of those that serve it, whichever the server chooses
+    unique, ///< all that serve it are asked, and at most one may answer
 };
 
 /// Requests that other hosts are asked when no regular handler of this process has answered.
@@ -85,6 +88,17 @@ struct asked_requests {
 struct served_requests {
     std::string pattern;                     ///< as for a handler
     request_mode mode = request_mode::owner; ///< see there
+};
+
+/// Snowballs that go on to other hosts from this process.
+struct sent_snowballs {
+    std::string pattern;                      ///< as for a handler
+    std::chrono::milliseconds time_out{5000}; ///< for each host; a silent one is passed by
+};
+
+/// Snowballs of other hosts to which this process adds.
+struct served_snowballs {
+    std::string pattern; ///< as for a handler
 };
 
 /// What a bridge is made of. A pattern may not overlap with another one of the same list and
@@ -101,7 +115,12 @@ struct bridge_options {
     std::vector<event_pattern> import_events;
     std::vector<asked_requests> ask_requests;
     std::vector<served_requests> serve_requests;
-    /// Requests of others that wait for a thread; further ones are refused, and told so.
+    std::vector<sent_snowballs> send_snowballs;
+    std::vector<served_snowballs> serve_snowballs;
+    /// Names of hosts that wait_until_ready waits for.
+    std::vector<std::string> expected_hosts;
+    /// Requests and snowballs of others that wait for a thread; further ones are refused, and told
+    /// so.
     std::size_t most_waiting_requests = 1024;
 
     /// Events that wait to be sent, and as many that were received from one origin and wait to be
@@ -147,6 +166,7 @@ struct bridge_counts {
     std::uint64_t requests_asked = 0; ///< sent to others
     std::uint64_t requests_served = 0;  ///< of others, executed here
     std::uint64_t requests_expired = 0; ///< of others, not executed because it was too late
+    std::uint64_t hosts_passed_by = 0;  ///< by snowballs
     std::uint64_t late_answers = 0;     ///< dropped, since the sender waits no more
 };
 
@@ -215,9 +235,9 @@ public:
     bridge& operator=(const bridge&) = delete;
 
     /// Whether within that time the bridge is connected and the server has taken note of what it
-    /// imports and serves. From then on nothing that others send is missed. Throws
-    /// exceptions::error, which names the owner, when another host has claimed a pattern that this
-    /// one is to own; all others are served nevertheless.
+    /// imports and serves, and has heard of the expected hosts. From then on nothing that others
+    /// send is missed. Throws exceptions::error, which names the owner, when another host has
+    /// claimed a pattern that this one is to own; all others are served nevertheless.
     [[nodiscard]] bool wait_until_ready(std::chrono::milliseconds limit);
 
     /// By which others tell this process from an earlier one of the same name.
