@@ -1,11 +1,13 @@
 #include "libraries/tasks_core/tasks_core_module_impl.h"
 
 #include "framework/lifetime/basic_singleton.h"
-#include "framework/memory/block_stock.h"
 #include "libraries/tasks_core/ended_state_impl.h"
 #include "libraries/tasks_core/running_task.h"
 
 #include <platform/process.h>
+
+#include <atomic>
+#include <new>
 
 namespace zel::tasklib {
 
@@ -78,8 +80,51 @@ void task_running::end() {
     threads_->join();
 }
 
+namespace {
+
+// No part of the module, so that whoever makes a task needs no reference to that.
+class task_making final : public task_making_ifc {
+public:
+    versioned_ifc* query_interface(const interface_id& wanted) override {
+        return wanted == versioned_ifc::id || wanted == task_making_ifc::id ? this : nullptr;
+    }
+    ended_state_ifc* make_ended_state_in(void* memory, std::size_t room) noexcept override {
+        const bool can = has_module.load(std::memory_order_relaxed);
+        return can && room >= sizeof(ended_state_impl) ? ::new (memory) ended_state_impl : nullptr;
+    }
+    std::shared_ptr<cancellation_ifc> get_this_taskcancellation() override {
+        return this_task_cancellation();
+    }
+
+    // Relaxed: a task that is made while the module ends may be made before or afterwards.
+    std::atomic<bool> has_module{false};
+};
+
+// Never destroyed.
+task_making& making() {
+    alignas(task_making) static std::byte room[sizeof(task_making)];
+    static auto* const made = ::new (room) task_making;
+    return *made;
+}
+
+} // namespace
+
+tasks_core_module_impl::tasks_core_module_impl() {
+    making().has_module.store(true, std::memory_order_relaxed);
+}
+
+tasks_core_module_impl::~tasks_core_module_impl() {
+    making().has_module.store(false, std::memory_order_relaxed);
+}
+
+versioned_ifc* tasks_core_module_impl::query_interface(const interface_id& wanted) {
+    if (wanted == task_making_ifc::id)
+        return &making();
+    return wanted == versioned_ifc::id ? this : nullptr;
+}
+
 std::shared_ptr<ended_state_ifc> tasks_core_module_impl::create_ended_state() {
-    return std::allocate_shared<ended_state_impl>(memory::recycling_allocator<ended_state_impl>());
+    return std::make_shared<ended_state_impl>();
 }
 
 std::shared_ptr<task_processor_ifc> tasks_core_module_impl::get_task_processor() {

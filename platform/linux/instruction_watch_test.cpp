@@ -104,10 +104,10 @@ std::optional<watched_instructions> watch_child(const std::function<void()>& pro
     if (child == 0)
         run_child(program);
     watched_instructions seen;
-    const bool was_watched =
-        child > 0 && stops(child, SIGSTOP) &&
-        ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACECLONE) == 0 &&
-        ptrace(PTRACE_CONT, child, nullptr, nullptr) == 0 && watch_marked(seen);
+    const bool was_watched = child > 0 && stops(child, SIGSTOP) &&
+                             ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACECLONE) == 0 &&
+                             ptrace(PTRACE_CONT, child, nullptr, nullptr) == 0 &&
+                             watch_marked(seen);
     if (child > 0) {
         kill(child, SIGKILL);
         while (waitpid(-1, nullptr, __WALL) > 0) { // its threads, too

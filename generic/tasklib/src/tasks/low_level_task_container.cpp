@@ -33,7 +33,14 @@ void low_level_task_container::remove(const std::shared_ptr<task_ifc>& task) {
     take_out(*task);
 }
 
-void low_level_task_container::take_out(task_ifc& task) {
+void low_level_task_container::remove_at_end(task_ifc& task, ended_state_ifc& its_state) {
+    std::shared_ptr<task_ifc> released; // without the lock
+    platform::scoped_lock inside(guard_);
+    released = take_out(task);
+    its_state.set_ended();
+}
+
+std::shared_ptr<task_ifc> low_level_task_container::take_out(task_ifc& task) {
     const auto is_task = [&](const auto& held) { return held.get() == &task; };
     auto place = task.positions().in_container;
     // A task that somebody added to a second container is searched for.
@@ -41,12 +48,14 @@ void low_level_task_container::take_out(task_ifc& task) {
         place = static_cast<std::size_t>(std::find_if(held_.begin(), held_.end(), is_task) -
                                          held_.begin());
     if (place == held_.size())
-        return;
+        return nullptr;
+    auto taken = std::move(held_[place]);
     if (place != held_.size() - 1) {
         held_[place] = std::move(held_.back());
         held_[place]->positions().in_container = place;
     }
     held_.pop_back();
+    return taken;
 }
 
 void low_level_task_container::end() {

@@ -24,6 +24,10 @@ public:
     void end() override;
     bool wait(threading::universal_timeout timeout, std::int32_t mode) override;
 
+    /// `remove` and the telling of the end in one step, so that the state need not be kept
+    /// until it has told. The caller keeps the task.
+    void remove_at_end(task_ifc& task, ended_state_ifc& its_state);
+
 private:
     bool wait_for_tasks(const deadline& until, std::int32_t mode);
     bool wait_for_ended_states(const deadline& until, std::int32_t mode);
@@ -33,7 +37,7 @@ private:
     bool report_held_tasks();
     std::shared_ptr<ended_state_ifc> last_ended_state();
     void drop_from_held(task_ifc& task);
-    void take_out(task_ifc& task) ZEL_REQUIRES(guard_);
+    std::shared_ptr<task_ifc> take_out(task_ifc& task) ZEL_REQUIRES(guard_);
 
     // Guards all below. Never held while a task is canceled or waited for.
     platform::plain_lock guard_;
@@ -41,8 +45,8 @@ private:
     bool ended_ ZEL_GUARDED_BY(guard_) = false;
     // In no order: the last one moves into the gap that a removed one leaves.
     std::vector<std::shared_ptr<task_ifc>> held_ ZEL_GUARDED_BY(guard_);
-    // Belong to tasks that have left and have not told yet that they have ended. With room
-    // for those of all that are held.
+    // Belong to tasks that have left by `remove` and have not told yet that they have ended.
+    // With room for those of all that are held.
     std::vector<std::shared_ptr<ended_state_ifc>> ending_ ZEL_GUARDED_BY(guard_);
 };
 

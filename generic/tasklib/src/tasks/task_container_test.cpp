@@ -13,7 +13,7 @@ constexpr auto report = task_container_low_level_ifc::report_timeout;
 // Lets a test into what a container wants from its tasks.
 struct open_task final : detail::task_with_value<void> {
     open_task(std::string name, const std::shared_ptr<task_container_low_level_ifc>& container)
-        : task_with_value<void>(*get_tasks_module(), std::move(name), 0, container) {}
+        : task_with_value<void>(std::move(name), 0, container) {}
     bool cancel() override { return on_cancel(), task_with_value<void>::cancel(); }
     std::shared_ptr<ended_state_ifc> get_ended_state() const override {
         on_asked();
@@ -130,8 +130,8 @@ TEST_F(TaskContainer, HoldsATaskUntilItsCapturesAreGone) {
         const auto look = [&](int*) { // on a thread that is inside of no task
             EXPECT_FALSE(std::async([&] { return container->wait(at_once, report); }).get());
         };
-        const std::shared_ptr<basic_task> task =
-            make_task("task", container, [held = std::shared_ptr<int>(nullptr, look)] {}).share();
+        const auto task =
+            basic(make_task("task", container, [held = std::shared_ptr<int>(nullptr, look)] {}));
         is_canceled ? void(task->cancel()) : processor->execute(task, true);
         EXPECT_TRUE(container->wait(at_once, report));
     }
@@ -166,10 +166,9 @@ TEST_F(TaskContainer, EndsWithAFollowUpThatAloneHeldIt) {
     for (const bool is_claimed : {false, true}) { // goes when it is canceled, or forgotten
         owner = std::make_shared<task_container>("");
         const auto first = make_task("", owner->get_low_level_container(), [] {});
-        std::shared_ptr<basic_task> next =
-            make_task("", nullptr, [held = std::exchange(owner, nullptr)] {}).share();
+        auto next = basic(make_task("", nullptr, [held = std::exchange(owner, nullptr)] {}));
         EXPECT_TRUE(!is_claimed || next->try_claim());
-        first.share()->add_follow_up(std::exchange(next, nullptr), nullptr);
+        basic(first)->add_follow_up(std::exchange(next, nullptr), nullptr);
         processor->submit(first.share(), 0);
         ASSERT_TRUE(first.wait(in_time)) << "waits for itself";
     }

@@ -6,6 +6,7 @@
 #include <tasklib/task_scheduler.h>
 #include <tasklib/tasks_core_module.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace zel::tasklib {
@@ -18,10 +19,29 @@ std::shared_ptr<tasks_core_module> get_tasks_module();
 std::shared_ptr<task_processor_ifc> get_task_processor();
 std::shared_ptr<task_scheduler_ifc> get_task_scheduler();
 
-/// For a task that is about to be made.
-std::shared_ptr<ended_state_ifc> new_ended_state(tasks_core_module& library);
+/// The ended state of a task, in memory of the task where the library offers that.
+class own_ended_state {
+public:
+    /// Throws what get_tasks_module throws.
+    own_ended_state();
+    ~own_ended_state();
+    own_ended_state(const own_ended_state&) = delete;
+    own_ended_state& operator=(const own_ended_state&) = delete;
 
-/// The calling thread's cancellation object; null outside of tasks.
+    ended_state_ifc& operator*() const noexcept { return *state_; }
+    ended_state_ifc* operator->() const noexcept { return state_; }
+    /// For others, who keep the task as long where the state is part of it.
+    std::shared_ptr<ended_state_ifc> share(const std::shared_ptr<const void>& task) const;
+
+private:
+    alignas(std::max_align_t) std::byte room_[32];
+    std::shared_ptr<ended_state_ifc> separate_; // null where the state stands in the room
+    ended_state_ifc* state_;
+};
+
+/// The calling thread's cancellation object; null outside of tasks. The first one asks less,
+/// because the state of a task keeps the library.
+std::shared_ptr<cancellation_ifc> cancellation_around(const own_ended_state& new_task);
 std::shared_ptr<cancellation_ifc> get_this_taskcancellation();
 
 /// Throws exceptions::fatal when the library has ended.

@@ -25,6 +25,10 @@ constinit log::source_position
 // heap.
 constexpr std::size_t usual_memory = 2048;
 
+std::string name_of_part(const std::string& path) {
+    return "handling of " + path + " event";
+}
+
 // This number of milliseconds stands for no limit.
 constexpr std::uint32_t no_limit = 0xFFFFFFFF;
 
@@ -151,10 +155,11 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
         return;
     if (!processor_)
         processor_ = tasklib::get_task_processor();
+    // The path belongs to the list, which the name keeps for the part as well.
+    tasklib::task_name name(&name_of_part, {matches_.share(), handler.path});
     const auto task = tasklib::make_task(
-        "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
-        asynchronous_part(*service_.threads_, matches_.share(), handler, data_, *parameters_,
-                          monitors_.share()));
+        std::move(name), service_.tasks_->low_level(),
+        asynchronous_part(*service_.threads_, handler, data_, *parameters_, monitors_.share()));
     // A broadcast that waits for its parts starts them past their queues: it may run inside of
     // a part of such a queue, and then nothing behind that part starts before it returns.
     if (queue && !patience_)
