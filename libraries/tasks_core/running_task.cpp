@@ -158,16 +158,16 @@ const std::shared_ptr<cancellation_ifc>& run_frame::cancellation() {
 } // namespace
 
 task_claim::task_claim(const std::shared_ptr<task_ifc>& task)
-    : task_(task), pooled_(query<pooled_task_ifc>(task->cancellation())),
-      is_ours_(pooled_ ? pooled_->claim_in_pool() : task->try_claim()) {
-    if (is_ours_ && !pooled_)
+    : task_(task), placed_(query<placed_task_ifc>(task->cancellation())),
+      is_ours_(placed_ ? placed_->claim_in_pool() : task->try_claim()) {
+    if (is_ours_ && !placed_)
         task->take_submitter();
 }
 
 void task_claim::run() const {
     const run_frame inside(task_);
-    if (pooled_)
-        pooled_->run_claimed_in_pool();
+    if (placed_)
+        placed_->run_claimed_in_pool();
     else
         task_->run(false);
 }

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <tasklib/cancellation_companions.h>
-#include <tasklib/pooled_task.h>
+#include <tasklib/placed_task.h>
 
 #include <memory>
 
@@ -20,7 +20,7 @@ public:
 
 private:
     const std::shared_ptr<task_ifc>& task_;
-    pooled_task_ifc* const pooled_; // null where the task does not offer it
+    placed_task_ifc* const placed_; // null where the task does not offer it
     const bool is_ours_;
 };
 

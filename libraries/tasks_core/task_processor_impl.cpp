@@ -53,8 +53,8 @@ task_processor_impl::~task_processor_impl() {
 }
 
 void task_processor_impl::enter(task_ifc& task) {
-    auto* const pooled = query<pooled_task_ifc>(task.cancellation());
-    if (!pooled || !door_ || !pooled->enter_pool(*door_))
+    auto* const placed = query<placed_task_ifc>(task.cancellation());
+    if (!placed || !door_ || !placed->enter_pool(*door_))
         task.set_submitter(shared_from_this());
 }
 

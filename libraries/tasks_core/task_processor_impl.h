@@ -3,7 +3,7 @@
 
 #include "libraries/tasks_core/task_threads.h"
 
-#include <tasklib/pooled_task.h>
+#include <tasklib/placed_task.h>
 #include <tasklib/task_processor.h>
 
 namespace zel::tasklib {

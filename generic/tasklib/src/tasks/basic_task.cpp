@@ -13,25 +13,25 @@ namespace zel::tasklib {
 
 namespace {
 
-// Null for one of another kind, or of another copy of this library.
-low_level_task_container* own_one(task_container_low_level_ifc* container) {
+// A container of this copy of the library links the tasks that it holds, without a reference
+// of theirs, which all threads would count up and down.
+bool links_its_tasks(task_container_low_level_ifc* container) {
     if (!container)
-        return nullptr;
+        return false;
     const auto& kind = typeid(*container);
-    return &kind == &typeid(low_level_task_container)
-               ? static_cast<low_level_task_container*>(container)
-               : nullptr;
+    return &kind == &typeid(low_level_task_container);
 }
 
 } // namespace
 
 basic_task::basic_task(task_name name, std::uint32_t tag,
                        const std::shared_ptr<task_container_low_level_ifc>& container)
-    : runnable(runnable_kind::task, std::move(name)), tag_(tag), container_(container),
-      own_container_(own_one(container.get())) {}
+    : runnable(runnable_kind::task, std::move(name)), tag_(tag),
+      container_(links_its_tasks(container.get()) ? std::weak_ptr<task_container_low_level_ifc>()
+                                                  : container) {}
 
 versioned_ifc* basic_task::query_interface(const interface_id& wanted) {
-    return wanted == pooled_task_ifc::id ? static_cast<pooled_task_ifc*>(this)
+    return wanted == placed_task_ifc::id ? static_cast<placed_task_ifc*>(this)
                                          : runnable::query_interface(wanted);
 }
 
@@ -84,8 +84,33 @@ void basic_task::raise_running_thread() {
     progress_.fetch_and(~std::uint32_t{raising}, std::memory_order_release);
 }
 
+void basic_task::enter_holder(task_holder_ifc& holder) noexcept {
+    task_holder_ifc* none = nullptr;
+    holder_.compare_exchange_strong(none, &holder, std::memory_order_release,
+                                    std::memory_order_relaxed);
+}
+
+bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {
+    platform::scoped_lock inside(guard_); // nobody asks the holder for itself meanwhile
+    if (holder_.load(std::memory_order_relaxed) != &holder)
+        return true;
+    auto before = progress_.load(std::memory_order_acquire);
+    while (!(before & (stopped | let_go)) &&
+           !progress_.compare_exchange_weak(before, before | let_go, std::memory_order_acq_rel,
+                                            std::memory_order_acquire)) {
+    }
+    return (before & let_go) || !(before & stopped);
+}
+
 std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const {
-    return progress_.load(std::memory_order_acquire) & stopped ? nullptr : container_.lock();
+    platform::scoped_lock inside(guard_);
+    const auto now = progress_.load(std::memory_order_acquire);
+    if (now & stopped)
+        return nullptr;
+    auto* const holder = holder_.load(std::memory_order_acquire);
+    if (!holder)
+        return container_.lock();
+    return now & let_go ? nullptr : holder->container();
 }
 
 // A task that is claimed in vain, or canceled, stays where it is until it is taken out.
@@ -196,19 +221,13 @@ void basic_task::leave_holders(platform::shown_activity& on_thread) {
     if (before & raising)
         platform::scoped_lock until_it_is_raised(guard_);
     ended_state_->set_running_thread(platform::no_thread);
-    leave_container(on_thread);
-}
-
-void basic_task::leave_container(platform::shown_activity& on_thread) {
-    const auto container = container_.lock();
-    if (!container)
-        return;
-    if (!own_container_) {
+    if (auto* const holder = holder_.load(std::memory_order_acquire)) {
+        on_thread.end();
+        if (!(before & let_go)) // then it waits for this
+            holder->let_go_at_end(*this, *ended_state_);
+    } else if (const auto container = container_.lock()) {
         container->remove(std::static_pointer_cast<basic_task>(shared_from_this()));
-        return;
     }
-    on_thread.end();
-    own_container_->remove_at_end(*this, *ended_state_);
 }
 
 } // namespace zel::tasklib

@@ -4,16 +4,14 @@
 #include "generic/tasklib/src/tasks/runnable.h"
 
 #include <tasklib/keep_registered.h>
-#include <tasklib/pooled_task.h>
+#include <tasklib/placed_task.h>
 #include <tasklib/task_processor.h>
 
 #include <vector>
 
 namespace zel::tasklib {
 
-class low_level_task_container;
-
-class basic_task : public runnable, public task_ifc, public pooled_task_ifc {
+class basic_task : public runnable, public task_ifc, public placed_task_ifc {
 public:
     /// Holds the cookie of what it follows, until it goes. Once, right after the making.
     void follow(std::shared_ptr<keep_registered> followed_task) noexcept {
@@ -49,6 +47,8 @@ public:
     bool enter_pool(task_pool_ifc& pool) noexcept override;
     bool claim_in_pool() noexcept override;
     void run_claimed_in_pool() override { run_begun(false); }
+    void enter_holder(task_holder_ifc& holder) noexcept override;
+    bool forget_holder(task_holder_ifc& holder) noexcept override;
 
     /// What the calling thread is inside of, for a task that has just been made.
     std::shared_ptr<cancellation_ifc> cancellation_around() const {
@@ -73,15 +73,15 @@ private:
     };
 
     void leave_holders(platform::shown_activity& on_thread) override;
-    void leave_container(platform::shown_activity& on_thread);
     void start_follow_ups();
     void raise_running_thread();
     extras& with_extras() ZEL_REQUIRES(guard_);
 
     const std::uint32_t tag_;
-    const std::weak_ptr<task_container_low_level_ifc> container_; // until it has stopped
-    // One of this copy of the library, which is told of the end in one step.
-    low_level_task_container* const own_container_;
+    // The container that holds it, until `let_go` or `stopped`; one that has no such link is
+    // referred to by the other. Release, acquire: whoever finds the holder finds it made.
+    std::atomic<task_holder_ifc*> holder_{nullptr};
+    const std::weak_ptr<task_container_low_level_ifc> container_;
     // Where it was submitted: to a pool, or to what is noted below while `elsewhere`. Relaxed:
     // a pool says by itself whether it is there.
     std::atomic<task_pool_ifc*> pool_{nullptr};

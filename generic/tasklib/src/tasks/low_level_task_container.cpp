@@ -3,12 +3,28 @@
 #include "generic/tasklib/src/tasks/task_library.h"
 
 #include <platform/diagnostics.h>
+#include <platform/process.h>
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <utility>
 
 namespace zel::tasklib {
+
+low_level_task_container::~low_level_task_container() {
+    const auto somebody_is_leaving = [&] {
+        platform::scoped_lock inside(guard_);
+        return !std::ranges::all_of(
+            held_, [&](const auto& task) ZEL_REQUIRES(guard_) { return is_forgotten_by(*task); });
+    };
+    while (somebody_is_leaving()) // between two steps
+        platform::sleep_for(platform::milliseconds(1));
+}
+
+bool low_level_task_container::is_forgotten_by(task_ifc& task) {
+    auto* const placed = query<placed_task_ifc>(task.cancellation());
+    return !placed || placed->forget_holder(*this);
+}
 
 void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
     bool ended = false;
@@ -19,6 +35,8 @@ void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
             ending_.reserve(2 * most);
         held_.push_back(task);
         task->positions().in_container = held_.size() - 1;
+        if (auto* const placed = query<placed_task_ifc>(task->cancellation()))
+            placed->enter_holder(*this);
         ended = ended_;
     }
     if (ended)
@@ -30,10 +48,11 @@ void low_level_task_container::remove(const std::shared_ptr<task_ifc>& task) {
     platform::scoped_lock inside(guard_);
     std::erase_if(ending_, [](const auto& e) { return e->is_ended(); });
     ending_.push_back(std::move(ended_state));
-    take_out(*task);
+    if (is_forgotten_by(*task)) // otherwise it leaves by itself
+        take_out(*task);
 }
 
-void low_level_task_container::remove_at_end(task_ifc& task, ended_state_ifc& its_state) {
+void low_level_task_container::let_go_at_end(task_ifc& task, ended_state_ifc& its_state) {
     std::shared_ptr<task_ifc> released; // without the lock
     platform::scoped_lock inside(guard_);
     released = take_out(task);

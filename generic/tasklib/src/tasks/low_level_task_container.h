@@ -4,9 +4,7 @@
 #include "generic/tasklib/src/tasks/deadline.h"
 
 #include <tasklib/cancellation_companions.h>
-#include <tasklib/ended_state.h>
-#include <tasklib/task_container.h>
-#include <tasklib/task_ifc.h>
+#include <tasklib/placed_task.h>
 
 #include <platform/critical_section.h>
 
@@ -15,18 +13,24 @@
 
 namespace zel::tasklib {
 
-class low_level_task_container final : public task_container_low_level_ifc {
+class low_level_task_container final
+    : public task_container_low_level_ifc,
+      public task_holder_ifc,
+      public std::enable_shared_from_this<low_level_task_container> {
 public:
     explicit low_level_task_container(std::string name) : name_(std::move(name)) {}
+    /// Waits for tasks that are just leaving.
+    ~low_level_task_container() override;
 
     void add(const std::shared_ptr<task_ifc>& task) override;
     void remove(const std::shared_ptr<task_ifc>& task) override;
     void end() override;
     bool wait(threading::universal_timeout timeout, std::int32_t mode) override;
 
-    /// `remove` and the telling of the end in one step, so that the state need not be kept
-    /// until it has told. The caller keeps the task.
-    void remove_at_end(task_ifc& task, ended_state_ifc& its_state);
+    std::shared_ptr<task_container_low_level_ifc> container() noexcept override {
+        return weak_from_this().lock();
+    }
+    void let_go_at_end(task_ifc& task, ended_state_ifc& its_state) override;
 
 private:
     bool wait_for_tasks(const deadline& until, std::int32_t mode);
@@ -37,6 +41,7 @@ private:
     bool report_held_tasks();
     std::shared_ptr<ended_state_ifc> last_ended_state();
     void drop_from_held(task_ifc& task);
+    bool is_forgotten_by(task_ifc& task) ZEL_REQUIRES(guard_);
     std::shared_ptr<task_ifc> take_out(task_ifc& task) ZEL_REQUIRES(guard_);
 
     // Guards all below. Never held while a task is canceled or waited for.

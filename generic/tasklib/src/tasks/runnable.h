@@ -34,7 +34,7 @@ public:
 
 protected:
     /// Throws what get_tasks_module throws.
-    runnable(runnable_kind kind, task_name name) : kind_(kind), name_(std::move(name)) {}
+    runnable(runnable_kind kind, task_name name) : name_(std::move(name)), kind_(kind) {}
 
     /// The first call runs the body, unless it is to be skipped, and then all that
     /// belongs to the end of a run, also when the thread is unwound from inside. The caller
@@ -50,13 +50,14 @@ protected:
 
     // What has happened so far, and where a task is kept.
     enum progress : std::uint32_t {
-        claimed = 1,   // somebody is going to run it
-        started = 2,   // run_begun was called
-        completed = 4, // no follow-up is stored any more
-        stopped = 8,   // nobody raises the priority of its thread for its sake any more
-        followed = 16, // has follow-ups
-        raising = 32,  // a canceler, who holds the guard, may be about to raise the priority
-        elsewhere = 64 // a place has it that is no pool
+        claimed = 1,    // somebody is going to run it
+        started = 2,    // run_begun was called
+        completed = 4,  // no follow-up is stored any more
+        stopped = 8,    // nobody raises the priority of its thread for its sake any more
+        followed = 16,  // has follow-ups
+        raising = 32,   // a canceler, who holds the guard, may be about to raise the priority
+        elsewhere = 64, // a place has it that is no pool
+        let_go = 128    // the container that held it has gone, or has taken it out
     };
     // Acquire and release where another thread relies on more than the bits.
     std::atomic<std::uint32_t> progress_{0};
@@ -83,10 +84,10 @@ private:
     void body_failed(const std::exception_ptr& failure);
     void end_run(platform::shown_activity& on_thread) noexcept;
 
-    const runnable_kind kind_;
     const task_name name_;
-    bool failure_fetched_ ZEL_GUARDED_BY(guard_) = false;
     std::exception_ptr failure_ ZEL_GUARDED_BY(guard_);
+    const runnable_kind kind_;
+    bool failure_fetched_ ZEL_GUARDED_BY(guard_) = false;
 };
 
 } // namespace zel::tasklib

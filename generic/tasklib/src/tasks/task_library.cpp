@@ -124,21 +124,24 @@ own_ended_state::own_ended_state() : state_(make_ended_state_in(room_)) {
     state_ = make_ended_state_in(room_);
     if (state_)
         return;
-    separate_ = library->create_ended_state();
-    RequireInterface(*separate_);
-    state_ = separate_.get();
+    auto state = library->create_ended_state();
+    RequireInterface(*state);
+    state_ = state.get();
+    ::new (room_) separate(std::move(state));
 }
 
 own_ended_state::~own_ended_state() {
-    if (!separate_)
+    if (is_separate())
+        std::destroy_at(std::launder(reinterpret_cast<separate*>(room_)));
+    else
         state_->~ended_state_ifc();
 }
 
 std::shared_ptr<ended_state_ifc>
 own_ended_state::share(const std::shared_ptr<const void>& task) const {
-    return separate_
-               ? separate_
-               : std::shared_ptr<ended_state_ifc>(std::const_pointer_cast<void>(task), state_);
+    if (is_separate())
+        return *std::launder(reinterpret_cast<const separate*>(room_));
+    return separate(std::const_pointer_cast<void>(task), state_);
 }
 
 std::shared_ptr<cancellation_ifc> cancellation_around(const own_ended_state&) {

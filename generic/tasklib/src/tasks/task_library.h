@@ -34,9 +34,15 @@ public:
     std::shared_ptr<ended_state_ifc> share(const std::shared_ptr<const void>& task) const;
 
 private:
-    alignas(std::max_align_t) std::byte room_[32];
-    std::shared_ptr<ended_state_ifc> separate_; // null where the state stands in the room
-    ended_state_ifc* state_;
+    using separate = std::shared_ptr<ended_state_ifc>;
+
+    bool is_separate() const noexcept {
+        return static_cast<const void*>(state_) != static_cast<const void*>(room_);
+    }
+
+    // Holds the state, or a reference to one that stands elsewhere.
+    alignas(std::max_align_t) std::byte room_[24];
+    ended_state_ifc* state_; // at the beginning of the room, or not in it
 };
 
 /// The calling thread's cancellation object; null outside of tasks. The first one asks less,
