@@ -75,7 +75,8 @@ void give_block_back(void* memory, std::size_t size) noexcept {
 // Does nothing once the stocks are closed.
 template <class Use>
 void block_stock::with_own_place(const Use& use) noexcept {
-    if (!open_stocks.enter())
+    const platform::thread_gate::visit inside_stocks(open_stocks);
+    if (!inside_stocks)
         return;
     const auto slot = platform::thread_slot();
     place& own = places_[slot];
@@ -85,7 +86,6 @@ void block_stock::with_own_place(const Use& use) noexcept {
     } else {
         use(own);
     }
-    open_stocks.leave();
 }
 
 void* block_stock::take() noexcept {

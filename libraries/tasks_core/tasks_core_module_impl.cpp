@@ -5,6 +5,7 @@
 #include "libraries/tasks_core/running_task.h"
 
 #include <platform/process.h>
+#include <platform/thread_gate.h>
 
 #include <atomic>
 #include <new>
@@ -15,6 +16,11 @@ namespace {
 
 // Ends before the module does, even where the module is still held and stays.
 constinit lifetime::basic_singleton<task_running, lifetime::const_longevity_traits<201009>> running;
+
+// For those who submit tasks without a reference to the processor.
+constinit platform::thread_gate processor_is_there;
+// Acquire and release: who finds it finds it made.
+constinit std::atomic<task_processor_impl*> known_processor{nullptr};
 
 template <class Reader>
 auto read_running(Reader&& reader) {
@@ -50,6 +56,16 @@ void task_running::start() {
     processor_ = std::move(processor);
     scheduler_ = std::move(scheduler);
     process_ = platform::process_id();
+    platform::thread_gate::prepare();
+    known_processor.store(processor_.get(), std::memory_order_release);
+}
+
+bool task_running::submit(const std::shared_ptr<task_ifc>& task) {
+    const platform::thread_gate::visit inside(processor_is_there);
+    auto* const processor = inside ? known_processor.load(std::memory_order_acquire) : nullptr;
+    if (processor)
+        processor->submit(task, 0); // no foreign code runs: the caller keeps the task
+    return processor != nullptr;
 }
 
 std::shared_ptr<task_threads> task_running::set_limits(const task_thread_limits& limits) noexcept {
@@ -73,6 +89,8 @@ void task_running::end() {
         new std::shared_ptr<void>(std::move(scheduler_));
         return;
     }
+    known_processor.store(nullptr, std::memory_order_release);
+    processor_is_there.close();
     for (const auto& task : scheduler_->stop_taking())
         task->cancellation().cancel();
     for (const auto& task : threads_->stop_taking())
@@ -94,6 +112,9 @@ public:
     }
     std::shared_ptr<cancellation_ifc> get_this_taskcancellation() override {
         return this_task_cancellation();
+    }
+    bool submit(const std::shared_ptr<task_ifc>& task) override {
+        return task_running::submit(task);
     }
 
     // Relaxed: a task that is made while the module ends may be made before or afterwards.

@@ -22,6 +22,9 @@ public:
     /// Returns the threads that are to follow them, or null.
     std::shared_ptr<task_threads> set_limits(const task_thread_limits& limits) noexcept;
 
+    /// False when nobody has asked for the processor, and after the end.
+    static bool submit(const std::shared_ptr<task_ifc>& task);
+
     /// Whether somebody else holds one of them.
     bool is_used() const noexcept;
     bool has_started() const noexcept { return threads_ != nullptr; }

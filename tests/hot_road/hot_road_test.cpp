@@ -1,15 +1,23 @@
 // What a message costs the other processors: how many atomic operations it makes once its
 // handlers are known, and that it takes no lock and makes no system call. Two cores show too
 // little of it for a benchmark.
+#include "generic/tasklib/src/tasks/start_task.h"
+#include "generic/tasklib/src/tasks/task.h"
+#include "generic/tasklib/src/tasks/task_container.h"
 #include "platform/src/instruction_watch_test.h"
 #include "tests/support/routing.h"
 
+#include <tasklib/task_threads_module.h>
+
 #include <gtest/gtest.h>
+#include <semaphore>
 
 namespace zel::event_routing::impl {
 namespace {
 
+using platform::mark_watched;
 using platform::watch_instructions;
+using platform::watch_marked;
 using platform::watched_instructions;
 
 constexpr auto answers = [](auto&&...) { return true; };
@@ -60,6 +68,75 @@ TEST_F(HotRoad, ARequestAndASnowballMakeOne) {
     EXPECT_EQ(request->locked, 1);
     EXPECT_EQ(snowball->locked, 1);
     EXPECT_EQ(request->system_calls + snowball->system_calls, 0);
+}
+
+// Tasks of a pool with one thread, which is blocked while they are submitted.
+class task_road {
+public:
+    task_road() {
+        tasklib::task_thread_limits limits;
+        limits.cores = limits.most_threads = 1;
+        limits.stalled = platform::milliseconds(1); // the watch looks as often as with traffic
+        tasklib::get_task_threads_module()->set_limits(limits);
+        processor_ = tasklib::get_task_processor();
+        {
+            std::vector<tasklib::task<void>> dropped; // their memory is in stock then
+            for (int i = 0; i < 30; ++i)
+                dropped.emplace_back(make([] {})).cancel();
+        }
+        submit_some();
+        container_->wait({}, 0);
+        submit([&] {
+            blocked_.release();
+            go_on_.acquire();
+        });
+        blocked_.acquire();
+        submit_some();
+    }
+    void submit(auto body) {
+        tasklib::submit_or_cancel(make(std::move(body)).share(), *processor_);
+    }
+    void run_all() {
+        go_on_.release();
+        container_->wait({}, 0);
+    }
+
+private:
+    // Without a name, which the watch would show on the thread: a task takes long here.
+    tasklib::task<void> make(auto body) {
+        return tasklib::make_task("", container_, std::move(body));
+    }
+    void submit_some() {
+        for (int i = 0; i < 10; ++i)
+            submit([] {});
+    }
+
+    std::binary_semaphore blocked_{0}, go_on_{0};
+    std::shared_ptr<tasklib::task_container_low_level_ifc> container_ =
+        std::make_shared<tasklib::low_level_task_container>("");
+    std::shared_ptr<tasklib::task_processor_ifc> processor_;
+};
+
+// To enter the container and the pool and to leave them, to be claimed, to end, to be released;
+// and to hold cancellation off from the end of the run.
+TEST(HotRoadOfATask, MakesAtMostTwentyFiveAtomicOperationsFromItsMakingToItsEnd) {
+    const auto to_submit = watch_marked([] {
+        task_road road;
+        mark_watched();
+        road.submit([] {});
+        mark_watched();
+        road.run_all();
+    });
+    const auto to_run = watch_marked([] {
+        task_road road;
+        road.submit(&mark_watched);
+        road.submit(&mark_watched);
+        road.run_all();
+    });
+    if (!to_submit || !to_run)
+        GTEST_SKIP() << "processes may not be watched here";
+    EXPECT_LE(to_submit->locked + to_run->locked, 25)
+        << to_submit->locked << " and " << to_run->locked;
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // A way into something that threads use all the time and that ends once.
 //
-//     if (gate.enter()) { use(); gate.leave(); }      any thread, any time
-//     gate.close(); destroy();                        once
+//     if (const thread_gate::visit inside(gate); inside) use();      any thread, any time
+//     gate.close(); destroy();                                       once
 //
 // To enter and to leave costs a store each, in a line of the cache that no other thread
 // writes; whoever closes the gate pays for all.
@@ -29,18 +29,27 @@ public:
     /// operation of the whole process.
     static void prepare() noexcept { prepare_heavy_barrier(); }
 
-    /// False when the gate is closed; then the thread is not inside.
-    bool enter() noexcept {
-        change(1);
-        light_barrier();
-        if (!is_closed_.load(std::memory_order_acquire))
-            return true;
-        leave();
-        return false;
-    }
-    void leave() noexcept { change(-1); }
+    /// On one thread.
+    class visit {
+    public:
+        explicit visit(thread_gate& gate) noexcept : gate_(gate), is_inside_(gate.enter()) {}
+        ~visit() {
+            if (is_inside_)
+                gate_.change(-1);
+        }
+        visit(const visit&) = delete;
+        visit& operator=(const visit&) = delete;
 
-    /// Lets nobody in from now on, and waits until all have left. Not from inside.
+        /// False when the gate is closed.
+        explicit operator bool() const noexcept { return is_inside_; }
+
+    private:
+        thread_gate& gate_;
+        const bool is_inside_;
+    };
+
+    /// Lets nobody in from now on, and waits until all have left; not in the child of a fork,
+    /// in which nobody ever leaves. Not from inside.
     ZEL_EXPORT void close() noexcept;
 
 private:
@@ -49,6 +58,14 @@ private:
         std::atomic<std::int32_t> inside{0};
     };
 
+    bool enter() noexcept {
+        change(1);
+        light_barrier();
+        if (!is_closed_.load(std::memory_order_acquire))
+            return true;
+        change(-1);
+        return false;
+    }
     void change(std::int32_t by) noexcept {
         const auto slot = thread_slot();
         auto& inside = places_[slot].inside;

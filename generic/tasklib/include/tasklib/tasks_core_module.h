@@ -48,6 +48,10 @@ public:
 
     /// As that of the module.
     virtual std::shared_ptr<cancellation_ifc> get_this_taskcancellation() = 0;
+
+    /// `submit` of the module's processor, without flags. False when nobody has asked for that
+    /// so far, and when it has ended.
+    virtual bool submit(const std::shared_ptr<task_ifc>& task) = 0;
 };
 
 } // namespace zel::tasklib

@@ -107,12 +107,9 @@ std::shared_ptr<task_scheduler_ifc> get_task_scheduler() {
 namespace {
 
 ended_state_ifc* make_ended_state_in(std::span<std::byte> room) noexcept {
-    if (!library_is_mapped.enter())
-        return nullptr;
-    auto* const maker = making.load(std::memory_order_acquire);
-    auto* const made = maker ? maker->make_ended_state_in(room.data(), room.size()) : nullptr;
-    library_is_mapped.leave();
-    return made;
+    const platform::thread_gate::visit inside(library_is_mapped);
+    auto* const maker = inside ? making.load(std::memory_order_acquire) : nullptr;
+    return maker ? maker->make_ended_state_in(room.data(), room.size()) : nullptr;
 }
 
 } // namespace
@@ -148,6 +145,12 @@ std::shared_ptr<cancellation_ifc> cancellation_around(const own_ended_state&) {
     auto* const known = making.load(std::memory_order_acquire);
     return known ? known->get_this_taskcancellation()
                  : get_tasks_module()->get_this_taskcancellation();
+}
+
+void submit_to_library(const std::shared_ptr<task_ifc>& task) {
+    auto* const known = making.load(std::memory_order_acquire);
+    if (!known || !known->submit(task))
+        get_task_processor()->submit(task, 0);
 }
 
 std::shared_ptr<cancellation_ifc> get_this_taskcancellation() {

@@ -19,6 +19,10 @@ std::shared_ptr<tasks_core_module> get_tasks_module();
 std::shared_ptr<task_processor_ifc> get_task_processor();
 std::shared_ptr<task_scheduler_ifc> get_task_scheduler();
 
+/// As `get_task_processor()->submit(task, 0)`, for a task of this library: its ended state keeps
+/// the task library, so that less has to be asked.
+void submit_to_library(const std::shared_ptr<task_ifc>& task);
+
 /// The ended state of a task, in memory of the task where the library offers that.
 class own_ended_state {
 public:

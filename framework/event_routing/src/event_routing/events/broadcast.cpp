@@ -6,7 +6,6 @@
 #include "framework/event_routing/src/event_routing/routing/handler_failures.h"
 #include "generic/tasklib/src/tasks/deadline.h"
 #include "generic/tasklib/src/tasks/start_task.h"
-#include "generic/tasklib/src/tasks/task_library.h"
 
 #include <platform/cancellation.h>
 #include <platform/diagnostics.h>
@@ -153,8 +152,6 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
     const MultiPathHandlerInfo& handler, const std::shared_ptr<tasklib::task_queue_ifc>& queue) {
     if (service_.has_ended_.load(std::memory_order_relaxed))
         return;
-    if (!processor_)
-        processor_ = tasklib::get_task_processor();
     // The path belongs to the list, which the name keeps for the part as well.
     tasklib::task_name name(&name_of_part, {matches_.share(), handler.path});
     const auto task = tasklib::make_task(
@@ -163,9 +160,9 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
     // A broadcast that waits for its parts starts them past their queues: it may run inside of
     // a part of such a queue, and then nothing behind that part starts before it returns.
     if (queue && !patience_)
-        tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
+        tasklib::store_or_cancel(task.share(), queue, service_.tasks_);
     else
-        tasklib::submit_or_cancel(task.share(), *processor_);
+        tasklib::submit_or_cancel(task.share());
     if (patience_)
         tasks_.push_back(task);
 }

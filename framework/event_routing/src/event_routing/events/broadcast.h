@@ -6,8 +6,6 @@
 #include "framework/event_routing/src/event_routing/monitors/numbered_parameters.h"
 #include "generic/tasklib/src/tasks/task.h"
 
-#include <tasklib/task_processor.h>
-
 #include <optional>
 
 namespace zel::event_routing::impl {
@@ -63,8 +61,7 @@ private:
     current_matches<match_list> matches_{service_.records_, message_};
     // How many milliseconds to wait for the tasks; nothing: not at all.
     std::optional<std::uint32_t> patience_;
-    std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started
-    std::vector<tasklib::task<void>> tasks_;                 // kept only to be waited for
+    std::vector<tasklib::task<void>> tasks_; // kept only to be waited for
 };
 
 } // namespace zel::event_routing::impl
