@@ -117,7 +117,7 @@ std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const 
 bool basic_task::enter_pool(task_pool_ifc& pool) noexcept {
     task_pool_ifc* none = nullptr;
     return !(progress_.load(std::memory_order_relaxed) & elsewhere) &&
-           pool_.compare_exchange_strong(none, &pool, std::memory_order_relaxed);
+           pool_.compare_exchange_strong(none, &pool, std::memory_order_acq_rel);
 }
 
 bool basic_task::claim_in_pool() noexcept {
@@ -136,12 +136,14 @@ bool basic_task::claim_in_pool() noexcept {
 void basic_task::set_submitter(const std::shared_ptr<task_submitter_ifc>& place) {
     std::shared_ptr<task_submitter_ifc> known, pool; // released without the lock: each may be
                                                      // the last one
-    if (auto* const has_it = pool_.load(std::memory_order_relaxed))
+    if (auto* has_it = pool_.load(std::memory_order_relaxed)) {
         pool = has_it->place();
-    if (pool && pool != place)
-        throw task_is_already_submitted();
-    if (pool)
-        return;
+        if (pool && pool != place)
+            throw task_is_already_submitted();
+        if (pool)
+            return;
+        pool_.compare_exchange_strong(has_it, nullptr, std::memory_order_acq_rel);
+    }
     platform::scoped_lock inside(guard_);
     known = submitter_.lock();
     if (known && known != place)
@@ -158,7 +160,7 @@ std::shared_ptr<task_submitter_ifc> basic_task::get_submitter() const {
 }
 
 std::shared_ptr<task_submitter_ifc> basic_task::take_submitter() {
-    if (auto* const pool = pool_.exchange(nullptr, std::memory_order_relaxed))
+    if (auto* const pool = pool_.exchange(nullptr, std::memory_order_acq_rel))
         return pool->place();
     platform::scoped_lock inside(guard_);
     progress_.fetch_and(~std::uint32_t{elsewhere}, std::memory_order_relaxed);

@@ -82,8 +82,8 @@ private:
     // referred to by the other. Release, acquire: whoever finds the holder finds it made.
     std::atomic<task_holder_ifc*> holder_{nullptr};
     const std::weak_ptr<task_container_low_level_ifc> container_;
-    // Where it was submitted: to a pool, or to what is noted below while `elsewhere`. Relaxed:
-    // a pool says by itself whether it is there.
+    // Where it was submitted: to a pool, or to what is noted below while `elsewhere`. Acquire,
+    // release: either a canceler finds the place, or who submits finds the task canceled.
     std::atomic<task_pool_ifc*> pool_{nullptr};
     std::weak_ptr<task_submitter_ifc> submitter_ ZEL_GUARDED_BY(guard_);
     std::unique_ptr<extras> extras_ ZEL_GUARDED_BY(guard_);

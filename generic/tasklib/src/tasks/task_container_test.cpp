@@ -2,8 +2,10 @@
 #include "tests/support/scarce_memory.h"
 
 #include <platform/clocks.h>
+#include <platform/process.h>
 
 #include <future>
+#include <latch>
 
 namespace zel::tasklib::test {
 namespace {
@@ -153,6 +155,46 @@ TEST_F(TaskContainer, IsLeftByItsTasksAlsoWithoutMemory) {
     for (const auto& task : tasks)
         task->run(true);
     EXPECT_TRUE(container->wait(at_once, report));
+}
+
+// A container of somebody else, which knows tasks by their interface only.
+struct plain_container final : task_container_low_level_ifc {
+    void add(const shared_task& task) override { held = task; }
+    void remove(const shared_task& task) override {
+        EXPECT_EQ(task, held);
+        EXPECT_FALSE(task->get_ended_state()->is_ended());
+        held = nullptr;
+    }
+    void end() override {}
+    bool wait(threading::universal_timeout, std::int32_t) override { return true; }
+    shared_task held;
+};
+
+TEST_F(TaskContainer, OfAnotherKindIsLeftBeforeTheEndIsTold) {
+    const auto other = std::make_shared<plain_container>();
+    const auto task = make_task("", other, [&] { EXPECT_EQ(other->held->get_container(), other); });
+    processor->execute(task.share(), true);
+    EXPECT_TRUE(task.wait(at_once) && !other->held && !task.share()->get_container());
+}
+
+TEST_F(TaskContainer, MayGoBeforeItsTasksAndWhileTheyLeaveIt) {
+    for (int round = 0; round < 300; ++round) {
+        auto going = std::make_shared<low_level_task_container>("");
+        const auto stays = make_task("", going, [] {}), leaves = make_task("", going, [] {});
+        std::latch both(2);
+        watched_thread runner([&] {
+            both.arrive_and_wait();
+            leaves.share()->run(false);
+        });
+        const auto state = leaves.share()->get_ended_state();
+        both.arrive_and_wait();
+        for (int pause = 0; pause < round % 30; ++pause)
+            platform::pause_processor();
+        going.reset();
+        EXPECT_EQ(stays.share()->get_container(), nullptr);
+        stays.share()->run(false);
+        EXPECT_TRUE(state->wait_ended(in_time) && stays.wait(at_once));
+    }
 }
 
 TEST_F(TaskContainer, EndsWithACanceledTaskThatAloneHeldIt) {
