@@ -87,7 +87,7 @@ TEST(ThreadDescription, LeavesNoOldNameBehindWhileOtherThreadsLookAndPublish) {
     for (auto& id : ids) {
         threads.emplace_back([&, own = shown()] {
             id = this_thread_id();
-            for (int round = 0; round < 2000; ++round) {
+            for (int round = 0; round < 400; ++round) {
                 {
                     const auto text = std::make_unique<std::string>("a text");
                     const shown_activity activity(&text_of, text->c_str());
