@@ -13,7 +13,8 @@ namespace zel::memory {
 
 namespace {
 
-constexpr std::size_t step = 64; // bytes between one size and the next
+constexpr std::size_t step = 64;  // bytes between one size and the next
+constexpr std::size_t header = 8; // of the general allocator, before each block
 constinit std::array<block_stock, 16> stocks;
 constinit platform::thread_gate open_stocks;
 
@@ -52,9 +53,14 @@ constexpr bool recycles = true;
 constexpr bool recycles = true;
 #endif
 
+// So that with its header a block takes whole steps.
+constexpr std::size_t stocked_size(std::size_t size) noexcept {
+    return (size + header + step - 1) / step * step - header;
+}
+
 // Null for large blocks, and where none are kept.
 block_stock* stock_for(std::size_t size) noexcept {
-    const std::size_t index = (size - 1) / step;
+    const std::size_t index = (size + header - 1) / step;
     return recycles && index < stocks.size() ? &stocks[index] : nullptr;
 }
 

@@ -107,6 +107,7 @@ public:
         return wanted == versioned_ifc::id || wanted == task_making_ifc::id ? this : nullptr;
     }
     ended_state_ifc* make_ended_state_in(void* memory, std::size_t room) noexcept override {
+        static_assert(alignof(ended_state_impl) <= alignof(void*));
         const bool can = has_module.load(std::memory_order_relaxed);
         return can && room >= sizeof(ended_state_impl) ? ::new (memory) ended_state_impl : nullptr;
     }

@@ -41,7 +41,7 @@ public:
     static constexpr interface_id id{"B1F5AC2E-6A53-4DB5-93B1-0E1B7C5E0F4D"};
 
     /// An ended state that needs no memory of its own: its ended_state_ifc stands at the
-    /// beginning of the memory, which is aligned for any object. The caller destroys it, and keeps
+    /// beginning of the memory, which is aligned for pointers. The caller destroys it, and keeps
     /// the library in use until then. Null where the room is too small, and when the module has
     /// ended.
     virtual ended_state_ifc* make_ended_state_in(void* memory, std::size_t room) noexcept = 0;

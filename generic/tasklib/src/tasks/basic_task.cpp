@@ -85,9 +85,10 @@ void basic_task::raise_running_thread() {
 }
 
 void basic_task::enter_holder(task_holder_ifc& holder) noexcept {
-    task_holder_ifc* none = nullptr;
-    holder_.compare_exchange_strong(none, &holder, std::memory_order_release,
-                                    std::memory_order_relaxed);
+    // Of two containers at the same moment the task would leave one; the other one would find
+    // it ended.
+    if (!holder_.load(std::memory_order_relaxed))
+        holder_.store(&holder, std::memory_order_release);
 }
 
 bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {

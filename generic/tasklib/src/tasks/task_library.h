@@ -45,7 +45,7 @@ private:
     }
 
     // Holds the state, or a reference to one that stands elsewhere.
-    alignas(std::max_align_t) std::byte room_[24];
+    alignas(separate) std::byte room_[24];
     ended_state_ifc* state_; // at the beginning of the room, or not in it
 };
 
