@@ -41,6 +41,12 @@ private:
     bool report_held_tasks();
     std::shared_ptr<ended_state_ifc> last_ended_state();
     void drop_from_held(task_ifc& task);
+    std::shared_ptr<task_ifc> held(std::size_t place) const ZEL_REQUIRES(guard_) {
+        return std::static_pointer_cast<task_ifc>(row_[place]);
+    }
+    task_ifc& known(std::size_t place) const ZEL_REQUIRES(guard_) {
+        return static_cast<task_ifc&>(*row_[place]);
+    }
     bool is_forgotten_by(task_ifc& task) ZEL_REQUIRES(guard_);
     std::shared_ptr<task_ifc> take_out(task_ifc& task) ZEL_REQUIRES(guard_);
 
@@ -48,11 +54,11 @@ private:
     platform::plain_lock guard_;
     const std::string name_; // shown by debuggers
     bool ended_ ZEL_GUARDED_BY(guard_) = false;
-    // In no order: the last one moves into the gap that a removed one leaves.
-    std::vector<std::shared_ptr<task_ifc>> held_ ZEL_GUARDED_BY(guard_);
-    // Belong to tasks that have left by `remove` and have not told yet that they have ended.
-    // With room for those of all that are held.
-    std::vector<std::shared_ptr<ended_state_ifc>> ending_ ZEL_GUARDED_BY(guard_);
+    // First the tasks that are held, in no order: the last one moves into the gap that one
+    // leaves. Behind them the ended states of tasks that have left by `remove` and have not told
+    // yet that they have ended. In one row, so that a task needs no memory to leave.
+    std::vector<std::shared_ptr<InterfaceBase>> row_ ZEL_GUARDED_BY(guard_);
+    std::size_t held_ ZEL_GUARDED_BY(guard_) = 0;
 };
 
 } // namespace zel::tasklib
