@@ -71,7 +71,7 @@ std::shared_ptr<task_ifc> low_level_task_container::take_out(task_ifc& task) {
             ++place;
     if (place == held_)
         return nullptr;
-    auto taken = held(place);
+    auto taken = std::static_pointer_cast<task_ifc>(std::move(row_[place]));
     if (place != --held_) {
         row_[place] = std::move(row_[held_]);
         known(place).positions().in_container = place;
