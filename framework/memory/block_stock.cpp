@@ -69,7 +69,7 @@ block_stock* stock_for(std::size_t size) noexcept {
 void* take_block(std::size_t size) {
     auto* const stock = stock_for(size);
     void* const kept = stock ? stock->take() : nullptr;
-    return kept ? kept : ::operator new(stock ? (size + step - 1) / step* step : size);
+    return kept ? kept : ::operator new(stock ? stocked_size(size) : size);
 }
 
 void give_block_back(void* memory, std::size_t size) noexcept {
