@@ -157,8 +157,13 @@ std::counting_semaphore threads_gone(0);
 struct thread_end {
     ~thread_end() { threads_gone.release(); }
 };
+void forget_threads_of_other_pools() {
+    while (threads_gone.try_acquire()) {
+    }
+}
 
 TEST(TaskThreads, GrowByOneWithEveryStallUpToTheMostAndShrinkWhenIdle) {
+    forget_threads_of_other_pools();
     pool p({.cores = 1, .most_threads = 3, .stalled = 30ms, .idle = 60ms});
     std::counting_semaphore started(0);
     signal go_on;
@@ -181,6 +186,7 @@ TEST(TaskThreads, GrowByOneWithEveryStallUpToTheMostAndShrinkWhenIdle) {
 }
 
 TEST(TaskThreads, FollowNewLimitsAtOnce) {
+    forget_threads_of_other_pools();
     const task_thread_limits few{.cores = 1, .most_threads = 8, .stalled = hours, .idle = 60ms};
     pool p(few);
     std::counting_semaphore started(0);
@@ -236,8 +242,10 @@ TEST(TaskThreads, CancelAtTheEndWhatIsLeftInTheRowOfARunningTask) {
 }
 
 TEST(TaskThreads, RunWhatATaskHasSubmittedBeforeItBlocksOrComputesOnAndOn) {
-    pool p({.cores = 2, .most_threads = 2, .stalled = hours});
     signal child_ran, first_blocks, ended;
+    std::atomic<bool> goes_on{true};
+    std::function<void()> again; // has to outlive the pool, as all that tasks use
+    pool p({.cores = 2, .most_threads = 2, .stalled = hours});
     p.submit([&] {
         p.submit([&] { child_ran.set(); });
         first_blocks.set();
@@ -245,8 +253,7 @@ TEST(TaskThreads, RunWhatATaskHasSubmittedBeforeItBlocksOrComputesOnAndOn) {
     });
     EXPECT_TRUE(first_blocks.comes() && child_ran.comes());
     // The other thread has no end of tasks in its own row.
-    std::atomic<bool> goes_on{true};
-    const std::function<void()> again = [&] {
+    again = [&] {
         if (goes_on)
             p.submit(again);
     };
