@@ -15,7 +15,7 @@ namespace {
 
 // Some ten microseconds. To wake a sleeping processor takes as long or longer, in a
 // virtual machine above all.
-constexpr std::size_t rows_looked_at_while_lingering = 1000;
+constexpr std::size_t rows_looked_at_while_lingering = 2000;
 
 // About what it takes to wake a thread.
 constexpr std::chrono::microseconds short_run{10};
