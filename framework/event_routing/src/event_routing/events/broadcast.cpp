@@ -77,7 +77,7 @@ void EventRoutingImpl::broadcast::choose_parameters() {
 void EventRoutingImpl::broadcast::recall_handlers() {
     generation_ = service_.routing_lock_.current_generation();
     if (routing_lock::is_stable(generation_))
-        matches_.recall(text_, generation_);
+        matches_.recall(paths_, generation_);
 }
 
 // Empty pieces are no paths.
@@ -94,7 +94,7 @@ void EventRoutingImpl::broadcast::split_paths(const Use& use) const {
 void EventRoutingImpl::broadcast::collect_handlers() {
     if (matches_)
         return;
-    flattening matches(text_, generation_);
+    flattening matches(paths_, generation_);
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
     event_routing_node::collected_handlers collected(&memory);
@@ -201,8 +201,8 @@ EventRoutingImpl::broadcast::~broadcast() noexcept(false) {
 
 EventRoutingImpl::broadcast::counting::~counting() {
     const auto failure = platform::guarded([&] {
-        if (const auto finished =
-                event.service_.statistics_.UpdateStatistics(event.message_.record(), event.text_)) {
+        if (const auto finished = event.service_.statistics_.UpdateStatistics(
+                event.message_.record(), event.paths_)) {
             const platform::no_cancellation to_the_end;
             WriteStatistics(*finished);
         }

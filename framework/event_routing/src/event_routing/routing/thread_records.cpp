@@ -212,6 +212,17 @@ bool thread_records::is_named(const void* used) const noexcept {
     return found;
 }
 
+void thread_records::forget_lists_of(const void* keeper) noexcept {
+    platform::scoped_lock inside(guard_);
+    for_each_frame([&](const thread_record&, message_frame& frame) {
+        // In this order: of another keeper's list that other keeper is read, or a later one.
+        auto word = frame.named.load(std::memory_order_acquire);
+        const bool is_list = word != 0 && (word & (message_frame::any | message_frame::one)) == 0;
+        if (is_list && frame.keeper.load(std::memory_order_acquire) == keeper)
+            frame.named.compare_exchange_strong(word, 0, std::memory_order_relaxed);
+    });
+}
+
 void thread_records::add_part(thread_record& own, const void* service,
                               std::unique_ptr<thread_part> part) {
     platform::scoped_lock inside(guard_);

@@ -15,6 +15,10 @@
 // A removal therefore needs the heavy barrier, which reaches all threads, only when its
 // callable is among what another thread names; if it was named later, the message finds
 // the callable retired.
+//
+// A list that a service keeps stays named after the message has ended, until the frame names
+// something else or the service ends. So a thread that sends the same message again and again
+// has its list at hand and makes no fence.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/routing/service_parts.h"
@@ -87,10 +91,15 @@ protected:
 /// The frame of one message. Read by others, so it has lines of the cache of its own.
 struct alignas(64) message_frame {
     // Which handlers the message may call: none (0), those of a list (its address), any
-    // (with the bit `any`), or one (its address and the bit `one`).
+    // (with the bit `any`), or one (its address and the bit `one`). A list may be one of an
+    // earlier message.
     static constexpr std::uintptr_t any = 1;
     static constexpr std::uintptr_t one = 2;
     std::atomic<std::uintptr_t> named{0};
+    // Who keeps the list that is named, if that stays named after the message; else null.
+    // Written by the thread alone, while what is named has the bit `any`. So a list that is
+    // named without it is the keeper's. Release and acquire for that.
+    std::atomic<const void*> keeper{nullptr};
     // The snapshot of monitors that it uses.
     std::atomic<const void*> snapshot{nullptr};
 
@@ -181,9 +190,9 @@ public:
 
     /// Whether a frame names this list or snapshot, so that it has to be kept.
     bool is_named(const void* used) const noexcept;
-    /// For lists that nobody names any more, before they go: a removal may have seen a frame
-    /// that did, and still look into one of them.
-    void let_removals_pass() const noexcept { platform::scoped_lock inside(guard_); }
+    /// No frame names a list of this keeper any more, and no removal looks into one. No
+    /// message uses them.
+    void forget_lists_of(const void* keeper) noexcept;
 
     /// Keeps a part of a service in this thread's record. Throws std::bad_alloc.
     void add_part(thread_record& own, const void* service, std::unique_ptr<thread_part> part);
@@ -220,7 +229,8 @@ public:
             return;
         // Release: whoever finds nothing named may destroy what was.
         frame_->snapshot.store(nullptr, std::memory_order_release);
-        frame_->named.store(0, std::memory_order_release);
+        if (!frame_->keeper.load(std::memory_order_relaxed))
+            frame_->named.store(0, std::memory_order_release);
         record_->leave();
     }
     message_scope(const message_scope&) = delete;
@@ -238,30 +248,44 @@ public:
     /// Null before `enter`.
     thread_record* record() const noexcept { return record_; }
 
+    /// The list of this living keeper that is named already, by this message or by one before
+    /// it, or null.
+    const handler_list_base* named_list(const void* keeper) const noexcept {
+        if (frame_->keeper.load(std::memory_order_relaxed) != keeper)
+            return nullptr;
+        // Null where the keeper was another one of the same address, which has ended.
+        return reinterpret_cast<const handler_list_base*>(
+            frame_->named.load(std::memory_order_relaxed));
+    }
     /// Names what is only known to be a list if `is_still_there` says so afterwards. Then it
-    /// stays until the scope ends or names something else.
+    /// stays until the frame names something else, or the keeper ends.
     template <class Check>
-    bool name_if(const handler_list_base* list, const Check& is_still_there) noexcept {
+    bool name_if(const handler_list_base* list, const void* keeper,
+                 const Check& is_still_there) noexcept {
         const auto word = reinterpret_cast<std::uintptr_t>(list);
-        frame_->named.exchange(word | message_frame::any, std::memory_order_seq_cst);
-        if (!is_still_there())
+        name(word | message_frame::any, keeper);
+        if (!is_still_there()) {
+            frame_->keeper.store(nullptr, std::memory_order_release);
             return false;
+        }
         frame_->named.store(word, std::memory_order_release);
         return true;
     }
     /// The message keeps its list itself, so others must not look into it.
-    void name_any() noexcept {
-        frame_->named.exchange(message_frame::any, std::memory_order_seq_cst);
-    }
+    void name_any() noexcept { name(message_frame::any, nullptr); }
     void name_one(const retirable_base& handler) noexcept {
-        frame_->named.exchange(reinterpret_cast<std::uintptr_t>(&handler) | message_frame::one,
-                               std::memory_order_seq_cst);
+        name(reinterpret_cast<std::uintptr_t>(&handler) | message_frame::one, nullptr);
     }
     void name_snapshot(const void* snapshot) noexcept {
         frame_->snapshot.exchange(snapshot, std::memory_order_seq_cst);
     }
 
 private:
+    void name(std::uintptr_t word, const void* keeper) noexcept {
+        frame_->named.exchange(word, std::memory_order_seq_cst);
+        frame_->keeper.store(keeper, std::memory_order_release);
+    }
+
     thread_records* threads_ = nullptr;
     thread_record* record_ = nullptr;
     message_frame* frame_ = nullptr;
