@@ -134,14 +134,14 @@ void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handle
 // What the part answers; false also when it throws.
 bool EventRoutingImpl::broadcast::run_synchronous_part(const MultiPathHandlerInfo& handler,
                                                        const synchronous_event_part& part) {
-    const measurement_scope measured(message_, monitors_);
+    const measurement_scope measured(monitors_);
     bool answer = false;
     const auto failure =
         platform::guarded([&] { answer = part(*handler.path, data_, *parameters_); });
     if (failure)
         synchronous_part_failed(failure, *handler.path, handler.level,
                                 handler.handler->description);
-    measured.end("Sync: ", handler, data_, *parameters_);
+    measured.end(message_, monitors_, "Sync: ", handler, data_, *parameters_);
     return answer;
 }
 
@@ -173,9 +173,9 @@ void asynchronous_part::operator()() const {
     const announced_call body(message, removal_waits::yes, *handler_->handler);
     if (!body)
         return;
-    const measurement_scope measured(message, monitors_);
+    const measurement_scope measured(monitors_);
     body->function.asynchronous_part(*handler_->path, data_, parameters_);
-    measured.end("Async: ", *handler_, data_, parameters_);
+    measured.end(message, monitors_, "Async: ", *handler_, data_, parameters_);
 }
 
 // One limit for all together. The first task that takes too long ends the waiting.

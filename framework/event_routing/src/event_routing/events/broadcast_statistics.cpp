@@ -17,6 +17,8 @@ using tasklib::unbiased_clock;
 
 constexpr std::uint32_t broadcasts_in_period = 1000;
 
+constexpr std::uint32_t least_credit = 32;
+
 // A coarse reading lags behind by much less.
 constexpr auto soon = std::chrono::seconds(1);
 
@@ -41,7 +43,9 @@ broadcast_statistics::~broadcast_statistics() {
 
 std::unique_ptr<const statistics_data_t>
 broadcast_statistics::UpdateStatistics(thread_record* own, std::string_view paths) {
-    thread_counts* const counts = own ? counts_of(*own) : nullptr;
+    auto* counts = own ? static_cast<thread_counts*>(own->part_of(this)) : nullptr;
+    if (own && !counts)
+        counts = add_counts(*own);
     const auto result = counts ? counts->count(paths) : count_outcome::no_credit;
     const bool is_late = has_passed(deadline());
     if (result == count_outcome::counted && !is_late)
@@ -55,16 +59,15 @@ unbiased_clock::time_point broadcast_statistics::deadline() const noexcept {
 }
 
 // Null when memory is short.
-thread_counts* broadcast_statistics::counts_of(thread_record& own) {
-    thread_part* known = own.part_of(this);
-    if (!known)
-        platform::guarded([&] {
-            auto made = std::make_unique<thread_counts>(*this);
-            auto* const part = made.get();
-            threads_.add_part(own, this, std::move(made));
-            known = part;
-        });
-    return static_cast<thread_counts*>(known);
+thread_counts* broadcast_statistics::add_counts(thread_record& own) {
+    thread_counts* added = nullptr;
+    platform::guarded([&] {
+        auto made = std::make_unique<thread_counts>(*this);
+        auto* const counts = made.get();
+        threads_.add_part(own, this, std::move(made));
+        added = counts;
+    });
+    return added;
 }
 
 std::unique_ptr<const statistics_data_t> broadcast_statistics::settle(thread_counts* own,
@@ -103,13 +106,14 @@ bool broadcast_statistics::is_period_full() {
 }
 
 // Less the more threads there are, and towards the end of the period, so that little has to
-// be taken back.
+// be taken back; but not so little that a thread is soon here again.
 void broadcast_statistics::give_credit(thread_counts& own) noexcept {
     if (std::exchange(own.period_, period_number_) != period_number_)
         ++takers_;
     const auto threads = std::max(takers_, former_takers_);
     const auto share =
-        threads == 1 ? spare_credit_ : (spare_credit_ + 2 * threads - 1) / (2 * threads);
+        threads == 1 ? spare_credit_
+                     : std::min(spare_credit_, std::max(least_credit, spare_credit_ / threads));
     spare_credit_ -= share;
     own.word_.store(share, std::memory_order_release);
 }

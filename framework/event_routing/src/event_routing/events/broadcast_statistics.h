@@ -45,7 +45,7 @@ public:
 private:
     friend class thread_counts;
 
-    thread_counts* counts_of(thread_record& own);
+    thread_counts* add_counts(thread_record& own);
     tasklib::unbiased_clock::time_point deadline() const noexcept;
     std::unique_ptr<const statistics_data_t> settle(thread_counts* own, count_outcome result,
                                                     std::string_view paths, bool is_late);
