@@ -67,7 +67,8 @@ void EventRoutingImpl::broadcast::choose_parameters() {
     if (monitors_.empty())
         return;
     if (!is_numbered(*parameters_))
-        parameters_ = &numbered_.add_number(*parameters_, next_event_message_id());
+        parameters_ =
+            &numbered_.add_number(*message_.record(), *parameters_, next_event_message_id());
     tells_monitors_ = true;
 }
 

@@ -72,7 +72,7 @@ public:
         current_.store(tables_.back().get(), std::memory_order_relaxed);
     }
     /// No message of the service is under way.
-    ~match_records() { threads_.forget_lists_of(this); }
+    ~match_records() { threads_.forget_uses_of(this); }
     match_records(const match_records&) = delete;
     match_records& operator=(const match_records&) = delete;
 
@@ -80,7 +80,7 @@ public:
     /// recalls or keeps other matches.
     const Matches* recall(message_scope& message, std::string_view text,
                           std::uint64_t generation) const {
-        const auto* const last = static_cast<const Matches*>(message.named_list(this));
+        const auto* const last = as_matches(message.frame().list.kept_by(this));
         return last && last->generation == generation && last->text == text
                    ? last
                    : find(message, text, generation);
@@ -129,6 +129,11 @@ private:
 
     const Matches* find(message_scope& message, std::string_view text,
                         std::uint64_t generation) const;
+    // Lists are named by the address of that base, into which removals look.
+    static const handler_list_base* as_list(const Matches* matches) noexcept { return matches; }
+    static const Matches* as_matches(const void* list) noexcept {
+        return static_cast<const Matches*>(static_cast<const handler_list_base*>(list));
+    }
     table& current() const noexcept { return *current_.load(std::memory_order_acquire); }
     static std::size_t place_of(const table& in, const Matches& wanted) noexcept;
     static void put(slot& to, pointer matches) noexcept;
@@ -167,7 +172,7 @@ const Matches* match_records<Matches>::find(message_scope& message, std::string_
         const auto is_still_there = [&] {
             return at.matches.load(std::memory_order_seq_cst) == found;
         };
-        if (!message.name_if(found, this, is_still_there))
+        if (!message.frame().list.name_if(as_list(found), this, is_still_there))
             return nullptr; // being replaced: as good as not known
         if (found->hash == hash && found->text == text)
             return found->generation == generation ? found : nullptr;
@@ -271,7 +276,7 @@ auto match_records<Matches>::take_unused() -> std::vector<pointer> {
     std::vector<pointer> unused;
     unused.reserve(replaced_.size());
     std::erase_if(replaced_, [&](pointer& matches) {
-        if (threads_.is_named(static_cast<const handler_list_base*>(matches.get())))
+        if (threads_.is_named(as_list(matches.get())))
             return false;
         unused.push_back(std::move(matches));
         return true;
