@@ -25,8 +25,9 @@ foreach(component runtime development tools)
     install(FILES ${PROJECT_BINARY_DIR}/changelog.gz
         DESTINATION ${${component}_doc} COMPONENT ${component})
 endforeach()
-install(FILES README.md DESTINATION ${development_doc} COMPONENT development)
-# Where README's links lead to.
+# README, and where its links lead to.
+install(FILES README.md CONTRIBUTING.md CHANGELOG.md
+    DESTINATION ${development_doc} COMPONENT development)
 install(DIRECTORY docs DESTINATION ${development_doc} COMPONENT development
     FILES_MATCHING PATTERN "*.md")
 install(FILES docs/inspect.md DESTINATION ${tools_doc} COMPONENT tools)

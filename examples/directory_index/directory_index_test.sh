@@ -93,13 +93,31 @@ same_with_ui .
 rm -r tree && mkdir tree tree/empty && ln -s tree linked
 check "empty folder through a link" 0 "$program" ../linked <<<'Total: 0 files, 0 B (0 bytes)'
 
-mkdir tree/{sub,build,.git} && touch tree/{a.txt,a.swp,build/a.o,.git/config,sub/b.txt,sub/b.swp}
-printf '%s\n' /build/ '*.swp' '!a.swp' >tree/.gitignore
-check "what .gitignore names" 0 bash -c '"$1" --gitignore . | grep " \./"' bash "$program" <<'TEXT'
-directory_index: passes over '!a.swp' in .gitignore; --help says what it takes
-        21 B  ./.gitignore
-         0 B  ./a.txt
-         0 B  ./sub/b.txt
+# The first files are left out, the others are not.
+(
+    cd tree && mkdir -p build .git .cache sub/.cache/deep sub/{build,doc} doc/sub a/b
+    for file in build/x .git/config .cache/x sub/.cache/deep/x {a,sub/}.swp doc/a.pdf abc axbxbxc \
+        sub/a.o sub/build/x doc/.cache swp a.swp.txt a.pdf doc/sub/a.pdf sub/doc/a.pdf abcd a/b/c ab.o
+    do echo word >"$file"; done
+    printf '%s\n' '# build' '' /build/ $'*.swp  \r' .cache/ 'doc/*.pdf' 'a*b*c' '?.o' \
+        '!kept.swp' '[ab]' '**/x' '\#' >.gitignore
+)
+check "what .gitignore names" 0 bash -c '"$1" --gitignore --ask word -- . | grep -o " \./.*" | LC_ALL=C sort' \
+    bash "$program" <<'TEXT'
+directory_index: passes over '!kept.swp' in .gitignore; --help says what it takes
+directory_index: passes over '[ab]' in .gitignore; --help says what it takes
+directory_index: passes over '**/x' in .gitignore; --help says what it takes
+directory_index: passes over '\\#' in .gitignore; --help says what it takes
+ ./a.pdf
+ ./a.swp.txt
+ ./a/b/c
+ ./ab.o
+ ./abcd
+ ./doc/.cache
+ ./doc/sub/a.pdf
+ ./sub/build/x
+ ./sub/doc/a.pdf
+ ./swp
 TEXT
 rm -r tree && mkdir tree
 
@@ -130,6 +148,7 @@ refused "'f.a': Not a directory" f.a
 
 refused "--trace needs a FILE; --help shows the usage" . --trace
 refused "'/nowhere/trace': No such file or directory" --trace /nowhere/trace .
+refused "'/dev/full': No space left on device" --trace /dev/full .
 
 refused "--ask needs a WORD; --help shows the usage" --ask -- .
 
@@ -138,7 +157,7 @@ check "questions" 1 "$program" --ask word nothing WORD the --trace ../trace -- .
 word: 3 times in 2 files
            2  ./a.txt
            1  ./b.txt
-directory_index: Request 'index.lookup' was not processed. Routing parameters: word= text: 'nothing', number: 0
+directory_index: 'nothing': no text file has this word
 WORD: 3 times in 2 files
            2  ./a.txt
            1  ./b.txt
@@ -146,6 +165,15 @@ directory_index: 'the': stands nearly everywhere and is not looked up
 TEXT
 same_with_ui --ask word nothing WORD the -- .
 [[ $(grep -c '"answered_by":"word index"' trace) == 2 ]] || fail "requests are not in the trace"
+# Spans end where they have begun, and asynchronous parts are tied to their broadcasts.
+jq -e '.traceEvents | [.[] | select(.ph == "b" or .ph == "e")] as $ends
+    | [.[] | select(.ph == "M").tid] as $named
+    | [.[] | select(.ph == "X" and .cat == "asynchronous").args.message | tostring] as $later
+    | ($later | length > 2) and $later - [$ends[].id] == [] and [.[].tid] - $named == []
+    and all(range(0; $ends | length; 2); $ends[.] as $b | $ends[. + 1] as $e |
+        $b.ph == "b" and $e.ph == "e" and $b.id == $e.id and $b.cat == $e.cat and $b.ts <= $e.ts)
+    and all(.[] | select(.ph == "X" and (.cat | endswith("synchronous"))); .args.level > 0)' \
+    trace >/dev/null || fail "the events of the trace do not fit together: $(<trace)"
 check "answers of the cache" 0 "$program" . --ask other other --trace ../trace <<'TEXT'
 other: 1 time in 1 file
            1  ./a.txt
@@ -216,13 +244,24 @@ await 'Words: 1 distinct, 1 in all, in 1 file'
 echo 'another word' >>tree/a.txt
 await 'Changed  tree/a.txt'
 await 'Words: 2 distinct, 3 in all, in 1 file'
-mkdir -p tree/new/deep && echo third >tree/new/deep/b.txt
+mkdir -p tree/new/deep tree/newer && echo third >tree/new/deep/b.txt
 await 'Words: 3 distinct, 4 in all, in 2 files'
+deadline=$((SECONDS + 60)) # what is written just now may be there in part
+until jq . trace >/dev/null 2>&1; do
+    ((SECONDS < deadline)) || { fail "the trace is no JSON while the program runs"; break; }
+    sleep 0.02
+done
 mv tree/new tree/moved
 await '* tree/moved/deep/b.txt'
 echo 'third fourth' >tree/moved/deep/b.txt
 await 'Changed  tree/moved/deep/b.txt'
 await 'Words: 4 distinct, 5 in all, in 2 files'
+: >tree/newer/c.txt # which only begins like what was moved
+await 'New      tree/newer/c.txt'
+chmod a-w tree/newer/c.txt
+await 'Changed  tree/newer/c.txt'
+rm -r tree/newer
+await 'Gone     tree/newer*'
 rm -r tree/moved
 await 'Gone     tree/moved*'
 await 'Words: 2 distinct, 3 in all, in 1 file'

@@ -35,19 +35,6 @@ protected:
     zel::platform::event stop{zel::platform::reset_mode::manual, false};
 };
 
-TEST_F(IndexSession, ReportsWhatItHasFoundWhenItIsStopped) {
-    for (const char* name : {"a", "b", "c"})
-        std::ofstream(folder / name) << "word";
-    index_session session(to, {.folder = folder});
-    const auto interrupting = at("file.*", [&] { stop.set(); });
-    EXPECT_FALSE(session.index(stop));
-    const std::string report = report_of(session);
-    EXPECT_NE(report.find("Total: 1 file,"), std::string::npos) << report;
-    EXPECT_TRUE(report.find("Words: 1 distinct, 1 in all, in 1 file") != std::string::npos ||
-                report.find("; not read: 1 file") != std::string::npos)
-        << "not all asynchronous work was waited for: " << report;
-}
-
 TEST_F(IndexSession, ReadsNoFurtherFilesWhenItIsStopped) {
     constexpr int files = 20;
     for (int i = 0; i < files; ++i)

@@ -31,6 +31,14 @@ std::string text_of(const std::string& word, const std::vector<word_place>& plac
     return text;
 }
 
+// A word that no file has is declined by the index, and by whoever else is asked for it.
+const char* reason_of(const zel::event_routing::request_was_not_processed& nobody,
+                      bool is_question) {
+    if (nobody.declined().empty())
+        return "nobody answers questions";
+    return is_question ? "nobody knows the answer" : "no text file has this word";
+}
+
 bool ask(zel::event_routing::IRequestRouting& requests, const std::string& word,
          const printer& show) {
     const bool is_question = word.starts_with(paths::index_questions);
@@ -48,7 +56,7 @@ bool ask(zel::event_routing::IRequestRouting& requests, const std::string& word,
             zel::serialization::GetDataValue<explanation>(answer.error, scratch);
         complain(fmt::format("'{}': {}", printable(word), why ? printable(why->text) : "failed"));
     } catch (const zel::event_routing::request_was_not_processed& nobody) {
-        complain(printable(nobody.what()));
+        complain(fmt::format("'{}': {}", printable(word), reason_of(nobody, is_question)));
     }
     return false;
 }

@@ -1,5 +1,7 @@
 #include "framework/module_interface/version_check.h"
 
+#include "tests/support/failure_of.h"
+
 #include <gtest/gtest.h>
 
 namespace zel {
@@ -24,12 +26,8 @@ struct declared_type_name<answering_object> {
 TEST(VersionCheck, StopsAtTheFirstWrongLevelAndNamesIt) {
     answering_object object;
     const auto is_refused_for = [&object](const std::string& level) {
-        try {
-            RequireInterface(object);
-        } catch (const WrongIfcVersion& failure) {
-            return std::string(failure.what()).find("Interface: class " + level) != level.npos;
-        }
-        return false;
+        const auto failure = test::failure_of([&] { RequireInterface(object); });
+        return failure.find("Interface: class " + level) != failure.npos;
     };
     object.interface = -5;
     EXPECT_TRUE(is_refused_for("my::object\n\tVersion: 4\n"));

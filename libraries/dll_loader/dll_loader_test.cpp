@@ -1,6 +1,10 @@
 #include "framework/exceptions/exceptions.h"
 #include "framework/module_interface/loader.h"
+#include "framework/module_interface/neighbour_module.h"
+#include "generic/tasklib/src/tasks/task_library.h"
 #include "platform/src/watched_thread_test.h"
+#include "tests/support/failure_of.h"
+#include "tests/support/mapped_files.h"
 #include "tests/support/scarce_memory.h"
 
 #include <platform/diagnostics.h>
@@ -38,18 +42,9 @@ protected:
         const auto tell = reinterpret_cast<int (*)(void (*)())>(find_function(image, "at_the_end"));
         return tell(action);
     }
-    bool is_mapped() const {
-        const auto found = find_mapped_library(library);
-        unload_library(found);
-        return found != image_handle::none;
-    }
+    static bool is_mapped() { return zel::test::is_mapped("libending.so"); }
     std::string refusal() const {
-        try {
-            load(library);
-        } catch (const error& failure) {
-            return failure.what();
-        }
-        return "loaded";
+        return zel::test::failure_of([&] { load(library); });
     }
 
     const fs::path own =
@@ -95,18 +90,36 @@ TEST_F(DllLoader, KeepsWhatIsInUseAndRefusesToLoadItUntilItIsNot) {
     EXPECT_EQ(loader().unload_all_kept(), 1U);
     EXPECT_FALSE(loader().unload_kept(image, milliseconds(1)));
 
-    watched_thread waiting([&] { EXPECT_TRUE(loader().unload_kept(image, infinite)); });
-    EXPECT_TRUE(waiting.falls_asleep());
+    const auto wait = [&] { EXPECT_TRUE(loader().unload_kept(image, infinite)); };
+    watched_thread waiting(wait), waiting_too(wait);
+    EXPECT_TRUE(waiting.falls_asleep() && waiting_too.falls_asleep());
     use.reset();
     waiting.join();
+    waiting_too.join();
     EXPECT_FALSE(is_mapped());
     EXPECT_EQ(ends, 1);
 
     const auto again = load(library);
-    EXPECT_EQ(at_the_end(again, [] { ++ends; }), 1) << "mapped afresh";
-    use = std::make_unique<image_use>(again, handler, "a.b");
-    EXPECT_FALSE(loader().free_dll(again));
-    use.reset();
+    EXPECT_EQ(at_the_end(again, [] {}), 1) << "mapped afresh";
+    EXPECT_TRUE(loader().free_dll(again));
+}
+
+TEST_F(DllLoader, TellsObserversWhatKeepsALibraryThatItsUserGivesBack) {
+    std::string told;
+    const exception_observer observer([&](auto, auto arguments) {
+        told += std::string(reinterpret_cast<const char*>(arguments[1]), arguments[0]);
+    });
+    auto used = std::make_unique<zel::mi::loaded_library>(library);
+    // Only its image matters; it is not called.
+    const auto function = used->function<void(const std::exception_ptr&)>("at_the_end");
+    auto& failures = zel::tasklib::get_tasks_module()->log_exception_function();
+    failures.set(function);
+    auto kept = failures.get();
+    failures.set({});
+    used.reset();
+    EXPECT_EQ(told, "The library " + library.string() +
+                        " stays mapped, because it is in use: function for failed tasks.");
+    kept.reset();
     EXPECT_EQ(loader().unload_all_kept(), 0U);
     EXPECT_FALSE(is_mapped());
 }
@@ -119,11 +132,7 @@ TEST_F(DllLoader, RefusesWhatHasEndedWhileSomebodyElseKeepsItMapped) {
                              " could not be loaded: it was unloaded before, but something outside "
                              "of the loader keeps it mapped.");
     EXPECT_FALSE(loader().unload_kept(image, infinite)) << "nothing would tell of its end";
-    int failures = 0;
-    const exception_observer observer([&](auto&&...) { ++failures; });
-    reinterpret_cast<void (*)(int)>(find_function(image, "fail_at_the_end"))(1);
     EXPECT_EQ(loader().unload_all_kept(), 1U);
-    EXPECT_EQ(failures, 0) << "it was ended again, and is not the loader's any more";
     unload_library(of_somebody_else);
     EXPECT_TRUE(loader().free_dll(load(library)));
 }
@@ -161,17 +170,6 @@ TEST_F(DllLoader, LeavesWhatIsKeptWhenTheProcessExits) {
         std::exit(told_last);
     };
     EXPECT_EXIT(exit_with_a_kept_library(), testing::ExitedWithCode(0), "left");
-}
-
-TEST_F(DllLoader, LoadsALibraryThoughTheEndOfAnotherFails) {
-    const fs::path other = folder / "libother.so";
-    fs::copy_file(library, other);
-    const auto image = load(library);
-    reinterpret_cast<void (*)(int)>(find_function(image, "fail_at_the_end"))(2);
-    EXPECT_THROW(loader().give_back(image), int);
-    EXPECT_TRUE(loader().free_dll(load(other))) << "it has failed again";
-    EXPECT_EQ(loader().unload_all_kept(), 0U);
-    EXPECT_FALSE(is_mapped());
 }
 
 struct : signal {

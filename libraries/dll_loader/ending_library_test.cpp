@@ -17,14 +17,6 @@ private:
 
 int times_told = 0;
 
-int failures_left = 0;
-std::shared_ptr<zel::mi::unload_registration> failing;
-
-void fail_if_told() {
-    if (failures_left > 0 && failures_left--)
-        throw 1;
-}
-
 } // namespace
 
 // The action runs when the library ends. How often that was asked of this library.
@@ -32,11 +24,4 @@ extern "C" ZEL_EXPORT int at_the_end(void (*action)()) {
     zel::mi::announce_this_image();
     zel::lifetime::add_end_of_life_action(std::make_unique<told_action>(action));
     return ++times_told;
-}
-
-// So often does the end of the library fail.
-extern "C" ZEL_EXPORT void fail_at_the_end(int times) {
-    failures_left = times;
-    failing = zel::mi::lifetime_service().RegisterUnloadCallback(
-        zel::mi::announce_this_image(), &fail_if_told, zel::mi::exit_rank::neighbour);
 }

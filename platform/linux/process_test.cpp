@@ -19,12 +19,6 @@ namespace {
 using namespace zel::platform;
 using texts = std::vector<std::string>;
 
-TEST(Process, KnowsItsNumbersAfterAFork) {
-    EXPECT_TRUE(holds_in_a_child([] {
-        return process_id() == this_thread_id() && static_cast<pid_t>(process_id()) == getpid();
-    })) << "the child has kept its parent's numbers";
-}
-
 TEST(Process, CancelsAThreadInNoWaitOfThisLayerAndUnwindsItThroughTheGuard) {
     std::string log;
     watched_thread([&] {
@@ -61,17 +55,8 @@ TEST(RunProgram, GivesInputAndArgumentsAsTheyAreAndTellsHowItEnded) {
     EXPECT_EQ(run_program("printf", odd, "").output, "[a b; $(echo c) *\n]");
     EXPECT_EQ(run_program("sh", texts{"-c", "exit 7"}, "").exit_code, 7);
     EXPECT_EQ(run_program("sh", texts{"-c", "kill -TERM $$"}, "").exit_code, 128 + 15);
-    try {
-        // By its path: in PATH there may be folders that this user may not look into.
-        run_program("/no_such_program_anywhere", {}, "");
-        ADD_FAILURE() << "started nothing, and said nothing";
-    } catch (const std::system_error& failure) {
-        EXPECT_TRUE(failure.code() == std::errc::no_such_file_or_directory ||
-                    failure.code() ==
-                        std::errc::permission_denied) // a folder on the PATH is closed
-            << failure.code();
-        EXPECT_NE(std::string(failure.what()).find("no_such_program_anywhere"), std::string::npos);
-    }
+    // By its path: in PATH there may be folders that this user may not look into.
+    EXPECT_THROW(run_program("/no_such_program", {}, ""), std::system_error);
 }
 
 // To the process, as a terminal does it, and not to this thread.

@@ -10,22 +10,6 @@ namespace {
 using namespace zel::platform;
 using steady = std::chrono::steady_clock;
 
-TEST(CriticalSection, LetsOneThreadInAtATimeAsOftenAsItLikes) {
-    critical_section section;
-    int counter = 0;
-    const auto count = [&] {
-        for (int round = 0; round < 50'000; ++round) {
-            const std::lock_guard outer(section);
-            EXPECT_TRUE(std::unique_lock(section));
-            ++counter;
-        }
-    };
-    watched_thread other(count);
-    count();
-    other.join();
-    EXPECT_EQ(counter, 100'000);
-}
-
 TEST(Event, LetsOneWaiterPerSetThroughInTheirOrderAndStaysSignalledOnlyWhenManual) {
     event one(reset_mode::automatic, false);
     event leave(reset_mode::manual, false);

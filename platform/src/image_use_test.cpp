@@ -2,7 +2,6 @@
 
 #include <platform/image_use.h>
 
-#include <algorithm>
 #include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
@@ -18,25 +17,6 @@ protected:
     const image_handle library = image_of(reinterpret_cast<void*>(&this_thread_id));
 };
 
-TEST_F(ImageUse, IsCountedAndDescribedUntilItEnds) {
-    EXPECT_EQ(describe_uses(library, 9), std::vector<std::string>());
-    {
-        image_use handler(library, "handler of events", "a.b", "title bar");
-        const image_use sink(library, "log sink", "");
-        const image_use of_nothing;
-        EXPECT_EQ(uses_of(library), 2U);
-        auto lines = describe_uses(library, 9);
-        std::ranges::sort(lines);
-        EXPECT_EQ(lines,
-                  (std::vector<std::string>{"handler of events 'a.b' (title bar)", "log sink"}));
-        EXPECT_EQ(describe_uses(library, 1).size(), 1U);
-        handler.end();
-        handler.end();
-        EXPECT_EQ(describe_uses(library, 9), std::vector<std::string>{"log sink"});
-    }
-    EXPECT_EQ(uses_of(library), 0U);
-}
-
 TEST_F(ImageUse, OfACallableCountsForTheImageThatMadeIt) {
     const std::function<void()> own = [] {};
     const std::function<void()> foreign = std::bind(&in_the_program);
@@ -49,26 +29,6 @@ TEST_F(ImageUse, OfACallableCountsForTheImageThatMadeIt) {
     EXPECT_EQ(image_that_made(std::function<void()>()), image_handle::none);
     const image_use uncounted(image_that_made(own), "handler of events", "a");
     EXPECT_EQ(uses_of(program), 0U) << "it is never unmapped";
-}
-
-TEST_F(ImageUse, IsWaitedForAtMostForTheGivenTime) {
-    auto first = std::make_unique<image_use>(library, "payload", "");
-    auto last = std::make_unique<image_use>(library, "payload", "");
-    EXPECT_FALSE(wait_until_unused(library, milliseconds(0)));
-    EXPECT_FALSE(wait_until_unused(library, milliseconds(1)));
-    std::atomic<int> let_go{0};
-    const auto wait = [&] { let_go += wait_until_unused(library, infinite); };
-    watched_thread waiting(wait);
-    watched_thread waiting_too(wait);
-    EXPECT_TRUE(waiting.falls_asleep());
-    EXPECT_TRUE(waiting_too.falls_asleep());
-    first.reset();
-    EXPECT_TRUE(waiting.falls_asleep()) << "one is left";
-    EXPECT_EQ(let_go, 0);
-    last.reset();
-    waiting.join();
-    waiting_too.join();
-    EXPECT_EQ(let_go, 2);
 }
 
 TEST_F(ImageUse, IsNotMissedWhileOthersComeAndGo) {

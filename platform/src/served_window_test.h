@@ -52,7 +52,6 @@ public:
     ~served_window() { end(); }
 
     window_handle handle() const { return handle_; }
-    bool falls_asleep() { return thread_.falls_asleep(); }
     void end() {
         if (post_message(handle_, quit_message))
             thread_.join();

@@ -48,32 +48,6 @@ TEST(Window, RefusesPostedMessagesBeyondItsRoomAndLeavesThoseThatComeMeanwhile) 
     }
 }
 
-TEST(Window, SendsInBothDirectionsAtOnce) {
-    constexpr std::intptr_t rounds = 2'000;
-    std::array<window_handle, 2> handles{};
-    std::atomic<std::intptr_t> got{0};
-    const auto handles_of = [&](std::size_t self) -> window_function {
-        return [&, other = 1 - self](auto message, auto depth, auto value) -> std::intptr_t {
-            if (message == next) {
-                for (std::intptr_t i = 1; i <= rounds; ++i)
-                    EXPECT_EQ(send_message(handles[other], number, 3, i), i + 3);
-                return 1;
-            }
-            if (message != number)
-                return 0;
-            ++got;
-            // To the thread that waits for the answer, and back again.
-            return depth == 0 ? value : *send_message(handles[other], number, depth - 1, value) + 1;
-        };
-    };
-    served_window one(handles_of(0)), two(handles_of(1));
-    handles = {one.handle(), two.handle()};
-    watched_thread starter([&] { EXPECT_EQ(send_message(one.handle(), next), 1); });
-    EXPECT_EQ(send_message(two.handle(), next), 1);
-    starter.join();
-    EXPECT_EQ(got, 8 * rounds);
-}
-
 TEST(Window, HandlesWhatItSendsToItselfAtOnceAndSentMessagesBeforePostedOnes) {
     noting_window window;
     window.post("p");

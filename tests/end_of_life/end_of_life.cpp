@@ -1,5 +1,6 @@
 // One way for a process to end per call: end_of_life SCENARIO. The process's own
 // exit code and the absence of a crash or hang are half of each check.
+#include "tests/support/failure_of.h"
 #include "tests/support/log_capture.h"
 
 #include <event_routing/client.h>
@@ -30,12 +31,8 @@ void require(bool condition, const char* what) {
 }
 
 void require_no_new_module() {
-    try {
-        get_module();
-    } catch (const lifetime::object_already_destroyed& failure) {
-        return require(failure.what() == std::string("Object was already destroyed"), "text");
-    }
-    require(false, "no module after its end");
+    require(test::failure_of([] { get_module(); }) == "Object was already destroyed",
+            "no module after its end");
 }
 
 std::atomic<int> calls{0};
@@ -43,11 +40,6 @@ std::atomic<int> calls{0};
 bool count(const std::string&, const event_data&, const routing_parameters&) {
     ++calls;
     return true;
-}
-
-bool answer_none(const std::string&, const request_data&, request_answer&, request_answer&,
-                 const routing_parameters&) {
-    return false;
 }
 
 // How the failures of end-of-life actions are reported.
@@ -101,8 +93,8 @@ int clean_end() {
 
 int still_held() {
     const auto module = get_module();
-    const auto cookie =
-        get_request_routing(*module)->RegisterRequestHandler("a.b", 0, answer_none, "forgotten");
+    const auto cookie = get_request_routing(*module)->RegisterRequestHandler(
+        "a.b", 0, [](auto&&...) { return false; }, "forgotten");
     const test::log_capture log(log::severity::failed_operation);
     on_morna_dll_unload();
     require(reported == "Atexit action throws exception! "
@@ -136,13 +128,10 @@ int payload_still_held() {
                 nullptr,
             "the client's types go first");
     lifetime::run_end_of_life_actions(lifetime::host_threshold);
-    try {
-        serialization::get_json_conversion_module();
-    } catch (const exceptions::error& failure) {
-        require(failure.what() == std::string("JSON Conversion Module already unloaded."), "text");
-        return 0;
-    }
-    return 1;
+    require(test::failure_of([] { serialization::get_json_conversion_module(); }) ==
+                "JSON Conversion Module already unloaded.",
+            "gone for the client, too");
+    return 0;
 }
 
 // Static objects of the client: gone before or after the library's own end,

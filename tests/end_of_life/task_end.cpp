@@ -4,6 +4,7 @@
 #include "generic/tasklib/src/tasks/task_library.h"
 #include "generic/tasklib/src/tasks/task_queue.h"
 #include "platform/src/watched_thread_test.h"
+#include "tests/support/failure_of.h"
 
 #include <platform/process.h>
 
@@ -32,13 +33,7 @@ task<void> unsubmitted;
 
 template <class Function>
 void require_refusal(const std::string& text, const Function& use) {
-    std::string refusal;
-    try {
-        use();
-    } catch (const exceptions::fatal& failure) {
-        refusal = failure.what();
-    }
-    require(refusal == text, text);
+    require(test::failure_of(use) == text, text);
 }
 
 void check_the_end() {

@@ -1,9 +1,11 @@
 // Loads the routing library through the loader, frees it and looks whether it is
 // really gone. Not linked with the library, or it could never be.
+#include "platform/src/served_window_test.h"
 #include "tests/support/mapped_files.h"
 
 #include <event_routing/event_routing.h>
 #include <event_routing/module.h>
+#include <event_routing/window_work.h>
 #include <framework/module_interface/loader.h>
 #include <framework/module_interface/version_check.h>
 #include <tasklib/keep_registered.h>
@@ -83,6 +85,32 @@ TEST_F(Unload, TakesTheNeighboursAlongThatOnlyTheLibraryUsed) {
         for (const char* file : {"libtask_user.so", "libzel_tasks_core.so", "libzel_perfstats.so"})
             ASSERT_FALSE(is_mapped(file)) << file << ", round " << round;
     }
+}
+
+// The last one: the library stays for good.
+TEST_F(Unload, StaysForWindowsThatItLeavesBehindAndForNoOthers) {
+    std::string notes;
+    const auto note = [&](auto message, auto, auto) { return notes += std::to_string(message), 0; };
+    const auto post = [&](const platform::function_window& window) {
+        const auto handling = module->GetInWndProcHandling(window.handle);
+        RequireInterface(*handling);
+        EXPECT_TRUE(post_to_window(*handling, [&] { notes += "work "; }));
+    };
+    load();
+    {
+        const platform::function_window gone(note);
+        post(gone);
+        platform::dispatch_messages();
+    }
+    EXPECT_EQ(std::exchange(notes, {}), "work 2") << "and the end of the window";
+    EXPECT_TRUE(free());
+    load();
+    const platform::function_window left(note);
+    post(left);
+    EXPECT_FALSE(free());
+    platform::dispatch_messages();
+    EXPECT_EQ(platform::send_message(left.handle, platform::first_own_message), 0);
+    EXPECT_EQ(notes, "") << "no work, and messages go to the default procedure";
 }
 
 } // namespace

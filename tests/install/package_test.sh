@@ -89,6 +89,14 @@ expect_files event-routing-tools doc/event-routing-tools/{changelog.gz,inspect.m
 unpack "$scratch/development" "$runtime" libevent-routing-dev
 unpack "$scratch/user" "$runtime" event-routing-tools
 
+# Links of the packed documents to other files lead to files of the package.
+documents=$scratch/development/usr/share/doc/libevent-routing-dev
+while IFS=: read -r document link; do
+    target=${link#](}
+    target=${target%[)#]}
+    [[ -e $(dirname "$document")/$target ]] || fail "a link in $document leads nowhere: $target"
+done < <(grep -roE '\]\([[:alnum:]_./-]+\.md[)#]' "$documents")
+
 mkdir "$scratch/letters"
 block cpp "#include <event_routing/client.h>" >"$scratch/letters/main.cpp"
 block cmake cmake_minimum_required >"$scratch/letters/CMakeLists.txt"

@@ -1,13 +1,16 @@
 #include <event_routing/component_host.h>
 
-#include "framework/exceptions/exceptions.h"
 #include "tests/reload/plugin.h"
+#include "tests/support/failure_of.h"
 #include "tests/support/mapped_files.h"
 
-#include <framework/module_interface/loader.h>
+#include <framework/log/log_module.h>
+#include <platform/diagnostics.h>
 #include <platform/event.h>
 #include <platform/library_image.h>
 
+#include <atomic>
+#include <functional>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -25,16 +28,6 @@ protected:
     }
     stopped_library stop(milliseconds longest = component_host::patience) {
         return host.stop("tried_plugin", longest);
-    }
-
-    template <class Action>
-    static std::string refusal(const Action& action) {
-        try {
-            action();
-        } catch (const exceptions::error& failure) {
-            return failure.what();
-        }
-        return "went well";
     }
 
     request_answer ask(const std::string& path) {
@@ -75,7 +68,7 @@ TEST_F(ComponentHost, StopsTheLatestFirstAndLoadsAnew) {
     EXPECT_FALSE(is_there());
     EXPECT_EQ(host.running(), strings());
     EXPECT_EQ(ended, (strings{"second", "first", "second", "first"}));
-    EXPECT_EQ(refusal([&] { stop(); }), "There is no component of the library tried_plugin.");
+    EXPECT_EQ(failure_of([&] { stop(); }), "There is no component of the library tried_plugin.");
     {
         component_host other;
         other.start("tried_plugin");
@@ -86,46 +79,56 @@ TEST_F(ComponentHost, StopsTheLatestFirstAndLoadsAnew) {
 
 TEST_F(ComponentHost, LeavesNothingOfAComponentThatCannotStart) {
     const std::string begin = "The component tried_plugin could not be started: ";
-    EXPECT_EQ(refusal([&] { start("start_failing"); }), begin + "no paper");
+    EXPECT_EQ(failure_of([&] { start("start_failing"); }), begin + "no paper");
     EXPECT_EQ(ended, strings{"failed"});
-    EXPECT_EQ(refusal([&] { start("start_nothing"); }), begin + "it gave the host nothing to hold");
+    EXPECT_EQ(failure_of([&] { start("start_nothing"); }),
+              begin + "it gave the host nothing to hold");
     EXPECT_TRUE(
-        refusal([&] { start("none"); }).ends_with("libtried_plugin.so does not export none."));
+        failure_of([&] { start("none"); }).ends_with("libtried_plugin.so does not export none."));
     EXPECT_FALSE(is_there());
-    EXPECT_TRUE(refusal([&] {
+    EXPECT_TRUE(failure_of([&] {
                     host.start("no_plugin");
                 }).starts_with("The library no_plugin could not be loaded: "));
     EXPECT_EQ(host.running(), strings());
 }
 
 TEST_F(ComponentHost, TellsWhatKeepsALibraryAndRefusesToStartWhatHasEnded) {
-    platform::event inside{platform::reset_mode::manual, false};
+    std::atomic<std::size_t> inside{0};
     platform::event gate{platform::reset_mode::manual, false};
     const auto keeper = to.requests->RegisterRequestHandler(
         "gate", 0,
         [&](auto&&...) {
-            inside.set();
+            ++inside;
             return gate.wait();
         },
         "gate keeper");
     start();
-    std::jthread sending([&] { to.events->BroadcastEvent("slow", nullptr, {}, nullptr); });
-    inside.wait();
+    const auto log = [] { log::get_log_module()->Write({"gate", {}, {}, {}, {}, {}}); };
+    const std::vector<std::function<void()>> calls = {
+        [&] { to.events->BroadcastEvent("slow", nullptr, {}, nullptr); },
+        [] { serialization::get_bin_serialization_module()->CreateData("tried.data"); },
+        [] { platform::raise_text_report("text"); }, log};
+    std::vector<std::jthread> calling(calls.begin(), calls.end());
+    while (inside < calling.size())
+        std::this_thread::yield();
     auto kept = ask("keepsake");
 
     const auto end = stop(milliseconds(20));
     EXPECT_FALSE(end.is_unmapped);
-    const auto refused = refusal([&] { start(); });
+    const auto refused = failure_of([&] { start(); });
     for (const auto& text : {end.text(), refused}) {
-        EXPECT_NE(text.find("tried_plugin"), text.npos) << text;
-        EXPECT_NE(text.find("'slow' (is slow)"), text.npos) << text;
-        EXPECT_NE(text.find("'struct keepsake'"), text.npos) << text;
+        for (const char* use : {"tried_plugin", "'slow' (is slow)", "factory of data 'tried.data'",
+                                "diagnostic observer", "log sink", "'struct keepsake'"})
+            EXPECT_NE(text.find(use), text.npos) << use << " is not in " << text;
     }
     EXPECT_EQ(host.running(), strings());
     gate.set();
-    sending.join();
-    EXPECT_NE(refusal([&] { start(); }), "went well") << "somebody still keeps an answer";
+    calling.clear(); // joins
+    EXPECT_NE(failure_of([&] { start(); }), "") << "somebody still keeps an answer";
+    std::weak_ptr only_weakly = kept->GetData();
     kept.reset();
+    EXPECT_NE(failure_of([&] { start(); }), "") << "its memory was made by the plug-in";
+    only_weakly.reset();
     start();
     EXPECT_EQ(asked_before(), "0");
     EXPECT_TRUE(stop().is_unmapped);
@@ -136,18 +139,18 @@ TEST_F(ComponentHost, LeavesALibraryToOthersThatHoldIt) {
     start();
     component_host other;
     other.start("tried_plugin", "start_second");
-    const auto refused = refusal([&] { host.reload("tried_plugin", milliseconds(0)); });
+    const auto refused = failure_of([&] { host.reload("tried_plugin", milliseconds(0)); });
     EXPECT_NE(refused.find("tried_plugin"), refused.npos) << refused;
     EXPECT_TRUE(refused.ends_with("because others have loaded it, too.")) << refused;
     EXPECT_EQ(ended, strings{"first"});
     EXPECT_EQ(host.running(), strings());
     EXPECT_TRUE(is_there());
     const auto mapped = platform::find_mapped_library("libtried_plugin.so");
-    const auto end = other.stop("tried_plugin", platform::infinite);
-    EXPECT_EQ(end.text(), "The library tried_plugin stays mapped, because something outside of the "
-                          "loader keeps it mapped.");
+    EXPECT_EQ(
+        other.stop("tried_plugin", platform::infinite).text(),
+        "The library tried_plugin stays mapped, because something outside of the loader keeps "
+        "it mapped.");
     platform::unload_library(mapped);
-    EXPECT_EQ(mi::loader().unload_all_kept(), 0U);
     EXPECT_FALSE(is_there());
 }
 

@@ -2,6 +2,7 @@
 // sanitizers watch.
 #include "tests/reload/plugin.h"
 #include "tests/support/mapped_files.h"
+#include "tests/support/stress.h"
 
 #include <event_routing/component_host.h>
 
@@ -11,7 +12,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <deque>
 #include <functional>
 #include <gtest/gtest.h>
@@ -25,12 +25,6 @@ using clock = std::chrono::steady_clock;
 constexpr std::array plugins = {"asynchronous_plugin", "request_plugin", "payload_plugin",
                                 "monitor_plugin"};
 constexpr int reloads_of_each = 520;
-
-// How long it goes on at least.
-std::chrono::seconds duration() {
-    const char* const text = std::getenv("EVENT_ROUTING_STRESS_SECONDS");
-    return std::chrono::seconds(text ? std::atoi(text) : 0);
-}
 
 // How often others have sent: a plug-in stays for some of that each time.
 class sent_by_others {
@@ -113,7 +107,7 @@ TEST(ReloadStress, PluginsComeAndGoUnderTheTrafficOfOthers) {
             std::vector<std::jthread> reloading;
             for (const char* const plugin : plugins)
                 reloading.emplace_back(&reload_again_and_again, plugin, std::ref(sent),
-                                       clock::now() + duration());
+                                       clock::now() + stress_time(0));
         }
         ends = true;
         keeping.join();

@@ -4,7 +4,6 @@
 
 #include <tasklib/keep_registered.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -28,6 +27,7 @@ public:
 
         const std::vector<int> alive = std::vector<int>(16, 7);
         std::atomic<bool> dropped{false}; // from outside, and the drop has returned
+        std::atomic<bool> ended{false};   // the same, of a drop that waits for all calls
     };
     const std::shared_ptr<owned> state = std::make_shared<owned>();
 
@@ -36,29 +36,32 @@ public:
         std::lock_guard inside(guard_);
         held_ = std::move(taken);
     }
-    /// False when it was dropped before. From inside, which waits for nobody, too.
-    bool drop() {
-        std::unique_lock inside(guard_);
-        auto mine = std::move(held_);
-        inside.unlock();
-        return mine != nullptr;
+    /// Null when it was dropped before.
+    cookie take() {
+        std::lock_guard inside(guard_);
+        return std::move(held_);
     }
+    /// False when it was dropped before. From inside, which waits for nobody, too.
+    bool drop() { return take() != nullptr; }
 
 private:
     std::mutex guard_;
     cookie held_;
 };
 
+/// How long a stress test goes on at least: as EVENT_ROUTING_STRESS_SECONDS says, if it does.
+inline std::chrono::seconds stress_time(int otherwise) {
+    const char* const text = std::getenv("EVENT_ROUTING_STRESS_SECONDS");
+    return std::chrono::seconds(text ? std::atoi(text) : otherwise);
+}
+
 class commotion {
 public:
     virtual ~commotion() = default;
 
-    /// Runs on several threads for a few seconds, or for as many as
-    /// EVENT_ROUTING_STRESS_SECONDS says, and until everything has happened.
+    /// Runs on several threads for a few seconds and until everything has happened.
     void run(unsigned seed = 1) {
-        const char* const text = std::getenv("EVENT_ROUTING_STRESS_SECONDS");
-        const auto end = std::chrono::steady_clock::now() +
-                         std::chrono::seconds(text ? std::max(1, std::atoi(text)) : 3);
+        const auto end = std::chrono::steady_clock::now() + stress_time(3);
         std::vector<std::jthread> running;
         for (unsigned thread = 0; thread < 4; ++thread)
             running.emplace_back([=, this] {

@@ -1,12 +1,9 @@
 // What is told of a path must be what routing does with it.
 #include "tools/inspect/reach.h"
 
-#include "tools/inspect/outline.h"
-
 #include <event_routing/client.h>
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <random>
 #include <utility>
@@ -85,15 +82,6 @@ TEST(ReachedHandlers, AreThoseThatRoutingCallsInThatOrder) {
         expect_called(handler_type::snowball, snowballs->GetSnowballHandlers(), path);
     }
     EXPECT_GT(reached, 1000u) << "paths that reach next to nothing prove nothing";
-}
-
-TEST(Outline, HasOneRowForEachSubnodeThatPathsShare) {
-    std::string shown;
-    for (const row& r : outline(
-             {{"", "none"}, {"a", "1"}, {"a", "2"}, {"a.b..c", "3"}, {"a.bc", "4"}, {"*", "5"}}))
-        shown += fmt::format("{}{}{}{} ", r.depth, r.is_handler ? "=" : "/", r.text,
-                             r.is_last ? "." : "");
-    EXPECT_EQ(shown, "0/ 1=none. 0/a 1=1 1=2 1/b 2/. 3/c. 4=3. 1/bc. 2=4. 0/*. 1=5. ");
 }
 
 } // namespace

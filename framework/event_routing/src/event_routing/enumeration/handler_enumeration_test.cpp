@@ -130,15 +130,13 @@ TEST(DataTypeNotRegistered, NamesRequestAndType) {
     const auto callable = [] { return never::first_type(); };
     CustomRequestHandler<std::tuple<>, never, decltype(callable)> handler(callable);
     std::shared_ptr<serialization::IDataHolder> response, error_response;
-    try {
-        handler("a.b", serialization::make_payload(std::tuple<>()), response, error_response,
-                {{"synchronous", 1}});
-        FAIL();
-    } catch (const data_type_not_registered& failure) {
-        EXPECT_EQ(failure.what(), "Request a.b: '" + name + "' data type is not registered.");
-        EXPECT_EQ(failure.path() + failure.data_type(), "a.b" + name);
-        EXPECT_EQ(failure.parameters().at("synchronous").number, 1);
-    }
+    EXPECT_EQ(failure_of([&] {
+                  handler("a.b", make_payload(std::tuple<>()), response, error_response, {});
+              }),
+              "Request a.b: '" + name + "' data type is not registered.");
+    const data_type_not_registered failure("Request", "a.b", {{"synchronous", 1}}, name);
+    EXPECT_EQ(failure.path() + failure.data_type(), "a.b" + name);
+    EXPECT_EQ(failure.parameters().at("synchronous").number, 1);
 }
 
 } // namespace

@@ -62,18 +62,5 @@ TEST(UniqueName, LeavesNoRoomForAnOverLongBase) {
     EXPECT_THROW(unique_name(too_long, 10), std::length_error);
 }
 
-TEST(RoutingParameters, AreReadWithAnotherValueForWhatIsNotThere) {
-    const routing_parameters given{{"n", 3}, {"t", "text"}, {"both", {4, "four"}}, {"none", 0}};
-    const auto read = [&](const std::string& name) {
-        return std::pair(number_or(given, name, -1), text_or(given, name, "?"));
-    };
-    using value = std::pair<std::int64_t, std::string>;
-    EXPECT_EQ(read("n"), value(3, "?"));
-    EXPECT_EQ(read("t"), value(-1, "text"));
-    EXPECT_EQ(read("both"), value(4, "four"));
-    EXPECT_EQ(read("none"), value(0, ""));
-    EXPECT_EQ(read("missing"), value(-1, "?"));
-}
-
 } // namespace
 } // namespace zel::event_routing::impl

@@ -1,9 +1,7 @@
 // Requests as senders and handlers see them; request_model_test.cpp has the dispatch.
-#include "framework/exceptions/exceptions.h"
 #include "tests/support/routing.h"
 
 #include <event_routing/exceptions.h>
-#include <event_routing/typed.h>
 
 namespace zel::event_routing::impl {
 namespace {
@@ -47,31 +45,6 @@ TEST_F(RequestRouting, FailuresNamePathParametersAndHandlers) {
     EXPECT_EQ(twice.path(), "a.b");
     EXPECT_EQ(twice.parameters(), (routing_parameters{{"target_session", -3}}));
     EXPECT_EQ(taken_notes(), "");
-}
-
-template <class Failure>
-void stays_whole_when_moved(Failure failure) {
-    const std::string text = failure.what();
-    Failure moved = std::move(failure);
-    moved = std::move(failure);
-    for (const Failure* one : {&failure, &moved}) {
-        EXPECT_EQ(one->what(), text);
-        EXPECT_EQ(one->path(), "a.b");
-        EXPECT_EQ(one->parameters().size(), 1u);
-        if constexpr (requires { one->data_type(); }) {
-            EXPECT_EQ(one->data_type(), "type");
-        }
-        if constexpr (requires { one->declined(); }) {
-            EXPECT_EQ(one->declined().size(), 1u);
-        }
-    }
-}
-
-TEST_F(RequestRouting, FailuresStayWholeWhenTheyAreMoved) {
-    const routing_parameters parameters{{"k", 1}};
-    stays_whole_when_moved(data_type_not_registered("Request", "a.b", parameters, "type"));
-    stays_whole_when_moved(request_was_not_processed("text", "a.b", parameters, {{1, "h", ""}}));
-    stays_whole_when_moved(multiple_request_handlers("text", "a.b", parameters));
 }
 
 TEST_F(RequestRouting, AnnouncesRegularHandlers) {
@@ -145,31 +118,6 @@ TEST_F(RequestRouting, HandlersMayComeAndGoDuringARequest) {
 
     const auto empty = answer("b", nullptr);
     EXPECT_THROW(ask("b"), std::bad_function_call);
-}
-
-TEST_F(RequestRouting, TypedRequestsCarryValuesErrorsAndRefusals) {
-    using Length = Request<std::uint32_t, std::string>;
-    using answer_type = typed_answer<std::uint32_t>;
-    const auto length = Length::RequestHandler([](const std::string& text) -> answer_type {
-        if (text == "bad")
-            return {std::nullopt, make_payload(std::string("no length"))};
-        return text.empty() ? answer_type() : answer_type{text.size(), nullptr};
-    });
-    const cookies handlers = {
-        answer("length", length),
-        answer("text", Request<std::string>::RequestHandler([] { return "made of a literal"; }))};
-    EXPECT_EQ(Length::Ask(*requests, "length", "four").value, 4u);
-    const auto failed = Length::Ask(*requests, "length", "bad");
-    EXPECT_EQ(text_of(failed.error), "no length");
-    EXPECT_FALSE(failed);
-    EXPECT_THROW(Length::Ask(*requests, "length", ""), request_was_not_processed);
-    const auto nobody = Length::Ask(*requests, "length", "", without_failure);
-    EXPECT_TRUE(!nobody && !nobody.error);
-    using Wrong = Request<std::string, std::string>;
-    EXPECT_THROW(Wrong::Ask(*requests, "length", "four"), exceptions::error);
-    using OtherInput = Request<std::uint32_t, std::int32_t>;
-    EXPECT_THROW(OtherInput::Ask(*requests, "length", 4), request_was_not_processed);
-    EXPECT_EQ(Request<std::string>::Ask(*requests, "text").value, "made of a literal");
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 // What handlers of C++ types are given, what they may answer, and how they decline.
 // tests/mistakes has what the compiler refuses.
+#include "framework/exceptions/exceptions.h"
+#include "framework/serialization/payload_test.h"
 #include "tests/support/routing.h"
 
 #include <event_routing/exceptions.h>
@@ -61,32 +63,45 @@ TEST_F(TypedHandlers, AreGivenPathAndParametersIfTheyWant) {
     EXPECT_EQ(taken_notes(), "r1 e2 e2");
 }
 
-TEST_F(TypedHandlers, AnswerRequestsWithoutAnOutput) {
+TEST_F(TypedHandlers, AnswerRequestsWithValuesWithErrorsOrNotAtAll) {
+    using Length = Request<std::uint32_t, std::string>;
     using Print = Request<void, std::string>;
+    const auto length = [](const std::string& text) -> typed_answer<std::uint32_t> {
+        if (text == "bad")
+            return {std::nullopt, make_payload(std::string("no length"))};
+        return text.empty() ? typed_answer<std::uint32_t>()
+                            : typed_answer<std::uint32_t>{text.size(), nullptr};
+    };
+    const auto fails = [](const std::string& text) -> typed_answer<void> {
+        return {false, make_payload("no paper for " + text)};
+    };
+    const auto with_a_response = [](auto&, auto&, request_answer& unasked, auto&&...) {
+        unasked = make_payload(5);
+        return true;
+    };
     const cookies handlers = {
-        answer("print", Print::RequestHandler([&](const std::string& text) { note(text); })),
+        answer("length", Length::RequestHandler(length)),
+        answer("text", Request<std::string>::RequestHandler([] { return "made of a literal"; })),
         answer("try", Print::RequestHandler([](const std::string& text) { return !text.empty(); })),
-        answer("fail", Print::RequestHandler([](const std::string& text) -> typed_answer<void> {
-                   return {false, make_payload("no paper for " + text)};
-               })),
-        answer("plain", [](auto&, auto&, request_answer& unasked, auto&&...) {
-            unasked = make_payload(5);
-            return true;
-        })};
-    EXPECT_TRUE(Print::Ask(*requests, "print", "letter"));
-    EXPECT_EQ(taken_notes(), "letter");
+        answer("fail", Print::RequestHandler(fails)), answer("plain", with_a_response)};
+    EXPECT_EQ(Length::Ask(*requests, "length", "four").value, 4u);
+    EXPECT_EQ(Request<std::string>::Ask(*requests, "text").value, "made of a literal");
     EXPECT_TRUE(Print::Ask(*requests, "try", "letter"));
-    EXPECT_THROW(Print::Ask(*requests, "try", ""), request_was_not_processed);
-    EXPECT_FALSE(Print::Ask(*requests, "try", "", without_failure));
     EXPECT_TRUE(Print::Ask(*requests, "plain", "")) << "the response is not looked at";
     for (const auto& parameters : {routing_parameters(), without_failure}) {
+        const auto bad = Length::Ask(*requests, "length", "bad", parameters);
+        EXPECT_TRUE(!bad && text_of(bad.error) == "no length");
         const auto failed = Print::Ask(*requests, "fail", "letter", parameters);
-        EXPECT_FALSE(failed);
-        EXPECT_EQ(text_of(failed.error), "no paper for letter");
+        EXPECT_TRUE(!failed && text_of(failed.error) == "no paper for letter");
     }
-    data = make_payload(std::tuple(std::string("letter")));
-    EXPECT_TRUE(ask("print"));
-    EXPECT_EQ(response, nullptr);
+    EXPECT_THROW(Length::Ask(*requests, "length", ""), request_was_not_processed);
+    EXPECT_THROW(Print::Ask(*requests, "try", ""), request_was_not_processed);
+    const auto nobody = Length::Ask(*requests, "length", "", without_failure);
+    EXPECT_TRUE(!nobody && !nobody.error && !Print::Ask(*requests, "try", "", without_failure));
+    using OtherOutput = Request<std::string, std::string>;
+    EXPECT_THROW(OtherOutput::Ask(*requests, "length", "four"), exceptions::error);
+    using OtherInput = Request<std::uint32_t, std::int32_t>;
+    EXPECT_THROW(OtherInput::Ask(*requests, "length", 4), request_was_not_processed);
 }
 
 TEST_F(TypedHandlers, LeaveTheResponseAsItWasUnlessTheyAnswer) {
@@ -117,33 +132,23 @@ TEST_F(TypedHandlers, LeaveTheResponseAsItWasUnlessTheyAnswer) {
 }
 
 TEST_F(TypedHandlers, AreNotMadeOfEmptyCallables) {
-    const auto refusal = [](const auto& make) {
-        try {
-            static_cast<void>(make());
-        } catch (const exceptions::error& failure) {
-            return std::string(failure.what());
-        }
-        return std::string();
-    };
+    using serialization::failure_of;
     using Length = Request<int, std::string>;
     using Menu = Snowball<std::string>;
     using Saved = Event<std::string>;
-    EXPECT_EQ(
-        refusal([] { return Length::RequestHandler(std::function<int(const std::string&)>()); }),
-        "Request::RequestHandler: the callable is empty.");
-    EXPECT_EQ(refusal([] {
-                  void (*const none)(std::string&, const std::tuple<>&) = nullptr;
-                  return Menu::SnowballHandler(none);
-              }),
-              "Snowball::SnowballHandler: the callable is empty.");
-    EXPECT_EQ(
-        refusal([] { return Saved::SynchronousPart(std::function<bool(const std::string&)>()); }),
-        "Event::SynchronousPart: the callable is empty.");
-    EXPECT_EQ(
-        refusal([] { return Saved::AsynchronousPart(std::function<void(const std::string&)>()); }),
-        "Event::AsynchronousPart: the callable is empty.");
-    EXPECT_EQ(refusal([] { return Length::RequestHandler(+[](const std::string&) { return 1; }); }),
-              "");
+    const std::function<int(const std::string&)> no_answer;
+    const std::function<bool(const std::string&)> no_part;
+    const std::function<void(const std::string&)> no_later_part;
+    void (*const no_addition)(std::string&, const std::tuple<>&) = nullptr;
+    const std::string text = ": the callable is empty.";
+    EXPECT_EQ(failure_of([&] { static_cast<void>(Length::RequestHandler(no_answer)); }),
+              "Request::RequestHandler" + text);
+    EXPECT_EQ(failure_of([&] { static_cast<void>(Menu::SnowballHandler(no_addition)); }),
+              "Snowball::SnowballHandler" + text);
+    EXPECT_EQ(failure_of([&] { static_cast<void>(Saved::SynchronousPart(no_part)); }),
+              "Event::SynchronousPart" + text);
+    EXPECT_EQ(failure_of([&] { static_cast<void>(Saved::AsynchronousPart(no_later_part)); }),
+              "Event::AsynchronousPart" + text);
 }
 
 TEST_F(TypedHandlers, SayOnceASecondThatTheyDeclineBecauseOfTheType) {
@@ -227,22 +232,6 @@ TEST_F(TypedHandlers, AreNamedByTheFailureOfARequestThatTheyDeclined) {
         << "for reasons of their own";
     data = serialization::make_json_payload(serialization::json_from_text(R"(["four"])"));
     EXPECT_EQ(declined().back(), (declined_handler{0, "fallback", ""}));
-}
-
-TEST_F(TypedHandlers, AreToldOfCumulativeEvents) {
-    using Changed = Event<std::string>;
-    const auto listener =
-        listen("file", Changed::SynchronousPart([&](auto& name, const message_head& head) {
-                   note(name + std::to_string(number_or(head.parameters,
-                                                        parameter::cumulative_event_count, 0)));
-                   running.set();
-                   return true;
-               }));
-    Changed::BroadcastCumulative(*events, std::chrono::milliseconds(500), "file", "first");
-    Changed::BroadcastCumulative(*events, std::chrono::hours(1), "file", "last");
-    pass_a_second();
-    EXPECT_TRUE(running.comes());
-    EXPECT_EQ(taken_notes(), "last2");
 }
 
 } // namespace

@@ -33,22 +33,8 @@ TEST_F(WindowWork, HasOneHandlingObjectForAWindowAndNoneForOneThatDoesNotExist) 
     EXPECT_NE(handling_of(other.handle), handling);
     EXPECT_EQ(handling->previous(), &call_function) << "one procedure in front of the window's";
     EXPECT_NE(handling->GetTaskQueue(), nullptr);
-    {
-        // In front of the library's, and keeps the end of the window from it.
-        function_window swallowed;
-        handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("kept")).reset();
-        const auto left =
-            handling_of(swallowed.handle)->KeepHandlerRegistered(noting_cookie("left"));
-        replace_window_procedure(swallowed.handle, [](auto...) -> std::intptr_t { return 0; });
-        destroy_window(swallowed.handle);
-        EXPECT_EQ(taken_notes(), "kept");
-        EXPECT_THROW(handling_of(swallowed.handle), exceptions::error);
-        EXPECT_EQ(taken_notes(), "left") << "is released";
-    }
-    for (int twice = 0; twice < 2; ++twice)
-        EXPECT_EQ(serialization::failure_of([&] { handling_of(window_handle{0xfedcba9}); }),
-                  "zel::event_routing::IModule::GetInWndProcHandling: there is no window "
-                  "0xfedcba9.");
+    EXPECT_EQ(serialization::failure_of([&] { handling_of(window_handle{0xfedcba9}); }),
+              "zel::event_routing::IModule::GetInWndProcHandling: there is no window 0xfedcba9.");
 }
 
 TEST_F(WindowWork, RunsWhatManyThreadsPostInTheOrderOfEachOnTheWindowsThread) {
@@ -94,6 +80,11 @@ TEST_F(WindowWork, RunsOneQueuedItemPerMessageAndPassesOnMessagesOfOthers) {
     send_message(window.handle, message, instance_cookie + 1, 5);
     EXPECT_EQ(taken_notes(), "foreign " + std::to_string(instance_cookie + 1) + " 5");
     EXPECT_EQ(send_message(window.handle, first_own_message), 9);
+    post_to_window(*handling, [] { throw std::runtime_error("broken"); });
+    post_to_window(*handling, noting("behind"));
+    EXPECT_THROW(dispatch_messages(), std::runtime_error);
+    dispatch_messages();
+    EXPECT_EQ(taken_notes(), "behind");
     EXPECT_THROW(handling->PostToWindow(nullptr), exceptions::error);
     EXPECT_THROW(handling->SendToWindow(nullptr), exceptions::error);
 }
@@ -196,22 +187,6 @@ TEST_F(WindowWork, ReleasesExactlyTheStoredCookieAndOutsideOfItsGuard) {
         std::bad_weak_ptr);
 }
 
-TEST_F(WindowWork, TellsTheSenderThatItHasThrownAndKeepsWhatIsQueuedBehindIt) {
-    function_window window;
-    const auto handling = handling_of(window.handle);
-    const auto throws = [] { throw std::runtime_error("broken"); };
-    post_to_window(*handling, throws);
-    post_to_window(*handling, noting("a"));
-    watched_thread sender([&] { EXPECT_FALSE(send_to_window(*handling, throws)); });
-    EXPECT_TRUE(sender.falls_asleep());
-    for (int twice = 0; twice < 2; ++twice)
-        EXPECT_THROW(dispatch_messages(), std::runtime_error);
-    sender.join();
-    EXPECT_EQ(taken_notes(), "");
-    dispatch_messages();
-    EXPECT_EQ(taken_notes(), "a");
-}
-
 TEST_F(WindowWork, GoesBothWaysAtOnce) {
     served_window one, other;
     const auto to_one = handling_of(one.handle()), to_other = handling_of(other.handle());
@@ -224,28 +199,6 @@ TEST_F(WindowWork, GoesBothWaysAtOnce) {
     goes(to_other, to_one);
     also.join();
     EXPECT_EQ(done, 2'000);
-}
-
-TEST_F(WindowWork, LeavesAWindowToItsEndWhoeverAsksForItMeanwhile) {
-    window_handle early{};
-    window_function tells = [&](auto message, auto...) {
-        if (message == destroy_message)
-            note("told");
-        return 0;
-    };
-    window_function asks = [&](auto message, auto...) {
-        if (message == destroy_message) {
-            EXPECT_NE(handling_of(early), nullptr);
-        }
-        return 0;
-    };
-    std::jthread([&] { // the end of which destroys them, the later one first
-        early = create_window(&call_function, &tells);
-        handling_of(early);
-        create_window(&call_function, &asks);
-    })
-        .join();
-    EXPECT_EQ(taken_notes(), "told");
 }
 
 // The window's end waits for the handler, and the handler for the window.
