@@ -17,8 +17,6 @@ using tasklib::unbiased_clock;
 
 constexpr std::uint32_t broadcasts_in_period = 1000;
 
-constexpr std::uint32_t least_credit = 32;
-
 // A coarse reading lags behind by much less.
 constexpr auto soon = std::chrono::seconds(1);
 
@@ -106,14 +104,12 @@ bool broadcast_statistics::is_period_full() {
 }
 
 // Less the more threads there are, and towards the end of the period, so that little has to
-// be taken back; but not so little that a thread is soon here again.
+// be taken back. Who got all of the last few would lose them to the next thread at once.
 void broadcast_statistics::give_credit(thread_counts& own) noexcept {
     if (std::exchange(own.period_, period_number_) != period_number_)
         ++takers_;
     const auto threads = std::max(takers_, former_takers_);
-    const auto share =
-        threads == 1 ? spare_credit_
-                     : std::min(spare_credit_, std::max(least_credit, spare_credit_ / threads));
+    const auto share = (spare_credit_ + threads - 1) / threads;
     spare_credit_ -= share;
     own.word_.store(share, std::memory_order_release);
 }
