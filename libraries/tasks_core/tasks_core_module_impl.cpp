@@ -73,7 +73,8 @@ void task_running::end() {
     }
     for (const auto& task : scheduler_->stop_taking())
         task->cancellation().cancel();
-    for (const auto& task : threads_->stop_taking())
+    threads_->stop_taking();
+    while (const auto task = threads_->take_rest())
         task->cancellation().cancel();
     threads_->join();
 }
