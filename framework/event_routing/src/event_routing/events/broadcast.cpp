@@ -70,7 +70,8 @@ void EventRoutingImpl::broadcast::choose_parameters() {
     if (monitors_.empty())
         return;
     if (!is_numbered(*parameters_))
-        parameters_ = &numbered_.add_number(*parameters_, next_event_message_id());
+        parameters_ =
+            &numbered_.add_number(*message_.record(), *parameters_, next_event_message_id());
     tells_monitors_ = true;
 }
 
@@ -80,7 +81,7 @@ void EventRoutingImpl::broadcast::choose_parameters() {
 void EventRoutingImpl::broadcast::recall_handlers() {
     generation_ = service_.routing_lock_.current_generation();
     if (routing_lock::is_stable(generation_))
-        matches_.recall(text_, generation_);
+        matches_.recall(paths_, generation_);
 }
 
 // Empty pieces are no paths.
@@ -97,7 +98,7 @@ void EventRoutingImpl::broadcast::split_paths(const Use& use) const {
 void EventRoutingImpl::broadcast::collect_handlers() {
     if (matches_)
         return;
-    flattening matches(text_, generation_);
+    flattening matches(paths_, generation_);
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
     event_routing_node::collected_handlers collected(&memory);
@@ -137,14 +138,14 @@ void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handle
 // What the part answers; false also when it throws.
 bool EventRoutingImpl::broadcast::run_synchronous_part(const MultiPathHandlerInfo& handler,
                                                        const synchronous_event_part& part) {
-    const measurement_scope measured(message_, monitors_);
+    const measurement_scope measured(monitors_);
     bool answer = false;
     const auto failure =
         platform::guarded([&] { answer = part(*handler.path, data_, *parameters_); });
     if (failure)
         synchronous_part_failed(failure, *handler.path, handler.level,
                                 handler.handler->description);
-    measured.end("Sync: ", handler, data_, *parameters_);
+    measured.end(message_, monitors_, "Sync: ", handler, data_, *parameters_);
     return answer;
 }
 
@@ -175,9 +176,9 @@ void asynchronous_part::operator()() const {
     const announced_call body(message, removal_waits::yes, *handler_->handler);
     if (!body)
         return;
-    const measurement_scope measured(message, monitors_);
+    const measurement_scope measured(monitors_);
     body->function.asynchronous_part(*handler_->path, data_, parameters_);
-    measured.end("Async: ", *handler_, data_, parameters_);
+    measured.end(message, monitors_, "Async: ", *handler_, data_, parameters_);
 }
 
 // One limit for all together. The first task that takes too long ends the waiting.
@@ -203,8 +204,8 @@ EventRoutingImpl::broadcast::~broadcast() noexcept(false) {
 
 EventRoutingImpl::broadcast::counting::~counting() {
     const auto failure = platform::guarded([&] {
-        if (const auto finished =
-                event.service_.statistics_.UpdateStatistics(event.message_.record(), event.text_)) {
+        if (const auto finished = event.service_.statistics_.UpdateStatistics(
+                event.message_.record(), event.paths_)) {
             const platform::no_cancellation to_the_end;
             WriteStatistics(*finished);
         }

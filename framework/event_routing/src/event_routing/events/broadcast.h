@@ -14,7 +14,7 @@ class EventRoutingImpl::broadcast {
 public:
     broadcast(EventRoutingImpl& service, const std::string& paths, const event_data& data,
               const routing_parameters& parameters) noexcept
-        : service_(service), paths_(paths), text_(paths), data_(data), parameters_(&parameters) {}
+        : service_(service), paths_(paths), data_(data), parameters_(&parameters) {}
     /// Tells the monitors and counts, however the broadcast ends. A monitor that ends
     /// its thread is unwound from here.
     ~broadcast() noexcept(false);
@@ -47,7 +47,6 @@ private:
 
     EventRoutingImpl& service_;
     const std::string& paths_;
-    const text_key text_;
     const event_data& data_;
     const routing_parameters* parameters_; // the caller's, unless a number was added
     message_scope message_;
