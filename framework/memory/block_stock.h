@@ -2,13 +2,14 @@
 //
 // A general allocator gives each thread a region of its own. When another thread releases
 // a block, it takes the lock of the region that the block is from, so the two threads
-// put each other to sleep. Here each thread keeps a few free blocks, and threads exchange
-// them by the bundle.
+// put each other to sleep. Here each thread keeps a few free blocks, which it takes and gives
+// back without atomic operations, and threads exchange them by the bundle.
 //
 //     std::allocate_shared<message>(memory::recycling_allocator<message>(), ...)
 #pragma once
 
 #include <platform/critical_section.h>
+#include <platform/thread_slot.h>
 
 #include <array>
 #include <cstddef>
@@ -16,19 +17,21 @@
 
 namespace zel::memory {
 
-/// Free blocks of one size. Any thread; what it keeps is bounded.
+/// Free blocks of one size. Any thread; what it keeps is bounded: two bundles a slot, and those
+/// in exchange.
 class block_stock {
 public:
     constexpr block_stock() noexcept = default;
     block_stock(const block_stock&) = delete;
     block_stock& operator=(const block_stock&) = delete;
 
-    /// Throws std::bad_alloc.
-    void* take(std::size_t size);
-    void give_back(void* memory) noexcept;
-    /// Gives the blocks in stock back to the general allocator; those that come back from
-    /// now on follow at once.
-    void close() noexcept;
+    /// Null where none is in stock.
+    void* take() noexcept;
+    /// False where the stock keeps it not; it is the caller's then.
+    bool give_back(void* memory) noexcept;
+    /// Gives the blocks in stock back to the general allocator. Nobody takes one or gives one
+    /// back meanwhile.
+    void release_all() noexcept;
 
 private:
     struct block {
@@ -38,35 +41,36 @@ private:
     static constexpr std::size_t bundle_size = 32;
     static constexpr std::size_t most_bundles = 64; // in exchange: 2 MB of the largest blocks
 
-    // Where a thread keeps its blocks. Its number chooses the place, so some threads share
-    // one, which costs nothing but time.
+    // Where a thread keeps its blocks. The last place is shared by the threads that have no
+    // slot of their own.
     struct alignas(64) place {
-        platform::plain_lock guard; // held for a few steps
-        block* open ZEL_GUARDED_BY(guard) = nullptr;
-        std::size_t open_count ZEL_GUARDED_BY(guard) = 0; // at most a bundle
-        block* full ZEL_GUARDED_BY(guard) = nullptr;      // a bundle or none
-        bool closed ZEL_GUARDED_BY(guard) = false;
+        platform::plain_lock
+            guard; // of the shared place, held for a few steps; the others need none
+        block* open = nullptr;
+        std::size_t open_count = 0; // at most a bundle
+        block* full = nullptr;      // a bundle or none
     };
 
+    template <class Use>
+    void with_own_place(const Use& use) noexcept;
     static void release(block* first) noexcept;
-    place& own_place() noexcept;
     block* obtain_bundle() noexcept;
     /// Returns the bundle if there is no room for it, else null.
     [[nodiscard]] block* exchange_bundle(block* bundle) noexcept;
 
-    std::array<place, 8> places_;
-    // Guards what follows; taken inside of a place's guard.
+    std::array<place, platform::own_thread_slots + 1> places_;
+    // Guards what follows; taken inside of the shared place's guard.
     platform::plain_lock exchange_guard_;
     block* bundles_ ZEL_GUARDED_BY(exchange_guard_) = nullptr;
     std::size_t bundle_count_ ZEL_GUARDED_BY(exchange_guard_) = 0;
-    bool closed_ ZEL_GUARDED_BY(exchange_guard_) = false;
 };
 
-/// The stock of this library for blocks of a size; null for large ones. Closed by
-/// the library's last end-of-life action.
-block_stock* stock_for(std::size_t size) noexcept;
-/// How many bytes a block for that size really has.
-std::size_t stocked_size(std::size_t size) noexcept;
+/// From the stock of this library for blocks of that size; from the general allocator where
+/// they are large, or where the library's last end-of-life action has closed the stocks. Throws
+/// std::bad_alloc.
+void* take_block(std::size_t size);
+/// The size is the one that was asked for.
+void give_block_back(void* memory, std::size_t size) noexcept;
 
 template <class T>
 class recycling_allocator {
@@ -79,15 +83,10 @@ public:
 
     T* allocate(std::size_t count) {
         static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__);
-        auto* const stock = stock_for(count * sizeof(T));
-        return static_cast<T*>(stock ? stock->take(stocked_size(count * sizeof(T)))
-                                     : ::operator new(count * sizeof(T)));
+        return static_cast<T*>(take_block(count * sizeof(T)));
     }
     void deallocate(T* memory, std::size_t count) noexcept {
-        if (auto* const stock = stock_for(count * sizeof(T)))
-            stock->give_back(memory);
-        else
-            ::operator delete(memory);
+        give_block_back(memory, count * sizeof(T));
     }
 
     friend bool operator==(const recycling_allocator&, const recycling_allocator&) = default;

@@ -3,7 +3,7 @@
 #include "framework/module_interface/interface.h"
 
 #include <platform/process.h>
-#include <platform/thread_id.h>
+#include <platform/thread_slot.h>
 
 #include <array>
 #include <atomic>
@@ -14,20 +14,25 @@ namespace live_objects {
 
 namespace {
 
-// Threads that make and release objects at the same time must not pass one word to
-// and fro, so each counts in a place of its own, as a rule.
+// Each thread counts in a place of its own, which takes no atomic operation that others hear
+// of; the last place is shared by the threads that have none.
 struct alignas(64) place {
     // Release and acquire: who counts a release has counted the making.
     std::atomic<std::uint64_t> made{0};
     std::atomic<std::uint64_t> released{0};
 };
 
-constinit std::array<place, 16> places;
+constinit std::array<place, platform::own_thread_slots + 1> places;
 // Sequentially consistent: compared across threads at the end of a library's life.
 constinit std::atomic<std::int32_t> modules{0};
 
-place& own_place() noexcept {
-    return places[platform::this_thread_id() % places.size()];
+void count(std::atomic<std::uint64_t> place::*which) noexcept {
+    const auto slot = platform::thread_slot();
+    auto& number = places[slot].*which;
+    if (slot != platform::shared_thread_slot)
+        number.store(number.load(std::memory_order_relaxed) + 1, std::memory_order_release);
+    else
+        number.fetch_add(1, std::memory_order_release);
 }
 
 } // namespace
@@ -45,11 +50,11 @@ counts current() noexcept {
 }
 
 void add_object() noexcept {
-    own_place().made.fetch_add(1, std::memory_order_release);
+    count(&place::made);
 }
 
 void remove_object() noexcept {
-    own_place().released.fetch_add(1, std::memory_order_release);
+    count(&place::released);
 }
 
 void add_module() noexcept {

@@ -16,15 +16,13 @@ constinit log::source_position run_failed(__FILE__, 40);
 // One task that this thread is inside of. Stands on the stack.
 class run_frame {
 public:
-    explicit run_frame(std::shared_ptr<task_ifc> task) noexcept
-        : task_(std::move(task)), outer_(innermost_) {
+    explicit run_frame(const std::shared_ptr<task_ifc>& task) noexcept
+        : task_(task), outer_(innermost_) {
         innermost_ = this;
     }
     ~run_frame() { innermost_ = outer_; }
     run_frame(const run_frame&) = delete;
     run_frame& operator=(const run_frame&) = delete;
-
-    void run() const { task_->run(false); }
 
     static run_frame* innermost() noexcept { return innermost_; }
     static bool inside_of(const cancellation_ifc& candidate) noexcept {
@@ -41,7 +39,7 @@ private:
     // Initial-exec: one load, no call, and nothing to destroy.
     [[gnu::tls_model("initial-exec")]] static constinit thread_local run_frame* innermost_;
 
-    const std::shared_ptr<task_ifc> task_; // whatever the body does to others' references
+    const std::shared_ptr<task_ifc>& task_; // the runner's
     run_frame* const outer_;
     std::shared_ptr<cancellation_ifc> cancellation_;
 };
@@ -159,16 +157,30 @@ const std::shared_ptr<cancellation_ifc>& run_frame::cancellation() {
 
 } // namespace
 
-void run_inside(std::shared_ptr<task_ifc> task) {
-    run_frame(std::move(task)).run();
+task_claim::task_claim(const std::shared_ptr<task_ifc>& task)
+    : task_(task), placed_(query<placed_task_ifc>(task->cancellation())),
+      is_ours_(placed_ ? placed_->claim_in_pool() : task->try_claim()) {
+    if (is_ours_ && !placed_)
+        task->take_submitter();
+}
+
+void task_claim::run() const {
+    const run_frame inside(task_);
+    if (placed_)
+        placed_->run_claimed_in_pool();
+    else
+        task_->run(false);
+}
+
+void run_inside(const std::shared_ptr<task_ifc>& task) {
+    const run_frame inside(task);
+    task->run(false);
 }
 
 void run_pending(std::shared_ptr<task_ifc> task) {
     const auto failure = platform::guarded([&] {
-        if (!task->try_claim())
-            return;
-        task->take_submitter();
-        run_inside(std::move(task));
+        if (const task_claim ours(task); ours)
+            ours.run();
     });
     if (failure)
         tasks_log.report(log::severity::failed_operation, run_failed, failure, [] {

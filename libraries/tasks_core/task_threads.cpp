@@ -4,12 +4,10 @@
 #include "libraries/tasks_core/running_task.h"
 
 #include <platform/cancellation.h>
-#include <platform/diagnostics.h>
 #include <platform/impersonation_watch.h>
-#include <platform/process.h>
+#include <platform/wait_on_address.h>
 
 #include <algorithm>
-#include <asio/post.hpp>
 
 namespace zel::tasklib {
 
@@ -17,19 +15,23 @@ namespace {
 
 // Some ten microseconds. To wake a sleeping processor takes as long or longer, in a
 // virtual machine above all.
-constexpr int lingering_spins = 500;
+constexpr std::size_t rows_looked_at_while_lingering = 2000;
 
 // About what it takes to wake a thread.
 constexpr std::chrono::microseconds short_run{10};
 constexpr std::uint32_t short_runs_to_rely_on = 32;
 constexpr std::size_t short_backlog = 8; // tasks
 
+// After so many tasks a thread looks beyond its own row, into which its tasks may put more
+// without end.
+constexpr std::uint64_t tasks_between_looks = 32;
+
 } // namespace
 
 // A thread of the pool while it lives.
 class worker final : public platform::thread_lender {
 public:
-    explicit worker(task_threads& threads) noexcept : threads_(threads) {
+    worker(task_threads& threads, thread_seat& seat) noexcept : threads_(threads), seat_(seat) {
         current_ = this;
         platform::set_thread_lender(this);
     }
@@ -37,29 +39,38 @@ public:
     worker(const worker&) = delete;
     worker& operator=(const worker&) = delete;
 
-    static worker* current() noexcept { return current_; }
+    /// Of the calling thread; null for a thread that is not one of this pool.
+    static thread_seat* seat_in(const task_threads& threads) noexcept {
+        return current_ && &current_->threads_ == &threads ? &current_->seat_ : nullptr;
+    }
 
-    void wait_begins() noexcept override { threads_.wait_begins(); }
+    void wait_begins() noexcept override { threads_.wait_begins(seat_); }
     void wait_ends() noexcept override { threads_.wait_ends(); }
 
     void work() {
         const platform::own_code_only between_the_tasks;
-        // The loop goes on after a turn, for the next one; it ends when the thread is
-        // sent away or the context is stopped.
-        while (!sent_away_ && threads_.workers_.run_one() != 0) {
+        for (auto task = threads_.search(seat_); task; task = next_task()) {
+            count_task();
+            threads_.run_begins();
+            run_pending(std::move(task));
         }
         unwound_ = false;
     }
-    void send_away() noexcept { sent_away_ = true; }
-
-    bool inside_turn = false;
 
 private:
+    void count_task() noexcept;
+    std::shared_ptr<task_ifc> next_task();
+    void judge_runs() noexcept;
+
     // Initial-exec: one load, no call, and nothing to destroy.
     [[gnu::tls_model("initial-exec")]] static constinit thread_local worker* current_;
 
     task_threads& threads_;
-    bool sent_away_ = false;
+    thread_seat& seat_;
+    // Since the last look at the clock, and how many in a row have been short.
+    std::uint32_t runs_ = 0;
+    std::uint32_t short_runs_ = 0;
+    std::chrono::steady_clock::time_point looked_ = std::chrono::steady_clock::now();
     bool unwound_ = true; // unless the work is left in the regular way
 };
 
@@ -68,16 +79,56 @@ constinit thread_local worker* worker::current_ = nullptr;
 worker::~worker() {
     platform::set_thread_lender(nullptr);
     current_ = nullptr;
-    if (unwound_)
-        threads_.unwound(inside_turn);
     const platform::no_cancellation to_the_end;
+    threads_.stand_up(seat_, unwound_);
     if (auto left_before = threads_.leave_the_list(); left_before.joinable())
         left_before.join();
 }
 
+void worker::count_task() noexcept {
+    ++runs_;
+    seat_.taken.store(seat_.taken.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+}
+
+std::shared_ptr<task_ifc> worker::next_task() {
+    auto& seats = threads_.seats_;
+    if (const auto taken = seat_.taken.load(std::memory_order_relaxed);
+        taken % tasks_between_looks == 0) {
+        judge_runs();
+        if (auto task = seats.take_from_next(taken / tasks_between_looks))
+            return task;
+    }
+    if (auto task = seat_.row.take())
+        return task;
+    judge_runs();
+    if (auto task = seats.take_for(seat_)) {
+        threads_.bring_thread(&seat_);
+        return task;
+    }
+    threads_.begin_search();
+    auto task = threads_.search(seat_);
+    looked_ = std::chrono::steady_clock::now();
+    return task;
+}
+
+// One look at the clock for many runs: it takes as long as a part of a task.
+void worker::judge_runs() noexcept {
+    const auto now = std::chrono::steady_clock::now();
+    const bool are_short = now - looked_ < short_run * runs_;
+    short_runs_ = are_short ? short_runs_ + runs_ : 0;
+    if (short_runs_ >= short_runs_to_rely_on)
+        threads_.expect_short_runs(true);
+    else if (!are_short && runs_ > 0)
+        threads_.expect_short_runs(false);
+    runs_ = 0;
+    looked_ = now;
+}
+
 task_threads::task_threads(const task_thread_limits& limits)
-    : timers_(1), workers_stay_(workers_.get_executor()), timers_stay_(timers_.get_executor()),
-      watch_timer_(timers_), limits_(limits) {}
+    : timers_(1), timers_stay_(timers_.get_executor()), watch_timer_(timers_), limits_(limits) {
+    platform::scoped_lock inside(guard_);
+    publish_readiness();
+}
 
 task_threads::~task_threads() = default;
 
@@ -88,36 +139,28 @@ void task_threads::start_timer_thread() {
 void task_threads::set_limits(const task_thread_limits& limits) noexcept {
     platform::scoped_lock inside(guard_);
     limits_ = limits;
+    publish_readiness();
 }
 
 void task_threads::follow_limits() {
-    const auto meets_a_need = [&] {
-        need what = need::nothing;
-        {
-            platform::scoped_lock inside(guard_);
-            what = next_need();
-        }
-        return what != need::nothing && !meet(what);
-    };
-    platform::guarded([&] { // the watch tries again
-        while (meets_a_need()) {
-        }
-    });
-    run_begins(); // threads that are too many now leave when the watch looks
+    if (are_tasks_left())
+        call_thread(); // each one that finds a task calls the next
+    run_begins();      // threads that are too many now leave when the watch looks
 }
 
 void task_threads::submit(const std::shared_ptr<task_ifc>& task) {
-    need what = need::nothing;
-    {
-        platform::scoped_lock inside(guard_);
-        if (has_ended())
+    auto* const own = worker::seat_in(*this);
+    // A task that is in some row already keeps its place.
+    if (!seats_.have(*task)) {
+        auto outcome = own ? own->row.push(task) : task_row::outcome::full;
+        if (outcome == task_row::outcome::full)
+            outcome = seats_.common_row().push(task);
+        if (outcome == task_row::outcome::closed)
             throw exceptions::fatal("Tasks module already destroyed");
-        pending_.push(task);
-        what = next_need();
     }
     try {
         // The threads that there are come to the task, or else the watch sees them blocked.
-        if (const auto refusal = meet(what); refusal && thread_count() == 0)
+        if (const auto refusal = bring_thread(own); refusal && thread_count() == 0)
             std::rethrow_exception(refusal);
         if (watch_is_slow_.load(std::memory_order_relaxed))
             hurry_watch();
@@ -127,164 +170,202 @@ void task_threads::submit(const std::shared_ptr<task_ifc>& task) {
     }
 }
 
-// What brings the next pending task forward. Counts it as done.
-task_threads::need task_threads::next_need() {
-    if (pending_.empty() || has_ended())
-        return need::nothing;
-    if (somebody_lingers_ && pending_.size() == 1) {
-        task_has_come_.store(true, std::memory_order_relaxed);
-        return need::nothing;
-    }
-    if (are_in_hand())
-        return need::nothing;
-    need what = need::turn;
-    if (turns_ == threads_) {
-        if (threads_ >= limits_.cores + waiting_ + added_ || threads_ >= limits_.most_threads)
-            return need::nothing;
-        ++threads_;
-        what = need::thread;
-    }
-    give_turn();
-    return what;
+void task_threads::publish_readiness() noexcept {
+    auto now = readiness::complete;
+    const bool can_come =
+        !asleep_.empty() || census_.may_add_one(limits_.cores, limits_.most_threads);
+    if (can_come && census_.searching() == 0 && !has_ended())
+        now = census_.running() > 0 ? readiness::unless_short : readiness::nobody_runs;
+    if (readiness_.load(std::memory_order_relaxed) != now)
+        readiness_.store(now, std::memory_order_seq_cst);
 }
 
-void task_threads::give_turn() {
-    ++turns_;
-    most_turns_ = std::max(most_turns_, turns_);
+void task_threads::expect_short_runs(bool are_short) noexcept {
+    if (runs_are_short_.load(std::memory_order_relaxed) != are_short)
+        runs_are_short_.store(are_short, std::memory_order_relaxed);
 }
 
-// Whether the threads that run will be through with what is pending before another
-// one could be woken. Should a long task be among it, the watch sees the others wait.
-bool task_threads::are_in_hand() const {
-    return short_runs_ >= short_runs_to_rely_on && turns_ > waiting_ &&
-           pending_.size() <= short_backlog;
-}
-
-// Returns why a thread that was needed could not be had, else null; the watch tries again.
-// Throws when memory is too short to give a turn.
-std::exception_ptr task_threads::meet(need what) {
-    if (what == need::nothing)
+// Called when there may be a task that nobody has come for. Returns why a thread that was
+// needed could not be had, else null; the watch tries again.
+std::exception_ptr task_threads::bring_thread(const thread_seat* own) noexcept {
+    const auto now = readiness_.load(std::memory_order_seq_cst);
+    if (now == readiness::complete)
         return nullptr;
-    if (what == need::thread)
-        if (auto refusal = start_thread())
-            return refusal;
-    try {
-        asio::post(workers_, [this] { take_turn(); });
-    } catch (...) {
+    // The threads that run will be through with a few short tasks before another one could
+    // be woken. Should a long task be among them, the watch sees the others wait.
+    if (now == readiness::unless_short && runs_are_short_.load(std::memory_order_relaxed) &&
+        seats_.common_row().size() + (own ? own->row.size() : 0) <= short_backlog)
+        return nullptr;
+    return call_thread();
+}
+
+std::exception_ptr task_threads::call_thread() noexcept {
+    thread_seat* sleeper = nullptr;
+    {
         platform::scoped_lock inside(guard_);
-        --turns_;
-        throw;
+        if (census_.searching() > 0 || has_ended())
+            return nullptr;
+        if ((sleeper = asleep_.take_last())) {
+            census_.thread_wakes();
+            sleeper->called.store(thread_seat::wake, std::memory_order_release);
+        } else if (census_.may_add_one(limits_.cores, limits_.most_threads)) {
+            census_.thread_starts();
+        } else {
+            return nullptr;
+        }
+        publish_readiness();
     }
+    if (!sleeper)
+        return start_thread();
+    platform::wake_one(sleeper->called);
     return nullptr;
 }
 
+// It has been counted.
 std::exception_ptr task_threads::start_thread() noexcept {
     platform::scoped_lock inside_list(threads_guard_);
+    thread_seat* seat = nullptr;
     // The analysis does not see that the lambda is called here.
     auto refusal = platform::guarded([&]() ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
         if (no_more_threads_)
             throw exceptions::fatal("Tasks module already destroyed");
-        workers_list_.emplace_back([self = shared_from_this()] { worker(*self).work(); });
+        seat = &take_seat();
+        workers_list_.emplace_back(
+            [self = shared_from_this(), seat] { worker(*self, *seat).work(); });
     });
     if (refusal) {
         platform::scoped_lock inside(guard_);
-        --threads_;
-        --turns_;
+        if (seat)
+            free_seats_.add(*seat);
+        census_.thread_does_not_start();
+        publish_readiness();
     }
     return refusal;
 }
 
-void task_threads::take_turn() {
-    worker& self = *worker::current();
-    self.inside_turn = true;
-    std::optional<std::chrono::steady_clock::duration> last_run;
-    while (auto task = take_task(last_run)) {
-        run_begins();
-        const auto began = std::chrono::steady_clock::now();
-        run_pending(std::move(task));
-        last_run = std::chrono::steady_clock::now() - began;
-    }
-    self.inside_turn = false;
-}
-
-// Null ends the turn.
-std::shared_ptr<task_ifc>
-task_threads::take_task(std::optional<std::chrono::steady_clock::duration> last_run) {
+thread_seat& task_threads::take_seat() {
     {
         platform::scoped_lock inside(guard_);
-        if (last_run)
-            short_runs_ = *last_run < short_run ? short_runs_ + 1 : 0;
-        if (auto task = take_first())
-            return task;
-        // No lingering while other threads run tasks: they will take the next one, and
-        // need the cores.
-        if (somebody_lingers_ || has_ended() || turns_ * 2 > limits_.cores) {
-            --turns_;
-            return nullptr;
+        if (auto* const free = free_seats_.take_first())
+            return *free;
+    }
+    auto* const made = seats_.make();
+    if (!made)
+        throw exceptions::error("Too many task threads.");
+    return *made;
+}
+
+// Called by a worker that counts as searching. Null when the thread has to leave.
+std::shared_ptr<task_ifc> task_threads::search(thread_seat& own) noexcept {
+    do {
+        std::size_t looks = 0, rows = 1;
+        do {
+            if (are_tasks_left()) {
+                // Ends before a task is taken: who submits one meanwhile no longer counts on
+                // this thread.
+                end_search();
+                auto task = own.row.take();
+                if (!task)
+                    task = seats_.take_for(own);
+                if (task) {
+                    if (are_tasks_left())
+                        bring_thread(&own);
+                    return task;
+                }
+                begin_search();
+            }
+            if (looks == 0) {
+                rows = 1 + seats_.count();
+                looks = may_linger() ? rows_looked_at_while_lingering : 1;
+            }
+            platform::pause_processor();
+            looks -= std::min(looks, rows);
+        } while (looks > 0);
+    } while (sleep(own));
+    return nullptr;
+}
+
+void task_threads::begin_search() noexcept {
+    platform::scoped_lock inside(guard_);
+    census_.search_begins();
+    publish_readiness();
+}
+
+void task_threads::end_search() noexcept {
+    platform::scoped_lock inside(guard_);
+    census_.search_ends();
+    publish_readiness();
+}
+
+bool task_threads::may_linger() const noexcept {
+    platform::scoped_lock inside(guard_);
+    return census_.may_linger(limits_.cores) && !sends_all_away_;
+}
+
+// False when the thread has to leave.
+bool task_threads::sleep(thread_seat& own) noexcept {
+    {
+        platform::scoped_lock inside(guard_);
+        census_.thread_falls_asleep();
+        if (sends_all_away_) {
+            census_.sleeping_threads_end(1);
+            return false;
         }
-        somebody_lingers_ = true;
-        task_has_come_.store(false, std::memory_order_relaxed);
+        own.called.store(thread_seat::none, std::memory_order_relaxed);
+        asleep_.add(own);
+        publish_readiness();
     }
-    linger();
-    platform::scoped_lock inside(guard_);
-    somebody_lingers_ = false;
-    auto task = take_first();
-    turns_ -= task ? 0 : 1;
-    return task;
+    // Who has submitted a task meanwhile may have seen this thread search.
+    if (are_tasks_left()) {
+        platform::scoped_lock inside(guard_);
+        if (own.called.load(std::memory_order_relaxed) == thread_seat::none) {
+            asleep_.remove(own);
+            census_.thread_wakes();
+            publish_readiness();
+            return true;
+        }
+    }
+    auto called = own.called.load(std::memory_order_acquire);
+    for (; called == thread_seat::none; called = own.called.load(std::memory_order_acquire))
+        platform::wait_on_address(own.called, thread_seat::none, std::nullopt);
+    return called == thread_seat::wake;
 }
 
-std::shared_ptr<task_ifc> task_threads::take_first() {
-    auto task = pending_.take_first();
-    taken_ += task ? 1 : 0;
-    return task;
-}
-
-void task_threads::linger() noexcept {
-    for (int i = 0; i < lingering_spins && !task_has_come_.load(std::memory_order_relaxed); ++i)
-        platform::pause_processor();
-}
-
-// A body has ended its thread. Somebody has to take its place.
-void task_threads::unwound(bool inside_turn) noexcept {
-    need what = need::nothing;
+// The thread of a worker ends, perhaps unwound out of a task. Somebody has to take its place.
+void task_threads::stand_up(thread_seat& seat, bool unwound) noexcept {
     {
         platform::scoped_lock inside(guard_);
-        --threads_;
-        turns_ -= inside_turn ? 1 : 0;
-        what = next_need();
+        if (unwound)
+            census_.running_thread_ends();
+        free_seats_.add(seat);
+        publish_readiness();
     }
-    const platform::no_cancellation to_the_end;
-    platform::guarded([&] { static_cast<void>(meet(what)); }); // the watch tries again
+    if (unwound && are_tasks_left())
+        bring_thread(nullptr); // the watch tries again
 }
 
-std::shared_ptr<task_ifc> task_threads::withdraw(task_ifc& task) {
-    platform::scoped_lock inside(guard_);
-    return pending_.take_out(task);
-}
-
-void task_threads::wait_begins() noexcept {
-    need what = need::nothing;
+void task_threads::wait_begins(const thread_seat& own) noexcept {
     {
         platform::scoped_lock inside(guard_);
-        ++waiting_;
-        what = next_need();
+        census_.wait_begins();
+        publish_readiness();
     }
-    platform::guarded([&] { static_cast<void>(meet(what)); }); // the watch tries again
+    if (are_tasks_left())
+        bring_thread(&own); // the watch tries again
 }
 
 void task_threads::wait_ends() noexcept {
     platform::scoped_lock inside(guard_);
-    --waiting_;
+    census_.wait_ends();
+    publish_readiness();
 }
 
-std::vector<std::shared_ptr<task_ifc>> task_threads::stop_taking() {
-    std::vector<std::shared_ptr<task_ifc>> rest;
-    platform::scoped_lock inside(guard_);
-    rest.reserve(pending_.size()); // nothing fails from here on
+// Under the guard of the list, so that no seat is made that would stay open.
+void task_threads::stop_taking() noexcept {
+    platform::scoped_lock inside(threads_guard_);
+    no_more_threads_ = true;
     ended_.store(true, std::memory_order_release);
-    while (auto task = pending_.take_first())
-        rest.push_back(std::move(task));
-    return rest;
+    seats_.close();
 }
 
 namespace {
@@ -317,11 +398,14 @@ void task_threads::join() {
     std::thread left;
     {
         platform::scoped_lock inside(threads_guard_);
-        no_more_threads_ = true;
         threads.swap(workers_list_);
         left.swap(last_that_left_);
     }
-    workers_.stop();
+    {
+        platform::scoped_lock inside(guard_);
+        sends_all_away_ = true;
+    }
+    send_threads_away(threads.size());
     for (auto& thread : threads)
         join_or_leave(thread);
     join_or_leave(left);
@@ -331,18 +415,24 @@ void task_threads::join() {
 
 std::size_t task_threads::thread_count() const {
     platform::scoped_lock inside(guard_);
-    return threads_;
+    return census_.threads();
 }
 
+// Those that have slept for the longest time, and no more than are asleep.
 void task_threads::send_threads_away(std::size_t count) noexcept {
-    const auto failure = platform::guarded([&] {
-        for (; count > 0; --count)
-            asio::post(workers_, [] { worker::current()->send_away(); });
-    });
-    if (!failure)
-        return;
-    platform::scoped_lock inside(guard_); // the others stay, for now
-    threads_ += count;
+    for (; count > 0; --count) {
+        thread_seat* sleeper = nullptr;
+        {
+            platform::scoped_lock inside(guard_);
+            sleeper = asleep_.take_first();
+            if (!sleeper)
+                return;
+            census_.sleeping_threads_end(1);
+            sleeper->called.store(thread_seat::leave, std::memory_order_release);
+            publish_readiness();
+        }
+        platform::wake_one(sleeper->called);
+    }
 }
 
 } // namespace zel::tasklib

@@ -1,13 +1,18 @@
 // The threads that run tasks, and one that keeps time.
 //
-// A thread is either idle, sleeping in the I/O context, or holds a turn: it takes
-// pending tasks until there is none. A turn is given out when a task arrives and a
-// thread has none. When all have one, threads are added while fewer than there are
-// cores run, because the others have announced that they wait; beyond that the
-// watch adds one whenever tasks have been pending for a while and none was taken.
+// Each thread has a row of tasks of its own, for what is submitted on it; other tasks go into a
+// row of all. A thread whose row is empty takes a batch from the row of all, or else half
+// of another thread's row, so no task waits for the one before it in a row.
+//
+// Who submits a task wakes a thread only when none searches. A thread that searched and found
+// a task wakes the next while there are more. One that finds none says that it falls asleep,
+// looks once more, and sleeps. When none is asleep, threads are added while fewer than there
+// are cores run, because the others have announced that they wait; beyond that the watch
+// adds one whenever tasks have been pending for a while and none was taken.
 #pragma once
 
-#include "libraries/tasks_core/pending_tasks.h"
+#include "libraries/tasks_core/thread_census.h"
+#include "libraries/tasks_core/thread_seats.h"
 
 #include <tasklib/task_threads_module.h>
 
@@ -26,7 +31,6 @@
 #include <list>
 #include <optional>
 #include <thread>
-#include <vector>
 
 namespace zel::tasklib {
 
@@ -49,7 +53,7 @@ public:
     /// thread for the task, which is not taken on then.
     void submit(const std::shared_ptr<task_ifc>& task);
     /// Null when the task is not pending.
-    std::shared_ptr<task_ifc> withdraw(task_ifc& task);
+    std::shared_ptr<task_ifc> withdraw(task_ifc& task) { return seats_.take_out(task); }
     bool has_ended() const noexcept { return ended_.load(std::memory_order_acquire); }
 
     /// Tells the watch that a run begins on some thread. As a rule that is two instructions.
@@ -75,8 +79,9 @@ public:
             platform::sleep_for(platform::milliseconds(1));
     }
 
-    /// Takes nothing on from now; returns what was pending.
-    std::vector<std::shared_ptr<task_ifc>> stop_taking();
+    /// Takes nothing on from now. What is pending is left to the caller, who takes it.
+    void stop_taking() noexcept;
+    std::shared_ptr<task_ifc> take_rest() { return seats_.take_rest(); }
     /// Waits for running tasks, but for those that the calling thread is inside of.
     void join();
 
@@ -85,57 +90,61 @@ public:
 
 private:
     friend class worker;
-    enum class need { nothing, turn, thread };
+    // Whether a task that arrives needs a thread to be woken or started.
+    enum class readiness : std::uint32_t {
+        complete,     // no: one searches, or no more can come
+        unless_short, // some run, and will come to it soon if their tasks are short
+        nobody_runs,
+    };
 
-    need next_need() ZEL_REQUIRES(guard_);
-    void give_turn() ZEL_REQUIRES(guard_);
-    bool are_in_hand() const ZEL_REQUIRES(guard_);
-    [[nodiscard]] std::exception_ptr meet(need what);
+    void publish_readiness() noexcept ZEL_REQUIRES(guard_);
+    void expect_short_runs(bool are_short) noexcept;
+    std::exception_ptr bring_thread(const thread_seat* own) noexcept;
+    std::exception_ptr call_thread() noexcept;
     std::exception_ptr start_thread() noexcept;
-    void take_turn();
-    std::shared_ptr<task_ifc>
-    take_task(std::optional<std::chrono::steady_clock::duration> last_run);
-    std::shared_ptr<task_ifc> take_first() ZEL_REQUIRES(guard_);
-    void linger() noexcept;
-    void unwound(bool inside_turn) noexcept;
-    void wait_begins() noexcept;
+    thread_seat& take_seat() ZEL_REQUIRES(threads_guard_);
+    bool are_tasks_left() const noexcept { return !has_ended() && seats_.have_tasks(); }
+
+    // Of a worker.
+    std::shared_ptr<task_ifc> search(thread_seat& own) noexcept;
+    void begin_search() noexcept;
+    void end_search() noexcept;
+    bool may_linger() const noexcept;
+    bool sleep(thread_seat& own) noexcept;
+    void wait_begins(const thread_seat& own) noexcept;
     void wait_ends() noexcept;
+    void stand_up(thread_seat& seat, bool unwound) noexcept;
 
     // The watch, on the timer thread.
     void watch(bool hurried);
     std::optional<platform::milliseconds> look_around(bool look_again_soon);
-    bool is_stalled(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
+    bool is_stalled(bool pending, bool progress, std::chrono::steady_clock::time_point now)
+        ZEL_REQUIRES(guard_);
     std::size_t threads_to_leave(std::chrono::steady_clock::time_point now) ZEL_REQUIRES(guard_);
     void hurry_watch();
     void send_threads_away(std::size_t count) noexcept;
     std::thread leave_the_list();
 
-    asio::io_context workers_;
+    thread_seats seats_;
+    // Whether runs take less time than it takes to wake a thread. Relaxed: an estimate.
+    std::atomic<bool> runs_are_short_{false};
+    // Written under the guard when it changes. Sequentially consistent, like the sizes of the
+    // rows: either who submits a task sees that a thread sleeps, or that thread sees the task.
+    std::atomic<readiness> readiness_{readiness::complete};
+
     asio::io_context timers_;
-    // Idle threads stay in their context, although there is nothing to do.
-    asio::executor_work_guard<asio::io_context::executor_type> workers_stay_;
+    // The timer thread stays in its context, although there is nothing to do.
     asio::executor_work_guard<asio::io_context::executor_type> timers_stay_;
     asio::steady_timer watch_timer_; // of the timer thread alone
 
-    // Guards the row of tasks, the counts and the limits; held for a few steps.
+    // Guards the counts, the limits and who sleeps; held for a few steps.
     mutable platform::plain_lock guard_;
     task_thread_limits limits_ ZEL_GUARDED_BY(guard_);
-    pending_tasks pending_ ZEL_GUARDED_BY(guard_);
-    std::uint64_t taken_ ZEL_GUARDED_BY(guard_) = 0; // how many tasks so far
-    // How many runs in a row have taken less time than it takes to wake a thread.
-    std::uint32_t short_runs_ ZEL_GUARDED_BY(guard_) = 0;
-    std::size_t threads_ ZEL_GUARDED_BY(guard_) = 0;
-    std::size_t turns_ ZEL_GUARDED_BY(guard_) = 0;   // given out, never more than threads
-    std::size_t waiting_ ZEL_GUARDED_BY(guard_) = 0; // threads in an announced wait
-    std::size_t added_ ZEL_GUARDED_BY(guard_) = 0;   // threads, for others that block unseen
-    // A thread whose turn is over looks for a moment whether the next task comes, because
-    // putting it to sleep and waking it costs more than most tasks. One thread at a time
-    // lingers in this way.
-    bool somebody_lingers_ ZEL_GUARDED_BY(guard_) = false;
-    std::size_t most_turns_ ZEL_GUARDED_BY(guard_) = 0; // since the current period began
-    // Tells the thread that lingers. Relaxed: that thread looks again under the guard.
-    std::atomic<bool> task_has_come_{false};
-    // Written under the guard; acquire and release for those who only look.
+    thread_census census_ ZEL_GUARDED_BY(guard_);
+    seat_list asleep_ ZEL_GUARDED_BY(guard_); // longest first
+    seat_list free_seats_ ZEL_GUARDED_BY(guard_);
+    bool sends_all_away_ ZEL_GUARDED_BY(guard_) = false;
+    // Acquire and release: written when the end begins.
     std::atomic<bool> ended_{false};
     // Whether the watch pauses for longer than it takes to show what a thread does.
     // Written under the guard; relaxed for those who only look, because one that is missed
@@ -146,11 +155,12 @@ private:
     std::uint64_t taken_before_ = 0;
     std::optional<std::chrono::steady_clock::time_point> stalled_since_;
     static constexpr std::size_t periods = 30; // looked back at; the oldest is forgotten first
-    std::array<std::size_t, periods> turns_by_period_{};
+    std::array<std::size_t, periods> most_awake_by_period_{};
     std::size_t period_ = 0;
     std::chrono::steady_clock::time_point period_began_;
 
-    // Guards the list of threads; held while one is started, never while a task runs.
+    // Guards the list of threads and the making of seats; held while a thread is started, never
+    // while a task runs.
     platform::critical_section threads_guard_;
     std::list<std::thread> workers_list_ ZEL_GUARDED_BY(threads_guard_);
     // Joined by the next thread that leaves: any other thread that waited for its end might

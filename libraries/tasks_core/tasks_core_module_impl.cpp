@@ -1,11 +1,14 @@
 #include "libraries/tasks_core/tasks_core_module_impl.h"
 
 #include "framework/lifetime/basic_singleton.h"
-#include "framework/memory/block_stock.h"
 #include "libraries/tasks_core/ended_state_impl.h"
 #include "libraries/tasks_core/running_task.h"
 
 #include <platform/process.h>
+#include <platform/thread_gate.h>
+
+#include <atomic>
+#include <new>
 
 namespace zel::tasklib {
 
@@ -13,6 +16,11 @@ namespace {
 
 // Ends before the module does, even where the module is still held and stays.
 constinit lifetime::basic_singleton<task_running, lifetime::const_longevity_traits<201009>> running;
+
+// For those who submit tasks without a reference to the processor.
+constinit platform::thread_gate processor_is_there;
+// Acquire and release: who finds it finds it made.
+constinit std::atomic<task_processor_impl*> known_processor{nullptr};
 
 template <class Reader>
 auto read_running(Reader&& reader) {
@@ -48,6 +56,16 @@ void task_running::start() {
     processor_ = std::move(processor);
     scheduler_ = std::move(scheduler);
     process_ = platform::process_id();
+    platform::thread_gate::prepare();
+    known_processor.store(processor_.get(), std::memory_order_release);
+}
+
+bool task_running::submit(const std::shared_ptr<task_ifc>& task) {
+    const platform::thread_gate::visit inside(processor_is_there);
+    auto* const processor = inside ? known_processor.load(std::memory_order_acquire) : nullptr;
+    if (processor)
+        processor->submit(task, 0); // no foreign code runs: the caller keeps the task
+    return processor != nullptr;
 }
 
 std::shared_ptr<task_threads> task_running::set_limits(const task_thread_limits& limits) noexcept {
@@ -71,15 +89,65 @@ void task_running::end() {
         new std::shared_ptr<void>(std::move(scheduler_));
         return;
     }
+    known_processor.store(nullptr, std::memory_order_release);
+    processor_is_there.close();
     for (const auto& task : scheduler_->stop_taking())
         task->cancellation().cancel();
-    for (const auto& task : threads_->stop_taking())
+    threads_->stop_taking();
+    while (const auto task = threads_->take_rest())
         task->cancellation().cancel();
     threads_->join();
 }
 
+namespace {
+
+// No part of the module, so that whoever makes a task needs no reference to that.
+class task_making final : public task_making_ifc {
+public:
+    versioned_ifc* query_interface(const interface_id& wanted) override {
+        return wanted == versioned_ifc::id || wanted == task_making_ifc::id ? this : nullptr;
+    }
+    ended_state_ifc* make_ended_state_in(void* memory, std::size_t room) noexcept override {
+        static_assert(alignof(ended_state_impl) <= alignof(void*));
+        const bool can = has_module.load(std::memory_order_relaxed);
+        return can && room >= sizeof(ended_state_impl) ? ::new (memory) ended_state_impl : nullptr;
+    }
+    std::shared_ptr<cancellation_ifc> get_this_taskcancellation() override {
+        return this_task_cancellation();
+    }
+    bool submit(const std::shared_ptr<task_ifc>& task) override {
+        return task_running::submit(task);
+    }
+
+    // Relaxed: a task that is made while the module ends may be made before or afterwards.
+    std::atomic<bool> has_module{false};
+};
+
+// Never destroyed.
+task_making& making() {
+    alignas(task_making) static std::byte room[sizeof(task_making)];
+    static auto* const made = ::new (room) task_making;
+    return *made;
+}
+
+} // namespace
+
+tasks_core_module_impl::tasks_core_module_impl() {
+    making().has_module.store(true, std::memory_order_relaxed);
+}
+
+tasks_core_module_impl::~tasks_core_module_impl() {
+    making().has_module.store(false, std::memory_order_relaxed);
+}
+
+versioned_ifc* tasks_core_module_impl::query_interface(const interface_id& wanted) {
+    if (wanted == task_making_ifc::id)
+        return &making();
+    return wanted == versioned_ifc::id ? this : nullptr;
+}
+
 std::shared_ptr<ended_state_ifc> tasks_core_module_impl::create_ended_state() {
-    return std::allocate_shared<ended_state_impl>(memory::recycling_allocator<ended_state_impl>());
+    return std::make_shared<ended_state_impl>();
 }
 
 std::shared_ptr<task_processor_ifc> tasks_core_module_impl::get_task_processor() {

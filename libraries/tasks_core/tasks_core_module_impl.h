@@ -22,6 +22,9 @@ public:
     /// Returns the threads that are to follow them, or null.
     std::shared_ptr<task_threads> set_limits(const task_thread_limits& limits) noexcept;
 
+    /// False when nobody has asked for the processor, and after the end.
+    static bool submit(const std::shared_ptr<task_ifc>& task);
+
     /// Whether somebody else holds one of them.
     bool is_used() const noexcept;
     bool has_started() const noexcept { return threads_ != nullptr; }
@@ -39,8 +42,13 @@ private:
     std::uint32_t process_ = 0;
 };
 
-class tasks_core_module_impl final : public tasks_core_module {
+class tasks_core_module_impl final : public tasks_core_module, public versioned_ifc {
 public:
+    tasks_core_module_impl();
+    ~tasks_core_module_impl() override;
+
+    versioned_ifc* query_interface(const interface_id& wanted) override;
+
     std::shared_ptr<ended_state_ifc> create_ended_state() override;
     std::shared_ptr<task_processor_ifc> get_task_processor() override;
     std::shared_ptr<cancellation_ifc> get_this_taskcancellation() override;

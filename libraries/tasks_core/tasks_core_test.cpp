@@ -1,4 +1,6 @@
+#include "generic/tasklib/src/tasks/start_task.h"
 #include "generic/tasklib/src/tasks/task.h"
+#include "generic/tasklib/src/tasks/task_queue.h"
 #include "libraries/tasks_core/ended_state_impl.h"
 #include "libraries/tasks_core/running_task.h"
 #include "libraries/tasks_core/task_processor_impl.h"
@@ -8,6 +10,7 @@
 #include "tests/support/scarce_memory.h"
 
 #include <gtest/gtest.h>
+#include <latch>
 #include <semaphore>
 
 namespace {
@@ -21,6 +24,8 @@ using zel::platform::signal;
 constexpr zel::platform::milliseconds hours{10'000'000}; // do not pass in a test
 constexpr task_thread_limits one_thread{
     .cores = 1, .most_threads = 1, .stalled = hours, .idle = hours};
+
+constexpr zel::threading::universal_timeout patience{false, 20'000'000};
 
 using parameters = std::shared_ptr<scheduling_parameters_ifc>;
 using moment = unbiased_clock::time_point;
@@ -37,14 +42,19 @@ struct delay final : scheduling_parameters_ifc {
 };
 
 struct pool {
-    explicit pool(const task_thread_limits& limits)
+    // Without it nobody comes to a task that was forgotten.
+    enum watch { with_watch, without_watch };
+    explicit pool(const task_thread_limits& limits, watch has_one = with_watch)
         : threads(std::make_shared<task_threads>(limits)) {
-        threads->start_timer_thread();
+        if (has_one == with_watch)
+            threads->start_timer_thread();
     }
     ~pool() {
-        for (const auto& rest : {scheduler->stop_taking(), threads->stop_taking()})
-            for (const auto& task : rest)
-                task->cancellation().cancel();
+        for (const auto& task : scheduler->stop_taking())
+            task->cancellation().cancel();
+        threads->stop_taking();
+        while (const auto task = threads->take_rest())
+            task->cancellation().cancel();
         threads->join();
     }
     void set_limits(const task_thread_limits& limits) {
@@ -129,18 +139,17 @@ TEST(TaskThreads, TakeOverOnceFromATaskThatAnnouncesThatItWaits) {
 }
 
 TEST(TaskThreads, RunATaskOrRefuseItWhereMemoryIsShort) {
-    constexpr zel::threading::universal_timeout in_time{false, 10'000'000};
     for (const auto kind : {zel::test::shortage::passing, zel::test::shortage::lasting}) {
         pool p(one_thread);
         task<void> accepted;
         bool all_ran = true; // an expectation that fails takes memory
         const auto submit = [&] {
             if (accepted)
-                all_ran = std::exchange(accepted, {}).wait(in_time) && all_ran;
+                all_ran = std::exchange(accepted, {}).wait(patience) && all_ran;
             accepted = p.submit([] {});
         };
         EXPECT_GT(zel::test::failures_of(submit, kind), 1);
-        EXPECT_TRUE(accepted.wait(in_time) && all_ran);
+        EXPECT_TRUE(accepted.wait(patience) && all_ran);
     }
 }
 
@@ -148,8 +157,13 @@ std::counting_semaphore threads_gone(0);
 struct thread_end {
     ~thread_end() { threads_gone.release(); }
 };
+void forget_threads_of_other_pools() {
+    while (threads_gone.try_acquire()) {
+    }
+}
 
 TEST(TaskThreads, GrowByOneWithEveryStallUpToTheMostAndShrinkWhenIdle) {
+    forget_threads_of_other_pools();
     pool p({.cores = 1, .most_threads = 3, .stalled = 30ms, .idle = 60ms});
     std::counting_semaphore started(0);
     signal go_on;
@@ -172,6 +186,7 @@ TEST(TaskThreads, GrowByOneWithEveryStallUpToTheMostAndShrinkWhenIdle) {
 }
 
 TEST(TaskThreads, FollowNewLimitsAtOnce) {
+    forget_threads_of_other_pools();
     const task_thread_limits few{.cores = 1, .most_threads = 8, .stalled = hours, .idle = 60ms};
     pool p(few);
     std::counting_semaphore started(0);
@@ -200,12 +215,142 @@ TEST(TaskThreads, FollowNewLimitsAtOnce) {
     EXPECT_EQ(p.threads->thread_count(), 1u);
 }
 
-TEST(TaskThreads, ReplaceAThreadThatATaskEnds) {
-    pool p(one_thread);
-    const auto last = p.submit(&zel::platform::end_this_thread);
-    EXPECT_TRUE(p.submit([] {}).wait());
-    EXPECT_TRUE(last.wait({false, 0})) << "the task has ended nevertheless";
+TEST(TaskThreads, ReplaceAThreadThatATaskEndsAndForgetNothingOfItsRow) {
+    pool p(one_thread, pool::without_watch);
+    task<void> child;
+    const auto last = p.submit([&] {
+        child = p.submit([] {});
+        zel::platform::end_this_thread();
+    });
+    EXPECT_TRUE(last.wait(patience)) << "the task has ended nevertheless";
+    EXPECT_TRUE(child.wait(patience));
     EXPECT_EQ(p.threads->thread_count(), 1u);
+}
+
+TEST(TaskThreads, CancelAtTheEndWhatIsLeftInTheRowOfARunningTask) {
+    signal submitted, child_is_gone;
+    pool p(one_thread);
+    const auto child = make_task("", nullptr, [told = std::shared_ptr<void>(nullptr, [&](auto) {
+                                                   child_is_gone.set();
+                                               })] { ADD_FAILURE(); });
+    p.submit([&] {
+        p.processor->submit(child.share(), 0);
+        submitted.set();
+        child_is_gone.wait();
+    });
+    submitted.wait();
+}
+
+TEST(TaskThreads, RunWhatATaskHasSubmittedBeforeItBlocksOrComputesOnAndOn) {
+    signal child_ran, first_blocks, ended;
+    std::atomic<bool> goes_on{true};
+    std::function<void()> again; // has to outlive the pool, as all that tasks use
+    pool p({.cores = 2, .most_threads = 2, .stalled = hours});
+    p.submit([&] {
+        p.submit([&] { child_ran.set(); });
+        first_blocks.set();
+        ended.wait();
+    });
+    EXPECT_TRUE(first_blocks.comes() && child_ran.comes());
+    // The other thread has no end of tasks in its own row.
+    again = [&] {
+        if (goes_on)
+            p.submit(again);
+    };
+    p.submit(again);
+    for (int i = 0; i < 100; ++i)
+        EXPECT_TRUE(p.submit([] {}).wait());
+    goes_on = false;
+    ended.set();
+}
+
+// A task of so many levels that waits for two that it has submitted, and for one in a queue.
+void wait_for_children(pool& p, int levels, std::atomic<int>& ran) {
+    ++ran;
+    if (levels == 0)
+        return;
+    const auto queue = std::make_shared<task_queue>(1);
+    const auto stored = make_task("", nullptr, [&] { ++ran; });
+    store_or_cancel(stored.share(), queue, nullptr, p.processor);
+    const auto child = [&, levels] { wait_for_children(p, levels - 1, ran); };
+    const auto first = p.submit(child), second = p.submit(child);
+    first.wait();
+    second.wait();
+    stored.wait();
+}
+
+TEST(TaskThreads, LetATaskWaitForItsChildrenWithAnyNumberOfCores) {
+    for (std::uint32_t cores = 1; cores <= 8; ++cores) {
+        pool p({.cores = cores, .stalled = hours}, pool::without_watch);
+        std::atomic<int> ran{0};
+        std::vector<task<void>> roots;
+        for (std::uint32_t i = 0; i < cores; ++i)
+            roots.push_back(p.submit([&] { wait_for_children(p, 4, ran); }));
+        for (const auto& root : roots)
+            ASSERT_TRUE(root.wait(patience)) << cores;
+        EXPECT_EQ(ran, cores * (31 + 15));
+    }
+}
+
+TEST(TaskThreads, NeverSleepWhileATaskIsLeft) {
+    pool p({.cores = 2, .stalled = hours}, pool::without_watch);
+    for (int round = 0; round < 30'000; ++round) {
+        for (int i = round % 1000; i > 0; --i)
+            zel::platform::pause_processor(); // a thread lingers for a while
+        ASSERT_TRUE(p.submit([] {}).wait(patience)) << round;
+    }
+}
+
+TEST(TaskThreads, WakeOneAnotherWhileATaskIsLeft) {
+    for (int round = 0; round < 300; ++round) {
+        pool p({.cores = 3, .stalled = hours}, pool::without_watch);
+        for (int again = 0; again < 5; ++again) { // too few to take them for short ones
+            std::latch all_run(3);
+            std::vector<task<void>> tasks;
+            while (tasks.size() < 3)
+                tasks.push_back(p.submit([&] { all_run.arrive_and_wait(); }));
+            for (const auto& t : tasks)
+                ASSERT_TRUE(t.wait(patience)) << round;
+        }
+    }
+}
+
+TEST(ThreadCensus, CountsEveryStepOfThreadsThatComeWorkWaitSleepAndGo) {
+    thread_census census;
+    EXPECT_TRUE(census.may_add_one(1, 9));
+    census.thread_starts();
+    EXPECT_FALSE(census.may_add_one(1, 9));
+    EXPECT_EQ(census.searching(), 1u);
+    EXPECT_FALSE(census.may_linger(1)) << "it would take the only core";
+    EXPECT_TRUE(census.may_linger(2));
+    census.search_ends();
+    EXPECT_EQ(census.running(), 1u);
+    census.wait_begins();
+    EXPECT_EQ(census.running(), 0u);
+    EXPECT_TRUE(census.may_add_one(1, 9) && !census.may_add_one(1, 1));
+    census.thread_starts();
+    census.search_ends();
+    census.wait_ends();
+    census.extra_thread_starts();
+    EXPECT_FALSE(census.may_linger(3)) << "two run";
+    census.thread_falls_asleep();
+    EXPECT_EQ(census.threads(), 3u);
+    EXPECT_EQ(census.asleep(), 1u);
+    EXPECT_EQ(census.take_most_awake(), 3u);
+    EXPECT_EQ(census.take_most_awake(), 2u);
+    census.thread_wakes();
+    census.search_ends();
+    census.search_begins();
+    census.thread_falls_asleep();
+    census.running_thread_ends();
+    EXPECT_TRUE(census.may_add_one(2, 9)) << "in place of the one that ended, or beside the extra";
+    census.sleeping_threads_end(1);
+    EXPECT_EQ(census.extra(), 0u);
+    EXPECT_EQ(census.threads(), 1u);
+    census.thread_starts();
+    census.thread_does_not_start();
+    EXPECT_EQ(census.awake(), 1u);
+    EXPECT_DEBUG_DEATH(census.search_ends(), "searching_ <= awake_") << "nobody searches";
 }
 
 TEST(TaskThreads, KeepNothingOfCanceledTasksBeTheyManyAndCheaply) {
@@ -229,8 +374,8 @@ TEST(TaskThreads, KeepNothingOfCanceledTasksBeTheyManyAndCheaply) {
     p.schedule(tasks.front(), at(moment::max()));
     p.processor->submit(tasks.back().share(), 0);
     EXPECT_EQ(captured.use_count(), 1);
-    EXPECT_EQ(tasks.front().share().use_count(), 2);
-    EXPECT_EQ(tasks.back().share().use_count(), 2);
+    EXPECT_EQ(tasks.front().share().use_count(), 1);
+    EXPECT_EQ(tasks.back().share().use_count(), 1);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
     go_on.set();
 }
@@ -272,8 +417,8 @@ TEST(TaskThreadsModule, NamesALimitThatIsOutOfRangeAndChangesNothing) {
     module.set_limits(before);
 }
 
-TEST(PendingTasks, KeepTheirOrderAroundGapsWhichDoNotPileUp) {
-    pending_tasks row;
+TEST(TaskRow, KeepsItsOrderAroundGapsWhichDoNotPileUp) {
+    task_row row(0, task_row::endless);
     const auto made = [] { return make_task("", nullptr, [] {}).share(); };
     const auto first = made();
     auto latest = made();
@@ -285,10 +430,10 @@ TEST(PendingTasks, KeepTheirOrderAroundGapsWhichDoNotPileUp) {
         EXPECT_NE(row.take_out(*std::exchange(latest, next)), nullptr);
     }
     EXPECT_LT(row.length(), 1'000u);
-    EXPECT_EQ(row.take_first(), first);
+    EXPECT_EQ(row.take(), first);
     EXPECT_EQ(row.take_out(*first), nullptr) << "not there any more";
-    EXPECT_EQ(row.take_first(), latest);
-    EXPECT_EQ(row.take_first(), nullptr);
+    EXPECT_EQ(row.take(), latest);
+    EXPECT_EQ(row.take(), nullptr);
 }
 
 // Clocks of a test, in the system's place.

@@ -42,52 +42,49 @@ void task_threads::watch(bool hurried) {
 // `hurry_watch`.
 std::optional<platform::milliseconds> task_threads::look_around(bool look_again_soon) {
     const auto now = std::chrono::steady_clock::now();
-    need what = need::nothing;
-    bool adds = false; // a thread beyond those for the cores
+    const auto taken = seats_.taken();
+    const bool progress = taken != std::exchange(taken_before_, taken);
+    const bool pending = are_tasks_left();
+    bool starts_extra = false;
     std::size_t leaving = 0;
     std::optional<platform::milliseconds> pause;
     {
         platform::scoped_lock inside(guard_);
-        const bool progress = taken_ != taken_before_;
-        if (is_stalled(now) && threads_ < limits_.most_threads && !has_ended()) {
-            ++threads_;
-            ++added_;
-            give_turn();
-            what = need::thread;
-            adds = true;
-        } else if (!progress) {
-            short_runs_ = 0; // what is pending is not in hand after all
-            what = next_need();
+        if (is_stalled(pending, progress, now) && census_.asleep() == 0 &&
+            census_.threads() < limits_.most_threads) {
+            census_.extra_thread_starts();
+            publish_readiness();
+            starts_extra = true;
         }
-        taken_before_ = taken_;
         leaving = threads_to_leave(now);
         if (look_again_soon || progress)
             pause = quick;
-        else if (turns_ > 0 || !pending_.empty())
+        else if (pending || census_.awake() > 0)
             pause = limits_.stalled;
         // Nobody hurries the watch when the last run ends, so a long pause for that run's sake
         // would keep the threads that are idle meanwhile and afterwards.
-        if (const auto period = limits_.idle / static_cast<int>(periods); threads_ > limits_.cores)
+        if (const auto period = limits_.idle / static_cast<int>(periods);
+            census_.threads() > limits_.cores)
             pause = std::min(pause.value_or(period), period);
         // Written under the guard, so that a task that arrives from now on finds it.
         watch_is_slow_.store(pause != quick, std::memory_order_relaxed);
     }
-    std::exception_ptr refusal;
-    platform::guarded([&] { refusal = meet(what); });
-    if (refusal && adds) {
-        platform::scoped_lock inside(guard_);
-        added_ -= std::min<std::size_t>(added_, 1); // one of those that leave may have been it
+    if (starts_extra) {
+        start_thread();
+    } else if (pending && !progress) {
+        expect_short_runs(false); // what is pending is not in hand after all
+        call_thread();
     }
     send_threads_away(leaving);
     return pause;
 }
 
-bool task_threads::is_stalled(std::chrono::steady_clock::time_point now) {
-    if (pending_.empty() || taken_ != taken_before_) {
+bool task_threads::is_stalled(bool pending, bool progress,
+                              std::chrono::steady_clock::time_point now) {
+    if (!pending || progress)
         stalled_since_.reset();
-        if (pending_.empty())
-            return false;
-    }
+    if (!pending)
+        return false;
     if (!stalled_since_)
         stalled_since_ = now;
     if (now - *stalled_since_ < limits_.stalled)
@@ -96,24 +93,16 @@ bool task_threads::is_stalled(std::chrono::steady_clock::time_point now) {
     return true;
 }
 
-// How many threads were not needed at any moment of the last periods. Which of the idle
-// threads go does not matter, because the context wakes them in turn.
+// How many threads were not needed at any moment of the last periods.
 std::size_t task_threads::threads_to_leave(std::chrono::steady_clock::time_point now) {
     if (now - period_began_ >= limits_.idle / static_cast<int>(periods)) {
         period_began_ = now;
         period_ = (period_ + 1) % periods;
-        turns_by_period_[period_] = most_turns_;
-        most_turns_ = turns_;
+        most_awake_by_period_[period_] = census_.take_most_awake();
     }
     const auto needed = std::max<std::size_t>(
-        {limits_.cores, most_turns_,
-         *std::max_element(turns_by_period_.begin(), turns_by_period_.end())});
-    if (threads_ <= needed || has_ended())
-        return 0;
-    const auto leaving = threads_ - needed;
-    threads_ = needed;
-    added_ -= std::min(added_, leaving);
-    return leaving;
+        {limits_.cores, census_.most_awake(), std::ranges::max(most_awake_by_period_)});
+    return has_ended() ? 0 : census_.threads() - std::min(census_.threads(), needed);
 }
 
 } // namespace zel::tasklib

@@ -16,6 +16,8 @@ namespace zel::platform {
 
 namespace {
 
+constexpr int mark_signal = SIGUSR1;
+
 // What the instruction does, of which these are the first bytes.
 void note(const std::array<unsigned char, 16>& bytes, watched_instructions& seen) {
     std::size_t at = 0;
@@ -51,69 +53,102 @@ std::array<unsigned char, 16> next_instruction(pid_t child) {
     return bytes;
 }
 
-// From one stop of the child to the next.
-bool watch(pid_t child, watched_instructions& seen) {
+// From one mark of a thread to its next. The other threads run on meanwhile.
+bool watch(pid_t thread, watched_instructions& seen) {
     for (;;) {
-        note(next_instruction(child), seen);
+        const auto bytes = next_instruction(thread);
+        note(bytes, seen);
         int status = 0;
-        if (ptrace(PTRACE_SINGLESTEP, child, nullptr, nullptr) != 0 ||
-            waitpid(child, &status, 0) != child || !WIFSTOPPED(status))
+        if (ptrace(PTRACE_SINGLESTEP, thread, nullptr, nullptr) != 0 ||
+            waitpid(thread, &status, __WALL) != thread || !WIFSTOPPED(status))
             return false;
-        if (WSTOPSIG(status) == SIGUSR1)
+        if (WSTOPSIG(status) == mark_signal)
             return true;
     }
 }
 
-[[noreturn]] void run_child(const std::function<void()>& prepare,
-                            const std::function<void()>& watched) {
+// Lets all threads of the child run until one of them marks the beginning; then watches that one.
+bool watch_marked(watched_instructions& seen) {
+    for (;;) {
+        int status = 0;
+        const pid_t thread = waitpid(-1, &status, __WALL);
+        if (thread < 0 || !WIFSTOPPED(status))
+            return false;
+        if (WSTOPSIG(status) == mark_signal)
+            return watch(thread, seen);
+        // A thread that has made another one, or is new itself.
+        ptrace(PTRACE_CONT, thread, nullptr, nullptr);
+    }
+}
+
+[[noreturn]] void run_child(const std::function<void()>& program) {
     if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0)
         _exit(1);
+    raise(SIGSTOP); // until the parent follows new threads, too
     // Where there is but one thread, the standard library's counts of references are not atomic.
     std::thread([] {
         for (;;)
             pause();
     }).detach();
-    prepare();
-    raise(SIGUSR1);
-    watched();
-    raise(SIGUSR1);
-    _exit(0);
+    program();
+    for (;;)
+        pause();
 }
 
 watched_instructions operator-(watched_instructions a, watched_instructions b) {
     return {a.locked - b.locked, a.system_calls - b.system_calls};
 }
 
-std::optional<watched_instructions> watch_child(const std::function<void()>& prepare,
-                                                const std::function<void()>& watched) {
+std::optional<watched_instructions> watch_child(const std::function<void()>& program) {
     const pid_t child = fork();
     if (child == 0)
-        run_child(prepare, watched);
+        run_child(program);
     watched_instructions seen;
-    const bool was_watched = child > 0 && stops(child, SIGUSR1) && watch(child, seen);
+    const bool was_watched = child > 0 && stops(child, SIGSTOP) &&
+                             ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACECLONE) == 0 &&
+                             ptrace(PTRACE_CONT, child, nullptr, nullptr) == 0 &&
+                             watch_marked(seen);
     if (child > 0) {
         kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
+        while (waitpid(-1, nullptr, __WALL) > 0) { // its threads, too
+        }
     }
     return was_watched ? std::optional(seen) : std::nullopt;
 }
 
 } // namespace
 
-std::optional<watched_instructions> watch_instructions(const std::function<void()>& prepare,
-                                                       const std::function<void()>& watched) {
-    const auto all = watch_child(prepare, watched);
-    const auto of_watching = watch_child(prepare, [] {});
+void mark_watched() {
+    raise(mark_signal);
+}
+
+std::optional<watched_instructions> watch_marked(const std::function<void()>& program) {
+    const auto all = watch_child(program);
+    const auto of_watching = watch_child([] {
+        mark_watched();
+        mark_watched();
+    });
     return all && of_watching ? std::optional(*all - *of_watching) : std::nullopt;
 }
 
 #else
 
-std::optional<watched_instructions> watch_instructions(const std::function<void()>&,
-                                                       const std::function<void()>&) {
+void mark_watched() {}
+
+std::optional<watched_instructions> watch_marked(const std::function<void()>&) {
     return std::nullopt;
 }
 
 #endif
+
+std::optional<watched_instructions> watch_instructions(const std::function<void()>& prepare,
+                                                       const std::function<void()>& watched) {
+    return watch_marked([&] {
+        prepare();
+        mark_watched();
+        watched();
+        mark_watched();
+    });
+}
 
 } // namespace zel::platform

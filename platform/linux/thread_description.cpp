@@ -1,8 +1,11 @@
 #include <platform/cancellation.h>
 #include <platform/critical_section.h>
+#include <platform/diagnostics.h>
+#include <platform/process_barrier.h>
 #include <platform/thread_description.h>
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -67,17 +70,36 @@ private:
 // and its description are good until then.
 constinit plain_lock registry_guard;
 
+} // namespace
+
+// The thread changes what it shows without a lock. Whoever looks from another thread says so
+// first; an activity that ends meanwhile waits until the look is over:
+//
+//     the thread                              somebody who looks, under the guard
+//     takes the activity out of `innermost`   sets `is_watched`
+//     light_barrier()                         heavy_barrier()
+//     is_watched: takes the guard             walks from `innermost` outwards
+//
+// At least one of the two sees the other.
 struct description {
     thread_id thread ZEL_GUARDED_BY(registry_guard) = no_thread;
     description* next ZEL_GUARDED_BY(registry_guard) = nullptr;
     description** link ZEL_GUARDED_BY(registry_guard) = nullptr; // what points at this one
 
+    // Written by the thread alone. Release, acquire: who finds an activity finds it made.
+    std::atomic<const shown_activity*> innermost{nullptr};
+    // How often it was written. Relaxed: a change that is missed is seen the next time.
+    std::atomic<std::uint64_t> changes{0};
+    // Whether the thread has to take the guard when an activity ends: because somebody looks,
+    // or because the system shows what it did. Release, acquire: what was looked at goes
+    // after the look; the barriers above do the rest.
+    std::atomic<bool> is_watched{false};
+
     // Between the thread and those who look at it. Held while a name is written, so
     // that no name is older than the text that the thread has set meanwhile.
     plain_lock guard;
-    std::string text ZEL_GUARDED_BY(guard);
-    std::uint64_t changes ZEL_GUARDED_BY(guard) = 0;
-    std::uint64_t changes_seen ZEL_GUARDED_BY(guard) = 0; // by the last publish
+    std::uint64_t changes_seen ZEL_GUARDED_BY(guard) = 0;  // by the last publish
+    std::uint64_t changes_shown ZEL_GUARDED_BY(guard) = 0; // when the name was last right
     // What we gave the system, and what stood there before; of no meaning while
     // the thread has its own name.
     bool renamed ZEL_GUARDED_BY(guard) = false;
@@ -91,16 +113,19 @@ struct description {
 
     void link_in() noexcept ZEL_REQUIRES(registry_guard);
 
-    void change(std::string& other) noexcept ZEL_REQUIRES(guard) {
-        text.swap(other);
-        ++changes;
+    void change(const shown_activity* to) noexcept {
+        innermost.store(to, std::memory_order_release);
+        changes.store(changes.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
 
-    bool shown() const noexcept ZEL_REQUIRES(guard) {
+    std::string text();
+    static std::string text_of(const shown_activity* activity);
+
+    bool shown(const std::string& text) const noexcept ZEL_REQUIRES(guard) {
         return text.empty() ? !renamed : renamed && given == cut(text);
     }
 
-    void show(const name_access& system) noexcept ZEL_REQUIRES(guard) {
+    void show(const std::string& text, const name_access& system) noexcept ZEL_REQUIRES(guard) {
         system_name now{};
         if (!system.read(now))
             return;
@@ -113,7 +138,13 @@ struct description {
         given = wanted;
         renamed = !text.empty();
     }
+
+    class look;
+    void settle() noexcept;
+    bool publish() ZEL_REQUIRES(registry_guard);
 };
+
+namespace {
 
 constinit description* first_description ZEL_GUARDED_BY(registry_guard) = nullptr;
 
@@ -121,6 +152,8 @@ constinit description* first_description ZEL_GUARDED_BY(registry_guard) = nullpt
 // can be read after its end, when other destructors of the thread still run tasks.
 [[gnu::tls_model("initial-exec")]] constinit thread_local description* current = nullptr;
 [[gnu::tls_model("initial-exec")]] constinit thread_local bool ended = false;
+
+} // namespace
 
 void description::link_in() noexcept {
     // Not the cached number: after a fork it may not have been forgotten yet.
@@ -133,6 +166,7 @@ void description::link_in() noexcept {
 }
 
 description::description() noexcept {
+    prepare_heavy_barrier();
     const scoped_lock no_walk(registry_guard);
     link_in();
     current = this;
@@ -147,16 +181,80 @@ description::~description() {
     ended = true;
 }
 
-// Null when the thread is past its descriptions; a text is dropped then.
+std::string description::text_of(const shown_activity* activity) {
+    if (!activity)
+        return {};
+    std::string text = text_of(activity->outer_);
+    if (!text.empty())
+        text += " - ";
+    return text += activity->text_(activity->object_);
+}
+
+// As long as it lives, no activity of the thread goes. Stands under the guard.
+class description::look {
+public:
+    explicit look(description& at) noexcept : at_(at) {
+        if (&at_ == current)
+            return; // and looks at itself
+        at_.is_watched.store(true, std::memory_order_relaxed);
+        heavy_barrier();
+    }
+    // Not known to the analysis: whoever looks holds the guard.
+    ~look() ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
+        at_.is_watched.store(at_.renamed, std::memory_order_release);
+    }
+    look(const look&) = delete;
+    look& operator=(const look&) = delete;
+
+    std::string text() const { return text_of(at_.innermost.load(std::memory_order_acquire)); }
+
+private:
+    description& at_;
+};
+
+std::string description::text() {
+    const scoped_lock no_change(guard);
+    return look(*this).text();
+}
+
+// On the thread itself, when an activity has ended: waits for those who look, and gives the
+// system the right name again where it has another one. Where memory is too short to make the
+// text, the thread has its own name until the text is published.
+void description::settle() noexcept {
+    const scoped_lock no_change(guard);
+    const look of_itself(*this);
+    std::string now;
+    guarded([&] { now = of_itself.text(); });
+    if (renamed && !shown(now))
+        show(now, name_access());
+}
+
+// True when another look is needed.
+bool description::publish() {
+    const scoped_lock no_change(guard);
+    const std::uint64_t now = changes.load(std::memory_order_relaxed);
+    const bool settled = std::exchange(changes_seen, now) == now;
+    if (now == changes_shown || (!renamed && !innermost.load(std::memory_order_relaxed)))
+        return false;
+    if (!settled)
+        return true;
+    const look activities(*this);
+    const std::string wanted = activities.text();
+    if (!shown(wanted))
+        show(wanted, this == current ? name_access() : name_access(thread));
+    if (shown(wanted))
+        changes_shown = now;
+    return false;
+}
+
+namespace {
+
+// Null when the thread is past its descriptions; an activity is not shown then.
 [[gnu::noinline]] description* begin_description() noexcept {
     if (ended)
         return nullptr;
     thread_local description of_this_thread;
     return &of_this_thread;
-}
-
-description* description_for(const std::string& text) noexcept {
-    return current || text.empty() ? current : begin_description();
 }
 
 // Across a fork nobody is in the middle of the registry, and so nobody but its
@@ -184,51 +282,43 @@ void after_fork_in_child() noexcept ZEL_THREAD_ATTRIBUTE(release_capability(regi
 std::string thread_description(thread_id thread) {
     const scoped_lock no_end(registry_guard);
     for (description* d = first_description; d; d = d->next) {
-        if (d->thread == thread) {
-            const scoped_lock no_change(d->guard);
-            return d->text;
-        }
+        if (d->thread == thread)
+            return d->text();
     }
     return {};
 }
 
-std::string replace_thread_description(std::string text) {
-    description* const own = description_for(text);
-    if (!own)
-        return {};
-    {
-        const scoped_lock no_look(own->guard);
-        own->change(text);
-    }
-    return text;
-}
-
-void restore_thread_description(std::string text) noexcept {
-    description* const own = description_for(text);
+shown_activity::shown_activity(text_function text, const void* object) noexcept
+    : text_(text), object_(object) {
+    description* const own = current ? current : begin_description();
     if (!own)
         return;
-    const scoped_lock no_look(own->guard);
-    own->change(text);
-    if (own->renamed && !own->shown())
-        own->show(name_access());
+    outer_ = own->innermost.load(std::memory_order_relaxed);
+    is_shown_ = true;
+    own->change(this);
+}
+
+void shown_activity::end() noexcept {
+    description* const own = std::exchange(is_shown_, false) ? current : nullptr;
+    if (!own)
+        return;
+    own->change(outer_);
+    light_barrier();
+    if (own->is_watched.load(std::memory_order_acquire))
+        own->settle();
 }
 
 bool publish_thread_descriptions() noexcept {
     const no_cancellation to_the_end; // files are opened under locks
     bool again = false;
     const scoped_lock no_end(registry_guard);
-    for (description* d = first_description; d; d = d->next) {
-        const scoped_lock no_change(d->guard);
-        const bool settled = std::exchange(d->changes_seen, d->changes) == d->changes;
-        if (d->shown())
-            continue;
-        if (!settled)
+    for (description* d = first_description; d; d = d->next)
+        // One whose text cannot be made for want of memory is tried again.
+        // The analysis does not see that the lambda is called here.
+        if (guarded([&]() ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
+                again = d->publish() || again;
+            }))
             again = true;
-        else if (d == current)
-            d->show(name_access());
-        else
-            d->show(name_access(d->thread));
-    }
     return again;
 }
 

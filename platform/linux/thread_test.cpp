@@ -26,7 +26,11 @@ std::string shown() {
     return std::getline(file, name), name;
 }
 
-TEST(ThreadDescription, IsKnownAtOnceAndFollowedByTheSystemsNameWhenItLastsAndWhenItIsRestored) {
+std::string text_of(const void* text) {
+    return static_cast<const char*>(text);
+}
+
+TEST(ThreadDescription, IsKnownAtOnceAndFollowedByTheSystemsNameWhenItLastsAndWhenItEnds) {
     for (const auto where : {std::launch::deferred, std::launch::async}) {
         watched_thread([&] {
             const thread_id self = this_thread_id();
@@ -34,36 +38,39 @@ TEST(ThreadDescription, IsKnownAtOnceAndFollowedByTheSystemsNameWhenItLastsAndWh
             const auto publish = [&] {
                 return std::async(where, &publish_thread_descriptions).get();
             };
-            EXPECT_EQ(replace_thread_description("outer"), "");
             for (const std::string own : {"by itself", "another name"}) {
+                shown_activity outer(&text_of, "outer\u00e9");
                 pthread_setname_np(pthread_self(), own.c_str());
                 EXPECT_TRUE(publish());
-                EXPECT_EQ(replace_thread_description("fourteen bytes\u00e9"), "outer");
+                shown_activity inner(&text_of, "inner\u00e9");
                 EXPECT_TRUE(publish()) << "the text is another one than the time before";
-                EXPECT_EQ(shown() + text(), own + "fourteen bytes\u00e9");
+                EXPECT_EQ(shown() + text(), own + "outer\u00e9 - inner\u00e9");
                 EXPECT_FALSE(publish());
-                EXPECT_EQ(shown(), "fourteen bytes");
-                restore_thread_description("outer");
-                EXPECT_EQ(shown(), "outer");
+                EXPECT_EQ(shown(), "outer\u00e9 - inner");
+                inner.end();
+                EXPECT_EQ(shown(), "outer\u00e9");
+                inner.end();
                 pthread_setname_np(pthread_self(), "meanwhile");
-                restore_thread_description("");
+                outer.end();
                 EXPECT_EQ(shown() + text(), "meanwhile");
-                replace_thread_description("outer");
             }
         }).join();
     }
 }
 
 TEST(ThreadDescription, EndsWithItsThreadAlsoForTheThreadsLastActionsAndInTheChildOfAFork) {
-    static std::string left;
+    static std::string left = "nothing";
     struct last_action {
-        ~last_action() { left = replace_thread_description("late") + thread_description(id); }
+        ~last_action() {
+            const shown_activity late(&text_of, "late");
+            left = thread_description(id);
+        }
         thread_id id;
     };
     thread_id ended = no_thread;
     watched_thread([&] {
         thread_local const last_action destroyed_after_the_description{this_thread_id()};
-        replace_thread_description("parent");
+        const shown_activity parent(&text_of, "parent");
         ended = destroyed_after_the_description.id;
         EXPECT_TRUE(holds_in_a_child([ended] {
             return thread_description(ended) + thread_description(this_thread_id()) == "parent";
@@ -72,23 +79,33 @@ TEST(ThreadDescription, EndsWithItsThreadAlsoForTheThreadsLastActionsAndInTheChi
     EXPECT_EQ(left + thread_description(ended), "");
 }
 
-TEST(ThreadDescription, LeavesNoOldNameBehindWhileAnotherThreadPublishes) {
+// Whoever looks uses a text only as long as it is there.
+TEST(ThreadDescription, LeavesNoOldNameBehindWhileOtherThreadsLookAndPublish) {
     std::atomic<int> running{4};
     std::deque<watched_thread> threads;
-    for (int i = 0; i < 4; ++i) {
+    std::array<std::atomic<thread_id>, 4> ids{};
+    for (auto& id : ids) {
         threads.emplace_back([&, own = shown()] {
-            for (int round = 0; round < 2000; ++round) {
-                replace_thread_description("a text");
-                while (round % 8 == 0 && shown() == own) {
+            id = this_thread_id();
+            for (int round = 0; round < 400; ++round) {
+                {
+                    const auto text = std::make_unique<std::string>("a text");
+                    const shown_activity activity(&text_of, text->c_str());
+                    while (round % 8 == 0 && shown() == own) {
+                    }
                 }
-                restore_thread_description("");
                 EXPECT_EQ(shown(), own);
             }
             --running;
         });
     }
-    while (running != 0)
+    while (running != 0) {
         publish_thread_descriptions();
+        for (const auto& id : ids) {
+            const auto text = thread_description(id);
+            EXPECT_TRUE(text.empty() || text == "a text") << text;
+        }
+    }
 }
 
 TEST(ThreadPriority, IsLoweredFreelyAndRaisedToNormalWhereTheSystemAllows) {

@@ -1,6 +1,7 @@
 #include <platform/wait_on_address.h>
 
 #include <cerrno>
+#include <climits>
 #include <ctime>
 #include <linux/futex.h>
 #include <sys/syscall.h>
@@ -45,6 +46,10 @@ bool wait_on_address(const std::atomic<std::uint32_t>& word, std::uint32_t expec
 
 void wake_one(const std::atomic<std::uint32_t>& word) noexcept {
     futex(word, FUTEX_WAKE_PRIVATE, 1, nullptr);
+}
+
+void wake_all(const std::atomic<std::uint32_t>& word) noexcept {
+    futex(word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr);
 }
 
 } // namespace zel::platform

@@ -24,7 +24,8 @@ ZEL_EXPORT wait_deadline deadline_after(milliseconds timeout) noexcept;
 ZEL_EXPORT bool wait_on_address(const std::atomic<std::uint32_t>& word, std::uint32_t expected,
                                 wait_deadline deadline) noexcept;
 
-/// Wakes one thread that sleeps on the word. The word is not read.
+/// Wakes one thread that sleeps on the word, or all. The word is not read.
 ZEL_EXPORT void wake_one(const std::atomic<std::uint32_t>& word) noexcept;
+ZEL_EXPORT void wake_all(const std::atomic<std::uint32_t>& word) noexcept;
 
 } // namespace zel::platform

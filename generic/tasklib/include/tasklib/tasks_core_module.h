@@ -3,10 +3,12 @@
 
 #include <tasklib/ended_state.h>
 #include <tasklib/fwd.h>
+#include <tasklib/interface_id.h>
 #include <tasklib/log_exception_function.h>
 
 #include <framework/module_interface/interface.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace zel::tasklib {
@@ -29,6 +31,27 @@ public:
     virtual LogExceptionFunctionData& log_exception_function() = 0;
 
     virtual std::shared_ptr<task_scheduler_ifc> get_task_scheduler() = 0;
+};
+
+/// What the module may offer besides, for the making of tasks: found by a dynamic_cast to
+/// versioned_ifc and its query. Lives as long as the library is loaded, also when the module has
+/// ended. Any thread may call any operation.
+class ZEL_EXPORT task_making_ifc : public versioned_ifc {
+public:
+    static constexpr interface_id id{"B1F5AC2E-6A53-4DB5-93B1-0E1B7C5E0F4D"};
+
+    /// An ended state that needs no memory of its own: its ended_state_ifc stands at the
+    /// beginning of the memory, which is aligned for pointers. The caller destroys it, and keeps
+    /// the library in use until then. Null where the room is too small, and when the module has
+    /// ended.
+    virtual ended_state_ifc* make_ended_state_in(void* memory, std::size_t room) noexcept = 0;
+
+    /// As that of the module.
+    virtual std::shared_ptr<cancellation_ifc> get_this_taskcancellation() = 0;
+
+    /// `submit` of the module's processor, without flags. False when nobody has asked for that
+    /// so far, and when it has ended.
+    virtual bool submit(const std::shared_ptr<task_ifc>& task) = 0;
 };
 
 } // namespace zel::tasklib

@@ -1,32 +1,55 @@
 #include "generic/tasklib/src/tasks/basic_task.h"
 
-#include "generic/tasklib/src/tasks/cancellation_propagation.h"
-#include "generic/tasklib/src/tasks/task_library.h"
+#include "generic/tasklib/src/tasks/low_level_task_container.h"
 
-#include <tasklib/task_container.h>
-
+#include <platform/cancellation.h>
 #include <platform/diagnostics.h>
-#include <platform/thread_description.h>
 #include <platform/thread_priority.h>
 
+#include <typeinfo>
 #include <utility>
 
 namespace zel::tasklib {
 
-basic_task::basic_task(tasks_core_module& library, std::string name, std::uint32_t tag,
+namespace {
+
+// A container of this copy of the library links the tasks that it holds, without a reference
+// of theirs, which all threads would count up and down.
+bool links_its_tasks(task_container_low_level_ifc* container) {
+    if (!container)
+        return false;
+    const auto& kind = typeid(*container);
+    return &kind == &typeid(low_level_task_container);
+}
+
+} // namespace
+
+basic_task::basic_task(task_name name, std::uint32_t tag,
                        const std::shared_ptr<task_container_low_level_ifc>& container)
-    : runnable(runnable_kind::task, std::move(name), new_ended_state(library)), tag_(tag),
-      container_(container) {}
+    : runnable(runnable_kind::task, std::move(name)), tag_(tag),
+      container_(links_its_tasks(container.get()) ? std::weak_ptr<task_container_low_level_ifc>()
+                                                  : container) {}
+
+versioned_ifc* basic_task::query_interface(const interface_id& wanted) {
+    return wanted == placed_task_ifc::id ? static_cast<placed_task_ifc*>(this)
+                                         : runnable::query_interface(wanted);
+}
+
+void basic_task::run(bool skip_body) {
+    const auto until_the_end = shared_from_this();
+    run_once(skip_body);
+}
 
 void basic_task::add_follow_up(std::shared_ptr<task_ifc> task,
                                std::shared_ptr<task_processor_ifc> processor) {
     follow_up next{std::move(task), std::move(processor)};
     {
         platform::scoped_lock inside(guard_);
-        if (!completed_) {
-            with_extras().follow_ups.push_back(std::move(next));
+        auto& follow_ups = with_extras().follow_ups;
+        follow_ups.push_back(next);
+        if (!(progress_.fetch_or(followed, std::memory_order_acq_rel) & completed))
             return;
-        }
+        follow_ups.pop_back();
     }
     next.start();
 }
@@ -49,41 +72,105 @@ bool basic_task::cancel() {
     return false;
 }
 
-// Under the lock that the run takes before it ends, so that the number still names
-// the thread that runs this task.
-void basic_task::raise_running_thread() const {
+// The run does not get past its `stopped` meanwhile, so the number still names the thread that
+// runs this task.
+void basic_task::raise_running_thread() {
     platform::scoped_lock inside(guard_);
+    if (progress_.fetch_or(raising, std::memory_order_acq_rel) & stopped)
+        return;
     const auto thread = ended_state_->running_thread();
     if (thread != platform::no_thread)
         platform::raise_to_normal_priority(thread);
+    progress_.fetch_and(~std::uint32_t{raising}, std::memory_order_release);
+}
+
+void basic_task::enter_holder(task_holder_ifc& holder) noexcept {
+    // Of two containers at the same moment the task would leave one; the other one would find
+    // it ended.
+    if (!holder_.load(std::memory_order_relaxed))
+        holder_.store(&holder, std::memory_order_release);
+}
+
+bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {
+    platform::scoped_lock inside(guard_); // nobody asks the holder for itself meanwhile
+    if (holder_.load(std::memory_order_relaxed) != &holder)
+        return true;
+    auto before = progress_.load(std::memory_order_acquire);
+    while (!(before & (stopped | let_go)) &&
+           !progress_.compare_exchange_weak(before, before | let_go, std::memory_order_acq_rel,
+                                            std::memory_order_acquire)) {
+    }
+    return (before & let_go) || !(before & stopped);
 }
 
 std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const {
     platform::scoped_lock inside(guard_);
-    return container_.lock();
+    const auto now = progress_.load(std::memory_order_acquire);
+    if (now & stopped)
+        return nullptr;
+    auto* const holder = holder_.load(std::memory_order_acquire);
+    if (!holder)
+        return container_.lock();
+    return now & let_go ? nullptr : holder->container();
+}
+
+// A task that is claimed in vain, or canceled, stays where it is until it is taken out.
+bool basic_task::enter_pool(task_pool_ifc& pool) noexcept {
+    task_pool_ifc* none = nullptr;
+    return !(progress_.load(std::memory_order_relaxed) & elsewhere) &&
+           pool_.compare_exchange_strong(none, &pool, std::memory_order_acq_rel);
+}
+
+bool basic_task::claim_in_pool() noexcept {
+    auto before = progress_.load(std::memory_order_relaxed);
+    do {
+        if (before & claimed)
+            return false;
+    } while (!progress_.compare_exchange_weak(before, before | claimed | started,
+                                              std::memory_order_relaxed));
+    pool_.store(nullptr, std::memory_order_relaxed);
+    if (before & elsewhere)
+        take_submitter();
+    return !(before & started);
 }
 
 void basic_task::set_submitter(const std::shared_ptr<task_submitter_ifc>& place) {
-    std::shared_ptr<task_submitter_ifc> known; // released without the lock: it may be the last one
+    std::shared_ptr<task_submitter_ifc> known, pool; // released without the lock: each may be
+                                                     // the last one
+    if (auto* has_it = pool_.load(std::memory_order_relaxed)) {
+        pool = has_it->place();
+        if (pool && pool != place)
+            throw task_is_already_submitted();
+        if (pool)
+            return;
+        pool_.compare_exchange_strong(has_it, nullptr, std::memory_order_acq_rel);
+    }
     platform::scoped_lock inside(guard_);
     known = submitter_.lock();
     if (known && known != place)
         throw task_is_already_submitted();
     submitter_ = place;
+    progress_.fetch_or(elsewhere, std::memory_order_relaxed);
 }
 
 std::shared_ptr<task_submitter_ifc> basic_task::get_submitter() const {
+    if (auto* const pool = pool_.load(std::memory_order_relaxed))
+        return pool->place();
     platform::scoped_lock inside(guard_);
     return submitter_.lock();
 }
 
 std::shared_ptr<task_submitter_ifc> basic_task::take_submitter() {
+    if (auto* const pool = pool_.exchange(nullptr, std::memory_order_acq_rel))
+        return pool->place();
     platform::scoped_lock inside(guard_);
+    progress_.fetch_and(~std::uint32_t{elsewhere}, std::memory_order_relaxed);
     return std::exchange(submitter_, {}).lock();
 }
 
+// Relaxed: decides who runs; the task is published by its holder.
 bool basic_task::try_claim() {
-    return !claimed_.exchange(true, std::memory_order_relaxed);
+    return !(progress_.fetch_or(claimed, std::memory_order_relaxed) & claimed);
 }
 
 void basic_task::add_run_statistics(const run_snapshot& start, const run_snapshot& end) {
@@ -111,46 +198,39 @@ basic_task::extras& basic_task::with_extras() {
     return *extras_;
 }
 
-// A thread that is inside of something already shows both.
-void basic_task::prepare_thread(std::optional<std::string>& shown_before) {
-    shown_before = platform::replace_thread_description(name());
-    if (!shown_before->empty())
-        platform::replace_thread_description(*shown_before + " - " + name());
-}
-
-void basic_task::restore_thread(std::string shown_before) noexcept {
-    platform::restore_thread_description(std::move(shown_before));
-}
-
-void basic_task::leave_holders(const std::shared_ptr<runnable>& self) {
+// Those that are started find the container and may ask for it. One that ends here may end the
+// container with it, which waits for all tasks but those that it finds on its own thread.
+void basic_task::start_follow_ups() {
     std::vector<follow_up> next;
-    std::shared_ptr<task_container_low_level_ifc> container;
     {
         platform::scoped_lock inside(guard_);
-        completed_ = true;
-        if (extras_)
-            next.swap(extras_->follow_ups);
-        if (next.empty()) {
-            stop_running();
-            container = take_container();
-        }
+        progress_.fetch_or(completed, std::memory_order_acq_rel);
+        next.swap(extras_->follow_ups);
     }
-    if (!next.empty()) {
-        for (const auto& f : next)
-            platform::guarded([&] { f.start(); });
-        // One that ends here may end the container with it, which waits for all tasks but
-        // those that it finds on its own thread.
-        next.clear();
-        platform::scoped_lock inside(guard_);
-        stop_running();
-        container = take_container(); // those that were started may have asked for it
-    }
-    if (container)
-        container->remove(std::static_pointer_cast<basic_task>(self));
+    for (const auto& f : next)
+        platform::guarded([&] { f.start(); });
 }
 
-std::shared_ptr<task_container_low_level_ifc> basic_task::take_container() {
-    return std::exchange(container_, {}).lock();
+void basic_task::leave_holders(platform::shown_activity& on_thread) {
+    auto before = progress_.load(std::memory_order_acquire);
+    while (!(before & followed) &&
+           !progress_.compare_exchange_weak(before, before | completed | stopped,
+                                            std::memory_order_acq_rel, std::memory_order_acquire)) {
+    }
+    if (before & followed) {
+        start_follow_ups();
+        before = progress_.fetch_or(stopped, std::memory_order_acq_rel);
+    }
+    if (before & raising)
+        platform::scoped_lock until_it_is_raised(guard_);
+    ended_state_->set_running_thread(platform::no_thread);
+    if (auto* const holder = holder_.load(std::memory_order_acquire)) {
+        on_thread.end();
+        if (!(before & let_go)) // then it waits for this
+            holder->let_go_at_end(*this, *ended_state_);
+    } else if (const auto container = container_.lock()) {
+        container->remove(std::static_pointer_cast<basic_task>(shared_from_this()));
+    }
 }
 
 } // namespace zel::tasklib

@@ -24,18 +24,16 @@ private:
 } // namespace
 
 std::shared_ptr<keep_registered>
-register_cancellation_callback(tasks_core_module& library,
+register_cancellation_callback(const std::shared_ptr<cancellation_ifc>& around,
                                const std::shared_ptr<cancellation_ifc>& made) {
-    const auto current = library.get_this_taskcancellation();
-    auto* const source = current ? query<companion_source_ifc>(*current) : nullptr;
+    auto* const source = query<companion_source_ifc>(*around);
     const auto companion = source ? source->get_companion(made) : nullptr;
     if (!companion)
         return nullptr;
     const auto callback = std::make_shared<propagation>(companion);
-    auto cookie =
-        make_reg_cookie([current, callback] { current->remove_callback(callback.get()); });
-    current->add_callback(callback.get());
-    if (current->is_canceled())
+    auto cookie = make_reg_cookie([around, callback] { around->remove_callback(callback.get()); });
+    around->add_callback(callback.get());
+    if (around->is_canceled())
         companion->propagate_cancel();
     return cookie;
 }

@@ -10,12 +10,13 @@ namespace zel::tasklib {
 /// Made before the body.
 class impersonation_check {
 public:
-    /// When the body has returned: ends an impersonation that it left behind. The
-    /// first time in the process the diagnostic observers are told. Throws
-    /// exceptions::error when the system does not name the users.
-    void body_returned(const std::string& task_name) {
+    /// When the body has returned, with a function that makes its task's name: ends an
+    /// impersonation that it left behind. The first time in the process the diagnostic observers
+    /// are told. Throws exceptions::error when the system does not name the users.
+    template <class TaskName>
+    void body_returned(const TaskName& task_name) {
         if (watch_.finds_impersonation())
-            end_impersonation(task_name);
+            end_impersonation(task_name());
     }
 
 private:

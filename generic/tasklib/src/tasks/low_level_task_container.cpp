@@ -3,6 +3,7 @@
 #include "generic/tasklib/src/tasks/task_library.h"
 
 #include <platform/diagnostics.h>
+#include <platform/process.h>
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -10,15 +11,32 @@
 
 namespace zel::tasklib {
 
+low_level_task_container::~low_level_task_container() {
+    const auto somebody_is_leaving = [&] {
+        platform::scoped_lock inside(guard_);
+        bool all_forget = true;
+        for (std::size_t i = 0; i < held_; ++i)
+            all_forget = is_forgotten_by(known(i)) && all_forget;
+        return !all_forget;
+    };
+    while (somebody_is_leaving()) // between two steps
+        platform::sleep_for(platform::milliseconds(1));
+}
+
+bool low_level_task_container::is_forgotten_by(task_ifc& task) {
+    auto* const placed = query<placed_task_ifc>(task.cancellation());
+    return !placed || placed->forget_holder(*this);
+}
+
 void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
     bool ended = false;
     {
         platform::scoped_lock inside(guard_);
-        // Whoever removes a task at its end can do nothing about a lack of memory.
-        if (const auto most = ending_.size() + held_.size() + 1; ending_.capacity() < most)
-            ending_.reserve(2 * most);
-        held_.push_back(task);
-        task->positions().in_container = held_.size() - 1;
+        row_.push_back(task);
+        row_.back().swap(row_[held_]);
+        task->positions().in_container = held_++;
+        if (auto* const placed = query<placed_task_ifc>(task->cancellation()))
+            placed->enter_holder(*this);
         ended = ended_;
     }
     if (ended)
@@ -28,25 +46,39 @@ void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
 void low_level_task_container::remove(const std::shared_ptr<task_ifc>& task) {
     auto ended_state = task->get_ended_state();
     platform::scoped_lock inside(guard_);
-    std::erase_if(ending_, [](const auto& e) { return e->is_ended(); });
-    ending_.push_back(std::move(ended_state));
-    take_out(*task);
+    const auto states = row_.begin() + static_cast<std::ptrdiff_t>(held_);
+    const auto has_ended = [](const auto& state) {
+        return static_cast<ended_state_ifc&>(*state).is_ended();
+    };
+    row_.erase(std::remove_if(states, row_.end(), has_ended), row_.end());
+    if (is_forgotten_by(*task)) // otherwise it leaves by itself
+        take_out(*task);
+    row_.push_back(std::move(ended_state));
 }
 
-void low_level_task_container::take_out(task_ifc& task) {
-    const auto is_task = [&](const auto& held) { return held.get() == &task; };
+void low_level_task_container::let_go_at_end(task_ifc& task, ended_state_ifc& its_state) {
+    std::shared_ptr<task_ifc> released; // without the lock
+    platform::scoped_lock inside(guard_);
+    released = take_out(task);
+    its_state.set_ended();
+}
+
+std::shared_ptr<task_ifc> low_level_task_container::take_out(task_ifc& task) {
     auto place = task.positions().in_container;
     // A task that somebody added to a second container is searched for.
-    if (place >= held_.size() || !is_task(held_[place]))
-        place = static_cast<std::size_t>(std::find_if(held_.begin(), held_.end(), is_task) -
-                                         held_.begin());
-    if (place == held_.size())
-        return;
-    if (place != held_.size() - 1) {
-        held_[place] = std::move(held_.back());
-        held_[place]->positions().in_container = place;
+    if (place >= held_ || &known(place) != &task)
+        for (place = 0; place < held_ && &known(place) != &task;)
+            ++place;
+    if (place == held_)
+        return nullptr;
+    auto taken = std::static_pointer_cast<task_ifc>(std::move(row_[place]));
+    if (place != --held_) {
+        row_[place] = std::move(row_[held_]);
+        known(place).positions().in_container = place;
     }
-    held_.pop_back();
+    row_[held_] = std::move(row_.back());
+    row_.pop_back();
+    return taken;
 }
 
 void low_level_task_container::end() {
@@ -55,7 +87,9 @@ void low_level_task_container::end() {
         platform::scoped_lock inside(guard_);
         if (ended_)
             return;
-        canceled = held_; // before the flag, which would let nobody try again
+        canceled.reserve(held_); // before the flag, which would let nobody try again
+        for (std::size_t i = 0; i < held_; ++i)
+            canceled.push_back(held(i));
         ended_ = true;
     }
     for (const auto& task : canceled) // one that fails keeps no other from its end
@@ -91,17 +125,17 @@ bool low_level_task_container::wait_for_tasks(const deadline& until, std::int32_
 
 bool low_level_task_container::holds_nothing() {
     platform::scoped_lock inside(guard_);
-    return held_.empty();
+    return held_ == 0;
 }
 
 std::shared_ptr<task_ifc>
 low_level_task_container::first_to_wait_for(wait_exclusion_ifc* exclusion,
                                             const std::vector<const task_ifc*>& own) {
     platform::scoped_lock inside(guard_);
-    for (const auto& task : held_)
-        if (std::find(own.begin(), own.end(), task.get()) == own.end() &&
-            !(exclusion && exclusion->excludes_from_wait(task->cancellation())))
-            return task;
+    for (std::size_t i = 0; i < held_; ++i)
+        if (std::find(own.begin(), own.end(), &known(i)) == own.end() &&
+            !(exclusion && exclusion->excludes_from_wait(known(i).cancellation())))
+            return held(i);
     return nullptr;
 }
 
@@ -110,8 +144,8 @@ bool low_level_task_container::report_held_tasks() {
     std::vector<std::string> names;
     {
         platform::scoped_lock inside(guard_);
-        for (const auto& task : held_)
-            names.push_back(task->get_name());
+        for (std::size_t i = 0; i < held_; ++i)
+            names.push_back(known(i).get_name());
     }
     if (names.empty())
         return false;
@@ -134,14 +168,14 @@ bool low_level_task_container::wait_for_ended_states(const deadline& until, std:
             return false;
         }
         platform::scoped_lock inside(guard_);
-        std::erase(ending_, state);
+        std::erase(row_, std::shared_ptr<InterfaceBase>(state)); // no task is one
     }
     return true;
 }
 
 std::shared_ptr<ended_state_ifc> low_level_task_container::last_ended_state() {
     platform::scoped_lock inside(guard_);
-    return ending_.empty() ? nullptr : ending_.back();
+    return row_.size() == held_ ? nullptr : std::static_pointer_cast<ended_state_ifc>(row_.back());
 }
 
 } // namespace zel::tasklib

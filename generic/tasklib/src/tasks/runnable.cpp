@@ -1,9 +1,10 @@
 #include "generic/tasklib/src/tasks/runnable.h"
 
-#include "generic/tasklib/src/tasks/task_library.h"
 #include "generic/tasklib/src/tasks/tasks_log.h"
 
 #include <tasklib/log_performance_wrapper.h>
+
+#include <optional>
 
 namespace zel::tasklib {
 
@@ -45,42 +46,55 @@ const char* name_of(runnable_kind kind) noexcept {
     return "Unknown runnable";
 }
 
+// Measures a run while somebody listens.
+class runnable::measurement {
+public:
+    explicit measurement(const runnable& run) {
+        if (is_measuring())
+            platform::guarded([&] { begin(run); }); // a run is worth more than its measurement
+    }
+
+private:
+    void begin(const runnable& run) {
+        name_ = run.name();
+        wrapper_.emplace(static_cast<std::uint32_t>(run.kind_), name_);
+    }
+
+    std::string name_;
+    std::optional<log_performance_wrapper> wrapper_;
+};
+
 // The end of a run comes however the body ends.
 struct runnable::ending {
-    explicit ending(std::shared_ptr<runnable> run) noexcept : run_(std::move(run)) {}
+    explicit ending(runnable& run) noexcept : run_(run) {}
     ~ending() {
         const platform::no_cancellation to_the_end;
-        run_->end_run(run_, std::move(shown_before));
+        run_.end_run(on_thread_);
     }
     ending(const ending&) = delete;
     ending& operator=(const ending&) = delete;
 
-    std::optional<std::string> shown_before; // on the thread, unless it still is
-
 private:
-    const std::shared_ptr<runnable> run_;
-};
+    static std::string name_of_run(const void* run) {
+        return static_cast<const runnable*>(run)->name();
+    }
 
-runnable::runnable(runnable_kind kind, std::string name,
-                   std::shared_ptr<ended_state_ifc> ended_state)
-    : ended_state_(std::move(ended_state)), kind_(kind), name_(std::move(name)) {}
+    runnable& run_;
+    platform::shown_activity on_thread_{&name_of_run, &run_};
+};
 
 runnable::~runnable() {
     if (!failure_ || failure_fetched_)
         return;
     tasks_log.report_handler_failure(
-        name_.empty() ? unnamed_unchecked : named_unchecked, failure_,
-        [&] { return failure_text(kind_, name_, ": failed without a caller check."); });
+        name_.is_empty() ? unnamed_unchecked : named_unchecked, failure_,
+        [&] { return failure_text(kind_, name(), ": failed without a caller check."); });
 }
 
-void runnable::run_once(bool skip_body) {
-    if (started_.exchange(1, std::memory_order_relaxed) != 0)
-        return;
-    ending at_the_end(shared_from_this());
-    // A thread that does not show what it does is no reason not to do it.
-    platform::guarded([&] { prepare_thread(at_the_end.shown_before); });
+void runnable::run_begun(bool skip_body) {
+    const ending at_the_end(*this);
     ended_state_->set_running_thread(platform::this_thread_id());
-    const log_performance_wrapper measurement(static_cast<std::uint32_t>(kind_), name_);
+    const measurement measured(*this);
     std::exception_ptr failure;
     if (!skip_body)
         failure = platform::guarded([&] { run_body(); });
@@ -95,17 +109,17 @@ void runnable::body_failed(const std::exception_ptr& failure) {
         failure_ = failure;
     }
     if (!host_was_told(failure))
-        tasks_log.report(log::severity::task_failed, name_.empty() ? unnamed_failed : named_failed,
-                         failure, [&] { return failure_text(kind_, name_, ": failed."); });
+        tasks_log.report(log::severity::task_failed,
+                         name_.is_empty() ? unnamed_failed : named_failed, failure,
+                         [&] { return failure_text(kind_, name(), ": failed."); });
 }
 
-void runnable::end_run(const std::shared_ptr<runnable>& self,
-                       std::optional<std::string> shown_before) noexcept {
+void runnable::end_run(platform::shown_activity& on_thread) noexcept {
     drop_body();
-    platform::guarded([&] { leave_holders(self); });
-    if (shown_before)
-        restore_thread(*std::move(shown_before));
-    ended_state_->set_ended();
+    platform::guarded([&] { leave_holders(on_thread); });
+    on_thread.end();
+    if (!ended_state_->is_ended())
+        ended_state_->set_ended();
 }
 
 std::exception_ptr runnable::fetch_failure() {

@@ -3,16 +3,16 @@
 #pragma once
 
 #include "generic/tasklib/src/tasks/cancellation_base.h"
-
-#include <tasklib/ended_state.h>
+#include "generic/tasklib/src/tasks/task_library.h"
+#include "generic/tasklib/src/tasks/task_name.h"
 
 #include <platform/critical_section.h>
+#include <platform/thread_description.h>
 
 #include <atomic>
 #include <cstdint>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace zel::tasklib {
@@ -33,48 +33,61 @@ public:
     std::exception_ptr fetch_failure();
 
 protected:
-    runnable(runnable_kind kind, std::string name, std::shared_ptr<ended_state_ifc> ended_state);
+    /// Throws what get_tasks_module throws.
+    runnable(runnable_kind kind, task_name name) : name_(std::move(name)), kind_(kind) {}
 
     /// The first call runs the body, unless it is to be skipped, and then all that
-    /// belongs to the end of a run, also when the thread is unwound from inside.
-    void run_once(bool skip_body);
-
-    /// From here on nobody raises the priority of the thread for this one's sake: the
-    /// thread may end, and its number be used again.
-    void stop_running() ZEL_REQUIRES(guard_) {
-        ended_state_->set_running_thread(platform::no_thread);
+    /// belongs to the end of a run, also when the thread is unwound from inside. The caller
+    /// keeps the object until then.
+    void run_once(bool skip_body) {
+        if (begin())
+            run_begun(skip_body);
     }
+    /// For the caller for whom `begin` was true, or who has set `started` himself.
+    void run_begun(bool skip_body);
 
-    const std::string& name() const noexcept { return name_; }
+    std::string name() const { return name_.text(); }
 
-    // Guards what changes while a task goes from place to place; held for a few
-    // steps only, and by a canceler that raises the running thread's priority.
+    // What has happened so far, and where a task is kept.
+    enum progress : std::uint32_t {
+        claimed = 1,    // somebody is going to run it
+        started = 2,    // run_begun was called
+        completed = 4,  // no follow-up is stored any more
+        stopped = 8,    // nobody raises the priority of its thread for its sake any more
+        followed = 16,  // has follow-ups
+        raising = 32,   // a canceler, who holds the guard, may be about to raise the priority
+        elsewhere = 64, // a place has it that is no pool
+        let_go = 128    // the container that held it has gone, or has taken it out
+    };
+    // Acquire and release where another thread relies on more than the bits.
+    std::atomic<std::uint32_t> progress_{0};
+    // Guards what few tasks have; held for a few steps only, and by a canceler that raises
+    // the running thread's priority.
     mutable platform::plain_lock guard_;
-    const std::shared_ptr<ended_state_ifc> ended_state_;
+    const own_ended_state ended_state_;
 
 private:
+    class measurement;
     struct ending;
 
-    /// Shows on the thread what it does, after keeping what it showed before.
-    virtual void prepare_thread(std::optional<std::string>& shown_before) = 0;
     virtual void run_body() = 0;
     /// Destroys the body and what it captured.
     virtual void drop_body() noexcept = 0;
-    /// Stops running and leaves those who hold the task.
-    virtual void leave_holders(const std::shared_ptr<runnable>& self) = 0;
-    virtual void restore_thread(std::string shown_before) noexcept = 0;
+    /// Stops running and leaves those who hold the task. Ends the activity before any of
+    /// them may find the task ended.
+    virtual void leave_holders(platform::shown_activity& on_thread) = 0;
 
+    // Relaxed: decides who runs; the body is published by whoever hands the task over.
+    bool begin() noexcept {
+        return !(progress_.fetch_or(started, std::memory_order_relaxed) & started);
+    }
     void body_failed(const std::exception_ptr& failure);
-    void end_run(const std::shared_ptr<runnable>& self,
-                 std::optional<std::string> shown_before) noexcept;
+    void end_run(platform::shown_activity& on_thread) noexcept;
 
-    const runnable_kind kind_;
-    // Relaxed exchange: decides who runs; the body is published by whoever hands
-    // the task over.
-    std::atomic<std::uint32_t> started_{0};
-    bool failure_fetched_ ZEL_GUARDED_BY(guard_) = false;
-    const std::string name_;
+    const task_name name_;
     std::exception_ptr failure_ ZEL_GUARDED_BY(guard_);
+    const runnable_kind kind_;
+    bool failure_fetched_ ZEL_GUARDED_BY(guard_) = false;
 };
 
 } // namespace zel::tasklib

@@ -1,5 +1,6 @@
 #include "generic/tasklib/src/tasks/start_task.h"
 
+#include "generic/tasklib/src/tasks/task_library.h"
 #include "generic/tasklib/src/tasks/task_queue.h"
 
 #include <platform/cancellation.h>
@@ -39,6 +40,14 @@ void submit_or_cancel(const std::shared_ptr<task_ifc>& task, task_processor_ifc&
     guard.started();
 }
 
+void submit_or_cancel(const std::shared_ptr<task_ifc>& task) {
+    if (task->cancellation().is_canceled())
+        return;
+    canceling_unless_started guard(*task);
+    submit_to_library(task);
+    guard.started();
+}
+
 void store_or_cancel(const std::shared_ptr<task_ifc>& task,
                      const std::shared_ptr<task_queue_ifc>& queue,
                      const std::shared_ptr<task_container_ifc>& container,
@@ -47,7 +56,7 @@ void store_or_cancel(const std::shared_ptr<task_ifc>& task,
         return;
     canceling_unless_started guard(*task);
     if (queue->push(task))
-        ensure_runner(container, processor, queue);
+        ensure_runner(container, processor ? processor : get_task_processor(), queue);
     guard.started();
 }
 

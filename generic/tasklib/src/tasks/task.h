@@ -8,7 +8,6 @@
 #include "generic/tasklib/src/tasks/basic_task.h"
 #include "generic/tasklib/src/tasks/cancellation_propagation.h"
 #include "generic/tasklib/src/tasks/impersonation_check.h"
-#include "generic/tasklib/src/tasks/task_library.h"
 
 #include "framework/memory/block_stock.h"
 
@@ -41,16 +40,15 @@ template <class Proc>
 class task_with_proc<void, Proc> final : public task_with_value<void> {
 public:
     template <class Body>
-    task_with_proc(tasks_core_module& library, std::string name, std::uint32_t tag,
+    task_with_proc(task_name name, std::uint32_t tag,
                    const std::shared_ptr<task_container_low_level_ifc>& container, Body&& body)
-        : task_with_value<void>(library, std::move(name), tag, container),
-          body_(std::forward<Body>(body)) {}
+        : task_with_value<void>(std::move(name), tag, container), body_(std::forward<Body>(body)) {}
 
 private:
     void run_body() override {
         impersonation_check check;
         (*body_)();
-        check.body_returned(name());
+        check.body_returned([this] { return name(); });
         body_.reset(); // what it captured is foreign code, too
     }
     void drop_body() noexcept override { body_.reset(); }
@@ -58,13 +56,15 @@ private:
     std::optional<Proc> body_;
 };
 
+// Always a basic_task.
 template <class Body>
-auto make_shared_task(tasks_core_module& library, std::string name, std::uint32_t tag,
-                      const std::shared_ptr<task_container_low_level_ifc>& container, Body&& body) {
+std::shared_ptr<task_ifc>
+make_shared_task(task_name name, std::uint32_t tag,
+                 const std::shared_ptr<task_container_low_level_ifc>& container, Body&& body) {
     using made = task_with_proc<void, std::decay_t<Body>>;
-    auto shared =
-        std::allocate_shared<made>(memory::recycling_allocator<made>(), library, std::move(name),
-                                   tag, container, std::forward<Body>(body));
+    std::shared_ptr<task_ifc> shared =
+        std::allocate_shared<made>(memory::recycling_allocator<made>(), std::move(name), tag,
+                                   container, std::forward<Body>(body));
     if (container)
         container->add(shared);
     return shared;
@@ -80,11 +80,11 @@ template <>
 class task<void> {
 public:
     task() = default;
-    explicit task(std::shared_ptr<detail::task_with_value<void>> shared) noexcept
-        : shared_(std::move(shared)) {}
+    /// Of a basic_task.
+    explicit task(std::shared_ptr<task_ifc> shared) noexcept : shared_(std::move(shared)) {}
 
     explicit operator bool() const noexcept { return shared_ != nullptr; }
-    std::shared_ptr<detail::task_with_value<void>> share() const noexcept { return shared_; }
+    const std::shared_ptr<task_ifc>& share() const noexcept { return shared_; }
 
     /// True once the task has ended, false when the time is over first.
     bool wait(threading::universal_timeout timeout = {}) const {
@@ -95,17 +95,17 @@ public:
     /// fetched is logged when the task goes.
     void get() const {
         wait();
-        if (const auto failure = shared_->fetch_failure())
+        if (const auto failure = static_cast<basic_task&>(*shared_).fetch_failure())
             std::rethrow_exception(failure);
     }
 
     bool cancel() const {
         const auto until_the_end = shared_; // what goes with the task may own this handle
-        return until_the_end->cancel();
+        return until_the_end->cancellation().cancel();
     }
 
 private:
-    std::shared_ptr<detail::task_with_value<void>> shared_;
+    std::shared_ptr<task_ifc> shared_;
 };
 
 /// A task that holds the body and belongs to the container, which may be null. It is
@@ -113,28 +113,29 @@ private:
 /// handed to a processor, or stored in a queue that has a runner. The body and its
 /// captures are destroyed before the task leaves the container.
 template <class Body>
-task<void> make_task(std::string name,
-                     const std::shared_ptr<task_container_low_level_ifc>& container, Body&& body,
-                     std::uint32_t tag = 0) {
-    const auto library = get_tasks_module();
-    auto made = detail::make_shared_task(*library, std::move(name), tag, container,
-                                         std::forward<Body>(body));
+task<void> make_task(task_name name, const std::shared_ptr<task_container_low_level_ifc>& container,
+                     Body&& body, std::uint32_t tag = 0) {
+    auto shared =
+        detail::make_shared_task(std::move(name), tag, container, std::forward<Body>(body));
+    auto& made = static_cast<basic_task&>(*shared);
     try {
-        made->follow(register_cancellation_callback(*library, made));
+        if (const auto around = made.cancellation_around())
+            made.follow(register_cancellation_callback(
+                around, std::shared_ptr<cancellation_ifc>(shared, &made)));
     } catch (...) {
-        made->cancel(); // the container must not wait for it
+        made.cancel(); // the container must not wait for it
         throw;
     }
-    return task<void>(std::move(made));
+    return task<void>(std::move(shared));
 }
 
 /// The same for work that outlasts the task that the calling thread is inside of.
 template <class Body>
-task<void> make_independent_task(std::string name,
+task<void> make_independent_task(task_name name,
                                  const std::shared_ptr<task_container_low_level_ifc>& container,
                                  Body&& body) {
-    return task<void>(detail::make_shared_task(*get_tasks_module(), std::move(name), 0, container,
-                                               std::forward<Body>(body)));
+    return task<void>(
+        detail::make_shared_task(std::move(name), 0, container, std::forward<Body>(body)));
 }
 
 } // namespace zel::tasklib

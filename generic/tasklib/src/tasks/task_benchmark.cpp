@@ -5,6 +5,8 @@
 #include "generic/tasklib/src/tasks/task_library.h"
 #include "generic/tasklib/src/tasks/task_queue.h"
 
+#include <platform/event.h>
+
 #include <asio/post.hpp>
 #include <asio/strand.hpp>
 #include <asio/thread_pool.hpp>
@@ -96,6 +98,33 @@ void queued_tasks(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * tasks_in_a_round);
 }
 
+// What a task costs whose maker waits for it: it goes to another thread and its end comes back.
+void submit_and_wait(benchmark::State& state) {
+    const auto processor = get_task_processor();
+    const captures captured;
+    for (auto _ : state) {
+        const auto made = make_task("handling of a", nullptr, [captured] {});
+        submit_or_cancel(made.share(), *processor);
+        made.wait();
+    }
+}
+
+void two_thread_switches(benchmark::State& state) {
+    using enum zel::platform::reset_mode;
+    zel::platform::event there{automatic, false}, back{automatic, false};
+    std::atomic<bool> ends{false};
+    std::jthread other([&] {
+        for (there.wait(); !ends; there.wait())
+            back.set();
+    });
+    for (auto _ : state) {
+        there.set();
+        back.wait();
+    }
+    ends = true;
+    there.set();
+}
+
 // Few enough to be pending all at once before the library adds a thread for the
 // blocked ones.
 void pending_task_memory(benchmark::State& state) {
@@ -172,6 +201,8 @@ BENCHMARK(tasks)
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(asio_strand)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(queued_tasks)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(submit_and_wait)->UseRealTime();
+BENCHMARK(two_thread_switches)->UseRealTime();
 BENCHMARK(pending_task_memory)->Iterations(1)->UseRealTime();
 BENCHMARK(pending_tasks_end)
     ->ArgName("tasks")

@@ -16,12 +16,17 @@ public:
         return low_level_;
     }
 
+    /// The same without another reference, for the owner.
+    const std::shared_ptr<task_container_low_level_ifc>& low_level() const noexcept {
+        return low_level_;
+    }
+
     /// Cancels all tasks, those made later too, and waits for them; false when the
     /// time is over first.
     bool end_and_wait(threading::universal_timeout timeout);
 
 private:
-    const std::shared_ptr<low_level_task_container> low_level_;
+    const std::shared_ptr<task_container_low_level_ifc> low_level_;
 };
 
 } // namespace zel::tasklib

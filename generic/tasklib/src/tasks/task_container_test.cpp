@@ -2,8 +2,10 @@
 #include "tests/support/scarce_memory.h"
 
 #include <platform/clocks.h>
+#include <platform/process.h>
 
 #include <future>
+#include <latch>
 
 namespace zel::tasklib::test {
 namespace {
@@ -13,7 +15,7 @@ constexpr auto report = task_container_low_level_ifc::report_timeout;
 // Lets a test into what a container wants from its tasks.
 struct open_task final : detail::task_with_value<void> {
     open_task(std::string name, const std::shared_ptr<task_container_low_level_ifc>& container)
-        : task_with_value<void>(*get_tasks_module(), std::move(name), 0, container) {}
+        : task_with_value<void>(std::move(name), 0, container) {}
     bool cancel() override { return on_cancel(), task_with_value<void>::cancel(); }
     std::shared_ptr<ended_state_ifc> get_ended_state() const override {
         on_asked();
@@ -130,8 +132,8 @@ TEST_F(TaskContainer, HoldsATaskUntilItsCapturesAreGone) {
         const auto look = [&](int*) { // on a thread that is inside of no task
             EXPECT_FALSE(std::async([&] { return container->wait(at_once, report); }).get());
         };
-        const std::shared_ptr<basic_task> task =
-            make_task("task", container, [held = std::shared_ptr<int>(nullptr, look)] {}).share();
+        const auto task =
+            basic(make_task("task", container, [held = std::shared_ptr<int>(nullptr, look)] {}));
         is_canceled ? void(task->cancel()) : processor->execute(task, true);
         EXPECT_TRUE(container->wait(at_once, report));
     }
@@ -155,6 +157,46 @@ TEST_F(TaskContainer, IsLeftByItsTasksAlsoWithoutMemory) {
     EXPECT_TRUE(container->wait(at_once, report));
 }
 
+// A container of somebody else, which knows tasks by their interface only.
+struct plain_container final : task_container_low_level_ifc {
+    void add(const shared_task& task) override { held = task; }
+    void remove(const shared_task& task) override {
+        EXPECT_EQ(task, held);
+        EXPECT_FALSE(task->get_ended_state()->is_ended());
+        held = nullptr;
+    }
+    void end() override {}
+    bool wait(threading::universal_timeout, std::int32_t) override { return true; }
+    shared_task held;
+};
+
+TEST_F(TaskContainer, OfAnotherKindIsLeftBeforeTheEndIsTold) {
+    const auto other = std::make_shared<plain_container>();
+    const auto task = make_task("", other, [&] { EXPECT_EQ(other->held->get_container(), other); });
+    processor->execute(task.share(), true);
+    EXPECT_TRUE(task.wait(at_once) && !other->held && !task.share()->get_container());
+}
+
+TEST_F(TaskContainer, MayGoBeforeItsTasksAndWhileTheyLeaveIt) {
+    for (int round = 0; round < 300; ++round) {
+        auto going = std::make_shared<low_level_task_container>("");
+        const auto stays = make_task("", going, [] {}), leaves = make_task("", going, [] {});
+        std::latch both(2);
+        watched_thread runner([&] {
+            both.arrive_and_wait();
+            leaves.share()->run(false);
+        });
+        const auto state = leaves.share()->get_ended_state();
+        both.arrive_and_wait();
+        for (int pause = 0; pause < round % 30; ++pause)
+            platform::pause_processor();
+        going.reset();
+        EXPECT_EQ(stays.share()->get_container(), nullptr);
+        stays.share()->run(false);
+        EXPECT_TRUE(state->wait_ended(in_time) && stays.wait(at_once));
+    }
+}
+
 TEST_F(TaskContainer, EndsWithACanceledTaskThatAloneHeldIt) {
     const auto last = make_task("", container, [held = std::move(owner)] {});
     container.reset();
@@ -166,10 +208,9 @@ TEST_F(TaskContainer, EndsWithAFollowUpThatAloneHeldIt) {
     for (const bool is_claimed : {false, true}) { // goes when it is canceled, or forgotten
         owner = std::make_shared<task_container>("");
         const auto first = make_task("", owner->get_low_level_container(), [] {});
-        std::shared_ptr<basic_task> next =
-            make_task("", nullptr, [held = std::exchange(owner, nullptr)] {}).share();
+        auto next = basic(make_task("", nullptr, [held = std::exchange(owner, nullptr)] {}));
         EXPECT_TRUE(!is_claimed || next->try_claim());
-        first.share()->add_follow_up(std::exchange(next, nullptr), nullptr);
+        basic(first)->add_follow_up(std::exchange(next, nullptr), nullptr);
         processor->submit(first.share(), 0);
         ASSERT_TRUE(first.wait(in_time)) << "waits for itself";
     }

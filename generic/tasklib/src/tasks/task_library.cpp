@@ -5,8 +5,10 @@
 #include "generic/tasklib/src/tasks/tasks_log.h"
 
 #include <platform/process.h>
+#include <platform/thread_gate.h>
 
 #include <atomic>
+#include <span>
 
 namespace zel::tasklib {
 
@@ -15,14 +17,28 @@ namespace {
 constinit log::source_position measurement_missing(__FILE__, 30);
 constexpr int most_pauses = 50;
 
+// What tasks are made with, as long as the library is there. Whoever uses it without an object
+// of the library stands behind the gate meanwhile.
+constinit platform::thread_gate library_is_mapped;
+// Acquire and release: who finds it finds the library mapped. Null before the first use, and
+// with a library that does not offer it.
+constinit std::atomic<task_making_ifc*> making{nullptr};
+
 class tasks_core_library : public mi::neighbour_module<tasks_core_module> {
 public:
     tasks_core_library()
         : neighbour_module({"zel_tasks_core", "_ZN3zel7tasklib6detail21CreateTasksCoreModuleEv",
-                            "_ZN3zel7tasklib6detail23GetModuleLifetimeObjectEv"}) {}
+                            "_ZN3zel7tasklib6detail23GetModuleLifetimeObjectEv"}) {
+        platform::thread_gate::prepare();
+        const auto module = lock();
+        if (auto* const asked = dynamic_cast<versioned_ifc*>(module.get()))
+            making.store(query<task_making_ifc>(*asked), std::memory_order_release);
+    }
 
     /// Refuses, and leaves the library loaded, while its objects are in use.
     void end() {
+        making.store(nullptr, std::memory_order_release);
+        library_is_mapped.close();
         // A thread lets go of a task a moment after that has told of its end, on which
         // its maker may have waited.
         for (int pause = 0; pause < most_pauses && is_used(); ++pause)
@@ -88,15 +104,53 @@ std::shared_ptr<task_scheduler_ifc> get_task_scheduler() {
     return scheduler;
 }
 
-std::shared_ptr<ended_state_ifc> new_ended_state(tasks_core_module& library) {
-    // Relaxed: to check more than one does no harm.
-    static constinit std::atomic<bool> is_checked{false};
-    auto state = library.create_ended_state();
-    if (!is_checked.load(std::memory_order_relaxed)) {
-        RequireInterface(*state);
-        is_checked.store(true, std::memory_order_relaxed);
-    }
-    return state;
+namespace {
+
+ended_state_ifc* make_ended_state_in(std::span<std::byte> room) noexcept {
+    const platform::thread_gate::visit inside(library_is_mapped);
+    auto* const maker = inside ? making.load(std::memory_order_acquire) : nullptr;
+    return maker ? maker->make_ended_state_in(room.data(), room.size()) : nullptr;
+}
+
+} // namespace
+
+own_ended_state::own_ended_state() : state_(make_ended_state_in(room_)) {
+    if (state_)
+        return;
+    const auto library = get_tasks_module(); // which is perhaps loaded only now
+    state_ = make_ended_state_in(room_);
+    if (state_)
+        return;
+    auto state = library->create_ended_state();
+    RequireInterface(*state);
+    state_ = state.get();
+    ::new (room_) separate(std::move(state));
+}
+
+own_ended_state::~own_ended_state() {
+    if (is_separate())
+        std::destroy_at(std::launder(reinterpret_cast<separate*>(room_)));
+    else
+        state_->~ended_state_ifc();
+}
+
+std::shared_ptr<ended_state_ifc>
+own_ended_state::share(const std::shared_ptr<const void>& task) const {
+    if (is_separate())
+        return *std::launder(reinterpret_cast<const separate*>(room_));
+    return separate(std::const_pointer_cast<void>(task), state_);
+}
+
+std::shared_ptr<cancellation_ifc> cancellation_around(const own_ended_state&) {
+    auto* const known = making.load(std::memory_order_acquire);
+    return known ? known->get_this_taskcancellation()
+                 : get_tasks_module()->get_this_taskcancellation();
+}
+
+void submit_to_library(const std::shared_ptr<task_ifc>& task) {
+    auto* const known = making.load(std::memory_order_acquire);
+    if (!known || !known->submit(task))
+        get_task_processor()->submit(task, 0);
 }
 
 std::shared_ptr<cancellation_ifc> get_this_taskcancellation() {

@@ -21,6 +21,21 @@ constinit log::source_position no_successor(__FILE__, 26);
 constexpr int spins_before_parting = 500; // some ten microseconds
 constexpr threading::universal_timeout patience_of_producers{false, 5'000'000};
 
+// Producers and runners that are about equally quick meet a full or an empty queue
+// all the time. To sleep and be woken, or to end a runner and start another, would
+// cost more than the tasks. A look disturbs the other side, so there are few.
+template <class Condition>
+bool comes_soon(const Condition& holds) noexcept {
+    constexpr int looks = 10;
+    for (int i = 0; i < looks; ++i) {
+        if (holds())
+            return true;
+        for (int spin = 0; spin < spins_before_parting / looks; ++spin)
+            platform::pause_processor();
+    }
+    return false;
+}
+
 } // namespace
 
 // The calling thread as a runner. Its entry goes when the queue is found empty, or
@@ -51,6 +66,11 @@ private:
 };
 
 bool task_queue::push(const std::shared_ptr<task_ifc>& task) {
+    {
+        platform::scoped_lock inside(guard_);
+        if (!is_crowded())
+            return store(task);
+    }
     wait_for_room();
     platform::scoped_lock inside(guard_);
     return store(task);
@@ -58,41 +78,48 @@ bool task_queue::push(const std::shared_ptr<task_ifc>& task) {
 
 push_outcome task_queue::try_push(const std::shared_ptr<task_ifc>& task) {
     platform::scoped_lock inside(guard_);
-    if (stored_.size() > roomy)
+    if (is_crowded())
         return push_outcome::full;
     return store(task) ? push_outcome::needs_runner : push_outcome::stored;
+}
+
+// Whether more tasks are stored than producers may leave alone.
+bool task_queue::is_crowded() noexcept {
+    const auto all = stored_so_far_.load(std::memory_order_relaxed);
+    if (all - taken_at_least_ > roomy)
+        taken_at_least_ = taken_so_far_.load(std::memory_order_seq_cst);
+    return all - taken_at_least_ > roomy;
 }
 
 // True when there may be one more runner.
 bool task_queue::store(const std::shared_ptr<task_ifc>& task) {
     stored_.push_back(task);
-    count_.store(stored_.size(), std::memory_order_relaxed);
-    if (stored_.size() > roomy)
-        not_full_.reset();
+    stored_so_far_.store(stored_so_far_.load(std::memory_order_relaxed) + 1,
+                         std::memory_order_relaxed);
     task->set_queue(this);
     return runner_count_ < runner_limit_;
+}
+
+std::size_t task_queue::length() const noexcept {
+    const auto taken = taken_so_far_.load(std::memory_order_relaxed);
+    // A task may be stored and taken between the two looks, but none is taken twice.
+    return stored_so_far_.load(std::memory_order_relaxed) - taken;
 }
 
 versioned_ifc* task_queue::query_interface(const interface_id& wanted) {
     return wanted == versioned_ifc::id || wanted == task_queue_room_ifc::id ? this : nullptr;
 }
 
-// Producers and runners that are about equally quick meet a full or an empty queue
-// all the time. To sleep and be woken, or to end a runner and start another, would
-// cost more than the tasks.
-template <class Condition>
-bool task_queue::comes_soon(const Condition& holds) const noexcept {
-    for (int i = 0; i < spins_before_parting; ++i) {
-        if (holds(count_.load(std::memory_order_relaxed)))
-            return true;
-        platform::pause_processor();
-    }
-    return false;
-}
-
 void task_queue::wait_for_room() {
-    if (comes_soon([](std::size_t stored) { return stored <= roomy; }))
+    if (comes_soon([&] { return length() <= comfortable; })) // with room for some more
         return;
+    {
+        platform::scoped_lock inside(guard_);
+        not_full_.reset();
+        room_is_awaited_.store(true, std::memory_order_seq_cst);
+        if (!is_crowded())
+            return;
+    }
     const std::array<platform::event*, 1> room = {&not_full_};
     cancellable_wait(room, patience_of_producers); // afterwards the task is stored anyway
 }
@@ -135,7 +162,7 @@ void task_queue::runner_came(const void* owner) noexcept {
 
 bool task_queue::enter_runners(runner& entering) noexcept {
     platform::scoped_lock inside(guard_);
-    if (runner_count_ >= runner_limit_ || stored_.empty())
+    if (runner_count_ >= runner_limit_ || length() == 0)
         return false;
     entering.next_ = std::exchange(runners_, &entering);
     ++runner_count_;
@@ -155,26 +182,55 @@ void task_queue::leave_runners(const runner* only) noexcept {
     }
 }
 
+std::shared_ptr<task_ifc> task_queue::take_next() {
+    auto next = runner_limit_ == 1 ? take_alone() : take_among_others();
+    if (next && room_is_awaited_.load(std::memory_order_seq_cst))
+        tell_of_room();
+    return next;
+}
+
+// The runner has what was stored to itself, and runs it without the guard.
+std::shared_ptr<task_ifc> task_queue::take_alone() {
+    if (next_.empty()) {
+        comes_soon([&] { return length() > 0; });
+        platform::scoped_lock inside(guard_);
+        if (leaves_empty_queue())
+            return nullptr;
+        next_.swap(stored_);
+    }
+    return take_counted(next_);
+}
+
+// A task must not wait behind one that another runner runs.
+std::shared_ptr<task_ifc> task_queue::take_among_others() {
+    comes_soon([&] { return length() > 0; });
+    platform::scoped_lock inside(guard_);
+    return leaves_empty_queue() ? nullptr : take_counted(stored_);
+}
+
 // Leaves the runners in the same step in which the queue is found empty, so that a
 // push sees either this runner or the need for another.
-std::shared_ptr<task_ifc> task_queue::take_next() {
-    std::shared_ptr<task_ifc> next;
-    bool has_room_again = false;
-    comes_soon([](std::size_t stored) { return stored > 0; });
-    {
-        platform::scoped_lock inside(guard_);
-        if (stored_.empty()) {
-            leave_runners(nullptr);
-            return nullptr;
-        }
-        has_room_again = stored_.size() == roomy + 1;
-        next = std::move(stored_.front());
-        stored_.pop_front();
-        count_.store(stored_.size(), std::memory_order_relaxed);
-    }
-    if (has_room_again)
-        not_full_.set();
-    return next;
+bool task_queue::leaves_empty_queue() noexcept {
+    if (!stored_.empty())
+        return false;
+    leave_runners(nullptr);
+    return true;
+}
+
+// By one thread at a time.
+std::shared_ptr<task_ifc> task_queue::take_counted(task_ring& tasks) noexcept {
+    auto first = tasks.pop_front();
+    taken_so_far_.store(taken_so_far_.load(std::memory_order_relaxed) + 1,
+                        std::memory_order_seq_cst);
+    return first;
+}
+
+void task_queue::tell_of_room() noexcept {
+    platform::scoped_lock inside(guard_);
+    if (is_crowded())
+        return;
+    room_is_awaited_.store(false, std::memory_order_relaxed);
+    not_full_.set();
 }
 
 namespace {

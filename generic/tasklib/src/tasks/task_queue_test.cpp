@@ -9,7 +9,7 @@ namespace {
 class TaskQueue : public testing::Test {
 protected:
     std::shared_ptr<basic_task> make(std::function<void()> body) {
-        return make_task("queued", owner->get_low_level_container(), std::move(body)).share();
+        return basic(make_task("queued", owner->get_low_level_container(), std::move(body)));
     }
     bool push(std::function<void()> body) { return queue->push(make(std::move(body))); }
     void store(std::function<void()> body) {

@@ -21,10 +21,14 @@ using shared_task = std::shared_ptr<task_ifc>;
 
 inline constexpr threading::universal_timeout at_once{false, 0}, in_time{false, 10'000'000};
 
+inline std::shared_ptr<basic_task> basic(const task<void>& handle) {
+    return std::static_pointer_cast<basic_task>(handle.share());
+}
+
 /// A task of its own container.
 struct sample {
     explicit sample(std::function<void()> does = [] {}) : body(std::move(does)) {}
-    std::shared_ptr<basic_task> share() const { return handle.share(); }
+    std::shared_ptr<basic_task> share() const { return basic(handle); }
     /// Has ended and left its container, and its captures are gone.
     bool is_over() const {
         return handle.wait(at_once) && container->wait(at_once, 0) && payload.use_count() == 1;

@@ -109,6 +109,68 @@ TEST(Task, BelongsToOnePlaceAndIsCanceledWhenThatRefusesIt) {
     EXPECT_TRUE(task.is_over() && stored.is_over());
 }
 
+// A task of somebody else, who knows task_ifc only.
+struct plain_task final : task_ifc, cancellation_ifc {
+    explicit plain_task(std::shared_ptr<task_ifc> t) : inner(std::move(t)) {}
+    std::string get_name() const override { return inner->get_name(); }
+    std::uint32_t get_tag() const override { return inner->get_tag(); }
+    std::shared_ptr<task_container_low_level_ifc> get_container() const override {
+        return inner->get_container();
+    }
+    void run(bool skip_body) override {
+        inner->run(skip_body);
+        if (const auto held_by = std::exchange(container, nullptr))
+            held_by->remove(self.lock());
+    }
+    void set_submitter(const std::shared_ptr<task_submitter_ifc>& place) override {
+        inner->set_submitter(place);
+    }
+    std::shared_ptr<task_submitter_ifc> get_submitter() const override {
+        return inner->get_submitter();
+    }
+    std::shared_ptr<task_submitter_ifc> take_submitter() override {
+        return inner->take_submitter();
+    }
+    std::shared_ptr<ended_state_ifc> get_ended_state() const override {
+        return inner->get_ended_state();
+    }
+    bool try_claim() override { return inner->try_claim(); }
+    void set_queue(task_queue_ifc*) override {}
+    void add_run_statistics(const run_snapshot&, const run_snapshot&) override {}
+    void set_run_statistics(const run_statistics&) override {}
+    run_statistics get_run_statistics() const override { return {}; }
+    cancellation_ifc& cancellation() noexcept override { return *this; }
+    task_positions& positions() noexcept override { return inner->positions(); }
+
+    versioned_ifc* query_interface(const interface_id&) override { return nullptr; }
+    bool cancel() override { return inner->cancellation().cancel(); }
+    bool is_canceled() const override { return inner->cancellation().is_canceled(); }
+    void add_callback(cancellation_callback*) override {}
+    void remove_callback(cancellation_callback*) override {}
+
+    std::shared_ptr<task_ifc> inner;
+    std::shared_ptr<task_container_low_level_ifc> container;
+    std::weak_ptr<task_ifc> self;
+};
+
+TEST(Task, OfAnotherKindIsHeldAndRunByWhatThereIs) {
+    const auto processor = get_task_processor();
+    const auto container = std::make_shared<low_level_task_container>("");
+    for (const bool is_submitted : {true, false}) {
+        int bodies = 0;
+        const auto task =
+            std::make_shared<plain_task>(make_task("", nullptr, [&] { ++bodies; }).share());
+        task->self = task;
+        task->container = container;
+        container->add(task);
+        EXPECT_FALSE(container->wait(at_once, 0));
+        is_submitted ? processor->submit(task, 0) : processor->execute(task, true);
+        EXPECT_TRUE(container->wait(in_time, 0) && task->get_ended_state()->is_ended());
+        EXPECT_EQ(bodies, 1);
+        EXPECT_EQ(task->get_submitter(), nullptr);
+    }
+}
+
 // Asks the task about itself when it goes.
 struct curious_place final : task_submitter_ifc {
     explicit curious_place(basic_task& task) : submitted(task) {}

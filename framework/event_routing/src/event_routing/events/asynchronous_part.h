@@ -8,14 +8,12 @@ namespace zel::event_routing::impl {
 /// The body of the task. Holds neither the service nor the handler's callable.
 class asynchronous_part {
 public:
-    /// The handler stands in the list. The records are there when the part begins,
-    /// because its service waits for it.
-    asynchronous_part(thread_records& threads, std::shared_ptr<const match_list> matches,
-                      const MultiPathHandlerInfo& handler, event_data data,
+    /// The name of the task keeps the list in which the handler stands. The records are
+    /// there when the part begins, because its service waits for it.
+    asynchronous_part(thread_records& threads, const MultiPathHandlerInfo& handler, event_data data,
                       routing_parameters parameters, event_monitors::snapshot monitors)
-        : threads_(threads), matches_(std::move(matches)), handler_(&handler),
-          data_(std::move(data)), parameters_(std::move(parameters)),
-          monitors_(std::move(monitors)) {}
+        : threads_(threads), handler_(&handler), data_(std::move(data)),
+          parameters_(std::move(parameters)), monitors_(std::move(monitors)) {}
 
     /// Runs the part inside a call that the removal of the handler waits for; does
     /// nothing once the handler is retired. What the part or a monitor throws ends
@@ -24,7 +22,6 @@ public:
 
 private:
     thread_records& threads_;
-    std::shared_ptr<const match_list> matches_;
     const MultiPathHandlerInfo* handler_;
     event_data data_;
     routing_parameters parameters_;

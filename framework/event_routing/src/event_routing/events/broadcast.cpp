@@ -6,7 +6,6 @@
 #include "framework/event_routing/src/event_routing/routing/handler_failures.h"
 #include "generic/tasklib/src/tasks/deadline.h"
 #include "generic/tasklib/src/tasks/start_task.h"
-#include "generic/tasklib/src/tasks/task_library.h"
 
 #include <platform/cancellation.h>
 #include <platform/diagnostics.h>
@@ -24,6 +23,10 @@ constinit log::source_position
 // Enough for some sixty handlers of one path; who collects more takes more from the
 // heap.
 constexpr std::size_t usual_memory = 2048;
+
+std::string name_of_part(const std::string& path) {
+    return "handling of " + path + " event";
+}
 
 // This number of milliseconds stands for no limit.
 constexpr std::uint32_t no_limit = 0xFFFFFFFF;
@@ -67,7 +70,8 @@ void EventRoutingImpl::broadcast::choose_parameters() {
     if (monitors_.empty())
         return;
     if (!is_numbered(*parameters_))
-        parameters_ = &numbered_.add_number(*parameters_, next_event_message_id());
+        parameters_ =
+            &numbered_.add_number(*message_.record(), *parameters_, next_event_message_id());
     tells_monitors_ = true;
 }
 
@@ -77,7 +81,7 @@ void EventRoutingImpl::broadcast::choose_parameters() {
 void EventRoutingImpl::broadcast::recall_handlers() {
     generation_ = service_.routing_lock_.current_generation();
     if (routing_lock::is_stable(generation_))
-        matches_.recall(text_, generation_);
+        matches_.recall(paths_, generation_);
 }
 
 // Empty pieces are no paths.
@@ -94,7 +98,7 @@ void EventRoutingImpl::broadcast::split_paths(const Use& use) const {
 void EventRoutingImpl::broadcast::collect_handlers() {
     if (matches_)
         return;
-    flattening matches(text_, generation_);
+    flattening matches(paths_, generation_);
     std::array<std::byte, usual_memory> buffer;
     std::pmr::monotonic_buffer_resource memory(buffer.data(), buffer.size());
     event_routing_node::collected_handlers collected(&memory);
@@ -134,14 +138,14 @@ void EventRoutingImpl::broadcast::run_handler(const MultiPathHandlerInfo& handle
 // What the part answers; false also when it throws.
 bool EventRoutingImpl::broadcast::run_synchronous_part(const MultiPathHandlerInfo& handler,
                                                        const synchronous_event_part& part) {
-    const measurement_scope measured(message_, monitors_);
+    const measurement_scope measured(monitors_);
     bool answer = false;
     const auto failure =
         platform::guarded([&] { answer = part(*handler.path, data_, *parameters_); });
     if (failure)
         synchronous_part_failed(failure, *handler.path, handler.level,
                                 handler.handler->description);
-    measured.end("Sync: ", handler, data_, *parameters_);
+    measured.end(message_, monitors_, "Sync: ", handler, data_, *parameters_);
     return answer;
 }
 
@@ -149,18 +153,17 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
     const MultiPathHandlerInfo& handler, const std::shared_ptr<tasklib::task_queue_ifc>& queue) {
     if (service_.has_ended_.load(std::memory_order_relaxed))
         return;
-    if (!processor_)
-        processor_ = tasklib::get_task_processor();
+    // The path belongs to the list, which the name keeps for the part as well.
+    tasklib::task_name name(&name_of_part, {matches_.share(), handler.path});
     const auto task = tasklib::make_task(
-        "handling of " + *handler.path + " event", service_.tasks_->get_low_level_container(),
-        asynchronous_part(*service_.threads_, matches_.share(), handler, data_, *parameters_,
-                          monitors_.share()));
+        std::move(name), service_.tasks_->low_level(),
+        asynchronous_part(*service_.threads_, handler, data_, *parameters_, monitors_.share()));
     // A broadcast that waits for its parts starts them past their queues: it may run inside of
     // a part of such a queue, and then nothing behind that part starts before it returns.
     if (queue && !patience_)
-        tasklib::store_or_cancel(task.share(), queue, service_.tasks_, processor_);
+        tasklib::store_or_cancel(task.share(), queue, service_.tasks_);
     else
-        tasklib::submit_or_cancel(task.share(), *processor_);
+        tasklib::submit_or_cancel(task.share());
     if (patience_)
         tasks_.push_back(task);
 }
@@ -173,9 +176,9 @@ void asynchronous_part::operator()() const {
     const announced_call body(message, removal_waits::yes, *handler_->handler);
     if (!body)
         return;
-    const measurement_scope measured(message, monitors_);
+    const measurement_scope measured(monitors_);
     body->function.asynchronous_part(*handler_->path, data_, parameters_);
-    measured.end("Async: ", *handler_, data_, parameters_);
+    measured.end(message, monitors_, "Async: ", *handler_, data_, parameters_);
 }
 
 // One limit for all together. The first task that takes too long ends the waiting.
@@ -201,8 +204,8 @@ EventRoutingImpl::broadcast::~broadcast() noexcept(false) {
 
 EventRoutingImpl::broadcast::counting::~counting() {
     const auto failure = platform::guarded([&] {
-        if (const auto finished =
-                event.service_.statistics_.UpdateStatistics(event.message_.record(), event.text_)) {
+        if (const auto finished = event.service_.statistics_.UpdateStatistics(
+                event.message_.record(), event.paths_)) {
             const platform::no_cancellation to_the_end;
             WriteStatistics(*finished);
         }

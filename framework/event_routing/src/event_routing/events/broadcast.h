@@ -6,8 +6,6 @@
 #include "framework/event_routing/src/event_routing/monitors/numbered_parameters.h"
 #include "generic/tasklib/src/tasks/task.h"
 
-#include <tasklib/task_processor.h>
-
 #include <optional>
 
 namespace zel::event_routing::impl {
@@ -16,7 +14,7 @@ class EventRoutingImpl::broadcast {
 public:
     broadcast(EventRoutingImpl& service, const std::string& paths, const event_data& data,
               const routing_parameters& parameters) noexcept
-        : service_(service), paths_(paths), text_(paths), data_(data), parameters_(&parameters) {}
+        : service_(service), paths_(paths), data_(data), parameters_(&parameters) {}
     /// Tells the monitors and counts, however the broadcast ends. A monitor that ends
     /// its thread is unwound from here.
     ~broadcast() noexcept(false);
@@ -49,7 +47,6 @@ private:
 
     EventRoutingImpl& service_;
     const std::string& paths_;
-    const text_key text_;
     const event_data& data_;
     const routing_parameters* parameters_; // the caller's, unless a number was added
     message_scope message_;
@@ -63,8 +60,7 @@ private:
     current_matches<match_list> matches_{service_.records_, message_};
     // How many milliseconds to wait for the tasks; nothing: not at all.
     std::optional<std::uint32_t> patience_;
-    std::shared_ptr<tasklib::task_processor_ifc> processor_; // once a task was started
-    std::vector<tasklib::task<void>> tasks_;                 // kept only to be waited for
+    std::vector<tasklib::task<void>> tasks_; // kept only to be waited for
 };
 
 } // namespace zel::event_routing::impl

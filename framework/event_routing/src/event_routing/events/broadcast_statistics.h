@@ -9,18 +9,21 @@
 #pragma once
 
 #include "framework/event_routing/src/event_routing/events/event_statistics.h"
-#include "framework/event_routing/src/event_routing/routing/match_records.h"
+#include "framework/event_routing/src/event_routing/routing/thread_records.h"
 
 #include <platform/critical_section.h>
 
 #include <atomic>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 namespace zel::event_routing::impl {
 
 class thread_counts;
-struct text_count;
+
+/// Of a broadcast that a thread has tried to count by itself.
+enum class count_outcome { counted, credit_used_up, no_credit, no_room };
 
 /// Any thread may call any operation.
 class broadcast_statistics {
@@ -34,7 +37,7 @@ public:
     /// Counts a broadcast; `own` is the record of this thread or null. The period if it
     /// ended with this broadcast, else null; the caller writes its report.
     std::unique_ptr<const statistics_data_t> UpdateStatistics(thread_record* own,
-                                                              const text_key& paths);
+                                                              std::string_view paths);
 
     /// For the end of the service.
     std::unique_ptr<const statistics_data_t> take_period();
@@ -42,16 +45,13 @@ public:
 private:
     friend class thread_counts;
 
-    thread_counts* counts_of(thread_record& own);
+    thread_counts* add_counts(thread_record& own);
     tasklib::unbiased_clock::time_point deadline() const noexcept;
-    std::unique_ptr<const statistics_data_t> settle(thread_counts* own, bool is_counted,
-                                                    const text_key& paths, bool is_late);
-    bool has_credit(const thread_counts* own) const noexcept ZEL_REQUIRES(guard_);
-    void count_here(thread_counts* own, const text_key& paths) ZEL_REQUIRES(guard_);
-    bool is_period_full() noexcept ZEL_REQUIRES(guard_);
+    std::unique_ptr<const statistics_data_t> settle(thread_counts* own, count_outcome result,
+                                                    std::string_view paths, bool is_late);
+    bool is_period_full() ZEL_REQUIRES(guard_);
     void give_credit(thread_counts& own) noexcept ZEL_REQUIRES(guard_);
-    void absorb(thread_counts& counts) ZEL_REQUIRES(guard_);
-    void report(text_count& known, std::uint32_t count) ZEL_REQUIRES(guard_);
+    void take_counts(thread_counts& from) ZEL_REQUIRES(guard_);
     std::unique_ptr<const statistics_data_t> end_period() ZEL_REQUIRES(guard_);
 
     thread_records& threads_;
@@ -59,16 +59,16 @@ private:
     // under the guard.
     std::atomic<std::int64_t> deadline_;
 
-    // Guards the rest, and of each thread's counts what is said there; held when a credit
-    // is used up and for texts that no thread counts by itself.
+    // Guards the rest, and of each thread's counts what is said there; held when a credit is
+    // used up, or a thread has counted more texts than it has room for.
     platform::plain_lock guard_;
     std::unique_ptr<statistics_data_t> period_ ZEL_GUARDED_BY(guard_);
-    std::int32_t spare_credit_ ZEL_GUARDED_BY(guard_); // of the period; nobody was given it
+    std::uint32_t spare_credit_ ZEL_GUARDED_BY(guard_); // of the period; nobody was given it
     std::vector<thread_counts*> counting_ ZEL_GUARDED_BY(guard_);
     // Threads that were given credit in this period and in the last; others have long
     // stopped to broadcast.
-    std::int32_t takers_ ZEL_GUARDED_BY(guard_) = 0;
-    std::int32_t former_takers_ ZEL_GUARDED_BY(guard_) = 0;
+    std::uint32_t takers_ ZEL_GUARDED_BY(guard_) = 0;
+    std::uint32_t former_takers_ ZEL_GUARDED_BY(guard_) = 0;
     std::uint64_t period_number_ ZEL_GUARDED_BY(guard_) = 1;
 };
 

@@ -2,12 +2,14 @@
 
 namespace zel::event_routing::impl {
 
-void measurement_scope::tell(const char* label, const MultiPathHandlerInfo& handler,
-                             const event_data& data, const routing_parameters& parameters) const {
+void measurement_scope::tell(const message_scope& message, const event_monitors::snapshot& monitors,
+                             const measurement& begin, const char* label,
+                             const MultiPathHandlerInfo& handler, const event_data& data,
+                             const routing_parameters& parameters) {
     monitor::event_handling_info_2 info;
-    begin_->end_into(info);
+    begin.end_into(info);
     info.handler_info.emplace(handler.level, label + handler.handler->description);
-    event_monitors::NotifyMonitors(message_, monitors_, *handler.path, data, parameters, info);
+    event_monitors::NotifyMonitors(message, monitors, *handler.path, data, parameters, info);
 }
 
 void tell_of_broadcast(const message_scope& message, const event_monitors::snapshot& monitors,

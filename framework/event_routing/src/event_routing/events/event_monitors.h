@@ -19,25 +19,25 @@ using event_monitors = MonitorHandlers<void(const std::string& path, const event
 /// monitors it reads no clock, and `end` does nothing.
 class measurement_scope {
 public:
-    measurement_scope(const message_scope& message, const event_monitors::snapshot& monitors)
-        : message_(message), monitors_(monitors) {
+    explicit measurement_scope(const event_monitors::snapshot& monitors) {
         if (!monitors.empty())
             begin_.emplace();
     }
 
     /// `label`: "Sync: " or "Async: ". What a monitor throws reaches the caller.
-    void end(const char* label, const MultiPathHandlerInfo& handler, const event_data& data,
+    void end(const message_scope& message, const event_monitors::snapshot& monitors,
+             const char* label, const MultiPathHandlerInfo& handler, const event_data& data,
              const routing_parameters& parameters) const {
         if (begin_)
-            tell(label, handler, data, parameters);
+            tell(message, monitors, *begin_, label, handler, data, parameters);
     }
 
 private:
-    void tell(const char* label, const MultiPathHandlerInfo& handler, const event_data& data,
-              const routing_parameters& parameters) const;
+    static void tell(const message_scope& message, const event_monitors::snapshot& monitors,
+                     const measurement& begin, const char* label,
+                     const MultiPathHandlerInfo& handler, const event_data& data,
+                     const routing_parameters& parameters);
 
-    const message_scope& message_;
-    const event_monitors::snapshot& monitors_;
     std::optional<measurement> begin_;
 };
 

@@ -70,7 +70,7 @@ private:
     // task library any more to make it.
     std::atomic<bool> has_ended_{false};
     cumulative_events cumulative_events_;
-    spare_parameters spare_parameters_;
+    spare_parameters spare_parameters_{*threads_};
     std::shared_ptr<event_monitors> monitors_;
 };
 

@@ -44,16 +44,6 @@ struct statistics_data_t {
     std::string_view text_of(const path_count& counted) const {
         return std::string_view(texts).substr(counted.begin, counted.length);
     }
-    /// A path that was broadcast so often; several times in a row it takes one place. When
-    /// memory is short, it is not counted.
-    void add_path(std::string_view path, std::uint32_t count) {
-        if (!path_counts.empty() && path == text_of(path_counts.back())) {
-            path_counts.back().count += count;
-            return;
-        }
-        texts.append(path);
-        path_counts.push_back({texts.size() - path.size(), path.size(), count});
-    }
 };
 
 std::string report_of(const statistics_data_t& period);

@@ -42,9 +42,9 @@ struct match_list final : matches_of_text, std::enable_shared_from_this<match_li
 class flattening {
 public:
     /// Of a text of one path or of several.
-    flattening(const text_key& paths, std::uint64_t generation)
+    flattening(std::string_view paths, std::uint64_t generation)
         : list_(std::make_shared<match_list>(paths, generation)),
-          several_paths_(paths.text.find(';') != std::string_view::npos) {}
+          several_paths_(paths.find(';') != std::string_view::npos) {}
 
     /// Moves the handlers collected for one path of the text to the end of the list; those that are
     /// there already only get the path added.

@@ -1,33 +1,26 @@
 // What one thread has counted of the broadcasts of one service (broadcast_statistics.h).
 //
-// Only the thread writes the counts. Whoever ends the period, under the guard of the
-// statistics, reads them at any moment, also while the thread is in the middle of one:
+// It is a row of runs: a text, and how often it was broadcast before another one was. One word
+// says how many runs there are and how many broadcasts the thread may still count. The thread
+// changes it with each broadcast; whoever ends the period, or needs the credit, takes it away:
 //
-//     the thread                        who ends the period
-//     1 notes which text it is          1 takes the credit back: no more broadcasts are
-//     2 takes one from its credit         counted here, and the thread has counted as many as
-//     3 adds one to the text's count      it was given
-//                                       2 reads which text was noted
-//                                       3 reads the counts; if they are one less than what
-//                                         the thread has counted, it is between 2 and 3
-//                                         with the text noted
+//     the thread                               who takes it away, under the guard
+//     1 looks at the word                      1 exchanges it for one without runs and credit
+//     2 another text: writes a run behind      2 reads the runs that there were
+//       those that there are
+//     3 exchanges the word for one with
+//       this broadcast, if it is the same
+//
+// So a broadcast is either among those that were taken away, or its thread finds the word
+// changed and goes to the guard. Until it has been there it writes no run that is read.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/events/broadcast_statistics.h"
 
 #include <string>
+#include <string_view>
 
 namespace zel::event_routing::impl {
-
-/// How often a thread has broadcast a text.
-struct text_count {
-    std::string text;
-    std::size_t hash = 0;
-    // Since the thread began. Written by the thread; release and acquire for whoever
-    // reads them as the table above says.
-    std::atomic<std::uint32_t> count{0};
-    std::uint32_t reported = 0; // of these; under the guard
-};
 
 class thread_counts final : public thread_part {
 public:
@@ -37,45 +30,61 @@ public:
     thread_counts(const thread_counts&) = delete;
     thread_counts& operator=(const thread_counts&) = delete;
 
-    enum class outcome { counted, credit_used_up, not_counted };
-
     /// By the thread alone.
-    outcome count(const text_key& paths) noexcept;
+    count_outcome count(std::string_view paths) noexcept {
+        auto present = word_.load(std::memory_order_relaxed);
+        const auto credit = credit_of(present);
+        if (credit == 0)
+            return count_outcome::no_credit;
+        auto next = present - 1;
+        const auto runs = runs_of(present);
+        if (runs == 0 || text_of(runs_[runs - 1]) != paths) {
+            if (!append(runs, paths, credit))
+                return count_outcome::no_room;
+            next += one_run;
+        }
+        if (!word_.compare_exchange_strong(present, next, std::memory_order_release,
+                                           std::memory_order_relaxed))
+            return count_outcome::no_credit;
+        return credit > 1 ? count_outcome::counted : count_outcome::credit_used_up;
+    }
 
 private:
     friend class broadcast_statistics;
 
-    // Few enough that the texts and their table stay below 64 KB for a thread and a service.
-    static constexpr std::size_t most_texts = 256;
-    static constexpr std::size_t longest_text = 128;
-    // A text that is not known is counted under the guard; one in so many becomes known,
-    // which lets in what comes often.
-    static constexpr std::uint32_t refusals_for_admission = 16;
-    static constexpr std::size_t admitted_at_once = 8;
+    struct run {
+        std::uint32_t begin; // in the texts
+        std::uint32_t length;
+        std::uint32_t credit; // that the thread had before it
+    };
 
-    text_count* find(const text_key& paths) const noexcept;
+    // The more runs have room, the less often the thread goes to the guard to empty the row.
+    // These take 15 KB; most threads stay with the fewest.
+    static constexpr std::size_t fewest_runs = 16;
+    static constexpr std::size_t most_runs = 256;
+    static constexpr std::size_t bytes_per_run = 48;
 
-    // The rest by the thread, and under the guard, because others read the texts.
-    bool admits(const text_key& paths) noexcept;
-    text_count* add(const text_key& paths);
-    std::unique_ptr<text_count>& place_for(std::size_t hash) noexcept;
-    void forget_idle_texts();
-    std::int32_t take_credit_back() noexcept;
+    static constexpr std::uint64_t one_run = std::uint64_t(1) << 32;
+    static std::uint32_t runs_of(std::uint64_t word) noexcept {
+        return static_cast<std::uint32_t>(word / one_run);
+    }
+    static std::uint32_t credit_of(std::uint64_t word) noexcept {
+        return static_cast<std::uint32_t>(word);
+    }
+    std::string_view text_of(const run& one) const noexcept {
+        return {texts_.data() + one.begin, one.length};
+    }
+
+    bool append(std::uint32_t runs, std::string_view paths, std::uint32_t credit) noexcept;
+    void make_room();
 
     broadcast_statistics& all_;
-    // How many broadcasts the thread may count; below one: none. Acquire and release, as the
-    // table above says.
-    std::atomic<std::int32_t> credit_{0};
-    std::atomic<text_count*> noted_{nullptr}; // likewise
-    // A power of two of places with open addressing, at most half of them in use.
-    std::vector<std::unique_ptr<text_count>> texts_ =
-        std::vector<std::unique_ptr<text_count>>(2 * admitted_at_once);
-    std::size_t used_ = 0;
-
-    std::uint32_t refusals_ = 0;
-    std::uint64_t period_ = 0;    // in which it was given credit last
-    std::uint32_t given_ = 0;     // all credit so far, less what was taken back; wraps
-    std::uint32_t forgotten_ = 0; // counts of texts that are not known any more; wraps
+    // Release and acquire: whoever takes the word away finds the runs written.
+    std::atomic<std::uint64_t> word_{0};
+    // What there is room for. Another size they get by the thread, under the guard.
+    std::vector<run> runs_ = std::vector<run>(fewest_runs);
+    std::vector<char> texts_ = std::vector<char>(fewest_runs * bytes_per_run);
+    std::uint64_t period_ = 0; // in which it was given credit last; under the guard
 };
 
 } // namespace zel::event_routing::impl

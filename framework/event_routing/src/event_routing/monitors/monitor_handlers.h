@@ -29,6 +29,10 @@ public:
 
     explicit MonitorHandlers(std::shared_ptr<impl::thread_records> threads) noexcept
         : threads_(std::move(threads)) {}
+    /// No message of the service is under way.
+    ~MonitorHandlers() { threads_->forget_uses_of(this); }
+    MonitorHandlers(const MonitorHandlers&) = delete;
+    MonitorHandlers& operator=(const MonitorHandlers&) = delete;
 
     /// In the order of registration, until a removal puts the last one into the gap.
     class snapshot {
@@ -46,7 +50,7 @@ public:
         }
         void name_in(impl::message_scope& message) const noexcept {
             if (monitors_)
-                message.name_snapshot(monitors_);
+                message.frame().snapshot.name(reinterpret_cast<std::uintptr_t>(monitors_));
         }
 
     private:
@@ -72,14 +76,13 @@ public:
         // message costs this one look.
         if (!has_monitors_.load(std::memory_order_acquire))
             return {};
-        auto* found = latest_.load(std::memory_order_acquire);
-        while (found) {
-            message.name_snapshot(found);
-            auto* const still = latest_.load(std::memory_order_seq_cst);
-            if (still == found)
-                return snapshot(*found);
-            found = still;
-        }
+        const auto* const found = latest_.load(std::memory_order_acquire);
+        auto& named = message.frame().snapshot;
+        const auto is_still_there = [&] {
+            return latest_.load(std::memory_order_seq_cst) == found;
+        };
+        if (found && (named.kept_by(this) == found || named.name_if(found, this, is_still_there)))
+            return snapshot(*found);
         return make_snapshot(message);
     }
 
@@ -188,7 +191,7 @@ auto MonitorHandlers<Signature>::make_snapshot(impl::message_scope& message) -> 
         copy_ = std::make_shared<shared_list>(monitors_);
         latest_.store(copy_.get(), std::memory_order_release);
     }
-    message.name_snapshot(copy_.get());
+    message.frame().snapshot.name_if(copy_.get(), this, [] { return true; });
     return snapshot(*copy_);
 }
 

@@ -130,7 +130,7 @@ void RequestRoutingImpl::request::update_matches() {
     if (matches_ && matches_->generation == present && routing_lock::is_stable(present))
         return;
     keep_path();
-    service_.find_matches(matches_, text_key(path()));
+    service_.find_matches(matches_, path());
 }
 
 // Handlers may go on referring to the path when other matches take the place of those that

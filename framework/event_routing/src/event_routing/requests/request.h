@@ -23,7 +23,7 @@ public:
           error_response_(error_response), callers_parameters_(parameters),
           parameters_(parameters) {
         const auto present = service.routing_lock_.current_generation();
-        if (routing_lock::is_stable(present) && matches_.recall(text_key(path), present))
+        if (routing_lock::is_stable(present) && matches_.recall(path, present))
             path_ = &matches_->text;
         else
             path_ = &own_path_.emplace(path);

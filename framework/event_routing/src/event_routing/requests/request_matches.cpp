@@ -27,12 +27,12 @@ bool request_matches::contains(const retirable_base& handler) const noexcept {
            std::ranges::any_of(redirections, is_it);
 }
 
-std::shared_ptr<const request_matches> match_request(const text_key& path, std::uint64_t generation,
-                                                     const request_maps& maps) {
+std::shared_ptr<const request_matches>
+match_request(std::string_view path, std::uint64_t generation, const request_maps& maps) {
     auto matches = std::make_shared<request_matches>(path, generation);
-    matches->redirections = collect(path.text, maps.redirections);
-    matches->regular = collect(path.text, maps.handlers);
-    matches->fallbacks = collect(path.text, maps.fallbacks);
+    matches->redirections = collect(path, maps.redirections);
+    matches->regular = collect(path, maps.handlers);
+    matches->fallbacks = collect(path, maps.fallbacks);
     // Within a priority they stay in the order of collection.
     std::stable_sort(matches->regular.begin(), matches->regular.end(),
                      [](const auto& a, const auto& b) { return a.priority > b.priority; });

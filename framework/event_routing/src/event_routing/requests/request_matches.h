@@ -40,7 +40,7 @@ struct request_maps {
 };
 
 /// The maps must not change meanwhile.
-std::shared_ptr<const request_matches> match_request(const text_key& path, std::uint64_t generation,
-                                                     const request_maps& maps);
+std::shared_ptr<const request_matches>
+match_request(std::string_view path, std::uint64_t generation, const request_maps& maps);
 
 } // namespace zel::event_routing::impl

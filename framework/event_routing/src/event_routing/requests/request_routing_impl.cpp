@@ -80,7 +80,7 @@ void RequestRoutingImpl::notify_of_registration(IEventRouting& events, const std
 }
 
 void RequestRoutingImpl::find_matches(current_matches<request_matches>& matches,
-                                      const text_key& path) {
+                                      std::string_view path) {
     matches.update(routing_lock_, path,
                    // Under the lock, which the analysis cannot see from here.
                    [&](routing_lock::generation present) ZEL_THREAD_ATTRIBUTE(

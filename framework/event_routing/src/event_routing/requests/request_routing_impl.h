@@ -60,7 +60,7 @@ private:
 
     static void notify_of_registration(IEventRouting& events, const std::string& path);
 
-    void find_matches(current_matches<request_matches>& matches, const text_key& path);
+    void find_matches(current_matches<request_matches>& matches, std::string_view path);
 
     const std::shared_ptr<thread_records> threads_ = thread_records::shared();
     const parameter_names parameter_names_;

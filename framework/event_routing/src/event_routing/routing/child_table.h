@@ -5,8 +5,9 @@
 // a look-up here, and there is one look-up for every subnode of a routed path.
 #pragma once
 
+#include "framework/event_routing/src/event_routing/routing/text_hash.h"
+
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -28,7 +29,7 @@ public:
     Node* find(std::string_view name) const noexcept {
         if (slots_.empty())
             return nullptr;
-        const slot& found = slots_[place_of(name, hash(name))];
+        const slot& found = slots_[place_of(name, text_hash(name))];
         return found.entry ? &found.entry->node : nullptr;
     }
 
@@ -36,7 +37,7 @@ public:
         // At most half full: a search ends soon, and always.
         if (2 * (count_ + 1) > slots_.size())
             grow();
-        const std::size_t hashed = hash(name);
+        const std::size_t hashed = text_hash(name);
         slot& found = slots_[place_of(name, hashed)];
         if (!found.entry) {
             found = {hashed, std::make_unique<child>(name)};
@@ -71,10 +72,6 @@ private:
         std::size_t hash = 0;
         std::unique_ptr<child> entry;
     };
-
-    static std::size_t hash(std::string_view name) noexcept {
-        return std::hash<std::string_view>()(name);
-    }
 
     // Where the name stands or, if it is not there, belongs.
     std::size_t place_of(std::string_view name, std::size_t hashed) const noexcept {

@@ -27,7 +27,7 @@ public:
     std::shared_ptr<const Matches> share() const { return matches_->shared_from_this(); }
 
     /// Remembered matches of this generation. False when there are none.
-    bool recall(const text_key& text, std::uint64_t generation) {
+    bool recall(std::string_view text, std::uint64_t generation) {
         own_.reset();
         matches_ = records_.recall(message_, text, generation);
         return matches_;
@@ -49,7 +49,7 @@ public:
     /// Those that hold right now. Waits for a registration on another thread. `collect` is
     /// called with the generation, under the lock held shared.
     template <class Collect>
-    void update(routing_lock& lock, const text_key& text, const Collect& collect) {
+    void update(routing_lock& lock, std::string_view text, const Collect& collect) {
         const auto present = lock.current_generation();
         if (routing_lock::is_stable(present) && recall(text, present))
             return;

@@ -12,11 +12,10 @@
 //     };
 //     match_records<matches_of_request> records(threads);
 //
-//     const text_key text(path);
 //     const auto generation = ...; // before the look-up, so that a change is never missed
-//     auto* matches = records.recall(message, text, generation);
+//     auto* matches = records.recall(message, path, generation);
 //     if (!matches)
-//         records.remember(made = collect(text, generation)); // which the message keeps
+//         records.remember(made = collect(path, generation)); // which the message keeps
 //
 // current_matches.h does that for a message.
 //
@@ -28,16 +27,19 @@
 //     1 names the matches                 1 takes them out of the table
 //     2 are they in the table?            2 does a frame name them? then keeps them
 //
-// Both steps on either side are sequentially consistent, so at least one sees the other.
+// Both steps on either side are sequentially consistent, so at least one sees the other. What
+// the frame still names from the message before needs neither step: it has stayed since then,
+// and its generation tells whether it holds.
 #pragma once
 
+#include "framework/event_routing/src/event_routing/routing/text_hash.h"
 #include "framework/event_routing/src/event_routing/routing/thread_records.h"
 
 #include <platform/critical_section.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -46,19 +48,10 @@
 
 namespace zel::event_routing::impl {
 
-/// A text to look for; it must outlive the key.
-struct text_key {
-    explicit text_key(std::string_view routed) noexcept
-        : text(routed), hash(std::hash<std::string_view>()(routed)) {}
-
-    const std::string_view text;
-    const std::size_t hash;
-};
-
 /// The base of what can be remembered.
 struct matches_of_text : handler_list_base {
-    matches_of_text(const text_key& key, std::uint64_t number_of_changes)
-        : text(key.text), hash(key.hash), generation(number_of_changes) {}
+    matches_of_text(std::string_view routed, std::uint64_t number_of_changes)
+        : text(routed), hash(text_hash(routed)), generation(number_of_changes) {}
 
     const std::string text;
     const std::size_t hash;
@@ -79,14 +72,19 @@ public:
         current_.store(tables_.back().get(), std::memory_order_relaxed);
     }
     /// No message of the service is under way.
-    ~match_records() { threads_.let_removals_pass(); }
+    ~match_records() { threads_.forget_uses_of(this); }
     match_records(const match_records&) = delete;
     match_records& operator=(const match_records&) = delete;
 
     /// What the text matched in this generation, or null. Good until the message ends or
     /// recalls or keeps other matches.
-    const Matches* recall(message_scope& message, const text_key& text,
-                          std::uint64_t generation) const;
+    const Matches* recall(message_scope& message, std::string_view text,
+                          std::uint64_t generation) const {
+        const auto* const last = as_matches(message.frame().list.kept_by(this));
+        return last && last->generation == generation && last->text == text
+                   ? last
+                   : find(message, text, generation);
+    }
 
     /// Remembers matches for others, if there is room; see below. Throws when memory is
     /// short, and changes nothing.
@@ -125,9 +123,17 @@ private:
     // they are.
     static constexpr std::uint32_t refusals_for_admission = 16;
 
-    // As many may wait until no frame names them before somebody looks for that.
-    static constexpr std::size_t most_replaced = 32;
+    // As many may wait until no frame names them before somebody looks for that, and then
+    // twice as many as are left. Threads that send nothing go on naming what they used last.
+    static constexpr std::size_t least_replaced = 32;
 
+    const Matches* find(message_scope& message, std::string_view text,
+                        std::uint64_t generation) const;
+    // Lists are named by the address of that base, into which removals look.
+    static const handler_list_base* as_list(const Matches* matches) noexcept { return matches; }
+    static const Matches* as_matches(const void* list) noexcept {
+        return static_cast<const Matches*>(static_cast<const handler_list_base*>(list));
+    }
     table& current() const noexcept { return *current_.load(std::memory_order_acquire); }
     static std::size_t place_of(const table& in, const Matches& wanted) noexcept;
     static void put(slot& to, pointer matches) noexcept;
@@ -148,25 +154,27 @@ private:
     std::size_t hand_ ZEL_GUARDED_BY(guard_) = 0; // of the clock: who stands there goes next
     std::uint32_t refusals_ ZEL_GUARDED_BY(guard_) = 0;
     std::vector<pointer> replaced_ ZEL_GUARDED_BY(guard_); // out of the table, perhaps named
+    std::size_t room_for_replaced_ ZEL_GUARDED_BY(guard_) = least_replaced;
 };
 
 template <class Matches>
-const Matches* match_records<Matches>::recall(message_scope& message, const text_key& text,
-                                              std::uint64_t generation) const {
+const Matches* match_records<Matches>::find(message_scope& message, std::string_view text,
+                                            std::uint64_t generation) const {
     const table& in = current();
-    for (std::size_t place = text.hash & in.mask();; place = in.next(place)) {
+    const std::size_t hash = text_hash(text);
+    for (std::size_t place = hash & in.mask();; place = in.next(place)) {
         const slot& at = in.slots[place];
         const Matches* const found = at.matches.load(std::memory_order_acquire);
         if (!found)
             return nullptr;
-        if (at.hash.load(std::memory_order_relaxed) != text.hash)
+        if (at.hash.load(std::memory_order_relaxed) != hash)
             continue;
         const auto is_still_there = [&] {
             return at.matches.load(std::memory_order_seq_cst) == found;
         };
-        if (!message.name_if(found, is_still_there))
+        if (!message.frame().list.name_if(as_list(found), this, is_still_there))
             return nullptr; // being replaced: as good as not known
-        if (found->hash == text.hash && found->text == text.text)
+        if (found->hash == hash && found->text == text)
             return found->generation == generation ? found : nullptr;
     }
 }
@@ -177,10 +185,11 @@ void match_records<Matches>::remember(const pointer& matches) {
         return;
     std::vector<pointer> unused; // goes when the guard is free
     platform::scoped_lock inside(guard_);
-    if (replaced_.size() >= most_replaced)
+    if (replaced_.size() >= room_for_replaced_) {
         unused = take_unused();
-    if (replaced_.size() == replaced_.capacity())
-        replaced_.reserve(replaced_.size() + most_replaced);
+        room_for_replaced_ = std::max(least_replaced, 2 * replaced_.size());
+    }
+    replaced_.reserve(room_for_replaced_);
     slot& known = current().slots[place_of(current(), *matches)];
     if (known.owner) {
         if (known.owner->generation > matches->generation)
@@ -267,7 +276,7 @@ auto match_records<Matches>::take_unused() -> std::vector<pointer> {
     std::vector<pointer> unused;
     unused.reserve(replaced_.size());
     std::erase_if(replaced_, [&](pointer& matches) {
-        if (threads_.is_named(static_cast<const handler_list_base*>(matches.get())))
+        if (threads_.is_named(as_list(matches.get())))
             return false;
         unused.push_back(std::move(matches));
         return true;

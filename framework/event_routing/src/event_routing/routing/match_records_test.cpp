@@ -21,14 +21,14 @@ class MatchRecords : public testing::Test {
 protected:
     std::shared_ptr<matches> remembered(const std::string& text, std::uint64_t generation,
                                         std::size_t handlers = 1) {
-        const auto made = std::make_shared<matches>(text_key(text), generation);
+        const auto made = std::make_shared<matches>(text, generation);
         made->handlers = handlers;
         records.remember(made);
         return made;
     }
     const matches* recalled(const std::string& text, std::uint64_t generation) {
         message_scope message(*threads);
-        return records.recall(message, text_key(text), generation);
+        return records.recall(message, text, generation);
     }
 
     const std::shared_ptr<thread_records> threads = thread_records::shared();
@@ -48,22 +48,26 @@ TEST_F(MatchRecords, HoldForOneGeneration) {
     EXPECT_EQ(recalled("large", 2), nullptr);
 }
 
-// While a message uses them, also one inside of another, and not much longer.
-TEST_F(MatchRecords, KeepWhatWasReplacedWhileAMessageNamesIt) {
+// While a message uses them, also one inside of another, and until its frame names others.
+TEST_F(MatchRecords, KeepWhatWasReplacedWhileAFrameNamesIt) {
     std::weak_ptr<matches> named = remembered("a", 1), used_before = remembered("b", 1);
     std::optional<message_scope> outer;
     outer.emplace(*threads);
-    ASSERT_EQ(records.recall(*outer, text_key("a"), 1), named.lock().get());
+    ASSERT_EQ(records.recall(*outer, "a", 1), named.lock().get());
     EXPECT_EQ(recalled("b", 1), used_before.lock().get());
     for (std::uint64_t generation = 2; generation < 200; ++generation) {
         remembered("a", generation);
         remembered("b", generation);
     }
     EXPECT_FALSE(named.expired());
-    EXPECT_TRUE(used_before.expired());
+    EXPECT_FALSE(used_before.expired()) << "the next message like that one has it at hand";
+    EXPECT_NE(recalled("b", 199), nullptr);
     outer.reset();
-    for (std::uint64_t generation = 200; generation < 300; ++generation)
+    EXPECT_EQ(recalled("a", 1), named.lock().get());
+    EXPECT_NE(recalled("a", 199), named.lock().get());
+    for (std::uint64_t generation = 200; generation < 400; ++generation)
         remembered("b", generation);
+    EXPECT_TRUE(used_before.expired());
     EXPECT_TRUE(named.expired());
 }
 
@@ -96,7 +100,7 @@ TEST_F(MatchRecords, AreFoundWholeWhileOthersReplaceThem) {
             for (std::uint64_t i = 0; !ends; ++i) {
                 const auto text = std::to_string(i % 400);
                 message_scope message(*threads);
-                const auto* const one = records.recall(message, text_key(text), 7);
+                const auto* const one = records.recall(message, text, 7);
                 if (!one)
                     continue;
                 ++found;
@@ -109,8 +113,8 @@ TEST_F(MatchRecords, AreFoundWholeWhileOthersReplaceThem) {
     ends = true;
 }
 
-// A removal looks into the lists of all services. One that ends meanwhile must not take its
-// lists along under that look.
+// A removal looks into the lists of all services, and threads name what they used last. A
+// service that ends must not take its lists along under such a look, nor leave them named.
 TEST_F(MatchRecords, AreNotGivenBackWhileARemovalLooksIntoThem) {
     struct slow_matches final : matches_of_text {
         using matches_of_text::matches_of_text;
@@ -123,20 +127,21 @@ TEST_F(MatchRecords, AreNotGivenBackWhileARemovalLooksIntoThem) {
         platform::signal* looks = nullptr;
         platform::signal* go_on = nullptr;
     };
-    platform::signal looks, go_on, named, left, ended;
+    platform::signal looks, go_on, named, left, ended, sender_may_end;
     auto service = std::make_unique<match_records<slow_matches>>(*threads);
-    const auto made = std::make_shared<slow_matches>(text_key("a"), 1);
+    const auto made = std::make_shared<slow_matches>("a", 1);
     made->looks = &looks;
     made->go_on = &go_on;
     service->remember(made);
     std::jthread sender([&] {
         {
             message_scope message(*threads);
-            EXPECT_NE(service->recall(message, text_key("a"), 1), nullptr);
+            EXPECT_NE(service->recall(message, "a", 1), nullptr);
             named.set();
             EXPECT_TRUE(looks.comes());
         }
         left.set();
+        EXPECT_TRUE(sender_may_end.comes());
     });
     ASSERT_TRUE(named.comes());
     std::jthread remover([&] { retirable<int>(1).retire(*threads); });
@@ -149,6 +154,12 @@ TEST_F(MatchRecords, AreNotGivenBackWhileARemovalLooksIntoThem) {
     EXPECT_FALSE(ended.wait(platform::milliseconds(0)));
     go_on.set();
     EXPECT_TRUE(ended.comes());
+    // The sender, which is still there, names it no more.
+    looks.reset();
+    retirable<int>(2).retire(*threads);
+    EXPECT_FALSE(looks.wait(platform::milliseconds(0)));
+    EXPECT_EQ(made.use_count(), 1);
+    sender_may_end.set();
 }
 
 } // namespace

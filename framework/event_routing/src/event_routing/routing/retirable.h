@@ -86,6 +86,11 @@ private:
     template <class>
     friend class announced_call;
 
+    void end_call(thread_records& threads, call_place& place, removal_waits waited) noexcept {
+        if (threads.end_call(place, *this, waited))
+            clear_up();
+    }
+
     void clear_up() noexcept {
         const platform::no_cancellation to_the_end;
         callable_.reset();
@@ -115,11 +120,13 @@ public:
         platform::light_barrier();
         may_run_ = !target.is_retired();
     }
-    ~announced_call() {
+    // Inline also where the stack is unwound: the object would have to be in memory for that,
+    // which takes a call longer than all the rest of its announcement.
+    [[gnu::always_inline]] ~announced_call() {
         place_.target.store(0, std::memory_order_release);
         platform::light_barrier();
-        if (target_.is_retired() && threads_.end_call(place_, target_, waits_))
-            target_.clear_up();
+        if (target_.is_retired())
+            target_.end_call(threads_, place_, waits_);
     }
     announced_call(const announced_call&) = delete;
     announced_call& operator=(const announced_call&) = delete;

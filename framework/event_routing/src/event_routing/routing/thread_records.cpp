@@ -20,14 +20,14 @@ bool is_of(std::uintptr_t word, const retirable_base& callable) noexcept {
 
 bool names(const message_frame& frame, const retirable_base& callable) noexcept {
     if (callable.role() == callable_role::monitor) // in which snapshot, nobody knows
-        return frame.snapshot.load(std::memory_order_seq_cst) != nullptr;
-    const auto word = frame.named.load(std::memory_order_seq_cst);
+        return frame.snapshot.word() != 0;
+    const auto word = frame.list.word();
     if (word == 0)
         return false;
-    if (word & message_frame::any)
+    if (word & named_use::any)
         return true;
-    if (word & message_frame::one)
-        return word == (reinterpret_cast<std::uintptr_t>(&callable) | message_frame::one);
+    if (word & named_use::one)
+        return word == (reinterpret_cast<std::uintptr_t>(&callable) | named_use::one);
     return reinterpret_cast<const handler_list_base*>(word)->contains(callable);
 }
 
@@ -201,15 +201,20 @@ bool thread_records::end_call(call_place& place, retirable_base& used,
 }
 
 bool thread_records::is_named(const void* used) const noexcept {
-    const auto word = reinterpret_cast<std::uintptr_t>(used);
     platform::scoped_lock inside(guard_);
     bool found = false;
     for_each_frame([&](const thread_record&, const message_frame& frame) {
-        const auto named = frame.named.load(std::memory_order_seq_cst);
-        found = found || (named & ~message_frame::any) == word ||
-                frame.snapshot.load(std::memory_order_seq_cst) == used;
+        found = found || frame.list.is(used) || frame.snapshot.is(used);
     });
     return found;
+}
+
+void thread_records::forget_uses_of(const void* keeper) noexcept {
+    platform::scoped_lock inside(guard_);
+    for_each_frame([&](const thread_record&, message_frame& frame) {
+        frame.list.forget(keeper);
+        frame.snapshot.forget(keeper);
+    });
 }
 
 void thread_records::add_part(thread_record& own, const void* service,

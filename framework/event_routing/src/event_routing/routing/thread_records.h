@@ -15,6 +15,10 @@
 // A removal therefore needs the heavy barrier, which reaches all threads, only when its
 // callable is among what another thread names; if it was named later, the message finds
 // the callable retired.
+//
+// A list that a service keeps stays named after the message has ended, until the frame names
+// something else or the service ends. So a thread that sends the same message again and again
+// has its list at hand and makes no fence.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/routing/service_parts.h"
@@ -84,15 +88,75 @@ protected:
     ~handler_list_base() = default;
 };
 
-/// The frame of one message. Read by others, so it has lines of the cache of its own.
-struct alignas(64) message_frame {
-    // Which handlers the message may call: none (0), those of a list (its address), any
-    // (with the bit `any`), or one (its address and the bit `one`).
+/// What a message uses without a reference: a list of handlers, or a snapshot of monitors.
+class named_use {
+public:
+    // Nothing (0), what the address says, something that nobody may look into (with the bit
+    // `any`, and perhaps an address), or one handler (its address and the bit `one`).
     static constexpr std::uintptr_t any = 1;
     static constexpr std::uintptr_t one = 2;
-    std::atomic<std::uintptr_t> named{0};
-    // The snapshot of monitors that it uses.
-    std::atomic<const void*> snapshot{nullptr};
+
+    std::uintptr_t word() const noexcept { return word_.load(std::memory_order_seq_cst); }
+    bool is(const void* used) const noexcept {
+        return (word() & ~any) == reinterpret_cast<std::uintptr_t>(used);
+    }
+
+    // By the thread alone.
+
+    void name(std::uintptr_t word, const void* keeper = nullptr) noexcept {
+        word_.exchange(word, std::memory_order_seq_cst);
+        keeper_.store(keeper, std::memory_order_release);
+    }
+    /// Names what is only known to be there if `is_still_there` says so afterwards. Then it
+    /// stays until something else is named here, or the keeper ends.
+    template <class Check>
+    bool name_if(const void* used, const void* keeper, const Check& is_still_there) noexcept {
+        const auto word = reinterpret_cast<std::uintptr_t>(used);
+        name(word | any, keeper);
+        if (!is_still_there()) {
+            keeper_.store(nullptr, std::memory_order_release);
+            return false;
+        }
+        word_.store(word, std::memory_order_release);
+        return true;
+    }
+    /// What this living keeper has that is named already, by this message or by one before
+    /// it, or null.
+    const void* kept_by(const void* keeper) const noexcept {
+        if (keeper_.load(std::memory_order_relaxed) != keeper)
+            return nullptr;
+        // Null where the keeper was another one of the same address, which has ended.
+        return reinterpret_cast<const void*>(word_.load(std::memory_order_relaxed));
+    }
+    void end_message() noexcept {
+        // Release: whoever finds nothing named may destroy what was.
+        if (!keeper_.load(std::memory_order_relaxed))
+            word_.store(0, std::memory_order_release);
+    }
+
+    /// By a keeper that ends, and of which no message uses anything.
+    void forget(const void* keeper) noexcept {
+        // In this order: of what another keeper has, that other keeper is read, or a later one.
+        auto word = word_.load(std::memory_order_acquire);
+        const bool is_kept = word != 0 && (word & (any | one)) == 0;
+        if (is_kept && keeper_.load(std::memory_order_acquire) == keeper)
+            word_.compare_exchange_strong(word, 0, std::memory_order_relaxed);
+    }
+
+private:
+    // Sequentially consistent where a message names something and then looks whether it is
+    // still there, or whom it calls is retired; else release and acquire.
+    std::atomic<std::uintptr_t> word_{0};
+    // Who has what is named, if that stays named after the message; else null. Written while
+    // the word has the bit `any`, so what is named without it is the keeper's. Release and
+    // acquire for that.
+    std::atomic<const void*> keeper_{nullptr};
+};
+
+/// The frame of one message. Read by others, so it has lines of the cache of its own.
+struct alignas(64) message_frame {
+    named_use list;
+    named_use snapshot;
 
     call_place& place_of(callable_role role) noexcept {
         return role == callable_role::handler ? handler : monitor;
@@ -181,9 +245,9 @@ public:
 
     /// Whether a frame names this list or snapshot, so that it has to be kept.
     bool is_named(const void* used) const noexcept;
-    /// For lists that nobody names any more, before they go: a removal may have seen a frame
-    /// that did, and still look into one of them.
-    void let_removals_pass() const noexcept { platform::scoped_lock inside(guard_); }
+    /// No frame names anything of this keeper any more, and no removal looks into it. No
+    /// message uses it.
+    void forget_uses_of(const void* keeper) noexcept;
 
     /// Keeps a part of a service in this thread's record. Throws std::bad_alloc.
     void add_part(thread_record& own, const void* service, std::unique_ptr<thread_part> part);
@@ -218,9 +282,8 @@ public:
     ~message_scope() {
         if (!frame_)
             return;
-        // Release: whoever finds nothing named may destroy what was.
-        frame_->snapshot.store(nullptr, std::memory_order_release);
-        frame_->named.store(0, std::memory_order_release);
+        frame_->snapshot.end_message();
+        frame_->list.end_message();
         record_->leave();
     }
     message_scope(const message_scope&) = delete;
@@ -238,27 +301,10 @@ public:
     /// Null before `enter`.
     thread_record* record() const noexcept { return record_; }
 
-    /// Names what is only known to be a list if `is_still_there` says so afterwards. Then it
-    /// stays until the scope ends or names something else.
-    template <class Check>
-    bool name_if(const handler_list_base* list, const Check& is_still_there) noexcept {
-        const auto word = reinterpret_cast<std::uintptr_t>(list);
-        frame_->named.exchange(word | message_frame::any, std::memory_order_seq_cst);
-        if (!is_still_there())
-            return false;
-        frame_->named.store(word, std::memory_order_release);
-        return true;
-    }
     /// The message keeps its list itself, so others must not look into it.
-    void name_any() noexcept {
-        frame_->named.exchange(message_frame::any, std::memory_order_seq_cst);
-    }
+    void name_any() noexcept { frame_->list.name(named_use::any); }
     void name_one(const retirable_base& handler) noexcept {
-        frame_->named.exchange(reinterpret_cast<std::uintptr_t>(&handler) | message_frame::one,
-                               std::memory_order_seq_cst);
-    }
-    void name_snapshot(const void* snapshot) noexcept {
-        frame_->snapshot.exchange(snapshot, std::memory_order_seq_cst);
+        frame_->list.name(reinterpret_cast<std::uintptr_t>(&handler) | named_use::one);
     }
 
 private:

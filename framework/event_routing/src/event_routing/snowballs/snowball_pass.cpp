@@ -58,7 +58,7 @@ void SnowballRoutingImpl::snowball_pass::choose_parameters() {
 }
 
 void SnowballRoutingImpl::snowball_pass::DispatchSnowball() {
-    service_.find_matches(matches_, text_key(path_));
+    service_.find_matches(matches_, path_);
     for (const auto& match : matches_->handlers) {
         const announced_call handler(message_, removal_waits::yes, *match.handler);
         if (!handler)
@@ -92,13 +92,13 @@ bool SnowballRoutingImpl::snowball_matches::contains(const retirable_base& handl
 }
 
 void SnowballRoutingImpl::find_matches(current_matches<snowball_matches>& matches,
-                                       const text_key& path) {
+                                       std::string_view path) {
     matches.update(routing_lock_, path,
                    // Under the lock, which the analysis cannot see from here.
                    [&](routing_lock::generation present)
                        ZEL_THREAD_ATTRIBUTE(no_thread_safety_analysis) {
                            snowball_routing_node::collected_handlers collected;
-                           handlers_.CollectHandlers(path.text, collected);
+                           handlers_.CollectHandlers(path, collected);
                            auto made = std::make_shared<snowball_matches>(path, present);
                            made->handlers.assign(std::make_move_iterator(collected.begin()),
                                                  std::make_move_iterator(collected.end()));

@@ -60,7 +60,7 @@ private:
         std::vector<snowball_routing_node::collected_handler> handlers;
     };
 
-    void find_matches(current_matches<snowball_matches>& matches, const text_key& path);
+    void find_matches(current_matches<snowball_matches>& matches, std::string_view path);
 
     const std::shared_ptr<thread_records> threads_ = thread_records::shared();
     routing_lock routing_lock_;
