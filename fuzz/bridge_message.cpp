@@ -13,8 +13,7 @@ namespace {
 
 using namespace event_routing::nats;
 
-// A path of an event takes 12 bytes at least and 40 in memory, in a vector that grows; the body
-// is copied once.
+// A path of an event takes 12 bytes at least and 40 in memory, in a vector that grows.
 constexpr memory_limit limit{96};
 
 void check_subject(std::string_view subject) {

@@ -9,7 +9,7 @@
 #include <platform/event.h>
 
 #include <algorithm>
-#include <atomic>
+#include <limits>
 #include <nats/nats.h>
 #include <utility>
 #include <vector>
@@ -68,6 +68,9 @@ struct connection::state {
     };
 
     const std::function<void(bool)> on_change;
+    // What may wait for one subscription in libnats: as much as may wait behind it.
+    int most_waiting = 0;
+    int most_waiting_bytes = 0;
     natsConnection* nats = nullptr;
     std::vector<natsSubscription*> subscriptions;
     platform::critical_section guard;              // of the count
@@ -123,6 +126,12 @@ struct connection::state {
 
 void connection::state::connect(const bridge_options& options, const std::string& origin,
                                 sending mode) {
+    const auto limited = [](std::size_t limit) {
+        return static_cast<int>(
+            std::min<std::size_t>(limit, std::numeric_limits<std::int32_t>::max()));
+    };
+    most_waiting = limited(options.most_waiting);
+    most_waiting_bytes = limited(options.most_waiting_bytes);
     natsOptions* made = nullptr;
     require(natsOptions_Create(&made), "making options");
     const std::unique_ptr<natsOptions, destroy_options> owned(made);
@@ -231,6 +240,7 @@ void connection::subscribe(const std::string& subject, message_handler handler,
         ++state_->running;
         state_->quiet.reset();
     }
+    natsSubscription_SetPendingLimits(nats, state_->most_waiting, state_->most_waiting_bytes);
     const natsStatus status =
         natsSubscription_SetOnCompleteCB(nats, &state::subscription_ended, made.get());
     made.release(); // NOLINT(bugprone-unused-return-value): libnats gives it back at the end

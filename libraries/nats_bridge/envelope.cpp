@@ -9,6 +9,13 @@ namespace {
 // Raised whenever a field changes: a host of another version is refused instead of misread.
 constexpr std::uint8_t version = 1;
 
+// Reads where the bytes lie.
+class in_span_stream final : public serialization::in_blob_stream_base {
+public:
+    explicit in_span_stream(std::span<const std::uint8_t> bytes) noexcept
+        : in_blob_stream_base(bytes.data(), bytes.size()) {}
+};
+
 // Where bytes are missing the streams throw std::runtime_error, which is no failure of ours.
 template <class Read>
 void read_or_refuse(Read&& read) {
@@ -42,8 +49,7 @@ Envelope read_envelope(std::span<const std::uint8_t> bytes) {
                                 ", and this host reads version " + std::to_string(version) + ".");
     Envelope envelope;
     read_or_refuse([&] {
-        const byte_vector body(bytes.begin() + 2, bytes.end());
-        serialization::in_blob_ref_stream in(body);
+        in_span_stream in(bytes.subspan(2));
         serialization::Deserialize(in, envelope);
         if (in.remaining() != 0)
             throw exceptions::error("Something follows an envelope.");

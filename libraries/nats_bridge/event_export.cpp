@@ -120,11 +120,14 @@ void event_export::take(const std::string& channel, const std::string& paths,
     {
         platform::scoped_lock inside(guard_);
         number_paths(event);
+        // Only then may the thread that sends be asleep for want of events.
+        const bool was_empty = row_.empty();
         dropped = row_.push(std::move(event), size);
-        if (!row_.empty())
+        if (was_empty && !row_.empty()) {
             sent_.reset();
+            wake_.set();
+        }
     }
-    wake_.set();
     for (const auto& left : dropped)
         not_sent(left);
 }
