@@ -111,12 +111,12 @@ struct bridge_options {
     /// Names this host to people, in failures and in the log of others.
     std::string host;
 
-    std::vector<event_pattern> export_events;
-    std::vector<event_pattern> import_events;
-    std::vector<asked_requests> ask_requests;
-    std::vector<served_requests> serve_requests;
-    std::vector<sent_snowballs> send_snowballs;
-    std::vector<served_snowballs> serve_snowballs;
+    std::vector<event_pattern> export_events;      ///< what others may hear
+    std::vector<event_pattern> import_events;      ///< what is broadcast here
+    std::vector<asked_requests> ask_requests;      ///< see there
+    std::vector<served_requests> serve_requests;   ///< see there
+    std::vector<sent_snowballs> send_snowballs;    ///< see there
+    std::vector<served_snowballs> serve_snowballs; ///< see there
     /// Names of hosts that wait_until_ready waits for.
     std::vector<std::string> expected_hosts;
     /// Requests and snowballs of others that wait for a thread; further ones are refused, and told
@@ -158,8 +158,8 @@ inline constexpr const char* configuration_variable = "EVENT_ROUTING_BRIDGE_CONF
 
 /// What has happened since the bridge was made.
 struct bridge_counts {
-    std::uint64_t events_sent = 0;
-    std::uint64_t events_received = 0;
+    std::uint64_t events_sent = 0;     ///< handed to the server
+    std::uint64_t events_received = 0; ///< of others, also those refused
     std::uint64_t events_not_sent = 0; ///< dropped here: no room, too large, too many hops
     std::uint64_t events_lost = 0;    ///< of others, found missing here or dropped for want of room
     std::uint64_t events_refused = 0; ///< received, and no envelope or of an unknown type
@@ -185,6 +185,7 @@ public:
     [[gnu::noinline]] request_failed(const std::string& message, execution happened)
         : error(message, __builtin_return_address(0)), happened_(happened) {}
 
+    /// Whether the request was executed.
     execution happened() const noexcept { return happened_; }
 
 private:
@@ -205,7 +206,7 @@ public:
     /// The same.
     remote_handler_failed& operator=(const remote_handler_failed&) = default;
 
-    const std::string& host() const noexcept { return content_->host; }
+    const std::string& host() const noexcept { return content_->host; } ///< by its name
     const std::string& type() const noexcept { return content_->type; } ///< of what was thrown
     const std::string& text() const noexcept { return content_->text; } ///< its message
 
@@ -243,6 +244,7 @@ public:
     /// By which others tell this process from an earlier one of the same name.
     const std::string& origin() const noexcept;
 
+    /// Each figure is read by itself while messages go on.
     bridge_counts counts() const;
 
 private:
