@@ -72,16 +72,22 @@ bool basic_task::cancel() {
     return false;
 }
 
-// The run does not get past its `stopped` meanwhile, so the number still names the thread that
-// runs this task.
-void basic_task::raise_running_thread() {
+// The end of the run waits meanwhile, if it has not come yet.
+template <class Look>
+void basic_task::unless_stopped(const Look& look) const {
     platform::scoped_lock inside(guard_);
-    if (progress_.fetch_or(raising, std::memory_order_acq_rel) & stopped)
+    if (progress_.fetch_or(looked_at, std::memory_order_acq_rel) & stopped)
         return;
-    const auto thread = ended_state_->running_thread();
-    if (thread != platform::no_thread)
-        platform::raise_to_normal_priority(thread);
-    progress_.fetch_and(~std::uint32_t{raising}, std::memory_order_release);
+    look();
+    progress_.fetch_and(~std::uint32_t{looked_at}, std::memory_order_release);
+}
+
+void basic_task::raise_running_thread() {
+    unless_stopped([&] { // so the number still names the thread that runs this task
+        const auto thread = ended_state_->running_thread();
+        if (thread != platform::no_thread)
+            platform::raise_to_normal_priority(thread);
+    });
 }
 
 void basic_task::enter_holder(task_holder_ifc& holder) noexcept {
@@ -92,7 +98,7 @@ void basic_task::enter_holder(task_holder_ifc& holder) noexcept {
 }
 
 bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {
-    platform::scoped_lock inside(guard_); // nobody asks the holder for itself meanwhile
+    platform::scoped_lock inside(guard_); // get_container does not ask the holder meanwhile
     if (holder_.load(std::memory_order_relaxed) != &holder)
         return true;
     auto before = progress_.load(std::memory_order_acquire);
@@ -104,14 +110,15 @@ bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {
 }
 
 std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const {
-    platform::scoped_lock inside(guard_);
-    const auto now = progress_.load(std::memory_order_acquire);
-    if (now & stopped)
-        return nullptr;
-    auto* const holder = holder_.load(std::memory_order_acquire);
-    if (!holder)
-        return container_.lock();
-    return now & let_go ? nullptr : holder->container();
+    std::shared_ptr<task_container_low_level_ifc> found;
+    unless_stopped([&] { // so the holder waits for the task before it goes
+        auto* const holder = holder_.load(std::memory_order_acquire);
+        if (!holder)
+            found = container_.lock();
+        else if (!(progress_.load(std::memory_order_relaxed) & let_go))
+            found = holder->container();
+    });
+    return found;
 }
 
 // A task that is claimed in vain, or canceled, stays where it is until it is taken out.
@@ -221,8 +228,8 @@ void basic_task::leave_holders(platform::shown_activity& on_thread) {
         start_follow_ups();
         before = progress_.fetch_or(stopped, std::memory_order_acq_rel);
     }
-    if (before & raising)
-        platform::scoped_lock until_it_is_raised(guard_);
+    if (before & looked_at)
+        platform::scoped_lock until_they_have_looked(guard_);
     ended_state_->set_running_thread(platform::no_thread);
     if (auto* const holder = holder_.load(std::memory_order_acquire)) {
         on_thread.end();

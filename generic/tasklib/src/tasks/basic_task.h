@@ -74,6 +74,8 @@ private:
 
     void leave_holders(platform::shown_activity& on_thread) override;
     void start_follow_ups();
+    template <class Look>
+    void unless_stopped(const Look& look) const;
     void raise_running_thread();
     extras& with_extras() ZEL_REQUIRES(guard_);
 

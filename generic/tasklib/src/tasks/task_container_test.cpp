@@ -6,6 +6,7 @@
 
 #include <future>
 #include <latch>
+#include <optional>
 
 namespace zel::tasklib::test {
 namespace {
@@ -195,6 +196,27 @@ TEST_F(TaskContainer, MayGoBeforeItsTasksAndWhileTheyLeaveIt) {
         stays.share()->run(false);
         EXPECT_TRUE(state->wait_ended(in_time) && stays.wait(at_once));
     }
+}
+
+// A container that is asked for itself while its task ends.
+struct asked_holder final : task_holder_ifc {
+    explicit asked_holder(shared_task held) : task(std::move(held)) {}
+    std::shared_ptr<task_container_low_level_ifc> container() noexcept override {
+        runner.emplace([this] { task->run(false); });
+        EXPECT_TRUE(runner->falls_asleep()) << "the holder may have gone meanwhile";
+        return nullptr;
+    }
+    void let_go_at_end(task_ifc&, ended_state_ifc& state) override { state.set_ended(); }
+
+    shared_task task;
+    std::optional<watched_thread> runner;
+};
+
+TEST_F(TaskContainer, IsNotLeftWhileItsTaskIsAskedForIt) {
+    asked_holder holder(make_task("", nullptr, [] {}).share());
+    query<placed_task_ifc>(holder.task->cancellation())->enter_holder(holder);
+    holder.task->get_container();
+    EXPECT_TRUE(holder.task->get_ended_state()->wait_ended(in_time));
 }
 
 TEST_F(TaskContainer, EndsWithACanceledTaskThatAloneHeldIt) {
