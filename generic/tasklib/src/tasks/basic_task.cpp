@@ -90,23 +90,21 @@ void basic_task::raise_running_thread() {
     });
 }
 
+// Two containers that add the task at the same moment may both find none; then the task leaves
+// the one that came second, and the other one keeps a task that has ended.
 void basic_task::enter_holder(task_holder_ifc& holder) noexcept {
-    // Of two containers at the same moment the task would leave one; the other one would find
-    // it ended.
     if (!holder_.load(std::memory_order_relaxed))
         holder_.store(&holder, std::memory_order_release);
 }
 
+// No bit for a container whose place another one has taken; but the end of the run, should it
+// come later, sees that.
 bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {
     platform::scoped_lock inside(guard_); // get_container does not ask the holder meanwhile
-    if (holder_.load(std::memory_order_relaxed) != &holder)
-        return true;
-    auto before = progress_.load(std::memory_order_acquire);
-    while (!(before & (stopped | let_go)) &&
-           !progress_.compare_exchange_weak(before, before | let_go, std::memory_order_acq_rel,
-                                            std::memory_order_acquire)) {
-    }
-    return (before & let_go) || !(before & stopped);
+    const bool holds = holder_.load(std::memory_order_relaxed) == &holder;
+    const auto before =
+        progress_.fetch_or(holds ? std::uint32_t{let_go} : 0, std::memory_order_acq_rel);
+    return !(before & stopped) || ended_state_->is_ended();
 }
 
 std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const {

@@ -3,7 +3,7 @@
 #include "generic/tasklib/src/tasks/task_library.h"
 
 #include <platform/diagnostics.h>
-#include <platform/process.h>
+#include <platform/thread_id.h>
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -12,15 +12,17 @@
 namespace zel::tasklib {
 
 low_level_task_container::~low_level_task_container() {
-    const auto somebody_is_leaving = [&] {
-        platform::scoped_lock inside(guard_);
-        bool all_forget = true;
-        for (std::size_t i = 0; i < held_; ++i)
-            all_forget = is_forgotten_by(known(i)) && all_forget;
-        return !all_forget;
-    };
-    while (somebody_is_leaving()) // between two steps
-        platform::sleep_for(platform::milliseconds(1));
+    while (const auto state = state_of_leaving_task())
+        state->wait_ended({});
+}
+
+// Of a task that does not forget this container any more; null when all have forgotten it.
+std::shared_ptr<ended_state_ifc> low_level_task_container::state_of_leaving_task() {
+    platform::scoped_lock inside(guard_);
+    for (std::size_t i = 0; i < held_; ++i)
+        if (!is_forgotten_by(known(i)))
+            return known(i).get_ended_state();
+    return nullptr;
 }
 
 bool low_level_task_container::is_forgotten_by(task_ifc& task) {

@@ -47,6 +47,7 @@ private:
     task_ifc& known(std::size_t place) const ZEL_REQUIRES(guard_) {
         return static_cast<task_ifc&>(*row_[place]);
     }
+    std::shared_ptr<ended_state_ifc> state_of_leaving_task();
     bool is_forgotten_by(task_ifc& task) ZEL_REQUIRES(guard_);
     std::shared_ptr<task_ifc> take_out(task_ifc& task) ZEL_REQUIRES(guard_);
 

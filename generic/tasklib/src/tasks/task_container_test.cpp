@@ -212,6 +212,30 @@ struct asked_holder final : task_holder_ifc {
     std::optional<watched_thread> runner;
 };
 
+// Its tasks enter another container while they leave it.
+struct passing_container final : task_container_low_level_ifc {
+    void add(const shared_task&) override {}
+    void remove(const shared_task& task) override { next->add(task); }
+    void end() override {}
+    bool wait(threading::universal_timeout, std::int32_t) override { return true; }
+    std::shared_ptr<low_level_task_container> next = std::make_shared<low_level_task_container>("");
+};
+
+TEST_F(TaskContainer, GoesWithTasksThatEnteredItTwiceOrTooLate) {
+    auto going = std::make_shared<low_level_task_container>("");
+    const auto passing = std::make_shared<passing_container>();
+    const auto twice = make_task("", going, [] {}), ended = make_task("", nullptr, [] {}),
+               late = make_task("", passing, [] {});
+    going->add(twice.share());
+    for (const auto& task : {twice, ended, late})
+        task.share()->run(false);
+    going->add(ended.share());
+    std::weak_ptr<void> gone = going, gone_too = passing->next;
+    passing->next.reset();
+    going.reset();
+    EXPECT_TRUE(gone.expired() && gone_too.expired() && late.wait(at_once));
+}
+
 TEST_F(TaskContainer, IsNotLeftWhileItsTaskIsAskedForIt) {
     asked_holder holder(make_task("", nullptr, [] {}).share());
     query<placed_task_ifc>(holder.task->cancellation())->enter_holder(holder);
