@@ -48,8 +48,8 @@ public:
         const bool is_inside_;
     };
 
-    /// Lets nobody in from now on, and waits until all have left; not in the child of a fork,
-    /// in which nobody ever leaves. Not from inside.
+    /// Lets nobody in from now on, and waits until all have left; not in the child of a fork
+    /// that has left threads behind (threads_were_lost), which never leave. Not from inside.
     ZEL_EXPORT void close() noexcept;
 
 private:
