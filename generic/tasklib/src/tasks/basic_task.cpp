@@ -111,9 +111,8 @@ std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const 
     std::shared_ptr<task_container_low_level_ifc> found;
     unless_stopped([&] { // so the holder waits for the task before it goes
         auto* const holder = holder_.load(std::memory_order_acquire);
-        if (!holder)
-            found = container_.lock();
-        else if (!(progress_.load(std::memory_order_relaxed) & let_go))
+        found = container_.lock();
+        if (!found && holder && !(progress_.load(std::memory_order_relaxed) & let_go))
             found = holder->container();
     });
     return found;
@@ -229,12 +228,12 @@ void basic_task::leave_holders(platform::shown_activity& on_thread) {
     if (before & looked_at)
         platform::scoped_lock until_they_have_looked(guard_);
     ended_state_->set_running_thread(platform::no_thread);
+    if (const auto container = container_.lock())
+        container->remove(std::static_pointer_cast<basic_task>(shared_from_this()));
     if (auto* const holder = holder_.load(std::memory_order_acquire)) {
         on_thread.end();
         if (!(before & let_go)) // then it waits for this
             holder->let_go_at_end(*this, *ended_state_);
-    } else if (const auto container = container_.lock()) {
-        container->remove(std::static_pointer_cast<basic_task>(shared_from_this()));
     }
 }
 

@@ -47,15 +47,24 @@ void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
 
 void low_level_task_container::remove(const std::shared_ptr<task_ifc>& task) {
     auto ended_state = task->get_ended_state();
+    while (take_state_that_tells_of_end()) { // released without the lock, perhaps with its task
+    }
     platform::scoped_lock inside(guard_);
-    const auto states = row_.begin() + static_cast<std::ptrdiff_t>(held_);
-    const auto has_ended = [](const auto& state) {
-        return static_cast<ended_state_ifc&>(*state).is_ended();
-    };
-    row_.erase(std::remove_if(states, row_.end(), has_ended), row_.end());
     if (is_forgotten_by(*task)) // otherwise it leaves by itself
         take_out(*task);
     row_.push_back(std::move(ended_state));
+}
+
+std::shared_ptr<InterfaceBase> low_level_task_container::take_state_that_tells_of_end() {
+    platform::scoped_lock inside(guard_);
+    const auto found = std::find_if(
+        row_.begin() + static_cast<std::ptrdiff_t>(held_), row_.end(),
+        [](const auto& state) { return static_cast<ended_state_ifc&>(*state).is_ended(); });
+    if (found == row_.end())
+        return nullptr;
+    auto taken = std::move(*found);
+    row_.erase(found);
+    return taken;
 }
 
 void low_level_task_container::let_go_at_end(task_ifc& task, ended_state_ifc& its_state) {

@@ -27,6 +27,7 @@ struct open_task final : detail::task_with_value<void> {
 
     std::function<void()> on_cancel, on_asked = [] {};
     std::shared_ptr<ended_state_ifc> shown;
+    std::shared_ptr<void> held;
 };
 
 class TaskContainer : public testing::Test {
@@ -158,6 +159,19 @@ TEST_F(TaskContainer, IsLeftByItsTasksAlsoWithoutMemory) {
     EXPECT_TRUE(container->wait(at_once, report));
 }
 
+TEST_F(TaskContainer, ReleasesTasksThatHaveLeftWithoutItsLock) {
+    auto looks = add("looks");
+    const auto look = [&](int*) {
+        EXPECT_FALSE(std::async([&] { return container->wait(at_once, 0); }).get());
+    };
+    looks->held = std::shared_ptr<int>(nullptr, look);
+    container->remove(looks);
+    std::exchange(looks, nullptr)->run(true);
+    const auto other = add("other");
+    container->remove(other);
+    other->run(true);
+}
+
 // A container of somebody else, which knows tasks by their interface only.
 struct plain_container final : task_container_low_level_ifc {
     void add(const shared_task& task) override { held = task; }
@@ -174,6 +188,7 @@ struct plain_container final : task_container_low_level_ifc {
 TEST_F(TaskContainer, OfAnotherKindIsLeftBeforeTheEndIsTold) {
     const auto other = std::make_shared<plain_container>();
     const auto task = make_task("", other, [&] { EXPECT_EQ(other->held->get_container(), other); });
+    container->add(task.share()); // a second one
     processor->execute(task.share(), true);
     EXPECT_TRUE(task.wait(at_once) && !other->held && !task.share()->get_container());
 }
