@@ -121,8 +121,18 @@ std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const 
 // A task that is claimed in vain, or canceled, stays where it is until it is taken out.
 bool basic_task::enter_pool(task_pool_ifc& pool) noexcept {
     task_pool_ifc* none = nullptr;
-    return !(progress_.load(std::memory_order_relaxed) & elsewhere) &&
-           pool_.compare_exchange_strong(none, &pool, std::memory_order_acq_rel);
+    if ((progress_.load(std::memory_order_relaxed) & elsewhere) ||
+        !pool_.compare_exchange_strong(none, &pool, std::memory_order_seq_cst))
+        return false;
+    if (!(progress_.load(std::memory_order_seq_cst) & elsewhere))
+        return true;
+    // Another place came meanwhile. Once it lets go of the guard, it has stepped back or stays.
+    platform::scoped_lock inside(guard_);
+    if (!(progress_.load(std::memory_order_relaxed) & elsewhere))
+        return true;
+    task_pool_ifc* own = &pool;
+    pool_.compare_exchange_strong(own, nullptr, std::memory_order_relaxed);
+    return false;
 }
 
 bool basic_task::claim_in_pool() noexcept {
@@ -141,20 +151,27 @@ bool basic_task::claim_in_pool() noexcept {
 void basic_task::set_submitter(const std::shared_ptr<task_submitter_ifc>& place) {
     std::shared_ptr<task_submitter_ifc> known, pool; // released without the lock: each may be
                                                      // the last one
-    if (auto* has_it = pool_.load(std::memory_order_relaxed)) {
-        pool = has_it->place();
-        if (pool && pool != place)
+    do {
+        if (auto* has_it = pool_.load(std::memory_order_relaxed)) {
+            pool = has_it->place();
+            if (pool && pool != place)
+                throw task_is_already_submitted();
+            if (pool)
+                return;
+            pool_.compare_exchange_strong(has_it, nullptr, std::memory_order_acq_rel);
+        }
+        platform::scoped_lock inside(guard_);
+        known = submitter_.lock();
+        if (known && known != place)
             throw task_is_already_submitted();
-        if (pool)
+        submitter_ = place;
+        progress_.fetch_or(elsewhere, std::memory_order_seq_cst);
+        if (!pool_.load(std::memory_order_seq_cst))
             return;
-        pool_.compare_exchange_strong(has_it, nullptr, std::memory_order_acq_rel);
-    }
-    platform::scoped_lock inside(guard_);
-    known = submitter_.lock();
-    if (known && known != place)
-        throw task_is_already_submitted();
-    submitter_ = place;
-    progress_.fetch_or(elsewhere, std::memory_order_relaxed);
+        // A pool came meanwhile, and may not have seen the bit.
+        submitter_.reset();
+        progress_.fetch_and(~std::uint32_t{elsewhere}, std::memory_order_relaxed);
+    } while (true);
 }
 
 std::shared_ptr<task_submitter_ifc> basic_task::get_submitter() const {

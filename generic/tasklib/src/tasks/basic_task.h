@@ -86,6 +86,8 @@ private:
     const std::weak_ptr<task_container_low_level_ifc> container_;
     // Where it was submitted: to a pool, or to what is noted below while `elsewhere`. Acquire,
     // release: either a canceler finds the place, or who submits finds the task canceled.
+    // Sequentially consistent with `elsewhere` to enter: of two that come at once one sees the
+    // other.
     std::atomic<task_pool_ifc*> pool_{nullptr};
     std::weak_ptr<task_submitter_ifc> submitter_ ZEL_GUARDED_BY(guard_);
     std::unique_ptr<extras> extras_ ZEL_GUARDED_BY(guard_);
