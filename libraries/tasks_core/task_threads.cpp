@@ -22,8 +22,8 @@ constexpr std::chrono::microseconds short_run{10};
 constexpr std::uint32_t short_runs_to_rely_on = 32;
 constexpr std::size_t short_backlog = 8; // tasks
 
-// After so many tasks a thread looks beyond its own row, into which its tasks may put more
-// without end.
+// After so many tasks a thread looks beyond its own row. Otherwise tasks that keep submitting
+// others on it would let those of all other rows wait without end.
 constexpr std::uint64_t tasks_between_looks = 32;
 
 } // namespace
@@ -49,7 +49,7 @@ public:
 
     void work() {
         const platform::own_code_only between_the_tasks;
-        for (auto task = threads_.search(seat_); task; task = next_task()) {
+        for (auto task = search(); task; task = next_task()) {
             count_task();
             threads_.run_begins();
             run_pending(std::move(task));
@@ -60,6 +60,7 @@ public:
 private:
     void count_task() noexcept;
     std::shared_ptr<task_ifc> next_task();
+    std::shared_ptr<task_ifc> search() noexcept;
     void judge_runs() noexcept;
 
     // Initial-exec: one load, no call, and nothing to destroy.
@@ -70,7 +71,7 @@ private:
     // Since the last look at the clock, and how many in a row have been short.
     std::uint32_t runs_ = 0;
     std::uint32_t short_runs_ = 0;
-    std::chrono::steady_clock::time_point looked_ = std::chrono::steady_clock::now();
+    std::chrono::steady_clock::time_point looked_;
     bool unwound_ = true; // unless the work is left in the regular way
 };
 
@@ -106,6 +107,11 @@ std::shared_ptr<task_ifc> worker::next_task() {
         return task;
     }
     threads_.begin_search();
+    return search();
+}
+
+// The runs are measured from its end.
+std::shared_ptr<task_ifc> worker::search() noexcept {
     auto task = threads_.search(seat_);
     looked_ = std::chrono::steady_clock::now();
     return task;
@@ -113,12 +119,14 @@ std::shared_ptr<task_ifc> worker::next_task() {
 
 // One look at the clock for many runs: it takes as long as a part of a task.
 void worker::judge_runs() noexcept {
+    if (runs_ == 0) // the last look was just now
+        return;
     const auto now = std::chrono::steady_clock::now();
     const bool are_short = now - looked_ < short_run * runs_;
     short_runs_ = are_short ? short_runs_ + runs_ : 0;
     if (short_runs_ >= short_runs_to_rely_on)
         threads_.expect_short_runs(true);
-    else if (!are_short && runs_ > 0)
+    else if (!are_short)
         threads_.expect_short_runs(false);
     runs_ = 0;
     looked_ = now;

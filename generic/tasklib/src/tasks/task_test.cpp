@@ -117,7 +117,7 @@ struct open_pool final : task_pool_ifc {
 TEST(Task, BelongsToOneOfAPoolAndAPlaceThatComeAtTheSameMoment) {
     open_pool pool;
     const auto room = std::make_shared<waiting_room>();
-    constexpr int rounds = 3000;
+    constexpr int rounds = 300;
     std::vector<shared_task> tasks(rounds);
     for (auto& task : tasks)
         task = make_task("", nullptr, [] {}).share();
