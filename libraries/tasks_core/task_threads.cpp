@@ -179,7 +179,7 @@ void task_threads::submit(const std::shared_ptr<task_ifc>& task) {
 }
 
 void task_threads::publish_readiness() noexcept {
-    auto now = readiness::complete;
+    auto now = readiness::none_needed;
     const bool can_come =
         !asleep_.empty() || census_.may_add_one(limits_.cores, limits_.most_threads);
     if (can_come && census_.searching() == 0 && !has_ended())
@@ -197,7 +197,7 @@ void task_threads::expect_short_runs(bool are_short) noexcept {
 // needed could not be had, else null; the watch tries again.
 std::exception_ptr task_threads::bring_thread(const thread_seat* own) noexcept {
     const auto now = readiness_.load(std::memory_order_seq_cst);
-    if (now == readiness::complete)
+    if (now == readiness::none_needed)
         return nullptr;
     // The threads that run will be through with a few short tasks before another one could
     // be woken. Should a long task be among them, the watch sees the others wait.

@@ -47,7 +47,7 @@ void basic_task::add_follow_up(std::shared_ptr<task_ifc> task,
         platform::scoped_lock inside(guard_);
         auto& follow_ups = with_extras().follow_ups;
         follow_ups.push_back(next);
-        if (!(progress_.fetch_or(followed, std::memory_order_acq_rel) & completed))
+        if (!(progress_.fetch_or(has_follow_ups, std::memory_order_acq_rel) & completed))
             return;
         follow_ups.pop_back();
     }
@@ -103,7 +103,7 @@ bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {
     platform::scoped_lock inside(guard_); // get_container does not ask the holder meanwhile
     const bool holds = holder_.load(std::memory_order_relaxed) == &holder;
     const auto before =
-        progress_.fetch_or(holds ? std::uint32_t{let_go} : 0, std::memory_order_acq_rel);
+        progress_.fetch_or(holds ? std::uint32_t{forgotten} : 0, std::memory_order_acq_rel);
     return !(before & stopped) || ended_state_->is_ended();
 }
 
@@ -112,7 +112,7 @@ std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const 
     unless_stopped([&] { // so the holder waits for the task before it goes
         auto* const holder = holder_.load(std::memory_order_acquire);
         found = container_.lock();
-        if (!found && holder && !(progress_.load(std::memory_order_relaxed) & let_go))
+        if (!found && holder && !(progress_.load(std::memory_order_relaxed) & forgotten))
             found = holder->container();
     });
     return found;
@@ -234,11 +234,11 @@ void basic_task::start_follow_ups() {
 
 void basic_task::leave_holders(platform::shown_activity& on_thread) {
     auto before = progress_.load(std::memory_order_acquire);
-    while (!(before & followed) &&
+    while (!(before & has_follow_ups) &&
            !progress_.compare_exchange_weak(before, before | completed | stopped,
                                             std::memory_order_acq_rel, std::memory_order_acquire)) {
     }
-    if (before & followed) {
+    if (before & has_follow_ups) {
         start_follow_ups();
         before = progress_.fetch_or(stopped, std::memory_order_acq_rel);
     }
@@ -249,7 +249,7 @@ void basic_task::leave_holders(platform::shown_activity& on_thread) {
         container->remove(std::static_pointer_cast<basic_task>(shared_from_this()));
     if (auto* const holder = holder_.load(std::memory_order_acquire)) {
         on_thread.end();
-        if (!(before & let_go)) // then it waits for this
+        if (!(before & forgotten)) // then it waits for this
             holder->let_go_at_end(*this, *ended_state_);
     }
 }

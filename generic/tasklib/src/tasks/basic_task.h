@@ -80,9 +80,10 @@ private:
     extras& with_extras() ZEL_REQUIRES(guard_);
 
     const std::uint32_t tag_;
-    // The container that holds it, until `let_go` or `stopped`; one that has no such link is
-    // referred to by the other. Release, acquire: whoever finds the holder finds it made.
+    // The container that holds it, until `forgotten` or `stopped`. Release, acquire: whoever finds
+    // it finds it made.
     std::atomic<task_holder_ifc*> holder_{nullptr};
+    // The one that it was made for, if that is of another kind.
     const std::weak_ptr<task_container_low_level_ifc> container_;
     // Where it was submitted: to a pool, or to what is noted below while `elsewhere`. Acquire,
     // release: either a canceler finds the place, or who submits finds the task canceled.
