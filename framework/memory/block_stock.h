@@ -27,7 +27,7 @@ public:
 
     /// Null where none is in stock.
     void* take() noexcept;
-    /// False where the stock keeps it not; it is the caller's then.
+    /// False where the stock does not keep it; it is the caller's then.
     bool give_back(void* memory) noexcept;
     /// Gives the blocks in stock back to the general allocator. Nobody takes one or gives one
     /// back meanwhile.

@@ -12,6 +12,7 @@ constexpr std::size_t bearable_gaps = 64;
 // guard of the row that the task is in. Relaxed: who reads it without that guard looks again.
 constexpr int bits_of_task = 48;
 constexpr std::uint64_t task_mask = (std::uint64_t{1} << bits_of_task) - 1;
+static_assert(sizeof(task_positions::in_processor) == sizeof(std::uint64_t));
 
 std::atomic_ref<std::size_t> place_of(task_ifc& task) noexcept {
     return std::atomic_ref<std::size_t>(task.positions().in_processor);
@@ -27,6 +28,11 @@ task_row::task_row(std::uint16_t number, std::size_t most) : number_(number), mo
 std::uint16_t task_row::number_of_row(task_ifc& task) noexcept {
     return static_cast<std::uint16_t>(place_of(task).load(std::memory_order_relaxed) >>
                                       bits_of_task);
+}
+
+// No task has the number 0.
+bool task_row::was_in_none(task_ifc& task) noexcept {
+    return place_of(task).load(std::memory_order_relaxed) == 0;
 }
 
 task_row::outcome task_row::push(const std::shared_ptr<task_ifc>& task) {

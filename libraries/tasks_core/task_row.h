@@ -56,6 +56,7 @@ public:
 
     /// The number of the row that has, or had, the task; 0 for one that was in none.
     static std::uint16_t number_of_row(task_ifc& task) noexcept;
+    static bool was_in_none(task_ifc& task) noexcept;
 
 private:
     std::shared_ptr<task_ifc> pop_front() ZEL_REQUIRES(guard_);

@@ -1,10 +1,9 @@
 #include "libraries/tasks_core/task_threads.h"
 
 #include "framework/exceptions/exceptions.h"
-#include "libraries/tasks_core/running_task.h"
+#include "libraries/tasks_core/worker.h"
 
-#include <platform/cancellation.h>
-#include <platform/impersonation_watch.h>
+#include <platform/diagnostics.h>
 #include <platform/wait_on_address.h>
 
 #include <algorithm>
@@ -17,112 +16,9 @@ namespace {
 // virtual machine above all.
 constexpr std::size_t rows_looked_at_while_lingering = 2000;
 
-// About what it takes to wake a thread.
-constexpr std::chrono::microseconds short_run{10};
-constexpr std::uint32_t short_runs_to_rely_on = 32;
 constexpr std::size_t short_backlog = 8; // tasks
 
-// After so many tasks a thread looks beyond its own row, into which its tasks may put more
-// without end.
-constexpr std::uint64_t tasks_between_looks = 32;
-
 } // namespace
-
-// A thread of the pool while it lives.
-class worker final : public platform::thread_lender {
-public:
-    worker(task_threads& threads, thread_seat& seat) noexcept : threads_(threads), seat_(seat) {
-        current_ = this;
-        platform::set_thread_lender(this);
-    }
-    ~worker();
-    worker(const worker&) = delete;
-    worker& operator=(const worker&) = delete;
-
-    /// Of the calling thread; null for a thread that is not one of this pool.
-    static thread_seat* seat_in(const task_threads& threads) noexcept {
-        return current_ && &current_->threads_ == &threads ? &current_->seat_ : nullptr;
-    }
-
-    void wait_begins() noexcept override { threads_.wait_begins(seat_); }
-    void wait_ends() noexcept override { threads_.wait_ends(); }
-
-    void work() {
-        const platform::own_code_only between_the_tasks;
-        for (auto task = threads_.search(seat_); task; task = next_task()) {
-            count_task();
-            threads_.run_begins();
-            run_pending(std::move(task));
-        }
-        unwound_ = false;
-    }
-
-private:
-    void count_task() noexcept;
-    std::shared_ptr<task_ifc> next_task();
-    void judge_runs() noexcept;
-
-    // Initial-exec: one load, no call, and nothing to destroy.
-    [[gnu::tls_model("initial-exec")]] static constinit thread_local worker* current_;
-
-    task_threads& threads_;
-    thread_seat& seat_;
-    // Since the last look at the clock, and how many in a row have been short.
-    std::uint32_t runs_ = 0;
-    std::uint32_t short_runs_ = 0;
-    std::chrono::steady_clock::time_point looked_ = std::chrono::steady_clock::now();
-    bool unwound_ = true; // unless the work is left in the regular way
-};
-
-constinit thread_local worker* worker::current_ = nullptr;
-
-worker::~worker() {
-    platform::set_thread_lender(nullptr);
-    current_ = nullptr;
-    const platform::no_cancellation to_the_end;
-    threads_.stand_up(seat_, unwound_);
-    if (auto left_before = threads_.leave_the_list(); left_before.joinable())
-        left_before.join();
-}
-
-void worker::count_task() noexcept {
-    ++runs_;
-    seat_.taken.store(seat_.taken.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-}
-
-std::shared_ptr<task_ifc> worker::next_task() {
-    auto& seats = threads_.seats_;
-    if (const auto taken = seat_.taken.load(std::memory_order_relaxed);
-        taken % tasks_between_looks == 0) {
-        judge_runs();
-        if (auto task = seats.take_from_next(taken / tasks_between_looks))
-            return task;
-    }
-    if (auto task = seat_.row.take())
-        return task;
-    judge_runs();
-    if (auto task = seats.take_for(seat_)) {
-        threads_.bring_thread(&seat_);
-        return task;
-    }
-    threads_.begin_search();
-    auto task = threads_.search(seat_);
-    looked_ = std::chrono::steady_clock::now();
-    return task;
-}
-
-// One look at the clock for many runs: it takes as long as a part of a task.
-void worker::judge_runs() noexcept {
-    const auto now = std::chrono::steady_clock::now();
-    const bool are_short = now - looked_ < short_run * runs_;
-    short_runs_ = are_short ? short_runs_ + runs_ : 0;
-    if (short_runs_ >= short_runs_to_rely_on)
-        threads_.expect_short_runs(true);
-    else if (!are_short && runs_ > 0)
-        threads_.expect_short_runs(false);
-    runs_ = 0;
-    looked_ = now;
-}
 
 task_threads::task_threads(const task_thread_limits& limits)
     : timers_(1), timers_stay_(timers_.get_executor()), watch_timer_(timers_), limits_(limits) {
@@ -171,7 +67,7 @@ void task_threads::submit(const std::shared_ptr<task_ifc>& task) {
 }
 
 void task_threads::publish_readiness() noexcept {
-    auto now = readiness::complete;
+    auto now = readiness::none_needed;
     const bool can_come =
         !asleep_.empty() || census_.may_add_one(limits_.cores, limits_.most_threads);
     if (can_come && census_.searching() == 0 && !has_ended())
@@ -189,7 +85,7 @@ void task_threads::expect_short_runs(bool are_short) noexcept {
 // needed could not be had, else null; the watch tries again.
 std::exception_ptr task_threads::bring_thread(const thread_seat* own) noexcept {
     const auto now = readiness_.load(std::memory_order_seq_cst);
-    if (now == readiness::complete)
+    if (now == readiness::none_needed)
         return nullptr;
     // The threads that run will be through with a few short tasks before another one could
     // be woken. Should a long task be among them, the watch sees the others wait.

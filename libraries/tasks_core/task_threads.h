@@ -92,7 +92,7 @@ private:
     friend class worker;
     // Whether a task that arrives needs a thread to be woken or started.
     enum class readiness : std::uint32_t {
-        complete,     // no: one searches, or no more can come
+        none_needed,  // no: one searches, or no more can come
         unless_short, // some run, and will come to it soon if their tasks are short
         nobody_runs,
     };
@@ -130,7 +130,7 @@ private:
     std::atomic<bool> runs_are_short_{false};
     // Written under the guard when it changes. Sequentially consistent, like the sizes of the
     // rows: either who submits a task sees that a thread sleeps, or that thread sees the task.
-    std::atomic<readiness> readiness_{readiness::complete};
+    std::atomic<readiness> readiness_{readiness::none_needed};
 
     asio::io_context timers_;
     // The timer thread stays in its context, although there is nothing to do.

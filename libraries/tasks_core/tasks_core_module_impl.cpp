@@ -18,7 +18,7 @@ namespace {
 constinit lifetime::basic_singleton<task_running, lifetime::const_longevity_traits<201009>> running;
 
 // For those who submit tasks without a reference to the processor.
-constinit platform::thread_gate processor_is_there;
+constinit platform::thread_gate gate_of_processor;
 // Acquire and release: who finds it finds it made.
 constinit std::atomic<task_processor_impl*> known_processor{nullptr};
 
@@ -61,10 +61,10 @@ void task_running::start() {
 }
 
 bool task_running::submit(const std::shared_ptr<task_ifc>& task) {
-    const platform::thread_gate::visit inside(processor_is_there);
+    const platform::thread_gate::visit inside(gate_of_processor);
     auto* const processor = inside ? known_processor.load(std::memory_order_acquire) : nullptr;
     if (processor)
-        processor->submit(task, 0); // no foreign code runs: the caller keeps the task
+        processor->submit(task, 0); // may start a thread, and waits for no task
     return processor != nullptr;
 }
 
@@ -90,7 +90,7 @@ void task_running::end() {
         return;
     }
     known_processor.store(nullptr, std::memory_order_release);
-    processor_is_there.close();
+    gate_of_processor.close();
     for (const auto& task : scheduler_->stop_taking())
         task->cancellation().cancel();
     threads_->stop_taking();

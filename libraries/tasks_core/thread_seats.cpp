@@ -81,7 +81,7 @@ std::shared_ptr<task_ifc> thread_seats::take_out(task_ifc& task) {
 }
 
 bool thread_seats::have(task_ifc& task) {
-    auto* const row = row_of(task);
+    auto* const row = task_row::was_in_none(task) ? nullptr : row_of(task);
     return row && row->has(task);
 }
 

@@ -4,16 +4,10 @@
 
 namespace zel::platform {
 
-namespace {
-
-const std::uint32_t loaded_in = process_id();
-
-} // namespace
-
 void thread_gate::close() noexcept {
     is_closed_.store(true, std::memory_order_release);
     heavy_barrier();
-    if (process_id() != loaded_in)
+    if (threads_were_lost())
         return;
     // Those inside are through in a moment; one that was suspended there takes longer.
     for (const place& p : places_)

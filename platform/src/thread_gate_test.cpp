@@ -63,4 +63,32 @@ TEST(ThreadGate, LetsNobodyInOnceItIsClosedAndWaitsForThoseInside) {
     }
 }
 
+bool waits_for_those_inside() {
+    thread_gate::prepare();
+    for (int round = 0; round < 200; ++round) {
+        thread_gate gate;
+        std::latch inside_it(2);
+        std::atomic<bool> has_left{false};
+        watched_thread visitor([&] {
+            const thread_gate::visit inside(gate);
+            inside_it.arrive_and_wait();
+            while (thread_gate::visit(gate))
+                pause_processor();
+            for (int pause = 0; pause < 1000; ++pause)
+                pause_processor();
+            has_left = true;
+        });
+        inside_it.arrive_and_wait();
+        gate.close();
+        if (!has_left)
+            return false;
+    }
+    return true;
+}
+
+// As in a service that leaves its terminal. The thread of this test alone has a slot.
+TEST(ThreadGate, WaitsForThoseInsideInAChildThatLeftNobodyBehind) {
+    EXPECT_TRUE(holds_in_a_child(&waits_for_those_inside));
+}
+
 } // namespace

@@ -17,8 +17,9 @@
 
 namespace zel::platform {
 
-/// May stand in static storage of a library that is unloaded. Threads are inside for a few
-/// steps, in which no foreign code runs. May be entered again by a thread that is inside.
+/// May stand in static storage of a library that is unloaded. Threads are inside for a short
+/// while, in which they do not wait for whoever closes the gate. May be entered again by a thread
+/// that is inside.
 class thread_gate {
 public:
     constexpr thread_gate() noexcept = default;
@@ -48,8 +49,8 @@ public:
         const bool is_inside_;
     };
 
-    /// Lets nobody in from now on, and waits until all have left; not in the child of a fork,
-    /// in which nobody ever leaves. Not from inside.
+    /// Lets nobody in from now on, and waits until all have left; not in the child of a fork
+    /// that has left threads behind (threads_were_lost), which never leave. Not from inside.
     ZEL_EXPORT void close() noexcept;
 
 private:

@@ -2,7 +2,8 @@
 // without atomic operations that others have to hear of.
 //
 //     place& own = places[thread_slot()];
-//     if (is_own_slot) ... a plain store ...; else ... as with any shared place ...
+//     if (thread_slot() != shared_thread_slot) ... a plain store ...
+//     else ... as with any shared place ...
 #pragma once
 
 #include <platform/export.h>
@@ -20,5 +21,9 @@ inline constexpr std::uint32_t shared_thread_slot = own_thread_slots;
 /// had it before wrote is seen. Otherwise it is the shared slot. A thread may go from its own
 /// number to the shared one, at its end. Never fails, costs a call.
 ZEL_EXPORT std::uint32_t thread_slot() noexcept;
+
+/// Whether this process was forked from one in which other threads had asked for a slot. Nobody
+/// takes theirs in the child, and what they had begun in their places never ends.
+ZEL_EXPORT bool threads_were_lost() noexcept;
 
 } // namespace zel::platform

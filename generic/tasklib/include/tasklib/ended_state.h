@@ -7,8 +7,8 @@
 
 namespace zel::tasklib {
 
-/// Outlives its task while somebody still waits for the end. Any thread may call any
-/// operation.
+/// Whoever holds it may keep the whole task with that, and can still ask for the end when the
+/// run is over. Any thread may call any operation.
 class ZEL_EXPORT ended_state_ifc : public InterfaceBase {
 public:
     static constexpr std::int32_t interface_version = 1;

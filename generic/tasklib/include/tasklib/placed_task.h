@@ -52,8 +52,8 @@ public:
 
     /// The container holds the task from now on. Does nothing when another one does.
     virtual void enter_holder(task_holder_ifc& holder) noexcept = 0;
-    /// The task forgets the container. False when the task is at its end and will have the
-    /// container let it go in a moment, which is to wait for that.
+    /// The task forgets the container. False when the task is just ending and may still come to
+    /// the container, which has to stay until the ended state tells of the end.
     virtual bool forget_holder(task_holder_ifc& holder) noexcept = 0;
 };
 

@@ -31,11 +31,11 @@ public:
         : error("The task was already submitted.", __builtin_return_address(0)) {}
 };
 
-/// Where its holders keep the task, so that none has to search for it. Each number
-/// is read and written by its holder only, under that holder's lock.
+/// Where its holders keep the task, so that none has to search for it. Each number is written
+/// by its holder only, under that holder's lock.
 struct task_positions {
-    std::size_t in_container = 0;
-    std::size_t in_processor = 0;
+    std::size_t in_container = 0; // read under that lock, too
+    std::size_t in_processor = 0; // read and written as an atomic: it says which lock to take
 };
 
 class ZEL_EXPORT task_ifc : public InterfaceBase {

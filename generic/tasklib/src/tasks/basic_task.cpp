@@ -47,7 +47,7 @@ void basic_task::add_follow_up(std::shared_ptr<task_ifc> task,
         platform::scoped_lock inside(guard_);
         auto& follow_ups = with_extras().follow_ups;
         follow_ups.push_back(next);
-        if (!(progress_.fetch_or(followed, std::memory_order_acq_rel) & completed))
+        if (!(progress_.fetch_or(has_follow_ups, std::memory_order_acq_rel) & completed))
             return;
         follow_ups.pop_back();
     }
@@ -72,53 +72,67 @@ bool basic_task::cancel() {
     return false;
 }
 
-// The run does not get past its `stopped` meanwhile, so the number still names the thread that
-// runs this task.
-void basic_task::raise_running_thread() {
+// The end of the run waits meanwhile, if it has not come yet.
+template <class Look>
+void basic_task::unless_stopped(const Look& look) const {
     platform::scoped_lock inside(guard_);
-    if (progress_.fetch_or(raising, std::memory_order_acq_rel) & stopped)
+    if (progress_.fetch_or(looked_at, std::memory_order_acq_rel) & stopped)
         return;
-    const auto thread = ended_state_->running_thread();
-    if (thread != platform::no_thread)
-        platform::raise_to_normal_priority(thread);
-    progress_.fetch_and(~std::uint32_t{raising}, std::memory_order_release);
+    look();
+    progress_.fetch_and(~std::uint32_t{looked_at}, std::memory_order_release);
 }
 
+void basic_task::raise_running_thread() {
+    unless_stopped([&] { // so the number still names the thread that runs this task
+        const auto thread = ended_state_->running_thread();
+        if (thread != platform::no_thread)
+            platform::raise_to_normal_priority(thread);
+    });
+}
+
+// Two containers that add the task at the same moment may both find none; then the task leaves
+// the one that came second, and the other one keeps a task that has ended.
 void basic_task::enter_holder(task_holder_ifc& holder) noexcept {
-    // Of two containers at the same moment the task would leave one; the other one would find
-    // it ended.
     if (!holder_.load(std::memory_order_relaxed))
         holder_.store(&holder, std::memory_order_release);
 }
 
+// No bit for a container whose place another one has taken; but the end of the run, should it
+// come later, sees that.
 bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {
-    platform::scoped_lock inside(guard_); // nobody asks the holder for itself meanwhile
-    if (holder_.load(std::memory_order_relaxed) != &holder)
-        return true;
-    auto before = progress_.load(std::memory_order_acquire);
-    while (!(before & (stopped | let_go)) &&
-           !progress_.compare_exchange_weak(before, before | let_go, std::memory_order_acq_rel,
-                                            std::memory_order_acquire)) {
-    }
-    return (before & let_go) || !(before & stopped);
+    platform::scoped_lock inside(guard_); // get_container does not ask the holder meanwhile
+    const bool holds = holder_.load(std::memory_order_relaxed) == &holder;
+    const auto before =
+        progress_.fetch_or(holds ? std::uint32_t{forgotten} : 0, std::memory_order_acq_rel);
+    return !(before & stopped) || ended_state_->is_ended();
 }
 
 std::shared_ptr<task_container_low_level_ifc> basic_task::get_container() const {
-    platform::scoped_lock inside(guard_);
-    const auto now = progress_.load(std::memory_order_acquire);
-    if (now & stopped)
-        return nullptr;
-    auto* const holder = holder_.load(std::memory_order_acquire);
-    if (!holder)
-        return container_.lock();
-    return now & let_go ? nullptr : holder->container();
+    std::shared_ptr<task_container_low_level_ifc> found;
+    unless_stopped([&] { // so the holder waits for the task before it goes
+        auto* const holder = holder_.load(std::memory_order_acquire);
+        found = container_.lock();
+        if (!found && holder && !(progress_.load(std::memory_order_relaxed) & forgotten))
+            found = holder->container();
+    });
+    return found;
 }
 
 // A task that is claimed in vain, or canceled, stays where it is until it is taken out.
 bool basic_task::enter_pool(task_pool_ifc& pool) noexcept {
     task_pool_ifc* none = nullptr;
-    return !(progress_.load(std::memory_order_relaxed) & elsewhere) &&
-           pool_.compare_exchange_strong(none, &pool, std::memory_order_acq_rel);
+    if ((progress_.load(std::memory_order_relaxed) & elsewhere) ||
+        !pool_.compare_exchange_strong(none, &pool, std::memory_order_seq_cst))
+        return false;
+    if (!(progress_.load(std::memory_order_seq_cst) & elsewhere))
+        return true;
+    // Another place came meanwhile. Once it lets go of the guard, it has stepped back or stays.
+    platform::scoped_lock inside(guard_);
+    if (!(progress_.load(std::memory_order_relaxed) & elsewhere))
+        return true;
+    task_pool_ifc* own = &pool;
+    pool_.compare_exchange_strong(own, nullptr, std::memory_order_relaxed);
+    return false;
 }
 
 bool basic_task::claim_in_pool() noexcept {
@@ -137,20 +151,27 @@ bool basic_task::claim_in_pool() noexcept {
 void basic_task::set_submitter(const std::shared_ptr<task_submitter_ifc>& place) {
     std::shared_ptr<task_submitter_ifc> known, pool; // released without the lock: each may be
                                                      // the last one
-    if (auto* has_it = pool_.load(std::memory_order_relaxed)) {
-        pool = has_it->place();
-        if (pool && pool != place)
+    do {
+        if (auto* has_it = pool_.load(std::memory_order_relaxed)) {
+            pool = has_it->place();
+            if (pool && pool != place)
+                throw task_is_already_submitted();
+            if (pool)
+                return;
+            pool_.compare_exchange_strong(has_it, nullptr, std::memory_order_acq_rel);
+        }
+        platform::scoped_lock inside(guard_);
+        known = submitter_.lock();
+        if (known && known != place)
             throw task_is_already_submitted();
-        if (pool)
+        submitter_ = place;
+        progress_.fetch_or(elsewhere, std::memory_order_seq_cst);
+        if (!pool_.load(std::memory_order_seq_cst))
             return;
-        pool_.compare_exchange_strong(has_it, nullptr, std::memory_order_acq_rel);
-    }
-    platform::scoped_lock inside(guard_);
-    known = submitter_.lock();
-    if (known && known != place)
-        throw task_is_already_submitted();
-    submitter_ = place;
-    progress_.fetch_or(elsewhere, std::memory_order_relaxed);
+        // A pool came meanwhile, and may not have seen the bit.
+        submitter_.reset();
+        progress_.fetch_and(~std::uint32_t{elsewhere}, std::memory_order_relaxed);
+    } while (true);
 }
 
 std::shared_ptr<task_submitter_ifc> basic_task::get_submitter() const {
@@ -213,23 +234,23 @@ void basic_task::start_follow_ups() {
 
 void basic_task::leave_holders(platform::shown_activity& on_thread) {
     auto before = progress_.load(std::memory_order_acquire);
-    while (!(before & followed) &&
+    while (!(before & has_follow_ups) &&
            !progress_.compare_exchange_weak(before, before | completed | stopped,
                                             std::memory_order_acq_rel, std::memory_order_acquire)) {
     }
-    if (before & followed) {
+    if (before & has_follow_ups) {
         start_follow_ups();
         before = progress_.fetch_or(stopped, std::memory_order_acq_rel);
     }
-    if (before & raising)
-        platform::scoped_lock until_it_is_raised(guard_);
+    if (before & looked_at)
+        platform::scoped_lock until_they_have_looked(guard_);
     ended_state_->set_running_thread(platform::no_thread);
+    if (const auto container = container_.lock())
+        container->remove(std::static_pointer_cast<basic_task>(shared_from_this()));
     if (auto* const holder = holder_.load(std::memory_order_acquire)) {
         on_thread.end();
-        if (!(before & let_go)) // then it waits for this
+        if (!(before & forgotten)) // then it waits for this
             holder->let_go_at_end(*this, *ended_state_);
-    } else if (const auto container = container_.lock()) {
-        container->remove(std::static_pointer_cast<basic_task>(shared_from_this()));
     }
 }
 

@@ -74,16 +74,21 @@ private:
 
     void leave_holders(platform::shown_activity& on_thread) override;
     void start_follow_ups();
+    template <class Look>
+    void unless_stopped(const Look& look) const;
     void raise_running_thread();
     extras& with_extras() ZEL_REQUIRES(guard_);
 
     const std::uint32_t tag_;
-    // The container that holds it, until `let_go` or `stopped`; one that has no such link is
-    // referred to by the other. Release, acquire: whoever finds the holder finds it made.
+    // The container that holds it, until `forgotten` or `stopped`. Release, acquire: whoever finds
+    // it finds it made.
     std::atomic<task_holder_ifc*> holder_{nullptr};
+    // The one that it was made for, if that is of another kind.
     const std::weak_ptr<task_container_low_level_ifc> container_;
     // Where it was submitted: to a pool, or to what is noted below while `elsewhere`. Acquire,
     // release: either a canceler finds the place, or who submits finds the task canceled.
+    // Sequentially consistent with `elsewhere` to enter: of two that come at once one sees the
+    // other.
     std::atomic<task_pool_ifc*> pool_{nullptr};
     std::weak_ptr<task_submitter_ifc> submitter_ ZEL_GUARDED_BY(guard_);
     std::unique_ptr<extras> extras_ ZEL_GUARDED_BY(guard_);

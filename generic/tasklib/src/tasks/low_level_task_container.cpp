@@ -3,7 +3,7 @@
 #include "generic/tasklib/src/tasks/task_library.h"
 
 #include <platform/diagnostics.h>
-#include <platform/process.h>
+#include <platform/thread_id.h>
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -12,15 +12,17 @@
 namespace zel::tasklib {
 
 low_level_task_container::~low_level_task_container() {
-    const auto somebody_is_leaving = [&] {
-        platform::scoped_lock inside(guard_);
-        bool all_forget = true;
-        for (std::size_t i = 0; i < held_; ++i)
-            all_forget = is_forgotten_by(known(i)) && all_forget;
-        return !all_forget;
-    };
-    while (somebody_is_leaving()) // between two steps
-        platform::sleep_for(platform::milliseconds(1));
+    while (const auto state = state_of_leaving_task())
+        state->wait_ended({});
+}
+
+// Of a task that does not forget this container any more; null when all have forgotten it.
+std::shared_ptr<ended_state_ifc> low_level_task_container::state_of_leaving_task() {
+    platform::scoped_lock inside(guard_);
+    for (std::size_t i = 0; i < held_; ++i)
+        if (!is_forgotten_by(known(i)))
+            return known(i).get_ended_state();
+    return nullptr;
 }
 
 bool low_level_task_container::is_forgotten_by(task_ifc& task) {
@@ -45,15 +47,24 @@ void low_level_task_container::add(const std::shared_ptr<task_ifc>& task) {
 
 void low_level_task_container::remove(const std::shared_ptr<task_ifc>& task) {
     auto ended_state = task->get_ended_state();
+    while (take_state_that_tells_of_end()) { // released without the lock, perhaps with its task
+    }
     platform::scoped_lock inside(guard_);
-    const auto states = row_.begin() + static_cast<std::ptrdiff_t>(held_);
-    const auto has_ended = [](const auto& state) {
-        return static_cast<ended_state_ifc&>(*state).is_ended();
-    };
-    row_.erase(std::remove_if(states, row_.end(), has_ended), row_.end());
     if (is_forgotten_by(*task)) // otherwise it leaves by itself
         take_out(*task);
     row_.push_back(std::move(ended_state));
+}
+
+std::shared_ptr<InterfaceBase> low_level_task_container::take_state_that_tells_of_end() {
+    platform::scoped_lock inside(guard_);
+    const auto found = std::find_if(
+        row_.begin() + static_cast<std::ptrdiff_t>(held_), row_.end(),
+        [](const auto& state) { return static_cast<ended_state_ifc&>(*state).is_ended(); });
+    if (found == row_.end())
+        return nullptr;
+    auto taken = std::move(*found);
+    row_.erase(found);
+    return taken;
 }
 
 void low_level_task_container::let_go_at_end(task_ifc& task, ended_state_ifc& its_state) {

@@ -40,6 +40,7 @@ private:
                                                 const std::vector<const task_ifc*>& own);
     bool report_held_tasks();
     std::shared_ptr<ended_state_ifc> last_ended_state();
+    std::shared_ptr<InterfaceBase> take_state_that_tells_of_end();
     void drop_from_held(task_ifc& task);
     std::shared_ptr<task_ifc> held(std::size_t place) const ZEL_REQUIRES(guard_) {
         return std::static_pointer_cast<task_ifc>(row_[place]);
@@ -47,6 +48,7 @@ private:
     task_ifc& known(std::size_t place) const ZEL_REQUIRES(guard_) {
         return static_cast<task_ifc&>(*row_[place]);
     }
+    std::shared_ptr<ended_state_ifc> state_of_leaving_task();
     bool is_forgotten_by(task_ifc& task) ZEL_REQUIRES(guard_);
     std::shared_ptr<task_ifc> take_out(task_ifc& task) ZEL_REQUIRES(guard_);
 
@@ -55,8 +57,9 @@ private:
     const std::string name_; // shown by debuggers
     bool ended_ ZEL_GUARDED_BY(guard_) = false;
     // First the tasks that are held, in no order: the last one moves into the gap that one
-    // leaves. Behind them the ended states of tasks that have left by `remove` and have not told
-    // yet that they have ended. In one row, so that a task needs no memory to leave.
+    // leaves. Behind them the ended states, which keep their tasks, of those that have left by
+    // `remove` and have not told yet that they have ended. In one row, so that a task needs no
+    // memory to leave.
     std::vector<std::shared_ptr<InterfaceBase>> row_ ZEL_GUARDED_BY(guard_);
     std::size_t held_ ZEL_GUARDED_BY(guard_) = 0;
 };

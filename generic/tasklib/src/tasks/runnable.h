@@ -50,17 +50,17 @@ protected:
 
     // What has happened so far, and where a task is kept.
     enum progress : std::uint32_t {
-        claimed = 1,    // somebody is going to run it
-        started = 2,    // run_begun was called
-        completed = 4,  // no follow-up is stored any more
-        stopped = 8,    // nobody raises the priority of its thread for its sake any more
-        followed = 16,  // has follow-ups
-        raising = 32,   // a canceler, who holds the guard, may be about to raise the priority
-        elsewhere = 64, // a place has it that is no pool
-        let_go = 128    // the container that held it has gone, or has taken it out
+        claimed = 1,         // somebody is going to run it
+        started = 2,         // run_begun was called
+        completed = 4,       // no follow-up is stored any more
+        stopped = 8,         // nobody looks at its thread or at the holder any more
+        has_follow_ups = 16, // they are started at the end
+        looked_at = 32,      // somebody, who holds the guard, may be about to look at these
+        elsewhere = 64,      // a place has it that is no pool
+        forgotten = 128      // the container that held it has gone, or has taken it out
     };
     // Acquire and release where another thread relies on more than the bits.
-    std::atomic<std::uint32_t> progress_{0};
+    mutable std::atomic<std::uint32_t> progress_{0};
     // Guards what few tasks have; held for a few steps only, and by a canceler that raises
     // the running thread's priority.
     mutable platform::plain_lock guard_;

@@ -6,6 +6,7 @@
 
 #include <future>
 #include <latch>
+#include <optional>
 
 namespace zel::tasklib::test {
 namespace {
@@ -26,6 +27,7 @@ struct open_task final : detail::task_with_value<void> {
 
     std::function<void()> on_cancel, on_asked = [] {};
     std::shared_ptr<ended_state_ifc> shown;
+    std::shared_ptr<void> held;
 };
 
 class TaskContainer : public testing::Test {
@@ -157,6 +159,19 @@ TEST_F(TaskContainer, IsLeftByItsTasksAlsoWithoutMemory) {
     EXPECT_TRUE(container->wait(at_once, report));
 }
 
+TEST_F(TaskContainer, ReleasesTasksThatHaveLeftWithoutItsLock) {
+    auto looks = add("looks");
+    const auto look = [&](int*) {
+        EXPECT_FALSE(std::async([&] { return container->wait(at_once, 0); }).get());
+    };
+    looks->held = std::shared_ptr<int>(nullptr, look);
+    container->remove(looks);
+    std::exchange(looks, nullptr)->run(true);
+    const auto other = add("other");
+    container->remove(other);
+    other->run(true);
+}
+
 // A container of somebody else, which knows tasks by their interface only.
 struct plain_container final : task_container_low_level_ifc {
     void add(const shared_task& task) override { held = task; }
@@ -173,6 +188,7 @@ struct plain_container final : task_container_low_level_ifc {
 TEST_F(TaskContainer, OfAnotherKindIsLeftBeforeTheEndIsTold) {
     const auto other = std::make_shared<plain_container>();
     const auto task = make_task("", other, [&] { EXPECT_EQ(other->held->get_container(), other); });
+    container->add(task.share()); // a second one
     processor->execute(task.share(), true);
     EXPECT_TRUE(task.wait(at_once) && !other->held && !task.share()->get_container());
 }
@@ -195,6 +211,51 @@ TEST_F(TaskContainer, MayGoBeforeItsTasksAndWhileTheyLeaveIt) {
         stays.share()->run(false);
         EXPECT_TRUE(state->wait_ended(in_time) && stays.wait(at_once));
     }
+}
+
+// A container that is asked for itself while its task ends.
+struct asked_holder final : task_holder_ifc {
+    explicit asked_holder(shared_task held) : task(std::move(held)) {}
+    std::shared_ptr<task_container_low_level_ifc> container() noexcept override {
+        runner.emplace([this] { task->run(false); });
+        EXPECT_TRUE(runner->falls_asleep()) << "the holder may have gone meanwhile";
+        return nullptr;
+    }
+    void let_go_at_end(task_ifc&, ended_state_ifc& state) override { state.set_ended(); }
+
+    shared_task task;
+    std::optional<watched_thread> runner;
+};
+
+// Its tasks enter another container while they leave it.
+struct passing_container final : task_container_low_level_ifc {
+    void add(const shared_task&) override {}
+    void remove(const shared_task& task) override { next->add(task); }
+    void end() override {}
+    bool wait(threading::universal_timeout, std::int32_t) override { return true; }
+    std::shared_ptr<low_level_task_container> next = std::make_shared<low_level_task_container>("");
+};
+
+TEST_F(TaskContainer, GoesWithTasksThatEnteredItTwiceOrTooLate) {
+    auto going = std::make_shared<low_level_task_container>("");
+    const auto passing = std::make_shared<passing_container>();
+    const auto twice = make_task("", going, [] {}), ended = make_task("", nullptr, [] {}),
+               late = make_task("", passing, [] {});
+    going->add(twice.share());
+    for (const auto& task : {twice, ended, late})
+        task.share()->run(false);
+    going->add(ended.share());
+    std::weak_ptr<void> gone = going, gone_too = passing->next;
+    passing->next.reset();
+    going.reset();
+    EXPECT_TRUE(gone.expired() && gone_too.expired() && late.wait(at_once));
+}
+
+TEST_F(TaskContainer, IsNotLeftWhileItsTaskIsAskedForIt) {
+    asked_holder holder(make_task("", nullptr, [] {}).share());
+    query<placed_task_ifc>(holder.task->cancellation())->enter_holder(holder);
+    holder.task->get_container();
+    EXPECT_TRUE(holder.task->get_ended_state()->wait_ended(in_time));
 }
 
 TEST_F(TaskContainer, EndsWithACanceledTaskThatAloneHeldIt) {

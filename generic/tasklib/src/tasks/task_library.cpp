@@ -17,11 +17,11 @@ namespace {
 constinit log::source_position measurement_missing(__FILE__, 30);
 constexpr int most_pauses = 50;
 
-// What tasks are made with, as long as the library is there. Whoever uses it without an object
-// of the library stands behind the gate meanwhile.
-constinit platform::thread_gate library_is_mapped;
-// Acquire and release: who finds it finds the library mapped. Null before the first use, and
-// with a library that does not offer it.
+// The library stands behind it; whoever uses the library without an object of it is inside
+// meanwhile.
+constinit platform::thread_gate gate_of_library;
+// What tasks are made with, as long as the library is there. Acquire and release: who finds it
+// finds the library mapped. Null before the first use, and with a library that does not offer it.
 constinit std::atomic<task_making_ifc*> making{nullptr};
 
 class tasks_core_library : public mi::neighbour_module<tasks_core_module> {
@@ -38,12 +38,14 @@ public:
     /// Refuses, and leaves the library loaded, while its objects are in use.
     void end() {
         making.store(nullptr, std::memory_order_release);
-        library_is_mapped.close();
         // A thread lets go of a task a moment after that has told of its end, on which
         // its maker may have waited.
         for (int pause = 0; pause < most_pauses && is_used(); ++pause)
             platform::sleep_for(platform::milliseconds(1));
         refuse_while_used();
+        // The last state has counted itself out, and its destructor may still have to return.
+        gate_of_library.close();
+        refuse_while_used(); // a state may have been made meanwhile
     }
 };
 
@@ -107,7 +109,7 @@ std::shared_ptr<task_scheduler_ifc> get_task_scheduler() {
 namespace {
 
 ended_state_ifc* make_ended_state_in(std::span<std::byte> room) noexcept {
-    const platform::thread_gate::visit inside(library_is_mapped);
+    const platform::thread_gate::visit inside(gate_of_library);
     auto* const maker = inside ? making.load(std::memory_order_acquire) : nullptr;
     return maker ? maker->make_ended_state_in(room.data(), room.size()) : nullptr;
 }
@@ -128,10 +130,12 @@ own_ended_state::own_ended_state() : state_(make_ended_state_in(room_)) {
 }
 
 own_ended_state::~own_ended_state() {
-    if (is_separate())
+    if (is_separate()) {
         std::destroy_at(std::launder(reinterpret_cast<separate*>(room_)));
-    else
-        state_->~ended_state_ifc();
+        return;
+    }
+    const platform::thread_gate::visit until_it_returns(gate_of_library);
+    state_->~ended_state_ifc();
 }
 
 std::shared_ptr<ended_state_ifc>

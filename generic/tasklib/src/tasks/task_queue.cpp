@@ -101,8 +101,8 @@ bool task_queue::store(const std::shared_ptr<task_ifc>& task) {
 }
 
 std::size_t task_queue::length() const noexcept {
-    const auto taken = taken_so_far_.load(std::memory_order_relaxed);
-    // A task may be stored and taken between the two looks, but none is taken twice.
+    // Acquired, so that no more tasks are seen taken than stored.
+    const auto taken = taken_so_far_.load(std::memory_order_acquire);
     return stored_so_far_.load(std::memory_order_relaxed) - taken;
 }
 

@@ -109,6 +109,36 @@ TEST(Task, BelongsToOnePlaceAndIsCanceledWhenThatRefusesIt) {
     EXPECT_TRUE(task.is_over() && stored.is_over());
 }
 
+struct open_pool final : task_pool_ifc {
+    std::shared_ptr<task_submitter_ifc> place() noexcept override { return room; }
+    std::shared_ptr<waiting_room> room = std::make_shared<waiting_room>();
+};
+
+TEST(Task, BelongsToOneOfAPoolAndAPlaceThatComeAtTheSameMoment) {
+    open_pool pool;
+    const auto room = std::make_shared<waiting_room>();
+    constexpr int rounds = 300;
+    std::vector<shared_task> tasks(rounds);
+    for (auto& task : tasks)
+        task = make_task("", nullptr, [] {}).share();
+    std::atomic<int> in_pool{0}, in_room{0}, next{0};
+    {
+        watched_thread other([&] {
+            for (int n = 0; n < rounds; ++n) {
+                for (++next; next < 2 * n + 2;)
+                    platform::pause_processor();
+                in_pool += query<placed_task_ifc>(tasks[n]->cancellation())->enter_pool(pool);
+            }
+        });
+        for (int n = 0; n < rounds; ++n) {
+            for (++next; next < 2 * n + 2;)
+                platform::pause_processor();
+            in_room += !platform::guarded([&] { tasks[n]->set_submitter(room); });
+        }
+    }
+    EXPECT_EQ(in_pool + in_room, rounds);
+}
+
 // A task of somebody else, who knows task_ifc only.
 struct plain_task final : task_ifc, cancellation_ifc {
     explicit plain_task(std::shared_ptr<task_ifc> t) : inner(std::move(t)) {}
