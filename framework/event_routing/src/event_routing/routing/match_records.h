@@ -80,7 +80,7 @@ public:
     /// recalls or keeps other matches.
     const Matches* recall(message_scope& message, std::string_view text,
                           std::uint64_t generation) const {
-        const auto* const last = as_matches(message.frame().list.kept_by(this));
+        const auto* const last = as_matches(message.frame().list.last_of(this));
         return last && last->generation == generation && last->text == text
                    ? last
                    : find(message, text, generation);

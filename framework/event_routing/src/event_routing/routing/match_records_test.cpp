@@ -162,5 +162,22 @@ TEST_F(MatchRecords, AreNotGivenBackWhileARemovalLooksIntoThem) {
     sender_may_end.set();
 }
 
+// A part of a task may begin, on a thread that has sent messages, while its service ends.
+TEST(NamedUse, StaysNamedWhileTheKeeperOfTheLastOneEnds) {
+    const int keeper = 0, kept = 0, shared = 0;
+    named_use named;
+    std::atomic<bool> ends{false};
+    std::jthread ending([&] {
+        while (!ends)
+            named.forget(&keeper);
+    });
+    for (int i = 0; i < 1'000'000 && !HasFailure(); ++i) {
+        named.name_if(&kept, &keeper, [] { return true; });
+        named.name_opaque(&shared);
+        EXPECT_TRUE(named.is(&shared));
+    }
+    ends = true;
+}
+
 } // namespace
 } // namespace zel::event_routing::impl

@@ -24,7 +24,7 @@ bool names(const message_frame& frame, const retirable_base& callable) noexcept 
     const auto word = frame.list.word();
     if (word == 0)
         return false;
-    if (word & named_use::any)
+    if (word & named_use::opaque)
         return true;
     if (word & named_use::one)
         return word == (reinterpret_cast<std::uintptr_t>(&callable) | named_use::one);
