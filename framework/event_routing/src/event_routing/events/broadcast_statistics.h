@@ -51,7 +51,8 @@ private:
                                                     std::string_view paths, bool is_late);
     bool is_period_full() ZEL_REQUIRES(guard_);
     void give_credit(thread_counts& own) noexcept ZEL_REQUIRES(guard_);
-    void take_counts(thread_counts& from) ZEL_REQUIRES(guard_);
+    void take_counts(thread_counts& from) noexcept ZEL_REQUIRES(guard_);
+    void add_paths(std::string_view paths, std::uint32_t count) noexcept ZEL_REQUIRES(guard_);
     std::unique_ptr<const statistics_data_t> end_period() ZEL_REQUIRES(guard_);
 
     thread_records& threads_;
