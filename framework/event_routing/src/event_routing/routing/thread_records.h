@@ -18,7 +18,8 @@
 //
 // A list that a service keeps stays named after the message has ended, until the frame names
 // something else or the service ends. So a thread that sends the same message again and again
-// has its list at hand and makes no fence.
+// has its list at hand and makes no fence. But once a thread has told monitors of anything, each
+// removal of a monitor finds a snapshot named and needs the barrier.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/routing/service_parts.h"
@@ -82,6 +83,7 @@ struct call_place {
 /// What can be named as a list of handlers.
 class handler_list_base {
 public:
+    virtual std::size_t size() const noexcept = 0; ///< how many handlers
     virtual bool contains(const retirable_base& handler) const noexcept = 0;
 
 protected:
@@ -270,15 +272,15 @@ public:
 private:
     thread_record& add_record();
     static void thread_ends(void* records, void* record) noexcept;
-    bool is_named_elsewhere(const retirable_base& removed) const noexcept;
+    bool may_be_named_elsewhere(const retirable_base& removed) const noexcept;
     void count_uses(retirable_base& removed) noexcept;
     bool announces(const retirable_base& callable, std::uintptr_t kind) const noexcept;
     template <class IsOver>
     void wait(retirable_base& removed, platform::wait_deadline until,
               const IsOver& is_over) noexcept;
 
-    template <class Use>
-    void for_each_frame(const Use& use) const ZEL_REQUIRES(guard_);
+    template <class Test>
+    bool any_frame(const Test& test) const ZEL_REQUIRES(guard_);
 
     // Guards the list of records, which a removal walks, and what is said to be under it
     // above. Never held while foreign code runs. Nested in it are the guards of parts.
