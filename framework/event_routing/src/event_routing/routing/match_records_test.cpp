@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <optional>
 #include <thread>
+#include <unordered_set>
 
 namespace zel::event_routing::impl {
 namespace {
@@ -192,6 +193,20 @@ TEST_F(MatchRecords, AreNotAllLookedIntoByARemoval) {
     retirable<int>(2).retire(*threads);
     EXPECT_EQ(list.looks, 1);
     may_end.set();
+}
+
+TEST(TextHash, DiffersAlsoForTextsThatMakeAFactorZero) {
+    const auto bytes = [](std::uint64_t word) {
+        return std::string(reinterpret_cast<const char*>(&word), sizeof word);
+    };
+    const std::string second = bytes(0xC2B2AE3D27D4EB4F);
+    std::unordered_set<std::size_t> hashes;
+    for (std::uint64_t i = 0; i < 1000; ++i) {
+        hashes.insert(text_hash(bytes(i) + second));
+        hashes.insert(text_hash(bytes(i) + second + "end"));
+        hashes.insert(text_hash(bytes(0x9E3779B97F4A7C15 ^ 16) + bytes(i)));
+    }
+    EXPECT_EQ(hashes.size(), 3000u);
 }
 
 // A part of a task may begin, on a thread that has sent messages, while its service ends.
