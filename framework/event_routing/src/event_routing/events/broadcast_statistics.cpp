@@ -105,8 +105,8 @@ bool broadcast_statistics::is_period_full() {
 // be taken back. Who got all of the last few would lose them to the next thread at once.
 void broadcast_statistics::give_credit(thread_counts& own) noexcept {
     if (std::exchange(own.period_, period_number_) != period_number_)
-        ++takers_;
-    const auto threads = std::max(takers_, former_takers_);
+        ++credited_threads_;
+    const auto threads = std::max(credited_threads_, formerly_credited_);
     const auto share = (spare_credit_ + threads - 1) / threads;
     spare_credit_ -= share;
     own.word_.store(share, std::memory_order_release);
@@ -140,7 +140,7 @@ std::unique_ptr<const statistics_data_t> broadcast_statistics::end_period() {
         broadcasts_in_period - std::exchange(spare_credit_, broadcasts_in_period);
     deadline_.store(next->deadline.time_since_epoch().count(), std::memory_order_relaxed);
     ++period_number_;
-    former_takers_ = std::exchange(takers_, 0);
+    formerly_credited_ = std::exchange(credited_threads_, 0);
     return std::exchange(period_, std::move(next));
 }
 
