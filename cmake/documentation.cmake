@@ -1,4 +1,4 @@
-# The man page, and what the packages put into /usr/share/doc. Compressed as Debian wants it,
+# The man pages, and what the packages put into /usr/share/doc. Compressed as Debian wants it,
 # without names and times in the files, so that two builds make the same.
 
 set(compressed_files)
@@ -12,6 +12,9 @@ function(compress file result)
 endfunction()
 
 compress(tools/inspect/event_routing_inspect.1 event_routing_inspect.1.gz)
+if(TARGET event_routing_nats)
+    compress(tools/bridge/event_routing_bridge.1 event_routing_bridge.1.gz)
+endif()
 compress(CHANGELOG.md changelog.gz)
 add_custom_target(documentation DEPENDS ${compressed_files})
 add_dependencies(event_routing_inspect documentation) # is all that `./dev package` builds
@@ -19,7 +22,7 @@ add_dependencies(event_routing_inspect documentation) # is all that `./dev packa
 install(FILES ${PROJECT_BINARY_DIR}/event_routing_inspect.1.gz
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 
-foreach(component runtime development tools)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
     string(TOUPPER ${component} upper)
     set(${component}_doc ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
     install(FILES ${PROJECT_BINARY_DIR}/changelog.gz
@@ -29,5 +32,10 @@ endforeach()
 install(FILES README.md CONTRIBUTING.md CHANGELOG.md
     DESTINATION ${development_doc} COMPONENT development)
 install(DIRECTORY docs DESTINATION ${development_doc} COMPONENT development
-    FILES_MATCHING PATTERN "*.md")
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.schema.json")
 install(FILES docs/inspect.md DESTINATION ${tools_doc} COMPONENT tools)
+if(TARGET event_routing_nats)
+    install(FILES docs/bridge.md docs/bridge.schema.json DESTINATION ${nats_doc} COMPONENT nats)
+    install(FILES ${PROJECT_BINARY_DIR}/event_routing_bridge.1.gz
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT nats)
+endif()

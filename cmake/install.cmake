@@ -48,7 +48,7 @@ install(TARGETS ${installed_targets}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
     INCLUDES DESTINATION ${header_dir})
 
-# The program finds the libraries from where it lies, wherever the tree is moved to.
+# Programs find the libraries from where they lie, wherever the tree is moved to.
 file(RELATIVE_PATH libraries_from_programs
     /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${CMAKE_INSTALL_LIBDIR})
 set_target_properties(event_routing_inspect PROPERTIES
@@ -86,8 +86,37 @@ install(FILES
     ${PROJECT_BINARY_DIR}/event_routing-config-version.cmake
     DESTINATION ${package_dir} COMPONENT development)
 
+# The bridge is a package of its own with a dependency of its own: where it is not installed, the
+# rest must still be found.
+if(TARGET event_routing_nats)
+    install(TARGETS event_routing_nats
+        EXPORT event_routing-nats-targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT nats
+        INCLUDES DESTINATION ${header_dir})
+    install(TARGETS event_routing_bridge_component
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT nats)
+    set_target_properties(event_routing_bridge PROPERTIES
+        INSTALL_RPATH "$ORIGIN/${libraries_from_programs}")
+    install(TARGETS event_routing_bridge
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT nats)
+    install(FILES libraries/nats_bridge/include/event_routing/nats_bridge.h
+        DESTINATION ${header_dir}/event_routing COMPONENT nats)
+    install(EXPORT event_routing-nats-targets
+        NAMESPACE event_routing::
+        DESTINATION ${package_dir} COMPONENT nats)
+    # Its target is all that `./dev package` builds.
+    add_dependencies(event_routing_inspect
+        event_routing_nats event_routing_bridge_component event_routing_bridge)
+endif()
+
 # Relative to the .pc file, so that an installed tree can be moved.
 string(REGEX REPLACE "[^/]+" ".." pkg_config_prefix ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 configure_file(cmake/event_routing.pc.in ${PROJECT_BINARY_DIR}/event_routing.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/event_routing.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+if(TARGET event_routing_nats)
+    configure_file(
+        cmake/event_routing-nats.pc.in ${PROJECT_BINARY_DIR}/event_routing-nats.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/event_routing-nats.pc
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT nats)
+endif()

@@ -37,6 +37,19 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "event_routing_inspect loads components, shows who listens to which path, sends
 messages by hand and watches the traffic.")
 
+if(TARGET event_routing_nats)
+    list(APPEND CPACK_COMPONENTS_ALL nats)
+    set(CPACK_DEBIAN_NATS_PACKAGE_NAME event-routing-nats)
+    set(CPACK_DEBIAN_NATS_PACKAGE_SECTION libs)
+    set(CPACK_DEBIAN_NATS_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_NATS_PACKAGE_DEPENDS "${exact_runtime}")
+    set(CPACK_COMPONENT_NATS_DESCRIPTION
+        "A bridge that takes events, requests and snowballs of event_routing to other
+processes and machines over NATS: the library, its header, the CMake target and the
+pkg-config module event_routing-nats, the same as a component, and
+event_routing_bridge, a program that runs components and connects them.")
+endif()
+
 # Where the tools' libraries lie while they are packed.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)

@@ -73,13 +73,23 @@ block() {
 }
 
 "$here/../../cmake/make_packages.sh" "$build" "$scratch/packages" >"$scratch/made"
-[[ $(wc -l <"$scratch/made") == 3 ]] || fail "expected three packages: $(cat "$scratch/made")"
+# The bridge is built where libnats is there.
+has_bridge=0
+[[ ! -e $build/lib/libevent_routing_nats.so ]] || has_bridge=1
+[[ $(wc -l <"$scratch/made") == $((3 + has_bridge)) ]] ||
+    fail "not the packages that were expected: $(cat "$scratch/made")"
 
 runtime=$(sed -n 's|.*/\(libevent-routing[0-9]*\)_.*|\1|p' "$scratch/made")
 version=$(dpkg-deb -f "$scratch/packages/${runtime}"_*.deb Version)
 expect_depends "$runtime" libc6 libfmt libjsoncpp libmd libspdlog
 expect_depends libevent-routing-dev "$runtime (= $version)" libfmt-dev libjsoncpp-dev libmd-dev
 expect_depends event-routing-tools "$runtime (= $version)" libc6 libfmt
+
+if ((has_bridge)); then
+    expect_depends event-routing-nats "$runtime (= $version)" libc6 libnats
+    expect_files event-routing-nats doc/event-routing-nats/{changelog.gz,bridge.md,bridge.schema.json} \
+        man/man1/event_routing_bridge.1.gz
+fi
 
 expect_files "$runtime" "doc/$runtime/changelog.gz"
 expect_files libevent-routing-dev doc/libevent-routing-dev/{changelog.gz,README.md,docs/guide.md}
@@ -95,7 +105,7 @@ while IFS=: read -r document link; do
     target=${link#](}
     target=${target%[)#]}
     [[ -e $(dirname "$document")/$target ]] || fail "a link in $document leads nowhere: $target"
-done < <(grep -roE '\]\([[:alnum:]_./-]+\.md[)#]' "$documents")
+done < <(grep -roE '\]\([[:alnum:]_./-]+\.(md|json)[)#]' "$documents")
 
 mkdir "$scratch/letters"
 block cpp "#include <event_routing/client.h>" >"$scratch/letters/main.cpp"
@@ -128,6 +138,20 @@ for command in "" list reach send watch; do
         [[ $manual == *"$option"* ]] || fail "the man page does not have $option of $command"
     done
 done
+
+if ((has_bridge)); then
+    unpack "$scratch/user" event-routing-nats
+    manual=$(gzip -dc "$scratch/user/usr/share/man/man1/event_routing_bridge.1.gz" | tr -d '\\')
+    for option in $("$scratch/user/usr/bin/event_routing_bridge" --help | grep -o -- '^  --[a-z]*'); do
+        [[ $manual == *"$option"* ]] || fail "the man page does not have $option of the bridge"
+    done
+    echo '{"realm": "a", "host": "b", "export_events": [{"pattern": "c"}]}' >"$scratch/bridge.json"
+    # The component is there, and ends although no server is.
+    EVENT_ROUTING_BRIDGE_CONFIGURATION=$scratch/bridge.json \
+        "$scratch/user/usr/bin/event_routing_inspect" list event_routing_bridge >"$scratch/listed" ||
+        fail "the packed bridge was not loaded, but ended with $?"
+    grep -q "^event" "$scratch/listed" || fail "the packed bridge has no handler: $(cat "$scratch/listed")"
+fi
 
 answer=$("$scratch/user/usr/bin/event_routing_inspect" send request greet \
     --payload '["you"]' "$scratch/libgreeter.so") || fail "the packed tool ended with $?"

@@ -28,8 +28,8 @@ namespace zel::event_routing {
 
 /// What became of the library of components that were stopped.
 struct stopped_library {
-    std::string library;
-    bool is_unmapped = false;
+    std::string library;      ///< as it was named when it was started
+    bool is_unmapped = false; ///< it is out of memory
     /// What keeps it mapped, a text for each, such as "handler of events 'a.b' (title bar)".
     std::vector<std::string> in_use;
     /// Others have references to it, so that it has not ended.

@@ -48,6 +48,7 @@ struct running_calls {
 class ZEL_EXPORT IDroppable {
 public:
     static constexpr std::int32_t interface_version = 1;
+    /// Of the object; the functions below refuse another than theirs.
     virtual std::int32_t GetDroppableVersion() const { return interface_version; }
 
     /// Path, ", " and description.

@@ -20,9 +20,12 @@ namespace zel::event_routing {
 class ZEL_EXPORT IPendingEvents {
 public:
     static constexpr std::int32_t interface_version = 1;
+    /// Of the object; the functions below refuse another than theirs.
     virtual std::int32_t GetPendingEventsVersion() const { return interface_version; }
 
+    /// See flush_cumulative_event.
     virtual bool FlushCumulativeEvent(const std::string& path) = 0;
+    /// See cancel_cumulative_event.
     virtual bool CancelCumulativeEvent(const std::string& path) = 0;
 
 protected:

@@ -1,0 +1,118 @@
+#include "tests/bridge/host_process.h"
+
+#include <event_routing/nats_bridge.h>
+
+#include <sstream>
+
+namespace zel::event_routing::nats {
+
+namespace {
+
+constexpr platform::milliseconds patience{60'000};
+
+std::string hex(const std::string& text) {
+    std::string digits;
+    for (const unsigned char byte : text)
+        for (const int digit : {byte >> 4, byte & 15})
+            digits += "0123456789abcdef"[digit];
+    return digits.empty() ? "-" : digits;
+}
+
+std::string from_hex(const std::string& digits) {
+    std::string text;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+        text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    return text;
+}
+
+std::string variable_set_to(const std::string& configuration) {
+    std::string setting = configuration_variable;
+    setting += '=';
+    return setting += configuration;
+}
+
+} // namespace
+
+words words_in(const std::string& line) {
+    std::istringstream in(line);
+    words entry;
+    for (std::string word; in >> word;)
+        entry.push_back(entry.empty() ? word : from_hex(word));
+    return entry;
+}
+
+std::string server_program() {
+    static const std::string found = [] {
+        // Debian puts it where only root looks for programs.
+        for (const char* program : {"nats-server", "/usr/sbin/nats-server"}) {
+            try {
+                platform::piped_program asked({program, "--version"});
+                if (asked.read_line(patience) && asked.wait() == 0)
+                    return std::string(program);
+            } catch (const std::system_error&) {
+            }
+        }
+        return std::string();
+    }();
+    return found;
+}
+
+void server::start() {
+    program_ = std::make_unique<platform::piped_program>(
+        words{server_program(), "-a", "127.0.0.1", "-p", port(), "-l", "/dev/null"});
+    ASSERT_TRUE(platform::is_listened_to(port_, patience)) << "nats-server does not answer";
+}
+
+void server::kill() {
+    program_->kill();
+    program_->wait();
+}
+
+host_process::host_process(const std::string& name, const server& from)
+    : name_(name), program_({BRIDGE_HOST_PROGRAM, name, from.port()}) {}
+
+host_process::host_process(const std::string& name, const server& from,
+                           const std::string& configuration)
+    : name_(name),
+      program_({"env", variable_set_to(configuration), BRIDGE_HOST_PROGRAM, name, from.port()}) {}
+
+void host_process::begin(const words& command) {
+    std::string line = command.front();
+    for (std::size_t i = 1; i < command.size(); ++i)
+        line += ' ' + hex(command[i]);
+    program_.write_line(line);
+}
+
+std::vector<words> host_process::answer() {
+    std::vector<words> lines;
+    while (const auto line = program_.read_line(patience)) {
+        words entry = words_in(*line);
+        if (entry.front() == "ok")
+            return lines;
+        if (entry.front() == "failed") {
+            ADD_FAILURE() << name_ << ": " << entry.at(1);
+            return lines;
+        }
+        lines.push_back(std::move(entry));
+    }
+    ADD_FAILURE() << name_ << " does not answer";
+    return lines;
+}
+
+std::vector<words> host_process::journal(const std::string& handler) {
+    auto entries = tell({"journal"});
+    std::erase_if(entries, [&](const words& entry) { return entry.front() != handler; });
+    return entries;
+}
+
+int host_process::end() {
+    program_.write_line("quit");
+    return program_.wait();
+}
+
+void host_process::kill() {
+    program_.kill();
+    program_.wait();
+}
+
+} // namespace zel::event_routing::nats

@@ -1,0 +1,277 @@
+// Requests between processes: what became of each is said honestly.
+#include "tests/bridge/host_process.h"
+
+#include <chrono>
+
+namespace zel::event_routing::nats {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Longer than any test takes that does not wait for it.
+constexpr const char* ages = "60000";
+
+class BridgeRequests : public testing::Test {
+protected:
+    void SetUp() override {
+        REQUIRE_NATS_SERVER();
+        server_.start();
+        asking_ = std::make_unique<host_process>("asking", server_);
+        first_ = std::make_unique<host_process>("first", server_);
+        second_ = std::make_unique<host_process>("second", server_);
+    }
+
+    void start_asking() {
+        asking_->tell({"ask", "work.*", ages});
+        start(*asking_);
+    }
+
+    static void start_serving(host_process& host, const char* mode, const char* behaviour) {
+        host.tell({"serve", "work.*", mode});
+        host.tell({"answer", "work.*", behaviour});
+        start(host);
+    }
+
+    static void start(host_process& host) {
+        host.tell({"start"});
+        host.tell({"ready"});
+    }
+
+    // What became of it, and the answer or the failure's text.
+    static std::pair<std::string, std::string> outcome(const std::vector<words>& lines) {
+        if (lines.empty())
+            return {};
+        return {lines.front().at(1), lines.front().at(2)};
+    }
+
+    std::pair<std::string, std::string> ask(const std::string& path, const std::string& text,
+                                            const std::string& parameter = "") {
+        return outcome(asking_->tell({"request", path, text, parameter}));
+    }
+
+    static std::size_t expired(host_process& host) {
+        return std::stoul(host.tell({"counts"}).at(0).at(7));
+    }
+
+    server server_;
+    std::unique_ptr<host_process> asking_;
+    std::unique_ptr<host_process> first_;
+    std::unique_ptr<host_process> second_;
+};
+
+TEST_F(BridgeRequests, AreAnsweredDeclinedOrFailedAsTheOneThatServesThemDoes) {
+    for (const char* mode : {"owner", "any", "unique"}) {
+        for (const std::string behaviour : {"reply", "error", "decline", "throw"}) {
+            host_process asking("asking", server_);
+            host_process serving("serving", server_);
+            serving.tell({"expect", "asking"}); // and is heard of by it
+            asking.tell({"ask", "work.*", ages});
+            start(asking);
+            const auto ask = [&] { return outcome(asking.tell({"request", "work. \r\n*", "a"})); };
+            EXPECT_EQ(ask().first, "nobody") << "before anybody serves it";
+            start_serving(serving, mode, behaviour.c_str());
+            const auto [result, text] = ask();
+            if (behaviour == "reply") {
+                EXPECT_EQ(result + ": " + text, "answered: serving has a");
+            } else if (behaviour == "error") {
+                EXPECT_EQ(result + ": " + text, "error: serving has a");
+            } else if (behaviour == "decline") {
+                EXPECT_EQ(result, "nobody");
+            } else {
+                EXPECT_EQ(result + ": " + text, "threw: serving: zel::exceptions::error: no paper");
+            }
+            const auto asked = serving.journal("asked");
+            ASSERT_EQ(asked.size(), 1U);
+            EXPECT_EQ(asked[0], (words{"asked", "work. \r\n*", "a", "asking"}));
+            EXPECT_EQ(serving.end(), 0);
+            EXPECT_EQ(ask().first, "nobody") << "after it has ended";
+        }
+    }
+}
+
+TEST_F(BridgeRequests, OfAnyModeAreEachAnsweredByOneOfTwo) {
+    start_asking();
+    for (auto* host : {first_.get(), second_.get()})
+        start_serving(*host, "any", "reply");
+    for (int i = 0; i < 50; ++i)
+        EXPECT_EQ(ask("work.a", std::to_string(i)).first, "answered");
+    const auto by_first = first_->journal("asked").size();
+    const auto by_second = second_->journal("asked").size();
+    EXPECT_EQ(by_first + by_second, 50U);
+    EXPECT_TRUE(by_first > 0 && by_second > 0);
+}
+
+TEST_F(BridgeRequests, OfUniqueModeAskAllThatServeThemAndAcceptOneAnswer) {
+    const words behaviours{"reply", "decline", "throw"};
+    start_asking();
+    for (const auto& first : behaviours) {
+        for (const auto& second : behaviours) {
+            // Asked in the order of their names.
+            host_process one("1", server_);
+            host_process two("2", server_);
+            for (auto* host : {&one, &two}) {
+                host->tell({"serve", "work.*", "unique"});
+                host->tell({"answer", "work.*", host == &one ? first : second});
+                host->tell({"expect", "asking"});
+                start(*host);
+            }
+            // They have heard of the sender, and it of them.
+            const auto result = ask("work.a", "a").first;
+            if (first == "throw" || second == "throw")
+                EXPECT_EQ(result, "threw") << first << ' ' << second;
+            else if (first == "reply" && second == "reply")
+                EXPECT_EQ(result, "multiple");
+            else
+                EXPECT_EQ(result, first == second ? "nobody" : "answered") << first << second;
+            EXPECT_EQ(one.journal("asked").size(), 1U);
+            EXPECT_EQ(two.journal("asked").size(), first == "throw" ? 0U : 1U);
+            one.kill(); // without a goodbye
+            // Before the server has found that out, nobody can say what became of a request.
+            std::string afterwards = "unknown";
+            for (int i = 0; i < 50 && afterwards == "unknown"; ++i)
+                afterwards = ask("work.a", "b", "200").first;
+            EXPECT_EQ(afterwards, second == "reply"   ? "answered"
+                                  : second == "throw" ? "threw"
+                                                      : "nobody");
+            EXPECT_EQ(two.end(), 0);
+        }
+    }
+}
+
+TEST_F(BridgeRequests, HaveOneOwnerAndASecondClaimNamesIt) {
+    start_asking();
+    start_serving(*first_, "owner", "reply");
+    second_->tell({"serve", "work.*", "owner"});
+    second_->tell({"answer", "work.*", "reply"});
+    second_->tell({"start"});
+    second_->program().write_line("ready");
+    const auto refused = second_->program().read_line(30s);
+    ASSERT_TRUE(refused && refused->starts_with("failed "));
+    EXPECT_NE(refused->find("686f73742027666972737427"), std::string::npos)
+        << "host 'first', in hexadecimal digits, in " << *refused;
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(ask("work.a", "").second, "first has ");
+    EXPECT_EQ(first_->end(), 0);
+    EXPECT_EQ(ask("work.a", "").first, "nobody") << "the second is not the owner now, either";
+
+    // Of hosts that claim it at the same time one wins, too.
+    for (int round = 0; round < 2; ++round) {
+        std::vector<std::unique_ptr<host_process>> claiming;
+        for (int i = 0; i < 4; ++i) {
+            auto& host = *claiming.emplace_back(std::make_unique<host_process>("one", server_));
+            host.tell({"serve", "work.*", "owner"});
+        }
+        server_.suspend(); // all of them wait for it, and go on at once
+        for (const std::string command : {"start", "ready"}) {
+            for (auto& host : claiming)
+                host->begin({command});
+            server_.resume();
+            int succeeded = 0;
+            for (auto& host : claiming)
+                succeeded += host->program().read_line(30s).value_or("") == "ok";
+            EXPECT_EQ(succeeded, command == "ready" ? 1 : 4) << command;
+        }
+    }
+}
+
+TEST_F(BridgeRequests, StayInTheProcessWhereItCanAnswerOrIsAskedAlone) {
+    asking_->tell({"answer", "work.here", "reply"});
+    start_asking();
+    start_serving(*first_, "owner", "reply");
+    EXPECT_EQ(ask("work.here", "a").second, "asking has a");
+    EXPECT_EQ(ask("work.a", "a", "local").first, "nobody");
+    EXPECT_EQ(ask("work.a", "a", "skip").first, "nobody");
+    EXPECT_EQ(ask("elsewhere", "a").first, "nobody");
+    EXPECT_TRUE(first_->journal("asked").empty());
+    EXPECT_EQ(ask("work.a", std::string(2'000'000, 'a')).first, "did not run") << "too large";
+    EXPECT_TRUE(first_->journal("asked").empty());
+}
+
+TEST_F(BridgeRequests, AreNotExecutedOnceTheSenderWaitsNoMore) {
+    start_asking();
+    start_serving(*first_, "owner", "reply");
+    EXPECT_EQ(ask("work.a", "warm").first, "answered");
+    // Whoever sleeps finds it afterwards: the host that answers, or the server on the way to it.
+    first_->program().suspend();
+    EXPECT_EQ(ask("work.a", "host", "300").first, "unknown");
+    first_->program().resume();
+    server_.suspend();
+    EXPECT_EQ(ask("work.a", "server", "300").first, "unknown");
+    server_.resume();
+    EXPECT_EQ(ask("work.a", "last").first, "answered");
+    for (int i = 0; i < 10'000 && expired(*first_) < 2; ++i) {
+    }
+    EXPECT_EQ(expired(*first_), 2U);
+    words texts;
+    for (const auto& entry : first_->journal("asked"))
+        texts.push_back(entry.at(2));
+    EXPECT_EQ(texts, (words{"warm", "last"}));
+}
+
+TEST_F(BridgeRequests, AreNeverKeptForAServerThatComesBack) {
+    start_asking();
+    start_serving(*first_, "owner", "slow");
+    asking_->begin({"request", "work.a", "under way"});
+    first_->tell({"await", "asked", "1"});
+    server_.kill();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(outcome(asking_->answer()).first, "unknown") << "it runs, and nobody can say so";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 30s) << "told by the broken connection";
+    EXPECT_EQ(ask("work.a", "meanwhile").first, "did not run");
+    server_.start();
+    first_->tell({"ready"});
+    asking_->tell({"ready"});
+    EXPECT_EQ(ask("work.a", "afterwards").first, "answered");
+    words texts;
+    for (const auto& entry : first_->journal("asked"))
+        texts.push_back(entry.at(2));
+    EXPECT_EQ(texts, (words{"under way", "afterwards"}));
+}
+
+TEST_F(BridgeRequests, AreOfUnknownOutcomeWhenTheirHostIsKilledAndAnsweredWhenItEnds) {
+    start_asking();
+    start_serving(*first_, "any", "slow");
+    asking_->begin({"request", "work.a", "killed", "1000"});
+    first_->tell({"await", "asked", "1"});
+    first_->kill();
+    EXPECT_EQ(outcome(asking_->answer()).first, "unknown");
+    EXPECT_EQ(ask("work.a", "gone").first, "nobody");
+
+    start_serving(*second_, "any", "slow");
+    asking_->begin({"request", "work.a", "ending"});
+    second_->tell({"await", "asked", "1"});
+    second_->tell({"end"});
+    EXPECT_EQ(outcome(asking_->answer()).first, "answered") << "its end waits for what it executes";
+}
+
+TEST_F(BridgeRequests, AsSnowballsGoFromHostToHostAndPassBySilentOnes) {
+    host_process third("third", server_);
+    asking_->tell({"snowballs", "menu.*", "send"});
+    asking_->tell({"add", "menu.file", "own"});
+    for (const char* name : {"first", "second", "third"})
+        asking_->tell({"expect", name});
+    asking_->tell({"start"});
+    for (auto* host : {first_.get(), second_.get(), &third}) {
+        host->tell({"snowballs", "menu.*", "serve"});
+        host->tell({"snowballs", "menu.*", "send"}); // and does not send on what came to it
+        host->tell({"add", "menu.*", host == &third ? "3" : host == first_.get() ? "1" : "2"});
+        start(*host);
+    }
+    asking_->tell({"ready"});
+    const auto send = [&] { return outcome(asking_->tell({"snowball", "menu.file", "start"})); };
+    EXPECT_EQ(send().second, "start own 1 2 3");
+    second_->program().suspend();
+    EXPECT_EQ(send().second, "start own 1 3");
+    EXPECT_EQ(third.journal("added").back().at(3), "second") << "the next host is told";
+    second_->program().resume();
+    first_->kill(); // nobody listens there any more, so nothing has to be waited for
+    third.tell({"add", "menu.file", "throw"});
+    EXPECT_EQ(send(), std::make_pair(std::string("threw"), std::string("no paper")));
+    EXPECT_EQ(third.end(), 0);
+    EXPECT_EQ(send().second, "start own 2");
+    // What was on its way while the second slept was not added to later.
+    EXPECT_EQ(second_->journal("added").size(), 3U);
+}
+
+} // namespace
+} // namespace zel::event_routing::nats
