@@ -8,8 +8,9 @@ namespace zel::event_routing::impl {
 /// The body of the task. Holds neither the service nor the handler's callable.
 class asynchronous_part {
 public:
-    /// The name of the task keeps the list in which the handler stands. The records are
-    /// there when the part begins, because its service waits for it.
+    /// The name of the task keeps the list in which the handler stands, for as long as
+    /// anybody refers to the task, such as a task that was made inside of the part. The records
+    /// are there when the part begins, because its service waits for it.
     asynchronous_part(thread_records& threads, const MultiPathHandlerInfo& handler, event_data data,
                       routing_parameters parameters, event_monitors::snapshot monitors)
         : threads_(threads), handler_(&handler), data_(std::move(data)),

@@ -171,7 +171,7 @@ void EventRoutingImpl::broadcast::start_asynchronous_part(
 void asynchronous_part::operator()() const {
     const auto threads = threads_.shared_from_this(); // the part may end its service
     message_scope message(*threads);
-    message.name_one(*handler_->handler);
+    message.frame().list.name_one(*handler_->handler);
     monitors_.name_in(message);
     const announced_call body(message, removal_waits::yes, *handler_->handler);
     if (!body)

@@ -77,14 +77,12 @@ std::unique_ptr<const statistics_data_t> broadcast_statistics::settle(thread_cou
     if (own)
         take_counts(*own);
     if (result == count_outcome::no_room)
-        platform::guarded([&] { own->make_room(); }); // else it keeps what it has
+        platform::guarded([&] { own->make_room(paths.size()); }); // else it keeps what it has
     if (result == count_outcome::no_room || result == count_outcome::no_credit) {
         // If it is full, the thread that has counted the last one is waiting for the guard.
         if (is_period_full())
             ended = end_period();
-        const std::size_t begin = period_->texts.size();
-        period_->texts.append(paths);
-        period_->path_counts.push_back({begin, paths.size(), 1});
+        add_paths(paths, 1);
         --spare_credit_;
     }
     const bool is_over = is_period_full() || (is_late && has_passed(deadline()));
@@ -107,29 +105,31 @@ bool broadcast_statistics::is_period_full() {
 // be taken back. Who got all of the last few would lose them to the next thread at once.
 void broadcast_statistics::give_credit(thread_counts& own) noexcept {
     if (std::exchange(own.period_, period_number_) != period_number_)
-        ++takers_;
-    const auto threads = std::max(takers_, former_takers_);
+        ++credited_threads_;
+    const auto threads = std::max(credited_threads_, formerly_credited_);
     const auto share = (spare_credit_ + threads - 1) / threads;
     spare_credit_ -= share;
     own.word_.store(share, std::memory_order_release);
 }
 
-// The credit that is left, and what the thread has counted. When memory is short, the report
-// lacks texts.
-void broadcast_statistics::take_counts(thread_counts& from) {
+// The credit that is left, and what the thread has counted.
+void broadcast_statistics::take_counts(thread_counts& from) noexcept {
     if (from.word_.load(std::memory_order_acquire) == 0)
         return;
     const auto word = from.word_.exchange(0, std::memory_order_acq_rel);
     const auto credit = thread_counts::credit_of(word);
     spare_credit_ += credit;
     const auto runs = std::span(from.runs_).first(thread_counts::runs_of(word));
-    const std::size_t begin = period_->texts.size();
     for (std::size_t i = 0; i < runs.size(); ++i) {
-        period_->texts.append(from.text_of(runs[i]));
         const auto credit_after = i + 1 < runs.size() ? runs[i + 1].credit : credit;
-        period_->path_counts.push_back(
-            {begin + runs[i].begin, runs[i].length, runs[i].credit - credit_after});
+        add_paths(from.text_of(runs[i]), runs[i].credit - credit_after);
     }
+}
+
+// When memory is short, the report lacks the paths; its total has them.
+void broadcast_statistics::add_paths(std::string_view paths, std::uint32_t count) noexcept {
+    auto& period = *period_;
+    platform::guarded([&] { period.add_paths(paths, count); });
 }
 
 std::unique_ptr<const statistics_data_t> broadcast_statistics::end_period() {
@@ -140,7 +140,7 @@ std::unique_ptr<const statistics_data_t> broadcast_statistics::end_period() {
         broadcasts_in_period - std::exchange(spare_credit_, broadcasts_in_period);
     deadline_.store(next->deadline.time_since_epoch().count(), std::memory_order_relaxed);
     ++period_number_;
-    former_takers_ = std::exchange(takers_, 0);
+    formerly_credited_ = std::exchange(credited_threads_, 0);
     return std::exchange(period_, std::move(next));
 }
 
@@ -156,11 +156,7 @@ thread_counts::thread_counts(broadcast_statistics& all) : all_(all) {
 
 thread_counts::~thread_counts() {
     platform::scoped_lock inside(all_.guard_);
-    try {
-        all_.take_counts(*this);
-    } catch (const std::bad_alloc&) {
-        // The report lacks the texts that there was no memory for.
-    }
+    all_.take_counts(*this);
     std::erase(all_.counting_, this);
 }
 

@@ -2,8 +2,9 @@
 //
 // The period ends with exactly its 1000th broadcast, on whatever threads they are. So that
 // each of them need not write a count that all share, a thread is given a credit: that many
-// broadcasts it counts by itself, in words that nobody else writes. A thread whose credit is
-// used up, or was taken back because another thread needs some, goes to the guard for more.
+// broadcasts it counts by itself, in a word that others write only to take it back. A thread
+// whose credit is used up, or was taken back because another thread needs some, goes to the
+// guard for more.
 // The credits that threads have left and what nobody was given yet add up to what is missing
 // of the period.
 #pragma once
@@ -51,7 +52,8 @@ private:
                                                     std::string_view paths, bool is_late);
     bool is_period_full() ZEL_REQUIRES(guard_);
     void give_credit(thread_counts& own) noexcept ZEL_REQUIRES(guard_);
-    void take_counts(thread_counts& from) ZEL_REQUIRES(guard_);
+    void take_counts(thread_counts& from) noexcept ZEL_REQUIRES(guard_);
+    void add_paths(std::string_view paths, std::uint32_t count) noexcept ZEL_REQUIRES(guard_);
     std::unique_ptr<const statistics_data_t> end_period() ZEL_REQUIRES(guard_);
 
     thread_records& threads_;
@@ -65,10 +67,10 @@ private:
     std::unique_ptr<statistics_data_t> period_ ZEL_GUARDED_BY(guard_);
     std::uint32_t spare_credit_ ZEL_GUARDED_BY(guard_); // of the period; nobody was given it
     std::vector<thread_counts*> counting_ ZEL_GUARDED_BY(guard_);
-    // Threads that were given credit in this period and in the last; others have long
-    // stopped to broadcast.
-    std::uint32_t takers_ ZEL_GUARDED_BY(guard_) = 0;
-    std::uint32_t former_takers_ ZEL_GUARDED_BY(guard_) = 0;
+    // How many threads were given credit in this period, and in the last one. Others have
+    // not broadcast for long.
+    std::uint32_t credited_threads_ ZEL_GUARDED_BY(guard_) = 0;
+    std::uint32_t formerly_credited_ ZEL_GUARDED_BY(guard_) = 0;
     std::uint64_t period_number_ ZEL_GUARDED_BY(guard_) = 1;
 };
 

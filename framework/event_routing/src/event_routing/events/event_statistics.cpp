@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <iterator>
-#include <map>
+#include <utility>
 
 namespace zel::event_routing::impl {
 
@@ -26,10 +26,40 @@ double minutes_since(tasklib::unbiased_clock::time_point start) {
 
 } // namespace
 
-std::string report_of(const statistics_data_t& period) {
+void statistics_data_t::add_paths(std::string_view paths, std::uint32_t count) {
+    if (!path_counts.empty() && text_of(path_counts.back()) == paths) {
+        path_counts.back().count += count;
+        return;
+    }
+    if (texts.size() + paths.size() > room_for_texts)
+        add_equal_texts_up();
+    const std::size_t begin = texts.size();
+    texts.append(paths);
+    path_counts.push_back({begin, paths.size(), count});
+}
+
+// So a period takes no more memory than about twice its different texts.
+void statistics_data_t::add_equal_texts_up() {
+    std::string rest;
+    std::vector<path_count> added_up;
+    for (const auto& [text, count] : sums()) {
+        added_up.push_back({rest.size(), text.size(), count});
+        rest += text;
+    }
+    texts = std::move(rest);
+    path_counts = std::move(added_up);
+    room_for_texts = std::max(room_for_texts, 2 * texts.size());
+}
+
+std::map<std::string_view, std::uint32_t> statistics_data_t::sums() const {
     std::map<std::string_view, std::uint32_t> counts;
-    for (const auto& counted : period.path_counts)
-        counts[period.text_of(counted)] += counted.count;
+    for (const auto& counted : path_counts)
+        counts[text_of(counted)] += counted.count;
+    return counts;
+}
+
+std::string report_of(const statistics_data_t& period) {
+    const auto counts = period.sums();
     std::vector<std::pair<std::string_view, std::uint32_t>> top(
         std::min(counts.size(), most_shown));
     // Among equal counts the earlier path, so that the same broadcasts make the same report.

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -28,12 +29,21 @@ struct statistics_data_t {
 
     time_point start = tasklib::unbiased_clock::now();
     time_point deadline = an_hour_after(start);
-    /// A path may stand here several times; the report adds them up.
+    /// A path may stand here several times.
     std::vector<path_count> path_counts;
     /// The paths as BroadcastEvent was given them, in one row: a new one costs a copy and
     /// as a rule no allocation.
     std::string texts;
+    /// So long the texts may get before those that are equal are added up. Thousand usual
+    /// paths do not come to this.
+    std::size_t room_for_texts = 262'144;
     std::uint32_t total_count = 0;
+
+    /// Counts so many broadcasts on these paths; the total is the caller's. Throws
+    /// std::bad_alloc, and then counts none.
+    void add_paths(std::string_view paths, std::uint32_t count);
+    /// Of each path, sorted by the paths, which refer to the texts.
+    std::map<std::string_view, std::uint32_t> sums() const;
 
     /// The last moment there is where the clock does not go further.
     static time_point an_hour_after(time_point moment) noexcept {
@@ -44,6 +54,9 @@ struct statistics_data_t {
     std::string_view text_of(const path_count& counted) const {
         return std::string_view(texts).substr(counted.begin, counted.length);
     }
+
+private:
+    void add_equal_texts_up();
 };
 
 std::string report_of(const statistics_data_t& period);

@@ -1,4 +1,5 @@
 #include "tests/support/routing.h"
+#include "tests/support/scarce_memory.h"
 
 #include <platform/diagnostics.h>
 
@@ -144,6 +145,42 @@ TEST_F(EventStatistics, AddUpToTheirTotalsWhileThreadsComeAndGo) {
         total += in_period;
     }
     EXPECT_EQ(total, expected);
+}
+
+TEST(EventStatisticsPeriod, TakesMemoryForItsDifferentTextsOnly) {
+    const std::string two[] = {std::string(7'000, 'a'), std::string(7'000, 'b')};
+    const std::string long_text(1'000'000, 'c');
+    statistics_data_t period;
+    for (int i = 0; i < 500; ++i)
+        for (const auto& text : two)
+            period.add_paths(text, 2);
+    EXPECT_LE(period.texts.size(), 262'144u);
+    for (int i = 0; i < 40; ++i) {
+        period.add_paths(long_text, 1);
+        period.add_paths(long_text, 2);
+        period.add_paths(two[i % 2], 1);
+    }
+    EXPECT_LE(period.texts.size(), 3 * long_text.size());
+    const std::map<std::string_view, std::uint32_t> sums = {
+        {two[0], 1020}, {two[1], 1020}, {long_text, 120}};
+    EXPECT_EQ(period.sums(), sums);
+}
+
+// Of which no thread has room for one.
+TEST_F(EventStatistics, CountVeryLongTextsAlsoWhileMemoryIsShort) {
+    const std::string long_text(20'000, 'x');
+    repeat(long_text, 2);
+    repeat("a", 3);
+    repeat(long_text, 4);
+    events.reset();
+    EXPECT_TRUE(reports().back().ends_with(
+        "count: 9\n\tPath count: 2\n\tTop 2 paths:\n\t\t     6  " + long_text + "\n\t\t     3  a"));
+    events = std::make_shared<EventRoutingImpl>();
+    const int failures = test::failures_of([&] { broadcast(long_text); }, test::shortage::lasting);
+    EXPECT_GT(failures, 0);
+    events.reset();
+    EXPECT_NE(reports().back().find("count: " + std::to_string(failures + 1) + "\n"),
+              std::string::npos);
 }
 
 TEST_F(EventStatistics, ThatCannotBeWrittenFailNoBroadcast) {

@@ -28,7 +28,7 @@ struct MultiPathHandlerInfo {
 struct match_list final : matches_of_text, std::enable_shared_from_this<match_list> {
     using matches_of_text::matches_of_text;
 
-    std::size_t size() const noexcept { return handlers.size(); }
+    std::size_t size() const noexcept override { return handlers.size(); }
     bool contains(const retirable_base& handler) const noexcept override {
         return std::ranges::any_of(
             handlers, [&](const auto& entry) { return entry.handler.get() == &handler; });

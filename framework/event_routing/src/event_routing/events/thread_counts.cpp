@@ -13,10 +13,11 @@ bool thread_counts::append(std::uint32_t runs, std::string_view paths,
     return true;
 }
 
-// While the row is empty. Throws std::bad_alloc.
-void thread_counts::make_room() {
+// For a text of that length, unless even the largest row has no room for it. While the row is
+// empty. Throws std::bad_alloc.
+void thread_counts::make_room(std::size_t length) {
     const auto larger = 2 * runs_.size();
-    if (larger > most_runs)
+    if (larger > most_runs || length > most_runs * bytes_per_run)
         return;
     std::vector<char> texts(larger * bytes_per_run);
     runs_ = std::vector<run>(larger);

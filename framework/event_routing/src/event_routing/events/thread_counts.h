@@ -76,7 +76,7 @@ private:
     }
 
     bool append(std::uint32_t runs, std::string_view paths, std::uint32_t credit) noexcept;
-    void make_room();
+    void make_room(std::size_t length);
 
     broadcast_statistics& all_;
     // Release and acquire: whoever takes the word away finds the runs written.

@@ -29,7 +29,8 @@ public:
 
     explicit MonitorHandlers(std::shared_ptr<impl::thread_records> threads) noexcept
         : threads_(std::move(threads)) {}
-    /// No message of the service is under way.
+    /// No message of the service is under way, but for asynchronous parts, which have
+    /// references to their snapshots.
     ~MonitorHandlers() { threads_->forget_uses_of(this); }
     MonitorHandlers(const MonitorHandlers&) = delete;
     MonitorHandlers& operator=(const MonitorHandlers&) = delete;
@@ -50,7 +51,7 @@ public:
         }
         void name_in(impl::message_scope& message) const noexcept {
             if (monitors_)
-                message.frame().snapshot.name(reinterpret_cast<std::uintptr_t>(monitors_));
+                message.frame().snapshot.name_opaque(monitors_);
         }
 
     private:
@@ -81,7 +82,7 @@ public:
         const auto is_still_there = [&] {
             return latest_.load(std::memory_order_seq_cst) == found;
         };
-        if (found && (named.kept_by(this) == found || named.name_if(found, this, is_still_there)))
+        if (found && (named.last_of(this) == found || named.name_if(found, this, is_still_there)))
             return snapshot(*found);
         return make_snapshot(message);
     }

@@ -22,7 +22,7 @@ struct request_match {
 /// Handlers are given its text as the path.
 struct request_matches final : matches_of_text, std::enable_shared_from_this<request_matches> {
     using matches_of_text::matches_of_text;
-    std::size_t size() const noexcept {
+    std::size_t size() const noexcept override {
         return redirections.size() + regular.size() + fallbacks.size();
     }
     bool contains(const retirable_base& handler) const noexcept override;

@@ -37,7 +37,7 @@ public:
     void keep(std::shared_ptr<const Matches> made) noexcept {
         own_ = std::move(made);
         matches_ = own_.get();
-        message_.name_any();
+        message_.frame().list.name_opaque();
     }
     void remember(std::shared_ptr<const Matches> made) noexcept {
         keep(std::move(made));

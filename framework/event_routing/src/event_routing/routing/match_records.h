@@ -7,7 +7,7 @@
 //
 //     struct matches_of_request : matches_of_text {
 //         using matches_of_text::matches_of_text;
-//         std::size_t size() const noexcept; ///< how many handlers
+//         std::size_t size() const noexcept override;
 //         bool contains(const retirable_base& handler) const noexcept override;
 //     };
 //     match_records<matches_of_request> records(threads);
@@ -80,7 +80,7 @@ public:
     /// recalls or keeps other matches.
     const Matches* recall(message_scope& message, std::string_view text,
                           std::uint64_t generation) const {
-        const auto* const last = as_matches(message.frame().list.kept_by(this));
+        const auto* const last = as_matches(message.frame().list.last_of(this));
         return last && last->generation == generation && last->text == text
                    ? last
                    : find(message, text, generation);
@@ -154,7 +154,7 @@ private:
     std::size_t hand_ ZEL_GUARDED_BY(guard_) = 0; // of the clock: who stands there goes next
     std::uint32_t refusals_ ZEL_GUARDED_BY(guard_) = 0;
     std::vector<pointer> replaced_ ZEL_GUARDED_BY(guard_); // out of the table, perhaps named
-    std::size_t room_for_replaced_ ZEL_GUARDED_BY(guard_) = least_replaced;
+    std::size_t next_look_at_ ZEL_GUARDED_BY(guard_) = least_replaced;
 };
 
 template <class Matches>
@@ -185,11 +185,11 @@ void match_records<Matches>::remember(const pointer& matches) {
         return;
     std::vector<pointer> unused; // goes when the guard is free
     platform::scoped_lock inside(guard_);
-    if (replaced_.size() >= room_for_replaced_) {
+    if (replaced_.size() >= next_look_at_) {
         unused = take_unused();
-        room_for_replaced_ = std::max(least_replaced, 2 * replaced_.size());
+        next_look_at_ = std::max(least_replaced, 2 * replaced_.size());
     }
-    replaced_.reserve(room_for_replaced_);
+    replaced_.reserve(next_look_at_);
     slot& known = current().slots[place_of(current(), *matches)];
     if (known.owner) {
         if (known.owner->generation > matches->generation)

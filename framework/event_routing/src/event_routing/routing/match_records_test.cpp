@@ -2,16 +2,18 @@
 #include "framework/event_routing/src/event_routing/routing/retirable.h"
 #include "platform/src/watched_thread_test.h"
 
+#include <deque>
 #include <gtest/gtest.h>
 #include <optional>
 #include <thread>
+#include <unordered_set>
 
 namespace zel::event_routing::impl {
 namespace {
 
 struct matches final : matches_of_text {
     using matches_of_text::matches_of_text;
-    std::size_t size() const noexcept { return handlers; }
+    std::size_t size() const noexcept override { return handlers; }
     bool contains(const retirable_base&) const noexcept override { return false; }
 
     std::size_t handlers = 1;
@@ -118,7 +120,7 @@ TEST_F(MatchRecords, AreFoundWholeWhileOthersReplaceThem) {
 TEST_F(MatchRecords, AreNotGivenBackWhileARemovalLooksIntoThem) {
     struct slow_matches final : matches_of_text {
         using matches_of_text::matches_of_text;
-        std::size_t size() const noexcept { return 1; }
+        std::size_t size() const noexcept override { return 1; }
         bool contains(const retirable_base&) const noexcept override {
             looks->set();
             go_on->wait();
@@ -160,6 +162,68 @@ TEST_F(MatchRecords, AreNotGivenBackWhileARemovalLooksIntoThem) {
     EXPECT_FALSE(looks.wait(platform::milliseconds(0)));
     EXPECT_EQ(made.use_count(), 1);
     sender_may_end.set();
+}
+
+// It stops at the first that has its handler, and where looking on takes longer than to do as if
+// one had.
+TEST_F(MatchRecords, AreNotAllLookedIntoByARemoval) {
+    struct long_list final : handler_list_base {
+        std::size_t size() const noexcept override { return 1000; }
+        bool contains(const retirable_base&) const noexcept override {
+            ++looks;
+            return has_all;
+        }
+        mutable int looks = 0;
+        bool has_all = false;
+    } list;
+    platform::signal named, may_end;
+    std::jthread sender([&] {
+        std::deque<message_scope> nested;
+        for (int i = 0; i < 100; ++i)
+            nested.emplace_back(*threads).frame().list.name_if(
+                static_cast<handler_list_base*>(&list), this, [] { return true; });
+        named.set();
+        EXPECT_TRUE(may_end.comes());
+    });
+    ASSERT_TRUE(named.comes());
+    retirable<int>(1).retire(*threads);
+    EXPECT_LT(list.looks, 10);
+    list.looks = 0;
+    list.has_all = true;
+    retirable<int>(2).retire(*threads);
+    EXPECT_EQ(list.looks, 1);
+    may_end.set();
+}
+
+TEST(TextHash, DiffersAlsoForTextsThatMakeAFactorZero) {
+    const auto bytes = [](std::uint64_t word) {
+        return std::string(reinterpret_cast<const char*>(&word), sizeof word);
+    };
+    const std::string second = bytes(0xC2B2AE3D27D4EB4F);
+    std::unordered_set<std::size_t> hashes;
+    for (std::uint64_t i = 0; i < 1000; ++i) {
+        hashes.insert(text_hash(bytes(i) + second));
+        hashes.insert(text_hash(bytes(i) + second + "end"));
+        hashes.insert(text_hash(bytes(0x9E3779B97F4A7C15 ^ 16) + bytes(i)));
+    }
+    EXPECT_EQ(hashes.size(), 3000u);
+}
+
+// A part of a task may begin, on a thread that has sent messages, while its service ends.
+TEST(NamedUse, StaysNamedWhileTheKeeperOfTheLastOneEnds) {
+    const int keeper = 0, kept = 0, shared = 0;
+    named_use named;
+    std::atomic<bool> ends{false};
+    std::jthread ending([&] {
+        while (!ends)
+            named.forget(&keeper);
+    });
+    for (int i = 0; i < 1'000'000 && !HasFailure(); ++i) {
+        named.name_if(&kept, &keeper, [] { return true; });
+        named.name_opaque(&shared);
+        EXPECT_TRUE(named.is(&shared));
+    }
+    ends = true;
 }
 
 } // namespace

@@ -18,17 +18,23 @@ bool is_of(std::uintptr_t word, const retirable_base& callable) noexcept {
     return (word & ~awaited) == reinterpret_cast<std::uintptr_t>(&callable);
 }
 
-bool names(const message_frame& frame, const retirable_base& callable) noexcept {
+// To go through more handlers would take longer than the heavy barrier.
+constexpr std::size_t most_compared = 4096;
+
+bool may_name(const message_frame& frame, const retirable_base& callable,
+              std::size_t& compared) noexcept {
     if (callable.role() == callable_role::monitor) // in which snapshot, nobody knows
         return frame.snapshot.word() != 0;
     const auto word = frame.list.word();
     if (word == 0)
         return false;
-    if (word & named_use::any)
+    if (word & named_use::opaque)
         return true;
     if (word & named_use::one)
         return word == (reinterpret_cast<std::uintptr_t>(&callable) | named_use::one);
-    return reinterpret_cast<const handler_list_base*>(word)->contains(callable);
+    const auto& list = *reinterpret_cast<const handler_list_base*>(word);
+    compared += list.size();
+    return compared > most_compared || list.contains(callable);
 }
 
 } // namespace
@@ -92,42 +98,45 @@ void thread_records::thread_ends(void* records, void* record) noexcept {
     std::erase_if(self.records_, [&](const auto& r) { return r.get() == record; });
 }
 
-template <class Use>
-void thread_records::for_each_frame(const Use& use) const {
+// Up to the first that passes.
+template <class Test>
+bool thread_records::any_frame(const Test& test) const {
     for (const auto& record : records_)
         for (auto* b = &record->first_; b; b = b->next.load(std::memory_order_seq_cst))
             for (message_frame& frame : b->frames)
-                use(*record, frame);
+                if (test(*record, frame))
+                    return true;
+    return false;
 }
 
 void thread_records::close(retirable_base& removed) noexcept {
     removed.is_retired_.exchange(true, std::memory_order_seq_cst);
-    if (is_named_elsewhere(removed)) // and may just be announced there
+    if (may_be_named_elsewhere(removed)) // and just be announced there
         platform::heavy_barrier();
     count_uses(removed);
 }
 
-bool thread_records::is_named_elsewhere(const retirable_base& removed) const noexcept {
+bool thread_records::may_be_named_elsewhere(const retirable_base& removed) const noexcept {
     const void* const own = own_record_.get();
+    std::size_t compared = 0;
     platform::scoped_lock inside(guard_);
-    bool found = false;
-    for_each_frame([&](const thread_record& record, const message_frame& frame) {
-        found = found || (&record != own && names(frame, removed));
+    return any_frame([&](const thread_record& record, const message_frame& frame) {
+        return &record != own && may_name(frame, removed, compared);
     });
-    return found;
 }
 
 void thread_records::count_uses(retirable_base& removed) noexcept {
     platform::scoped_lock inside(guard_);
     removed.uses_ = 1;
-    for_each_frame([&](const thread_record&, message_frame& frame) {
+    any_frame([&](const thread_record&, message_frame& frame) {
         call_place& place = frame.place_of(removed.role());
         const auto word = place.target.load(std::memory_order_acquire);
-        if (!is_of(word, removed))
-            return;
-        place.is_counted = true;
-        ++removed.uses_;
-        removed.awaited_ += (word & awaited) != 0;
+        if (is_of(word, removed)) {
+            place.is_counted = true;
+            ++removed.uses_;
+            removed.awaited_ += (word & awaited) != 0;
+        }
+        return false;
     });
 }
 
@@ -143,12 +152,10 @@ bool thread_records::is_inside_awaited(const retirable_base& callable) const noe
 bool thread_records::announces(const retirable_base& callable, std::uintptr_t kind) const noexcept {
     const void* const own = own_record_.get();
     platform::scoped_lock inside(guard_);
-    bool found = false;
-    for_each_frame([&](const thread_record& record, message_frame& frame) {
+    return any_frame([&](const thread_record& record, message_frame& frame) {
         const auto word = frame.place_of(callable.role()).target.load(std::memory_order_relaxed);
-        found = found || (&record == own && is_of(word, callable) && (word & kind) == kind);
+        return &record == own && is_of(word, callable) && (word & kind) == kind;
     });
-    return found;
 }
 
 auto thread_records::calls_inside(const retirable_base& removed) const noexcept -> counted_calls {
@@ -202,18 +209,17 @@ bool thread_records::end_call(call_place& place, retirable_base& used,
 
 bool thread_records::is_named(const void* used) const noexcept {
     platform::scoped_lock inside(guard_);
-    bool found = false;
-    for_each_frame([&](const thread_record&, const message_frame& frame) {
-        found = found || frame.list.is(used) || frame.snapshot.is(used);
+    return any_frame([&](const thread_record&, const message_frame& frame) {
+        return frame.list.is(used) || frame.snapshot.is(used);
     });
-    return found;
 }
 
 void thread_records::forget_uses_of(const void* keeper) noexcept {
     platform::scoped_lock inside(guard_);
-    for_each_frame([&](const thread_record&, message_frame& frame) {
+    any_frame([&](const thread_record&, message_frame& frame) {
         frame.list.forget(keeper);
         frame.snapshot.forget(keeper);
+        return false;
     });
 }
 

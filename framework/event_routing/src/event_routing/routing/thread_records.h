@@ -11,14 +11,15 @@
 //     const auto* list = records.recall(running, text, generation);
 //     announced_call call(running, removal_waits::no, handler);
 //
-// Naming something is published with a full fence, before the first call of the message.
-// A removal therefore needs the heavy barrier, which reaches all threads, only when its
-// callable is among what another thread names; if it was named later, the message finds
+// Naming something is published with a full fence, before the first call of a message that
+// uses it. A removal therefore needs the heavy barrier, which reaches all threads, only when
+// its callable is among what another thread names; if it was named later, the message finds
 // the callable retired.
 //
 // A list that a service keeps stays named after the message has ended, until the frame names
 // something else or the service ends. So a thread that sends the same message again and again
-// has its list at hand and makes no fence.
+// has its list at hand and makes no fence. But once a thread has told monitors of anything, each
+// removal of a monitor finds a snapshot named and needs the barrier.
 #pragma once
 
 #include "framework/event_routing/src/event_routing/routing/service_parts.h"
@@ -82,6 +83,7 @@ struct call_place {
 /// What can be named as a list of handlers.
 class handler_list_base {
 public:
+    virtual std::size_t size() const noexcept = 0; ///< how many handlers
     virtual bool contains(const retirable_base& handler) const noexcept = 0;
 
 protected:
@@ -91,28 +93,33 @@ protected:
 /// What a message uses without a reference: a list of handlers, or a snapshot of monitors.
 class named_use {
 public:
-    // Nothing (0), what the address says, something that nobody may look into (with the bit
-    // `any`, and perhaps an address), or one handler (its address and the bit `one`).
-    static constexpr std::uintptr_t any = 1;
+    // What a word says, if it is not 0:
+    //   an address                   what a keeper has; a removal looks into a list of handlers
+    //   an address or 0, | opaque    something that nobody may look into
+    //   an address | one             this handler and nothing else
+    static constexpr std::uintptr_t opaque = 1;
     static constexpr std::uintptr_t one = 2;
 
     std::uintptr_t word() const noexcept { return word_.load(std::memory_order_seq_cst); }
     bool is(const void* used) const noexcept {
-        return (word() & ~any) == reinterpret_cast<std::uintptr_t>(used);
+        return (word() & ~opaque) == reinterpret_cast<std::uintptr_t>(used);
     }
 
     // By the thread alone.
 
-    void name(std::uintptr_t word, const void* keeper = nullptr) noexcept {
-        word_.exchange(word, std::memory_order_seq_cst);
-        keeper_.store(keeper, std::memory_order_release);
+    /// Names what the message has a reference to.
+    void name_opaque(const void* used = nullptr) noexcept {
+        name(reinterpret_cast<std::uintptr_t>(used) | opaque, nullptr);
+    }
+    void name_one(const retirable_base& handler) noexcept {
+        name(reinterpret_cast<std::uintptr_t>(&handler) | one, nullptr);
     }
     /// Names what is only known to be there if `is_still_there` says so afterwards. Then it
     /// stays until something else is named here, or the keeper ends.
     template <class Check>
     bool name_if(const void* used, const void* keeper, const Check& is_still_there) noexcept {
         const auto word = reinterpret_cast<std::uintptr_t>(used);
-        name(word | any, keeper);
+        name(word | opaque, keeper);
         if (!is_still_there()) {
             keeper_.store(nullptr, std::memory_order_release);
             return false;
@@ -120,9 +127,9 @@ public:
         word_.store(word, std::memory_order_release);
         return true;
     }
-    /// What this living keeper has that is named already, by this message or by one before
-    /// it, or null.
-    const void* kept_by(const void* keeper) const noexcept {
+    /// The last that was named here, if this keeper has it, else null. The keeper lives, so
+    /// it has stayed since then.
+    const void* last_of(const void* keeper) const noexcept {
         if (keeper_.load(std::memory_order_relaxed) != keeper)
             return nullptr;
         // Null where the keeper was another one of the same address, which has ended.
@@ -134,22 +141,30 @@ public:
             word_.store(0, std::memory_order_release);
     }
 
-    /// By a keeper that ends, and of which no message uses anything.
+    /// By a keeper that ends, when nobody uses what it has without a reference.
     void forget(const void* keeper) noexcept {
-        // In this order: of what another keeper has, that other keeper is read, or a later one.
+        // The word first: whoever sees a word of another keeper then also sees that keeper, or
+        // a later one, never this one.
         auto word = word_.load(std::memory_order_acquire);
-        const bool is_kept = word != 0 && (word & (any | one)) == 0;
+        const bool is_kept = word != 0 && (word & (opaque | one)) == 0;
         if (is_kept && keeper_.load(std::memory_order_acquire) == keeper)
             word_.compare_exchange_strong(word, 0, std::memory_order_relaxed);
     }
 
 private:
+    // Only words with one of the bits: the keeper may be that of the word before until it is
+    // stored, and a keeper that ends must not take the new word for its own.
+    void name(std::uintptr_t word, const void* keeper) noexcept {
+        word_.exchange(word, std::memory_order_seq_cst);
+        keeper_.store(keeper, std::memory_order_release);
+    }
+
     // Sequentially consistent where a message names something and then looks whether it is
     // still there, or whom it calls is retired; else release and acquire.
     std::atomic<std::uintptr_t> word_{0};
     // Who has what is named, if that stays named after the message; else null. Written while
-    // the word has the bit `any`, so what is named without it is the keeper's. Release and
-    // acquire for that.
+    // the word has one of the bits, so what is named without them is the keeper's. Release
+    // and acquire for that.
     std::atomic<const void*> keeper_{nullptr};
 };
 
@@ -245,8 +260,8 @@ public:
 
     /// Whether a frame names this list or snapshot, so that it has to be kept.
     bool is_named(const void* used) const noexcept;
-    /// No frame names anything of this keeper any more, and no removal looks into it. No
-    /// message uses it.
+    /// No frame names anything of this keeper any more, and no removal looks into it. What
+    /// messages still use of it they have references to.
     void forget_uses_of(const void* keeper) noexcept;
 
     /// Keeps a part of a service in this thread's record. Throws std::bad_alloc.
@@ -257,15 +272,15 @@ public:
 private:
     thread_record& add_record();
     static void thread_ends(void* records, void* record) noexcept;
-    bool is_named_elsewhere(const retirable_base& removed) const noexcept;
+    bool may_be_named_elsewhere(const retirable_base& removed) const noexcept;
     void count_uses(retirable_base& removed) noexcept;
     bool announces(const retirable_base& callable, std::uintptr_t kind) const noexcept;
     template <class IsOver>
     void wait(retirable_base& removed, platform::wait_deadline until,
               const IsOver& is_over) noexcept;
 
-    template <class Use>
-    void for_each_frame(const Use& use) const ZEL_REQUIRES(guard_);
+    template <class Test>
+    bool any_frame(const Test& test) const ZEL_REQUIRES(guard_);
 
     // Guards the list of records, which a removal walks, and what is said to be under it
     // above. Never held while foreign code runs. Nested in it are the guards of parts.
@@ -300,12 +315,6 @@ public:
     message_frame& frame() const noexcept { return *frame_; }
     /// Null before `enter`.
     thread_record* record() const noexcept { return record_; }
-
-    /// The message keeps its list itself, so others must not look into it.
-    void name_any() noexcept { frame_->list.name(named_use::any); }
-    void name_one(const retirable_base& handler) noexcept {
-        frame_->list.name(reinterpret_cast<std::uintptr_t>(&handler) | named_use::one);
-    }
 
 private:
     thread_records* threads_ = nullptr;

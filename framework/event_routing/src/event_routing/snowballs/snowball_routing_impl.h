@@ -54,7 +54,7 @@ private:
 
     struct snowball_matches final : matches_of_text {
         using matches_of_text::matches_of_text;
-        std::size_t size() const noexcept { return handlers.size(); }
+        std::size_t size() const noexcept override { return handlers.size(); }
         bool contains(const retirable_base& handler) const noexcept override;
 
         std::vector<snowball_routing_node::collected_handler> handlers;
