@@ -47,7 +47,7 @@ private:
     event_import event_import_;
     connection events_;
     event_export event_export_;
-    std::unique_ptr<requests> requests_; // null where none cross
+    std::unique_ptr<requests> requests_; // null where it could not be made
 };
 
 bridge_body::bridge_body(bridge_options checked)
@@ -61,13 +61,9 @@ bridge_body::bridge_body(bridge_options checked)
               }),
       event_export_(options_, origin_, *module_, events_, wake_export_, lost_, counts_) {
     const auto failure = platform::guarded([&] {
-        if (!options_.ask_requests.empty() || !options_.serve_requests.empty() ||
-            !options_.send_snowballs.empty() || !options_.serve_snowballs.empty() ||
-            !options_.expected_hosts.empty())
-            requests_ =
-                std::make_unique<requests>(options_, origin_, *module_, changed_, tasks_, counts_);
-        if (requests_)
-            requests_->begin();
+        requests_ =
+            std::make_unique<requests>(options_, origin_, *module_, changed_, tasks_, counts_);
+        requests_->begin();
         event_import_.begin(events_);
         event_export_.begin();
     });
@@ -85,14 +81,16 @@ void bridge_body::end(platform::milliseconds limit) {
     if (requests_)
         requests_->end(left_until(end));
     tasks_.wait_until_idle(left_until(end));
-    tasks_.end();
     event_import_.end();
+    tasks_.end();
+    if (requests_)
+        requests_->close(left_until(end));
+    lost_.broadcast_all(); // no task is left that could
 }
 
 bool bridge_body::wait_until_ready(platform::milliseconds limit) {
     const auto end = clock::now() + limit;
-    while (!events_.flush(left_until(end)) ||
-           (requests_ && !requests_->is_ready(left_until(end)))) {
+    while (!events_.flush(left_until(end)) || !requests_->is_ready(left_until(end))) {
         if (left_until(end).count() == 0)
             return false;
         changed_.wait(left_until(end));

@@ -62,7 +62,7 @@ TEST_F(BridgeConfiguration, IsRefusedWithTheFileAndThePlaceOfTheMistake) {
 
 TEST_F(BridgeConfiguration, IsDescribedByWhatCrossesAndWithoutPasswords) {
     const auto options = read(
-        R"(, "servers": ["nats://me:p@ss@127.0.0.1:4222", "localhost", "nats://[::1]:1", "tls://far",
+        R"(, "servers": ["nats://me:p@ss@127.0.0.1:4222", "localhost", "nats://[::1]:1",
             "nats://me:p@ss@127.example:4222", "localhost.example"],
         "export_events": [{"pattern": "a.*"}],
         "import_events": [{"pattern": "b\r\n", "channel": "ui"}],
@@ -74,7 +74,6 @@ TEST_F(BridgeConfiguration, IsDescribedByWhatCrossesAndWithoutPasswords) {
 server nats://127.0.0.1:4222
 server localhost
 server nats://[::1]:1
-server tls://far
 server nats://127.example:4222, not encrypted, and beyond this machine
 server localhost.example, not encrypted, and beyond this machine
 out event "a.*" as er.plant.e.=.a.>
@@ -84,6 +83,10 @@ in  request "*", as the only one that may answer, as er.plant.r.<origin>.>
 out snowball "d" as er.plant.s.<origin>.d
 in  snowball "e.*" as er.plant.s.<origin>.e.>
 )");
+    const auto encrypted = read(R"(, "servers": ["nats://near.example", "tls://far.example"])");
+    EXPECT_EQ(describe(encrypted), "host \"press\" of realm \"plant\"\nserver nats://near.example\n"
+                                   "server tls://far.example\n")
+        << "one that is, is enough for all";
     EXPECT_EQ(options.when_full, full_row::drop_oldest);
     EXPECT_EQ(options.most_waiting, 9U);
     EXPECT_EQ(options.drain_limit.count(), 0);

@@ -3,6 +3,7 @@
 #include "framework/exceptions/exceptions.h"
 #include "framework/log/log_area.h"
 #include "libraries/nats_bridge/server_address.h"
+#include "libraries/nats_bridge/subject.h"
 
 #include <platform/critical_section.h>
 #include <platform/diagnostics.h>
@@ -140,7 +141,7 @@ void connection::state::connect(const bridge_options& options, const std::string
         servers.push_back(server.c_str());
     require(natsOptions_SetServers(made, servers.data(), static_cast<int>(servers.size())),
             "servers");
-    if (!options.ca_file.empty() || !options.certificate_file.empty())
+    if (is_encrypted(options)) // libnats does not look at tls:// itself
         require(natsOptions_SetSecure(made, true), "encryption");
     if (!options.ca_file.empty())
         require(natsOptions_LoadCATrustedCertificates(made, options.ca_file.c_str()),
@@ -153,8 +154,9 @@ void connection::state::connect(const bridge_options& options, const std::string
         require(natsOptions_SetUserCredentialsFromFiles(made, options.credentials_file.c_str(),
                                                         nullptr),
                 "credentials_file " + options.credentials_file);
+    // The name goes as it is into a line of the protocol, which a quote or a line end would break.
     for (const auto status :
-         {natsOptions_SetName(made, origin.c_str()), natsOptions_SetNoEcho(made, true),
+         {natsOptions_SetName(made, token_of(origin).c_str()), natsOptions_SetNoEcho(made, true),
           natsOptions_SetMaxReconnect(made, -1), natsOptions_SetReconnectWait(made, reconnect_wait),
           natsOptions_SetReconnectJitter(made, reconnect_jitter, reconnect_jitter),
           natsOptions_SetReconnectBufSize(made, 1), // nothing is kept for later

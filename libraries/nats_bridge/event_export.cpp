@@ -128,8 +128,10 @@ void event_export::take(const std::string& channel, const std::string& paths,
             wake_.set();
         }
     }
+    // This may be inside of a task, with whose cancellation one that we post would go.
     for (const auto& left : dropped)
-        not_sent(left);
+        if (not_sent(left))
+            wake_.set();
 }
 
 void event_export::number_paths(waiting_event& event) {
@@ -146,6 +148,7 @@ void event_export::number_paths(waiting_event& event) {
 void event_export::send_all() {
     std::optional<waiting_event> event;
     for (;;) {
+        lost_.tell();
         if (!event)
             event = next();
         if (event && send(*event)) {
@@ -204,10 +207,13 @@ bool event_export::send(const waiting_event& event) {
     return is_sent;
 }
 
-void event_export::not_sent(const waiting_event& event) {
+// True when the thread that sends has to be woken, since nobody was to tell of losses before.
+bool event_export::not_sent(const waiting_event& event) {
     counters::add(counts_.events_not_sent);
+    bool is_first = false;
     for (const auto& [path, number] : event.envelope.paths)
-        lost_.tell({origin_, event.channel, path, number, number});
+        is_first = lost_.note({origin_, event.channel, path, number, number}) || is_first;
+    return is_first;
 }
 
 } // namespace zel::event_routing::nats

@@ -56,7 +56,7 @@ private:
     void send_all();
     std::optional<waiting_event> next();
     bool send(const waiting_event& event);
-    void not_sent(const waiting_event& event);
+    bool not_sent(const waiting_event& event);
 
     const bridge_options& options_;
     const std::string origin_;

@@ -5,6 +5,8 @@
 #include "libraries/nats_bridge/payload.h"
 #include "libraries/nats_bridge/subject.h"
 
+#include <platform/diagnostics.h>
+
 #include <algorithm>
 
 namespace zel::event_routing::nats {
@@ -70,8 +72,9 @@ void event_import::take(const received_message& message) {
     for (const auto& dropped : from.row.push(std::move(event), message.bytes.size()))
         for (const auto& [path, number] : dropped.envelope.paths) {
             counters::add(counts_.events_lost);
-            lost_.tell({origin, dropped.channel, path, number, number});
+            lost_.note({origin, dropped.channel, path, number, number});
         }
+    lost_.tell();
     if (from.is_served || from.row.empty())
         return;
     from.is_served = true;
@@ -110,7 +113,7 @@ void event_import::look_for_gaps(sender& from, const received_event& event) {
         }
         if (number > known->second + 1) {
             counters::add(counts_.events_lost, number - known->second - 1);
-            lost_.tell({event.envelope.origin, event.channel, path, known->second + 1, number - 1});
+            lost_.note({event.envelope.origin, event.channel, path, known->second + 1, number - 1});
         }
         known->second = number;
     }
@@ -128,10 +131,12 @@ void event_import::keep_imported_paths(received_event& event) const {
 
 void event_import::end() {
     std::size_t left = 0;
-    platform::scoped_lock inside(guard_);
-    for (const auto& [origin, from] : senders_)
-        while (from->row.pop())
-            ++left;
+    {
+        platform::scoped_lock inside(guard_);
+        for (const auto& [origin, from] : senders_)
+            while (from->row.pop())
+                ++left;
+    }
     if (left > 0)
         bridge_log.announce(log::severity::failed_operation, not_delivered, [&] {
             return "The bridge of " + options_.host + " ends with " + std::to_string(left) +
@@ -150,7 +155,11 @@ void event_import::serve(const std::shared_ptr<sender>& from) {
                 return;
             }
         }
-        broadcast(*event);
+        // What a handler of a strange kind throws must not end the row of its origin.
+        if (const auto failure = platform::guarded([&] { broadcast(*event); }))
+            bridge_log.report(log::severity::failed_operation, not_delivered, failure, [&] {
+                return "An event of " + event->envelope.origin + " was not delivered to all.";
+            });
     }
 }
 

@@ -34,7 +34,8 @@ public:
     /// Subscribes. The connection is closed and the tasks have ended before the object goes.
     void begin(connection& network);
 
-    /// After both: writes into the log how many events found no time to be broadcast.
+    /// After the connection is closed: broadcasts no more but what a task is at, and writes into
+    /// the log how many events found no time.
     void end();
 
 private:

@@ -1,6 +1,7 @@
 #include "libraries/nats_bridge/exchange.h"
 
 #include <platform/announced_wait.h>
+#include <platform/diagnostics.h>
 
 #include <algorithm>
 
@@ -46,11 +47,15 @@ void exchange::take(const received_message& message) {
     if (found == waiting_.end())
         return counters::add(counts_.late_answers);
     question& waiting = *found->second;
+    if (waiting.state != asking::late)
+        return counters::add(counts_.late_answers);
     if (message.nobody) {
         waiting.state = asking::nobody;
     } else {
-        waiting.state = asking::answered;
+        const bool is_last = waiting.decides(message.bytes);
         waiting.answers.emplace_back(message.bytes.begin(), message.bytes.end());
+        if (is_last)
+            waiting.state = asking::answered;
     }
     waiting.changed.set();
 }
@@ -58,17 +63,17 @@ void exchange::take(const received_message& message) {
 asking exchange::ask(const std::string& subject, std::string_view question_bytes,
                      steady_clock::time_point deadline, byte_vector& answer) {
     std::vector<byte_vector> answers;
-    const asking result =
-        ask_all(subject, question_bytes, deadline, platform::milliseconds(0), answers);
+    const answer_test any = [](auto&&) { return true; };
+    const asking result = ask_all(subject, question_bytes, deadline, any, answers);
     if (result == asking::answered)
         answer = std::move(answers.front());
     return result;
 }
 
 asking exchange::ask_all(const std::string& subject, std::string_view question_bytes,
-                         steady_clock::time_point deadline, platform::milliseconds more,
+                         steady_clock::time_point deadline, const answer_test& decides,
                          std::vector<byte_vector>& answers) {
-    question own;
+    question own{decides};
     std::string answer_to;
     {
         platform::scoped_lock inside(guard_);
@@ -77,22 +82,24 @@ asking exchange::ask_all(const std::string& subject, std::string_view question_b
         answer_to = inbox_ + '.' + std::to_string(++asked_);
         waiting_[answer_to] = &own;
     }
-    const auto result = network_.publish(subject, question_bytes, answer_to);
-    if (result == publish_result::sent) {
+    auto result = publish_result::not_connected;
+    const auto failure = platform::guarded([&] {
+        result = network_.publish(subject, question_bytes, answer_to);
+        if (result != publish_result::sent)
+            return;
         const platform::announced_wait others_take_over;
-        const auto state = [&] {
+        const auto is_late = [&] {
             platform::scoped_lock inside(guard_);
-            return own.state;
+            return own.state == asking::late;
         };
         // Set before we wait is as good as set meanwhile.
-        while (state() == asking::late && own.changed.wait(left_until(deadline))) {
+        while (is_late() && own.changed.wait(left_until(deadline))) {
         }
-        for (const auto end = steady_clock::now() + more;
-             state() == asking::answered && left_until(end).count() > 0;)
-            own.changed.wait(left_until(end));
-    }
+    });
     platform::scoped_lock inside(guard_);
     waiting_.erase(answer_to);
+    if (failure)
+        std::rethrow_exception(failure);
     answers = std::move(own.answers);
     if (result == publish_result::not_connected)
         return asking::not_connected;

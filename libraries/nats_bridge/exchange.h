@@ -12,7 +12,9 @@
 #include <platform/event.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +35,8 @@ enum class asking {
 /// Any thread may ask.
 class exchange {
 public:
+    using answer_test = std::function<bool(std::span<const std::uint8_t> answer)>;
+
     /// All of these outlive the object.
     exchange(const std::string& inbox, connection& network, counters& counts);
 
@@ -49,16 +53,18 @@ public:
     asking ask(const std::string& subject, std::string_view question_bytes,
                steady_clock::time_point deadline, byte_vector& answer);
 
-    /// For all that answer: waits for the first until the deadline, and then for more for so long.
+    /// For several that answer: waits until the deadline for one that decides, and is late, with
+    /// the other answers, if none does. `decides` is called on a thread of libnats.
     asking ask_all(const std::string& subject, std::string_view question_bytes,
-                   steady_clock::time_point deadline, platform::milliseconds more,
+                   steady_clock::time_point deadline, const answer_test& decides,
                    std::vector<byte_vector>& answers);
 
 private:
     struct question {
+        const answer_test& decides;
         platform::event changed{platform::reset_mode::automatic, false};
         asking state = asking::late;
-        std::vector<byte_vector> answers;
+        std::vector<byte_vector> answers{};
     };
 
     void take(const received_message& message);

@@ -18,21 +18,26 @@ struct lost_range {
     std::uint64_t to = 0;
 };
 
-/// Any thread. Numbers that follow each other are told together when they come in fast.
+/// Numbers that follow each other are told together when they come in fast.
 class lost_events {
 public:
     lost_events(IModule& module, task_runner& tasks);
 
-    /// Has a task broadcast what was lost.
-    void tell(lost_range lost);
+    /// What is to be told of; true when nothing waited for that before. Any thread.
+    bool note(lost_range lost);
 
-private:
+    /// Has a task broadcast what was noted. Any thread that may post tasks.
+    void tell();
+
+    /// Broadcasts it on this thread.
     void broadcast_all();
 
+private:
     const std::shared_ptr<IEventRouting> events_;
     task_runner& tasks_;
-    platform::critical_section guard_;                      // between who tells and the task
-    std::vector<lost_range> untold_ ZEL_GUARDED_BY(guard_); // a task is posted unless empty
+    platform::critical_section guard_; // between who notes and who tells
+    std::vector<lost_range> untold_ ZEL_GUARDED_BY(guard_);
+    bool is_posted_ ZEL_GUARDED_BY(guard_) = false; // a task is to broadcast them
 };
 
 } // namespace zel::event_routing::nats

@@ -1,6 +1,7 @@
 // The check of options: every mistake is found before anything is made.
 #include "framework/exceptions/exceptions.h"
 #include "libraries/nats_bridge/subject.h"
+#include "libraries/nats_bridge/task_runner.h"
 
 #include <event_routing/nats_bridge.h>
 
@@ -33,6 +34,8 @@ void check_events(const char* list, const std::string& realm,
         } catch (const exceptions::error& failure) {
             refuse(place, failure.what());
         }
+        if (channel == task_service)
+            refuse(element(list, i) + ".channel", "'" + channel + "' is the bridge's own.");
         if (pattern.empty() || pattern.find(';') != pattern.npos)
             refuse(place, "no broadcast reaches '" + pattern + "'.");
         for (std::size_t j = 0; j < i; ++j)

@@ -49,6 +49,8 @@ TEST(BridgeOptions, AreRefusedWithThePlaceOfTheMistake) {
                   o.ask_requests = {{"a", std::chrono::milliseconds(0)}};
               }),
               "Option ask_requests[0].time_out: it must be positive.");
+    EXPECT_EQ(failure_of([](auto& o) { o.import_events[0].channel = "event_routing.bridge"; }),
+              "Option import_events[0].channel: 'event_routing.bridge' is the bridge's own.");
     EXPECT_EQ(failure_of([](auto& o) { o.most_waiting = 0; }),
               "Option most_waiting: at least one event has to find room.");
 }

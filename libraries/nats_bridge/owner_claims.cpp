@@ -15,9 +15,8 @@ namespace {
 constexpr log::log_area bridge_log("nats_bridge");
 constinit log::source_position not_owned("event_routing/libraries/nats_bridge/owner_claims.cpp", 1);
 
+// How long an owner may take to refuse. Hosts that give way say nothing about one that owns.
 constexpr platform::milliseconds longest_question{2000};
-// When one host has answered, how long others may take: as many as want the same at once.
-constexpr platform::milliseconds for_others{100};
 // A host that listens and does not answer may be suspended, and is asked again.
 constexpr platform::milliseconds retry{1000};
 
@@ -112,14 +111,17 @@ void owner_claims::claim_all() {
 // False when nobody can tell for now.
 bool owner_claims::try_claim(const std::string& pattern) {
     std::vector<byte_vector> answers;
+    const auto refuses = [](std::span<const std::uint8_t> answer) {
+        return read_envelope<claim_envelope>(answer).gives_way == 0;
+    };
     const auto outcome =
         others_.ask_all(subject_of_claim(pattern), envelope_bytes(claim_envelope{origin_, 0}),
-                        steady_clock::now() + longest_question, for_others, answers);
-    if (outcome != asking::nobody && outcome != asking::answered)
+                        steady_clock::now() + longest_question, refuses, answers);
+    const bool all_give_way = outcome == asking::late && !answers.empty();
+    if (outcome != asking::nobody && outcome != asking::answered && !all_give_way)
         return false;
-    for (const auto& bytes : answers)
-        if (const auto other = read_envelope<claim_envelope>(bytes); other.gives_way == 0)
-            settle(pattern, other.origin);
+    if (outcome == asking::answered)
+        settle(pattern, read_envelope<claim_envelope>(answers.back()).origin);
     const std::string owner = settle(pattern, "");
     if (owner.empty())
         serve_(pattern);

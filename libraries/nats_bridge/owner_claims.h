@@ -10,8 +10,8 @@
 //     owns                                    is refused
 //
 // To be asked by a smaller origin and to become the owner exclude each other under one lock. Two
-// halves of a realm that do not see each other may have an owner each; when they meet again, one of
-// the two answers each request.
+// halves of a realm that do not see each other may have an owner each, and so may two hosts one of
+// which was suspended while the other claimed; from then on one of the two answers each request.
 #pragma once
 
 #include "libraries/nats_bridge/exchange.h"

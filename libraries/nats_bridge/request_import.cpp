@@ -4,8 +4,6 @@
 #include "libraries/nats_bridge/payload.h"
 #include "libraries/nats_bridge/subject.h"
 
-#include <event_routing/exceptions.h>
-
 #include <platform/diagnostics.h>
 
 #include <typeinfo>
@@ -106,8 +104,6 @@ answer_envelope request_import::answer_of(const request_envelope& request, execu
     counters::add(counts_.requests_served);
     try {
         (this->*execute)(request, about, data, answer);
-    } catch (const request_was_not_processed&) {
-        answer.outcome = static_cast<std::uint8_t>(answer_outcome::declined);
     } catch (const std::exception& failure) {
         fail(type_of(failure), failure.what());
     } catch (...) {
@@ -120,7 +116,11 @@ void request_import::send_request(const request_envelope& request, routing_param
                                   const request_data& data, answer_envelope& answer) {
     request_answer response;
     request_answer error_response;
-    get_request_routing(module_)->SendRequest(request.path, data, response, error_response, about);
+    // An exception would not tell that nobody answers from a handler whose own request nobody does.
+    about[event_routing::parameter::suppress_not_processed_exception] = 1;
+    if (!get_request_routing(module_)->SendRequest(request.path, data, response, error_response,
+                                                   about))
+        answer.outcome = static_cast<std::uint8_t>(answer_outcome::declined);
     answer.response = carry(response);
     answer.error_response = carry(error_response);
 }

@@ -67,7 +67,6 @@ void requests::end(platform::milliseconds limit) {
     hosts_.end();
     network_.stop_receiving(left());
     tasks_.wait_until_idle(left()); // they answer
-    network_.close(left());
 }
 
 } // namespace zel::event_routing::nats

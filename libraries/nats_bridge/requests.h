@@ -29,6 +29,9 @@ public:
     /// Takes nothing more in either direction; what is being asked or executed has so long.
     void end(platform::milliseconds limit);
 
+    /// After that, when no task runs any more: until then tasks answer.
+    void close(platform::milliseconds limit) { network_.close(limit); }
+
 private:
     const bridge_options& options_;
     const std::string origin_;

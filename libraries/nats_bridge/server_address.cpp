@@ -36,10 +36,14 @@ std::string without_password(const std::string& server) {
     return std::string(scheme) + std::string(rest);
 }
 
+bool is_encrypted(const bridge_options& options) {
+    return !options.ca_file.empty() || !options.certificate_file.empty() ||
+           std::any_of(options.servers.begin(), options.servers.end(),
+                       [](const auto& server) { return server.starts_with("tls://"); });
+}
+
 bool can_be_overheard(const bridge_options& options, const std::string& server) {
-    const bool is_encrypted = !options.ca_file.empty() || !options.certificate_file.empty();
-    const auto [scheme, rest] = parts_of(server);
-    return !is_encrypted && scheme != "tls://" && !is_on_this_machine(rest);
+    return !is_encrypted(options) && !is_on_this_machine(parts_of(server).rest);
 }
 
 } // namespace zel::event_routing::nats

@@ -61,6 +61,8 @@ void snowball_export::send(const sent_snowballs& sent, const std::string& path,
             hosts_.forget(host); // it has gone, and nothing was sent to it
             continue;
         }
+        if (answer->outcome == static_cast<std::uint8_t>(answer_outcome::declined))
+            continue; // nobody has added to it there, and the answer carries no outputs
         auto read = remote_calls::read(question, answer->response);
         error_response = remote_calls::read(question, answer->error_response);
         response = std::move(read);

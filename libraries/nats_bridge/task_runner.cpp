@@ -8,7 +8,7 @@
 namespace zel::event_routing::nats {
 
 task_runner::task_runner(IModule& module)
-    : service_(get_named_event_routing(module, "event_routing.bridge")),
+    : service_(get_named_event_routing(module, task_service)),
       path_(module.CreateUniqueName("task")),
       handler_(service_->RegisterEventHandler(
           nullptr, path_, nullptr, [this](auto&&...) { run_next(); }, "work of a bridge")) {}
@@ -31,6 +31,8 @@ void task_runner::run_next() {
     std::function<void()> work;
     {
         platform::scoped_lock inside(guard_);
+        if (waiting_.empty())
+            return; // somebody else has broadcast on this service
         work = std::move(waiting_.front());
         waiting_.pop_front();
     }

@@ -17,6 +17,9 @@
 
 namespace zel::event_routing::nats {
 
+/// The name of that service.
+inline constexpr const char* task_service = "event_routing.bridge";
+
 class task_runner {
 public:
     explicit task_runner(IModule& module);
