@@ -52,7 +52,7 @@ TEST(BridgeComponent, DoesNotStartWithoutAConfigurationAndSaysWhichVariableAndFi
     const auto failure_of_loading = [&](const std::string& file) {
         host_process host("loading", server, file);
         host.begin(load);
-        const auto line = host.program().read_line(platform::milliseconds(60'000));
+        const auto line = host.program().read_line();
         EXPECT_EQ(host.end(), 0);
         return line ? words_in(*line).at(1) : "";
     };

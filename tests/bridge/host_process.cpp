@@ -8,8 +8,6 @@ namespace zel::event_routing::nats {
 
 namespace {
 
-constexpr platform::milliseconds patience{60'000};
-
 std::string hex(const std::string& text) {
     std::string digits;
     for (const unsigned char byte : text)
@@ -45,12 +43,9 @@ std::string server_program() {
     static const std::string found = [] {
         // Debian puts it where only root looks for programs.
         for (const char* program : {"nats-server", "/usr/sbin/nats-server"}) {
-            try {
-                platform::piped_program asked({program, "--version"});
-                if (asked.read_line(patience) && asked.wait() == 0)
-                    return std::string(program);
-            } catch (const std::system_error&) {
-            }
+            platform::piped_program asked({program, "--version"});
+            if (asked.read_line() && asked.wait() == 0)
+                return std::string(program);
         }
         return std::string();
     }();
@@ -60,7 +55,7 @@ std::string server_program() {
 void server::start() {
     program_ = std::make_unique<platform::piped_program>(
         words{server_program(), "-a", "127.0.0.1", "-p", port(), "-l", "/dev/null"});
-    ASSERT_TRUE(platform::is_listened_to(port_, patience)) << "nats-server does not answer";
+    platform::wait_for_listener(port_);
 }
 
 void server::kill() {
@@ -85,7 +80,7 @@ void host_process::begin(const words& command) {
 
 std::vector<words> host_process::answer() {
     std::vector<words> lines;
-    while (const auto line = program_.read_line(patience)) {
+    while (const auto line = program_.read_line()) {
         words entry = words_in(*line);
         if (entry.front() == "ok")
             return lines;
@@ -95,7 +90,7 @@ std::vector<words> host_process::answer() {
         }
         lines.push_back(std::move(entry));
     }
-    ADD_FAILURE() << name_ << " does not answer";
+    ADD_FAILURE() << name_ << " has ended";
     return lines;
 }
 
