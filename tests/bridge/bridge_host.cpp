@@ -2,8 +2,10 @@
 //
 //     bridge_host NAME PORT
 //
-// A line is a command and its arguments, each in hexadecimal digits ("-" for an empty one). Every
-// command is answered by lines in the same form, the last of which begins with "ok" or "failed".
+// A line is a command and its arguments. Every command is answered by lines, the last of which
+// begins with "ok" or "failed".
+#include "tests/bridge/lines.h"
+
 #include <event_routing/client.h>
 #include <event_routing/component_host.h>
 #include <event_routing/exceptions.h>
@@ -18,7 +20,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -28,28 +29,10 @@ namespace {
 
 using namespace zel;
 using namespace zel::event_routing;
-using words = std::vector<std::string>;
-
-std::string hex(const std::string& text) {
-    std::string digits;
-    for (const unsigned char byte : text)
-        for (const int digit : {byte >> 4, byte & 15})
-            digits += "0123456789abcdef"[digit];
-    return digits.empty() ? "-" : digits;
-}
-
-std::string from_hex(const std::string& digits) {
-    std::string text;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-    return text;
-}
+using nats::words;
 
 void say(const words& line) {
-    std::string text = line.front();
-    for (std::size_t i = 1; i < line.size(); ++i)
-        text += ' ' + hex(line[i]);
-    std::cout << text << '\n' << std::flush;
+    std::cout << nats::line_of(line) << '\n' << std::flush;
 }
 
 // Longer than the whole test may take, so that a busy machine fails none.
@@ -166,10 +149,7 @@ public:
 
     int run() {
         for (std::string line; std::getline(std::cin, line);) {
-            std::istringstream in(line);
-            words command;
-            for (std::string word; in >> word;)
-                command.push_back(command.empty() ? word : from_hex(word));
+            words command = nats::words_in(line);
             if (command[0] == "quit")
                 break;
             command.resize(std::max<std::size_t>(command.size(), 4));

@@ -13,7 +13,7 @@
 namespace zel::event_routing::nats {
 namespace {
 
-constexpr const char* lost = "event_routing.bridge.lost";
+constexpr std::size_t sent = 1, not_sent = 3; // of the counts
 const std::string long_path = "a." + std::string(1000, 'x');
 
 class BridgeEvents : public testing::Test {
@@ -38,10 +38,6 @@ words numbers(int from, int to) {
     for (int i = from; i < to; ++i)
         all.push_back(std::to_string(i));
     return all;
-}
-
-std::size_t count_of(host_process& host, std::size_t column) {
-    return std::stoul(host.tell({"counts"}).at(0).at(column));
 }
 
 // How many messages a host was told to have been lost.
@@ -99,10 +95,8 @@ TEST_F(BridgeEvents, ReachWhomTheLocalMapWouldHaveReachedWhateverTheBytesOfThePa
     some_patterns("import", "imported", hearing);
     hearing.tell({"listen", "heard", "*"});
     hearing.tell({"listen", "end", "end.*"});
-    for (auto* host : {&hearing, &sending}) {
-        host->tell({"start"});
-        host->tell({"ready"});
-    }
+    for (auto* host : {&hearing, &sending})
+        host->start();
     for (int i = 0; i < 400; ++i) {
         std::string paths = any_path(4);
         while (random() % 3 == 0)
@@ -142,10 +136,7 @@ TEST_F(BridgeEvents, ReachEveryHostOfAMeshOnceAndInOrder) {
     std::vector<std::unique_ptr<host_process>> hosts;
     for (const char* name : {"one", "two", "three"}) {
         auto& host = *hosts.emplace_back(std::make_unique<host_process>(name, server_));
-        host.tell({"export", "mesh.*"});
-        host.tell({"import", "mesh.*"});
-        host.tell({"listen", "seen", "mesh.*"});
-        host.tell({"start"});
+        host.tell_all("export mesh.*; import mesh.*; listen seen mesh.*; start");
     }
     for (auto& host : hosts)
         host->tell({"ready"});
@@ -170,26 +161,17 @@ TEST_F(BridgeEvents, ReachEveryHostOfAMeshOnceAndInOrder) {
 TEST_F(BridgeEvents, EndAfterEightHopsBetweenComponentsThatSendThemOn) {
     host_process one("one", server_);
     host_process two("two", server_);
-    for (auto* host : {&one, &two}) {
-        host->tell({"export", "ball"});
-        host->tell({"export", "end"});
-        host->tell({"import", "ball"});
-        host->tell({"import", "end"});
-        host->tell({"listen", "seen", "*"});
-        host->tell({"echo", "ball"});
-        host->tell({"start"});
-        host->tell({"ready"});
-    }
+    for (auto* host : {&one, &two})
+        host->tell_all("export ball; export end; import ball; import end; listen seen *; "
+                       "echo ball; start; ready");
     one.tell({"send", "ball", "ping"});
     // Each catches it four times and sends it on, which its own listener hears, too; the first
     // host hears its own beginning and does not send the last on.
-    one.tell({"await", "seen", "9"});
-    two.tell({"await", "seen", "8"});
+    one.tell_all("await seen 9");
     // What is sent now comes after whatever else was under way.
-    two.tell({"send", "end", ""});
-    one.tell({"await", "seen", "10"});
-    one.tell({"send", "end", ""});
-    two.tell({"await", "seen", "10"});
+    two.tell_all("await seen 8; send end last");
+    one.tell_all("await seen 10; send end last");
+    two.tell_all("await seen 10");
     EXPECT_EQ(one.journal("seen").size(), 11U);
     EXPECT_EQ(two.journal("seen").size(), 10U);
 }
@@ -199,22 +181,18 @@ TEST_F(BridgeEvents, WaitForTheServerUpToALimitAndAreToldAsLostBeyond) {
     for (const bool oldest : {false, true}) {
         host_process sending("sending", server_);
         host_process hearing("hearing", server_);
-        hearing.tell({"import", "a"});
-        sending.tell({"export", "a"});
+        hearing.tell_all("import a; listen seen a; start");
+        sending.tell_all("export a; listen lost event_routing.bridge.lost");
         sending.tell({"row", "10", oldest ? "oldest" : "newest"});
-        for (auto* host : {&sending, &hearing}) {
-            host->tell({"listen", "seen", "a"});
-            host->tell({"listen", "lost", lost});
-            host->tell({"start"});
-        }
+        sending.tell({"start"});
         for (int i = 0; i < 100; ++i)
             sending.tell({"send", "a", std::to_string(i)});
         server_.start();
         sending.tell({"ready"});
         hearing.tell({"ready"});
-        while (count_of(sending, 1) + count_of(sending, 3) < 100) { // sent, or not sent
+        while (sending.count(sent) + sending.count(not_sent) < 100) {
         }
-        const auto dropped = count_of(sending, 3);
+        const auto dropped = sending.count(not_sent);
         EXPECT_GE(dropped, 89U) << "one may be on its way to the server beside the ten";
         while (lost_count(sending) < dropped) {
         }
@@ -241,20 +219,15 @@ void expect_all_received_or_lost(const server& with,
     constexpr std::size_t count = 20'014;
     host_process sending("sending", with);
     host_process hearing("hearing", with);
-    sending.tell({"export", "a.*"});
-    sending.tell({"ask", "b"});
-    hearing.tell({"import", "a.*"});
-    for (auto* host : {&sending, &hearing}) {
-        host->tell({"listen", "seen", "a.*"});
-        host->tell({"listen", "lost", lost});
-        host->tell({"start"});
-        host->tell({"ready"});
-    }
+    sending.tell_all("export a.*; ask b");
+    hearing.tell_all("import a.*; listen seen a.*");
+    for (auto* host : {&sending, &hearing})
+        host->tell_all("listen lost event_routing.bridge.lost; start; ready");
     sending.tell({"stream", long_path, "0", "7"}); // each path has a number from now on
     hearing.tell({"await", "seen", "7"});
     disturb(sending, hearing);
-    hearing.tell({"ready"});
-    sending.tell({"ready"});
+    for (auto* host : {&sending, &hearing})
+        host->tell({"ready"});
     // The last of each path shows what is missing before it.
     sending.tell({"stream", long_path, "20007", "20014"});
     std::size_t found = 0;
@@ -279,7 +252,7 @@ TEST_F(BridgeEvents, AreAllReceivedOrToldAsLostWhenTheServerIsKilled) {
         // Most of it is in the server's memory when it is killed.
         hearing.program().suspend();
         sending.tell({"stream", long_path, "7", "20007"});
-        while (count_of(sending, 1) < 20'007) {
+        while (sending.count(sent) < 20'007) {
         }
         server_.kill();
         server_.start();
@@ -301,18 +274,11 @@ TEST_F(BridgeEvents, ThatAreUnderWayAreDeliveredWhenTheBridgeEndsAndTheEndIsClea
     host_process sending("sending", server_);
     host_process hearing("hearing", server_);
     host_process leaving("leaving", server_);
-    sending.tell({"export", "a.*"});
-    for (auto* host : {&hearing, &leaving})
-        host->tell({"import", "a.*"});
-    leaving.tell({"export", "b.*"});
-    for (auto* host : {&sending, &hearing, &leaving}) {
-        host->tell({"listen", "seen", "a.*"});
-        host->tell({"start"});
-        host->tell({"ready"});
-    }
+    sending.tell_all("export a.*; start; ready");
+    hearing.tell_all("import a.*; listen seen a.*; start; ready");
+    leaving.tell_all("import a.*; export b.*; listen seen a.*; start; ready");
     sending.begin({"stream", "a.", "0", "20000"});
-    leaving.tell({"await", "seen", "100"});
-    leaving.tell({"end"}); // in the middle of it
+    leaving.tell_all("await seen 100; end"); // in the middle of it
     const auto left = leaving.journal("seen").size();
     sending.answer();
     hearing.tell({"await", "seen", "20000"});
@@ -329,10 +295,7 @@ TEST_F(BridgeEvents, ThatAreUnderWayAreDeliveredWhenTheBridgeEndsAndTheEndIsClea
 
 TEST_F(BridgeEvents, DoNotHoldTheEndOfABridgeWhoseServerHasStopped) {
     host_process sending("sending", server_);
-    sending.tell({"export", "a.*"});
-    sending.tell({"drain", "200"});
-    sending.tell({"start"});
-    sending.tell({"ready"});
+    sending.tell_all("export a.*; drain 200; start; ready");
     server_.suspend();
     sending.tell({"stream", long_path, "0", "20000"});
     sending.tell({"end"}); // which would never come if it waited for the server

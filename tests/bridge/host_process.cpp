@@ -2,26 +2,11 @@
 
 #include <event_routing/nats_bridge.h>
 
-#include <sstream>
+#include <iterator>
 
 namespace zel::event_routing::nats {
 
 namespace {
-
-std::string hex(const std::string& text) {
-    std::string digits;
-    for (const unsigned char byte : text)
-        for (const int digit : {byte >> 4, byte & 15})
-            digits += "0123456789abcdef"[digit];
-    return digits.empty() ? "-" : digits;
-}
-
-std::string from_hex(const std::string& digits) {
-    std::string text;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-    return text;
-}
 
 std::string variable_set_to(const std::string& configuration) {
     std::string setting = configuration_variable;
@@ -30,14 +15,6 @@ std::string variable_set_to(const std::string& configuration) {
 }
 
 } // namespace
-
-words words_in(const std::string& line) {
-    std::istringstream in(line);
-    words entry;
-    for (std::string word; in >> word;)
-        entry.push_back(entry.empty() ? word : from_hex(word));
-    return entry;
-}
 
 std::string server_program() {
     static const std::string found = [] {
@@ -72,10 +49,7 @@ host_process::host_process(const std::string& name, const server& from,
       program_({"env", variable_set_to(configuration), BRIDGE_HOST_PROGRAM, name, from.port()}) {}
 
 void host_process::begin(const words& command) {
-    std::string line = command.front();
-    for (std::size_t i = 1; i < command.size(); ++i)
-        line += ' ' + hex(command[i]);
-    program_.write_line(line);
+    program_.write_line(line_of(command));
 }
 
 std::vector<words> host_process::answer() {
@@ -92,6 +66,14 @@ std::vector<words> host_process::answer() {
     }
     ADD_FAILURE() << name_ << " has ended";
     return lines;
+}
+
+void host_process::tell_all(const std::string& commands) {
+    std::istringstream all(commands);
+    for (std::string command; std::getline(all, command, ';');) {
+        std::istringstream in(command);
+        tell({std::istream_iterator<std::string>(in), {}});
+    }
 }
 
 std::vector<words> host_process::journal(const std::string& handler) {

@@ -4,6 +4,8 @@
 namespace zel::event_routing::nats {
 namespace {
 
+constexpr std::size_t expired = 7; // of the counts
+
 class BridgeRequests : public testing::Test {
 protected:
     void SetUp() override {
@@ -15,21 +17,12 @@ protected:
     }
 
     void start_asking() { start_asking(*asking_); }
-
-    static void start_asking(host_process& host) {
-        host.tell({"ask", "work.*"});
-        start(host);
-    }
+    static void start_asking(host_process& host) { host.tell_all("ask work.*; start; ready"); }
 
     static void start_serving(host_process& host, const char* mode, const char* behaviour) {
         host.tell({"serve", "work.*", mode});
         host.tell({"answer", "work.*", behaviour});
-        start(host);
-    }
-
-    static void start(host_process& host) {
-        host.tell({"start"});
-        host.tell({"ready"});
+        host.start();
     }
 
     // What became of it, and the answer or the failure's text.
@@ -42,10 +35,6 @@ protected:
     std::pair<std::string, std::string> ask(const std::string& path, const std::string& text,
                                             const std::string& parameter = "") {
         return outcome(asking_->tell({"request", path, text, parameter}));
-    }
-
-    static std::size_t expired(host_process& host) {
-        return std::stoul(host.tell({"counts"}).at(0).at(7));
     }
 
     server server_;
@@ -107,7 +96,7 @@ TEST_F(BridgeRequests, OfUniqueModeAskAllThatServeThemAndAcceptOneAnswer) {
                 host->tell({"serve", "work.*", "unique"});
                 host->tell({"answer", "work.*", host == &one ? first : second});
                 host->tell({"expect", "asking"});
-                start(*host);
+                host->start();
             }
             // They have heard of the sender, and it of them.
             const auto result = ask("work.a", "a").first;
@@ -136,9 +125,7 @@ TEST_F(BridgeRequests, OfUniqueModeAskAllThatServeThemAndAcceptOneAnswer) {
 TEST_F(BridgeRequests, HaveOneOwnerAndASecondClaimNamesIt) {
     start_asking();
     start_serving(*first_, "owner", "reply");
-    second_->tell({"serve", "work.*", "owner"});
-    second_->tell({"answer", "work.*", "reply"});
-    second_->tell({"start"});
+    second_->tell_all("serve work.* owner; answer work.* reply; start");
     second_->program().write_line("ready");
     const auto refused = second_->program().read_line();
     ASSERT_TRUE(refused && refused->starts_with("failed "));
@@ -196,9 +183,8 @@ TEST_F(BridgeRequests, AreNotExecutedOnceTheSenderWaitsNoMore) {
     EXPECT_EQ(ask("work.a", "server", "300").first, "unknown");
     server_.resume();
     EXPECT_EQ(ask("work.a", "last").first, "answered");
-    while (expired(*first_) < 2) {
+    while (first_->count(expired) < 2) {
     }
-    EXPECT_EQ(expired(*first_), 2U);
     words texts;
     for (const auto& entry : first_->journal("asked"))
         texts.push_back(entry.at(2));
@@ -240,8 +226,7 @@ TEST_F(BridgeRequests, AreOfUnknownOutcomeWhenTheirHostIsKilledAndAnsweredWhenIt
     second_->tell({"answer", "work.held", "hold"});
     start_serving(*second_, "any", "reply");
     asking_->begin({"request", "work.held", "ending"});
-    second_->tell({"await", "asked", "1"});
-    second_->tell({"leave"});
+    second_->tell_all("await asked 1; leave");
     while (outcome(another.tell({"request", "work.a"})).first != "nobody") {
     }
     second_->tell({"release"});
@@ -251,16 +236,12 @@ TEST_F(BridgeRequests, AreOfUnknownOutcomeWhenTheirHostIsKilledAndAnsweredWhenIt
 
 TEST_F(BridgeRequests, AsSnowballsGoFromHostToHostAndPassBySilentOnes) {
     host_process third("third", server_);
-    asking_->tell({"snowballs", "menu.*", "send"});
-    asking_->tell({"add", "menu.file", "own"});
-    for (const char* name : {"first", "second", "third"})
-        asking_->tell({"expect", name});
-    asking_->tell({"start"});
+    asking_->tell_all("snowballs menu.* send; add menu.file own; expect first; expect second; "
+                      "expect third; start");
     for (auto* host : {first_.get(), second_.get(), &third}) {
-        host->tell({"snowballs", "menu.*", "serve"});
-        host->tell({"snowballs", "menu.*", "send"}); // and does not send on what came to it
         host->tell({"add", "menu.*", host == &third ? "3" : host == first_.get() ? "1" : "2"});
-        start(*host);
+        // It does not send on what came to it.
+        host->tell_all("snowballs menu.* serve; snowballs menu.* send; start; ready");
     }
     asking_->tell({"ready"});
     const auto send = [&](const std::string& limit = "") {
