@@ -282,14 +282,20 @@ TEST_F(BridgeEvents, ThatAreUnderWayAreDeliveredWhenTheBridgeEndsAndTheEndIsClea
     const auto left = leaving.journal("seen").size();
     sending.answer();
     hearing.tell({"await", "seen", "20000"});
-    sending.begin({"stream", "a.", "20000", "40000"});
-    sending.begin({"end"}); // with much of it in the row
-    sending.answer();
-    sending.answer();
+    // With all of it in the row, for the server comes while the end is on its way.
+    server_.kill();
+    host_process waiting("waiting", server_);
+    waiting.tell_all("export a.*; start; stream a. 20000 40000");
+    waiting.program().suspend();
+    server_.start();
+    hearing.tell({"ready"});
+    waiting.begin({"end"});
+    waiting.program().resume();
+    waiting.answer();
     hearing.tell({"await", "seen", "40000"});
     EXPECT_TRUE(texts_of(hearing.journal("seen")) == numbers(0, 40'000));
     EXPECT_EQ(leaving.journal("seen").size(), left) << "nothing comes after the end";
-    for (auto* host : {&sending, &hearing, &leaving})
+    for (auto* host : {&sending, &hearing, &leaving, &waiting})
         EXPECT_EQ(host->end(), 0);
 }
 
