@@ -103,9 +103,10 @@ public:
                 send(w[1] + std::to_string(i % 7), std::to_string(i), "");
         });
         add_command("await", [this](const words& w) { journal_.await(w[1], std::stoul(w[2])); });
-        add_command("journal", [this](const words&) {
+        add_command("journal", [this](const words& w) {
             for (const auto& entry : journal_.all())
-                say(entry);
+                if (entry.front() == w[1])
+                    say(entry);
         });
         add_command("counts", [this](const words&) {
             const auto counts = bridge_->counts();
@@ -184,7 +185,8 @@ private:
     }
 
     // Notes the name, the paths, the text, and the sender's name for what came over the network,
-    // or all parameters for the name "heard".
+    // or all parameters for the name "heard". The many that are "seen" are kept without their
+    // paths.
     void listen(const std::string& name, const std::string& pattern, const std::string& channel) {
         const auto note = [this, name](const std::string& paths, const event_data& data,
                                        const routing_parameters& about) {
@@ -196,7 +198,7 @@ private:
                               std::to_string(number_or(about, "to", 0))});
             else
                 journal_.add(
-                    {name, paths, text ? *text : "",
+                    {name, name == "seen" ? "" : paths, text ? *text : "",
                      name == "heard" ? text_of(about) : text_or(about, nats::parameter::host, "")});
             return true;
         };

@@ -77,9 +77,7 @@ void host_process::tell_all(const std::string& commands) {
 }
 
 std::vector<words> host_process::journal(const std::string& handler) {
-    auto entries = tell({"journal"});
-    std::erase_if(entries, [&](const words& entry) { return entry.front() != handler; });
-    return entries;
+    return tell({"journal", handler});
 }
 
 int host_process::end() {

@@ -4,11 +4,13 @@
 
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zel::event_routing::nats {
 
 using words = std::vector<std::string>;
+inline constexpr std::string_view hex_digits = "0123456789abcdef";
 
 inline std::string line_of(const words& entry) {
     std::string line = entry.front();
@@ -16,7 +18,7 @@ inline std::string line_of(const words& entry) {
         line += entry[i].empty() ? " -" : " ";
         for (const unsigned char byte : entry[i])
             for (const int digit : {byte >> 4, byte & 15})
-                line += "0123456789abcdef"[digit];
+                line += hex_digits[static_cast<std::size_t>(digit)];
     }
     return line;
 }
@@ -28,7 +30,8 @@ inline words words_in(const std::string& line) {
     for (std::string digits; in >> digits;) {
         std::string& word = entry.emplace_back();
         for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-            word += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+            word +=
+                static_cast<char>(hex_digits.find(digits[i]) * 16 + hex_digits.find(digits[i + 1]));
     }
     return entry;
 }
