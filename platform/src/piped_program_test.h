@@ -1,8 +1,6 @@
 // Programs that a test talks to by lines while they run, and what it does to them.
 #pragma once
 
-#include <platform/timeout.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,15 +8,18 @@
 
 namespace zel::platform {
 
-/// A port of the loopback interface that nobody listens to at the moment.
+/// A port of the loopback interface that nobody listens to at the moment. The system gives it to no
+/// connection, so it is still free when a server that was there comes back.
 std::uint16_t free_port();
 
-/// Whether somebody takes connections there within that time.
-bool is_listened_to(std::uint16_t port, milliseconds limit);
+/// Waits until somebody takes connections there.
+void wait_for_listener(std::uint16_t port);
 
+/// Ends with the thread that has made it, even if that is killed. No operation has a time limit.
 class piped_program {
 public:
-    /// Looked for where the system looks. Throws std::system_error.
+    /// Looked for where the system looks; where there is none it ends with 127. Throws
+    /// std::system_error.
     explicit piped_program(std::vector<std::string> command);
     /// Kills it if it still runs.
     ~piped_program();
@@ -26,8 +27,8 @@ public:
     piped_program& operator=(const piped_program&) = delete;
 
     void write_line(const std::string& line);
-    /// Nothing when the program has closed its output or the time is over.
-    std::optional<std::string> read_line(milliseconds limit);
+    /// Nothing when the program has closed its output.
+    std::optional<std::string> read_line();
 
     void kill();
     void suspend();

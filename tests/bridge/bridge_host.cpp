@@ -2,8 +2,10 @@
 //
 //     bridge_host NAME PORT
 //
-// A line is a command and its arguments, each in hexadecimal digits ("-" for an empty one). Every
-// command is answered by lines in the same form, the last of which begins with "ok" or "failed".
+// A line is a command and its arguments. Every command is answered by lines, the last of which
+// begins with "ok" or "failed".
+#include "tests/bridge/lines.h"
+
 #include <event_routing/client.h>
 #include <event_routing/component_host.h>
 #include <event_routing/exceptions.h>
@@ -18,7 +20,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -28,53 +29,32 @@ namespace {
 
 using namespace zel;
 using namespace zel::event_routing;
-using words = std::vector<std::string>;
-
-std::string hex(const std::string& text) {
-    std::string digits;
-    for (const unsigned char byte : text)
-        for (const int digit : {byte >> 4, byte & 15})
-            digits += "0123456789abcdef"[digit];
-    return digits.empty() ? "-" : digits;
-}
-
-std::string from_hex(const std::string& digits) {
-    std::string text;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-    return text;
-}
+using nats::words;
 
 void say(const words& line) {
-    std::string text = line.front();
-    for (std::size_t i = 1; i < line.size(); ++i)
-        text += ' ' + hex(line[i]);
-    std::cout << text << '\n' << std::flush;
+    std::cout << nats::line_of(line) << '\n' << std::flush;
 }
+
+// Longer than the whole test may take, so that a busy machine fails none.
+constexpr std::chrono::hours ages{1};
 
 // What its handlers were given, a line each.
 class journal {
 public:
     void add(words entry) {
         platform::scoped_lock inside(guard_);
+        ++counts_[entry.front()];
         entries_.push_back(std::move(entry));
         grown_.set();
     }
 
-    // Whether so many entries begin with the word in time.
-    bool reaches(const std::string& first, std::size_t count) {
-        for (;;) {
-            {
-                platform::scoped_lock inside(guard_);
-                std::size_t found = 0;
-                for (const auto& entry : entries_)
-                    found += entry.front() == first;
-                if (found >= count)
-                    return true;
-                grown_.reset();
-            }
-            if (!grown_.wait(platform::milliseconds(30'000)))
-                return false;
+    // Until so many entries begin with the word.
+    void await(const std::string& first, std::size_t count) {
+        for (;; grown_.wait()) {
+            platform::scoped_lock inside(guard_);
+            if (counts_[first] >= count)
+                return;
+            grown_.reset();
         }
     }
 
@@ -86,6 +66,7 @@ public:
 private:
     platform::critical_section guard_; // between handlers and commands
     std::vector<words> entries_ ZEL_GUARDED_BY(guard_);
+    std::map<std::string, std::size_t> counts_ ZEL_GUARDED_BY(guard_); // by their first words
     platform::event grown_{platform::reset_mode::manual, false};
 };
 
@@ -95,6 +76,7 @@ public:
         options_.servers = {"nats://127.0.0.1:" + port};
         options_.realm = "test";
         options_.host = name;
+        options_.drain_limit = ages;
         serialization::register_data_type<std::string>(); // a host that only hears makes none
         add_command("export", [this](const words& w) {
             options_.export_events.push_back({w[1], w[2]});
@@ -110,7 +92,7 @@ public:
         add_command("start",
                     [this](const words&) { bridge_ = std::make_unique<nats::bridge>(options_); });
         add_command("ready", [this](const words&) {
-            if (!bridge_->wait_until_ready(platform::milliseconds(30'000)))
+            if (!bridge_->wait_until_ready(ages))
                 throw exceptions::error("not ready");
         });
         add_command("listen", [this](const words& w) { listen(w[1], w[2], w[3]); });
@@ -120,13 +102,11 @@ public:
             for (int i = std::stoi(w[2]); i < std::stoi(w[3]); ++i)
                 send(w[1] + std::to_string(i % 7), std::to_string(i), "");
         });
-        add_command("await", [this](const words& w) {
-            if (!journal_.reaches(w[1], std::stoul(w[2])))
-                throw exceptions::error("too few");
-        });
-        add_command("journal", [this](const words&) {
+        add_command("await", [this](const words& w) { journal_.await(w[1], std::stoul(w[2])); });
+        add_command("journal", [this](const words& w) {
             for (const auto& entry : journal_.all())
-                say(entry);
+                if (entry.front() == w[1])
+                    say(entry);
         });
         add_command("counts", [this](const words&) {
             const auto counts = bridge_->counts();
@@ -137,7 +117,7 @@ public:
                  std::to_string(counts.late_answers)});
         });
         add_command("ask", [this](const words& w) {
-            options_.ask_requests.push_back({w[1], std::chrono::milliseconds(std::stoi(w[2]))});
+            options_.ask_requests.push_back({w[1], ages});
         });
         add_command("serve", [this](const words& w) {
             options_.serve_requests.push_back({w[1], mode_of(w[2])});
@@ -147,16 +127,19 @@ public:
         add_command("expect", [this](const words& w) { options_.expected_hosts.push_back(w[1]); });
         add_command("snowballs", [this](const words& w) {
             if (w[2] == "send")
-                options_.send_snowballs.push_back({w[1], std::chrono::milliseconds(1000)});
+                options_.send_snowballs.push_back({w[1], ages});
             else
                 options_.serve_snowballs.push_back({w[1]});
         });
         add_command("add", [this](const words& w) { add(w[1], w[2]); });
-        add_command("snowball", [this](const words& w) { snowball(w[1], w[2]); });
+        add_command("snowball", [this](const words& w) { snowball(w[1], w[2], w[3]); });
         add_command("drain", [this](const words& w) {
             options_.drain_limit = std::chrono::milliseconds(std::stoi(w[1]));
         });
         add_command("end", [this](const words&) { bridge_.reset(); });
+        add_command("leave",
+                    [this](const words&) { ending_ = std::jthread([this] { bridge_.reset(); }); });
+        add_command("release", [this](const words&) { released_.set(); });
         add_command("load", [this](const words& w) { components_.start(w[1]); });
         add_command("unload", [this](const words& w) {
             if (const auto end = components_.stop(w[1]); !end.is_unmapped)
@@ -167,10 +150,7 @@ public:
 
     int run() {
         for (std::string line; std::getline(std::cin, line);) {
-            std::istringstream in(line);
-            words command;
-            for (std::string word; in >> word;)
-                command.push_back(command.empty() ? word : from_hex(word));
+            words command = nats::words_in(line);
             if (command[0] == "quit")
                 break;
             command.resize(std::max<std::size_t>(command.size(), 4));
@@ -194,7 +174,19 @@ private:
                                : get_named_event_routing(*module_, channel);
     }
 
-    // Notes the name, the paths, the text, and the sender's name for what came over the network.
+    // All but the origin, which is never the same.
+    static std::string text_of(const routing_parameters& about) {
+        std::string text;
+        for (const auto& [name, value] : about)
+            if (name != nats::parameter::origin)
+                text +=
+                    name + '=' + (value.number ? std::to_string(value.number) : value.text) + ' ';
+        return text;
+    }
+
+    // Notes the name, the paths, the text, and the sender's name for what came over the network,
+    // or all parameters for the name "heard". The many that are "seen" are kept without their
+    // paths.
     void listen(const std::string& name, const std::string& pattern, const std::string& channel) {
         const auto note = [this, name](const std::string& paths, const event_data& data,
                                        const routing_parameters& about) {
@@ -206,7 +198,8 @@ private:
                               std::to_string(number_or(about, "to", 0))});
             else
                 journal_.add(
-                    {name, paths, text ? *text : "", text_or(about, nats::parameter::host, "")});
+                    {name, name == "seen" ? "" : paths, text ? *text : "",
+                     name == "heard" ? text_of(about) : text_or(about, nats::parameter::host, "")});
             return true;
         };
         handlers_.push_back(
@@ -231,6 +224,11 @@ private:
     void send(const std::string& paths, const std::string& text, const std::string& channel) {
         routing_parameters about;
         about["kept"] = 5;
+        for (const char* here_only :
+             {parameter::synchronous, parameter::target_session, parameter::skip_request_fallbacks,
+              parameter::prefer_local_request_handlers,
+              parameter::suppress_not_processed_exception})
+            about[here_only] = 0;
         events(channel)->BroadcastEvent(paths, serialization::make_payload(text), about, nullptr);
     }
 
@@ -251,8 +249,10 @@ private:
                 {"asked", path, text ? *text : "", text_or(about, nats::parameter::host, "")});
             if (what == "throw")
                 throw exceptions::error("no paper");
-            if (what == "slow")
-                platform::sleep_for(platform::milliseconds(500));
+            if (what == "hold")
+                released_.wait();
+            if (what == "die")
+                std::_Exit(1);
             if (what == "error")
                 error_response = serialization::make_payload(std::string("jam"));
             response = serialization::make_payload(options_.host + " has " + (text ? *text : ""));
@@ -318,12 +318,15 @@ private:
             get_snowball_routing(*module_)->RegisterSnowballHandler(pattern, handler, word));
     }
 
-    void snowball(const std::string& path, const std::string& text) {
+    void snowball(const std::string& path, const std::string& text, const std::string& time_out) {
+        routing_parameters about;
+        if (!time_out.empty())
+            about[nats::parameter::time_out] = std::stoi(time_out);
         snowball_result response = serialization::make_payload(text);
         snowball_result error_response;
         try {
             get_snowball_routing(*module_)->SendSnowball(path, nullptr, response, error_response,
-                                                         {});
+                                                         about);
             std::string scratch;
             const auto* const said = serialization::GetDataValue<std::string>(response, scratch);
             say({"result", "came back", said ? *said : ""});
@@ -337,7 +340,9 @@ private:
     journal journal_;
     std::map<std::string, std::function<void(const words&)>> commands_;
     std::vector<std::shared_ptr<tasklib::keep_registered>> handlers_;
+    platform::event released_{platform::reset_mode::manual, false}; // handlers that hold
     std::unique_ptr<nats::bridge> bridge_;
+    std::jthread ending_;
     component_host components_;
     std::jthread flow_;
 };

@@ -20,14 +20,8 @@ TEST(BridgeComponent, IsUnloadedAndLoadedAgainInTrafficAndDoublesNothing) {
                             "import_events": [{"pattern": "a"}]})";
     host_process loading("loading", server, file);
     host_process staying("staying", server);
-    staying.tell({"export", "a"});
-    staying.tell({"import", "b"});
-    staying.tell({"listen", "seen", "b"});
-    loading.tell({"listen", "seen", "a"});
-    staying.tell({"start"});
-    staying.tell({"ready"});
-    staying.tell({"flow", "a"});
-    loading.tell({"flow", "b"});
+    staying.tell_all("export a; import b; listen seen b; start; ready; flow a");
+    loading.tell_all("listen seen a; flow b");
     for (int i = 0; i < 8; ++i) {
         const auto loading_saw = loading.journal("seen").size();
         const auto staying_saw = staying.journal("seen").size();
@@ -52,7 +46,7 @@ TEST(BridgeComponent, DoesNotStartWithoutAConfigurationAndSaysWhichVariableAndFi
     const auto failure_of_loading = [&](const std::string& file) {
         host_process host("loading", server, file);
         host.begin(load);
-        const auto line = host.program().read_line(platform::milliseconds(60'000));
+        const auto line = host.program().read_line();
         EXPECT_EQ(host.end(), 0);
         return line ? words_in(*line).at(1) : "";
     };

@@ -2,28 +2,11 @@
 
 #include <event_routing/nats_bridge.h>
 
-#include <sstream>
+#include <iterator>
 
 namespace zel::event_routing::nats {
 
 namespace {
-
-constexpr platform::milliseconds patience{60'000};
-
-std::string hex(const std::string& text) {
-    std::string digits;
-    for (const unsigned char byte : text)
-        for (const int digit : {byte >> 4, byte & 15})
-            digits += "0123456789abcdef"[digit];
-    return digits.empty() ? "-" : digits;
-}
-
-std::string from_hex(const std::string& digits) {
-    std::string text;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-    return text;
-}
 
 std::string variable_set_to(const std::string& configuration) {
     std::string setting = configuration_variable;
@@ -33,24 +16,13 @@ std::string variable_set_to(const std::string& configuration) {
 
 } // namespace
 
-words words_in(const std::string& line) {
-    std::istringstream in(line);
-    words entry;
-    for (std::string word; in >> word;)
-        entry.push_back(entry.empty() ? word : from_hex(word));
-    return entry;
-}
-
 std::string server_program() {
     static const std::string found = [] {
         // Debian puts it where only root looks for programs.
         for (const char* program : {"nats-server", "/usr/sbin/nats-server"}) {
-            try {
-                platform::piped_program asked({program, "--version"});
-                if (asked.read_line(patience) && asked.wait() == 0)
-                    return std::string(program);
-            } catch (const std::system_error&) {
-            }
+            platform::piped_program asked({program, "--version"});
+            if (asked.read_line() && asked.wait() == 0)
+                return std::string(program);
         }
         return std::string();
     }();
@@ -60,7 +32,7 @@ std::string server_program() {
 void server::start() {
     program_ = std::make_unique<platform::piped_program>(
         words{server_program(), "-a", "127.0.0.1", "-p", port(), "-l", "/dev/null"});
-    ASSERT_TRUE(platform::is_listened_to(port_, patience)) << "nats-server does not answer";
+    platform::wait_for_listener(port_);
 }
 
 void server::kill() {
@@ -77,15 +49,12 @@ host_process::host_process(const std::string& name, const server& from,
       program_({"env", variable_set_to(configuration), BRIDGE_HOST_PROGRAM, name, from.port()}) {}
 
 void host_process::begin(const words& command) {
-    std::string line = command.front();
-    for (std::size_t i = 1; i < command.size(); ++i)
-        line += ' ' + hex(command[i]);
-    program_.write_line(line);
+    program_.write_line(line_of(command));
 }
 
 std::vector<words> host_process::answer() {
     std::vector<words> lines;
-    while (const auto line = program_.read_line(patience)) {
+    while (const auto line = program_.read_line()) {
         words entry = words_in(*line);
         if (entry.front() == "ok")
             return lines;
@@ -95,14 +64,20 @@ std::vector<words> host_process::answer() {
         }
         lines.push_back(std::move(entry));
     }
-    ADD_FAILURE() << name_ << " does not answer";
+    ADD_FAILURE() << name_ << " has ended";
     return lines;
 }
 
+void host_process::tell_all(const std::string& commands) {
+    std::istringstream all(commands);
+    for (std::string command; std::getline(all, command, ';');) {
+        std::istringstream in(command);
+        tell({std::istream_iterator<std::string>(in), {}});
+    }
+}
+
 std::vector<words> host_process::journal(const std::string& handler) {
-    auto entries = tell({"journal"});
-    std::erase_if(entries, [&](const words& entry) { return entry.front() != handler; });
-    return entries;
+    return tell({"journal", handler});
 }
 
 int host_process::end() {

@@ -2,15 +2,12 @@
 #pragma once
 
 #include "platform/src/piped_program_test.h"
+#include "tests/bridge/lines.h"
 
 #include <gtest/gtest.h>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace zel::event_routing::nats {
-
-using words = std::vector<std::string>;
 
 /// Ends the test where the server is not installed.
 #define REQUIRE_NATS_SERVER()                                                                      \
@@ -35,9 +32,6 @@ private:
     std::unique_ptr<platform::piped_program> program_;
 };
 
-/// Of a line that a host has printed.
-words words_in(const std::string& line);
-
 /// bridge_host.cpp says what a host can be told.
 class host_process {
 public:
@@ -54,6 +48,12 @@ public:
         return answer();
     }
 
+    /// Commands of plain words, with ';' between them.
+    void tell_all(const std::string& commands);
+    /// Starts its bridge and waits until that is ready.
+    void start() { tell_all("start;ready"); }
+    /// A figure of its bridge's counts, by its place in the line.
+    std::size_t count(std::size_t place) { return std::stoul(tell({"counts"}).at(0).at(place)); }
     /// What its handler of that name was given so far.
     std::vector<words> journal(const std::string& handler);
 

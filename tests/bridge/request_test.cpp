@@ -1,15 +1,10 @@
 // Requests between processes: what became of each is said honestly.
 #include "tests/bridge/host_process.h"
 
-#include <chrono>
-
 namespace zel::event_routing::nats {
 namespace {
 
-using namespace std::chrono_literals;
-
-// Longer than any test takes that does not wait for it.
-constexpr const char* ages = "60000";
+constexpr std::size_t expired = 7; // of the counts
 
 class BridgeRequests : public testing::Test {
 protected:
@@ -21,20 +16,13 @@ protected:
         second_ = std::make_unique<host_process>("second", server_);
     }
 
-    void start_asking() {
-        asking_->tell({"ask", "work.*", ages});
-        start(*asking_);
-    }
+    void start_asking() { start_asking(*asking_); }
+    static void start_asking(host_process& host) { host.tell_all("ask work.*; start; ready"); }
 
     static void start_serving(host_process& host, const char* mode, const char* behaviour) {
         host.tell({"serve", "work.*", mode});
         host.tell({"answer", "work.*", behaviour});
-        start(host);
-    }
-
-    static void start(host_process& host) {
-        host.tell({"start"});
-        host.tell({"ready"});
+        host.start();
     }
 
     // What became of it, and the answer or the failure's text.
@@ -49,10 +37,6 @@ protected:
         return outcome(asking_->tell({"request", path, text, parameter}));
     }
 
-    static std::size_t expired(host_process& host) {
-        return std::stoul(host.tell({"counts"}).at(0).at(7));
-    }
-
     server server_;
     std::unique_ptr<host_process> asking_;
     std::unique_ptr<host_process> first_;
@@ -65,8 +49,7 @@ TEST_F(BridgeRequests, AreAnsweredDeclinedOrFailedAsTheOneThatServesThemDoes) {
             host_process asking("asking", server_);
             host_process serving("serving", server_);
             serving.tell({"expect", "asking"}); // and is heard of by it
-            asking.tell({"ask", "work.*", ages});
-            start(asking);
+            start_asking(asking);
             const auto ask = [&] { return outcome(asking.tell({"request", "work. \r\n*", "a"})); };
             EXPECT_EQ(ask().first, "nobody") << "before anybody serves it";
             start_serving(serving, mode, behaviour.c_str());
@@ -113,7 +96,7 @@ TEST_F(BridgeRequests, OfUniqueModeAskAllThatServeThemAndAcceptOneAnswer) {
                 host->tell({"serve", "work.*", "unique"});
                 host->tell({"answer", "work.*", host == &one ? first : second});
                 host->tell({"expect", "asking"});
-                start(*host);
+                host->start();
             }
             // They have heard of the sender, and it of them.
             const auto result = ask("work.a", "a").first;
@@ -128,8 +111,9 @@ TEST_F(BridgeRequests, OfUniqueModeAskAllThatServeThemAndAcceptOneAnswer) {
             one.kill(); // without a goodbye
             // Before the server has found that out, nobody can say what became of a request.
             std::string afterwards = "unknown";
-            for (int i = 0; i < 50 && afterwards == "unknown"; ++i)
-                afterwards = ask("work.a", "b", "200").first;
+            for (int limit = 200; afterwards == "unknown" || afterwards == "did not run";
+                 limit *= 2)
+                afterwards = ask("work.a", "b", std::to_string(limit)).first;
             EXPECT_EQ(afterwards, second == "reply"   ? "answered"
                                   : second == "throw" ? "threw"
                                                       : "nobody");
@@ -141,11 +125,9 @@ TEST_F(BridgeRequests, OfUniqueModeAskAllThatServeThemAndAcceptOneAnswer) {
 TEST_F(BridgeRequests, HaveOneOwnerAndASecondClaimNamesIt) {
     start_asking();
     start_serving(*first_, "owner", "reply");
-    second_->tell({"serve", "work.*", "owner"});
-    second_->tell({"answer", "work.*", "reply"});
-    second_->tell({"start"});
+    second_->tell_all("serve work.* owner; answer work.* reply; start");
     second_->program().write_line("ready");
-    const auto refused = second_->program().read_line(30s);
+    const auto refused = second_->program().read_line();
     ASSERT_TRUE(refused && refused->starts_with("failed "));
     EXPECT_NE(refused->find("686f73742027666972737427"), std::string::npos)
         << "host 'first', in hexadecimal digits, in " << *refused;
@@ -154,22 +136,24 @@ TEST_F(BridgeRequests, HaveOneOwnerAndASecondClaimNamesIt) {
     EXPECT_EQ(first_->end(), 0);
     EXPECT_EQ(ask("work.a", "").first, "nobody") << "the second is not the owner now, either";
 
-    // Of hosts that claim it at the same time one wins, too.
-    for (int round = 0; round < 2; ++round) {
+    // Of two that claim it at the same time one wins, too. A third one's answer might come before
+    // the winner's, and that is waited for only so long.
+    EXPECT_EQ(second_->end(), 0);
+    for (int round = 0; round < 4; ++round) {
         std::vector<std::unique_ptr<host_process>> claiming;
-        for (int i = 0; i < 4; ++i) {
+        for (int i = 0; i < 2; ++i) {
             auto& host = *claiming.emplace_back(std::make_unique<host_process>("one", server_));
             host.tell({"serve", "work.*", "owner"});
         }
-        server_.suspend(); // all of them wait for it, and go on at once
+        server_.suspend(); // both wait for it, and go on at once
         for (const std::string command : {"start", "ready"}) {
             for (auto& host : claiming)
                 host->begin({command});
             server_.resume();
             int succeeded = 0;
             for (auto& host : claiming)
-                succeeded += host->program().read_line(30s).value_or("") == "ok";
-            EXPECT_EQ(succeeded, command == "ready" ? 1 : 4) << command;
+                succeeded += host->program().read_line().value_or("") == "ok";
+            EXPECT_EQ(succeeded, command == "ready" ? 1 : 2) << command;
         }
     }
 }
@@ -199,9 +183,8 @@ TEST_F(BridgeRequests, AreNotExecutedOnceTheSenderWaitsNoMore) {
     EXPECT_EQ(ask("work.a", "server", "300").first, "unknown");
     server_.resume();
     EXPECT_EQ(ask("work.a", "last").first, "answered");
-    for (int i = 0; i < 10'000 && expired(*first_) < 2; ++i) {
+    while (first_->count(expired) < 2) {
     }
-    EXPECT_EQ(expired(*first_), 2U);
     words texts;
     for (const auto& entry : first_->journal("asked"))
         texts.push_back(entry.at(2));
@@ -210,14 +193,13 @@ TEST_F(BridgeRequests, AreNotExecutedOnceTheSenderWaitsNoMore) {
 
 TEST_F(BridgeRequests, AreNeverKeptForAServerThatComesBack) {
     start_asking();
-    start_serving(*first_, "owner", "slow");
+    start_serving(*first_, "owner", "hold");
     asking_->begin({"request", "work.a", "under way"});
     first_->tell({"await", "asked", "1"});
     server_.kill();
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(outcome(asking_->answer()).first, "unknown") << "it runs, and nobody can say so";
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 30s) << "told by the broken connection";
+    EXPECT_EQ(outcome(asking_->answer()).first, "unknown") << "told by the broken connection";
     EXPECT_EQ(ask("work.a", "meanwhile").first, "did not run");
+    first_->tell({"release"});
     server_.start();
     first_->tell({"ready"});
     asking_->tell({"ready"});
@@ -230,41 +212,51 @@ TEST_F(BridgeRequests, AreNeverKeptForAServerThatComesBack) {
 
 TEST_F(BridgeRequests, AreOfUnknownOutcomeWhenTheirHostIsKilledAndAnsweredWhenItEnds) {
     start_asking();
-    start_serving(*first_, "any", "slow");
-    asking_->begin({"request", "work.a", "killed", "1000"});
-    first_->tell({"await", "asked", "1"});
-    first_->kill();
-    EXPECT_EQ(outcome(asking_->answer()).first, "unknown");
-    EXPECT_EQ(ask("work.a", "gone").first, "nobody");
+    start_serving(*first_, "any", "die");
+    std::string before;
+    // A busy machine may begin too late, or find out later that the host is gone.
+    for (std::string result = "", limit = "1"; result != "nobody"; limit += '0') {
+        before = result;
+        result = ask("work.a", "fatal", limit).first;
+    }
+    EXPECT_EQ(before, "unknown");
 
-    start_serving(*second_, "any", "slow");
-    asking_->begin({"request", "work.a", "ending"});
-    second_->tell({"await", "asked", "1"});
-    second_->tell({"end"});
+    host_process another("another", server_);
+    start_asking(another);
+    second_->tell({"answer", "work.held", "hold"});
+    start_serving(*second_, "any", "reply");
+    asking_->begin({"request", "work.held", "ending"});
+    second_->tell_all("await asked 1; leave");
+    while (outcome(another.tell({"request", "work.a"})).first != "nobody") {
+    }
+    second_->tell({"release"});
     EXPECT_EQ(outcome(asking_->answer()).first, "answered") << "its end waits for what it executes";
+    EXPECT_EQ(second_->end(), 0);
 }
 
 TEST_F(BridgeRequests, AsSnowballsGoFromHostToHostAndPassBySilentOnes) {
     host_process third("third", server_);
-    asking_->tell({"snowballs", "menu.*", "send"});
-    asking_->tell({"add", "menu.file", "own"});
-    for (const char* name : {"first", "second", "third"})
-        asking_->tell({"expect", name});
-    asking_->tell({"start"});
+    asking_->tell_all("snowballs menu.* send; add menu.file own; expect first; expect second; "
+                      "expect third; start");
     for (auto* host : {first_.get(), second_.get(), &third}) {
-        host->tell({"snowballs", "menu.*", "serve"});
-        host->tell({"snowballs", "menu.*", "send"}); // and does not send on what came to it
         host->tell({"add", "menu.*", host == &third ? "3" : host == first_.get() ? "1" : "2"});
-        start(*host);
+        // It does not send on what came to it.
+        host->tell_all("snowballs menu.* serve; snowballs menu.* send; start; ready");
     }
     asking_->tell({"ready"});
-    const auto send = [&] { return outcome(asking_->tell({"snowball", "menu.file", "start"})); };
+    const auto send = [&](const std::string& limit = "") {
+        return outcome(asking_->tell({"snowball", "menu.file", "start", limit}));
+    };
     EXPECT_EQ(send().second, "start own 1 2 3");
-    second_->program().suspend();
-    EXPECT_EQ(send().second, "start own 1 3");
+    std::string passed;
+    // A busy machine may pass by a host that is only slow.
+    for (int limit = 1000; passed != "start own 1 3"; limit *= 2) {
+        second_->program().suspend();
+        passed = send(std::to_string(limit)).second;
+        second_->program().resume();
+    }
     EXPECT_EQ(third.journal("added").back().at(3), "second") << "the next host is told";
-    second_->program().resume();
-    first_->kill(); // nobody listens there any more, so nothing has to be waited for
+    EXPECT_EQ(first_->end(), 0); // nobody listens there any more, so nothing has to be waited for
     third.tell({"add", "menu.file", "throw"});
     EXPECT_EQ(send(), std::make_pair(std::string("threw"), std::string("no paper")));
     EXPECT_EQ(third.end(), 0);

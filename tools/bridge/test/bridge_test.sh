@@ -22,20 +22,24 @@ fail() {
 check() {
     local expected_code=$1 expected=$2 code=0 printed
     shift 2
-    printed=$(timeout -k 5 60 "$program" "$@" 2>&1 </dev/null) || code=$?
+    printed=$("$program" "$@" 2>&1 </dev/null) || code=$?
     # shellcheck disable=SC2053 # so it is meant
     [[ $code == "$expected_code" && $printed == $expected ]] || fail "$*: ended with $code and $printed"
 }
 
-# wait_for FILE TEXT: until somebody has written it there.
+# start PROGRAM ARGUMENTS...: beside this script, and ends with it even if it is killed.
+start() {
+    setpriv --pdeathsig KILL "$@" &
+    started+=($!)
+}
+
+# wait_for PROCESS FILE TEXT: until it has written that there.
 wait_for() {
-    local tries
-    for ((tries = 0; tries < 600; ++tries)); do
-        ! grep -qsF -- "$2" "$1" || return 0
+    echo "waiting for '$3' in $2"
+    until grep -qsF -- "$3" "$2"; do
+        kill -0 "$1" 2>/dev/null || { fail "no '$3' in $2, but: $(cat "$2")"; return 1; }
         sleep 0.1
     done
-    fail "no '$2' in $1, but: $(cat "$1")"
-    return 1
 }
 
 awk '/^```json$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$document" >press.json
@@ -53,13 +57,8 @@ check 2 "event_routing_bridge: The configuration none.json: it cannot be read: N
 server=$(PATH=$PATH:/usr/sbin command -v nats-server) ||
     { echo "skipped: nats-server is not installed"; exit 77; }
 
-# It tells the port that it has chosen; then it has to come and go at that one.
-"$server" -a 127.0.0.1 -p -1 --ports_file_dir "$scratch" -l server.log &
-started+=($!)
-wait_for server.log "Server is ready"
-port=$(sed -n 's/.*"nats:\/\/127.0.0.1:\([0-9]*\)".*/\1/p' ./*.ports)
-kill "${started[0]}"
-wait "${started[0]}" || true
+# A free one below those that the system gives to outgoing connections.
+until port=$((10000 + RANDOM % 20000)) && ! (: <"/dev/tcp/127.0.0.1/$port") 2>/dev/null; do :; done
 
 # configure NAME MEMBERS
 configure() {
@@ -68,24 +67,21 @@ configure() {
 configure speaking '"export_events": [{"pattern": "spoken"}], "serve_requests": [{"pattern": "name"}]'
 configure listening '"import_events": [{"pattern": "spoken"}], "ask_requests": [{"pattern": "name"}]'
 
-"$program" --config speaking.json "$components" >speaking 2>speaking.log &
+start "$program" --config speaking.json "$components" >speaking 2>speaking.log
 speaking=$!
-"$program" --config listening.json --entry start_listener "$components" >listening 2>listening.log &
+start "$program" --config listening.json --entry start_listener "$components" >listening 2>listening.log
 listening=$!
-started=("$speaking" "$listening")
 # They were there before the server is.
-wait_for speaking.log "there is no connection to a server yet"
+wait_for "$speaking" speaking.log "there is no connection to a server yet"
 [[ ! -s speaking ]] || fail "ready without a server: $(cat speaking)"
-"$server" -a 127.0.0.1 -p "$port" -l server.log &
-started+=($!)
-for output in speaking listening; do
-    wait_for "$output" ready
-done
-wait_for listening.log "speaking: hello, and the speaker is Ada"
+start "$server" -a 127.0.0.1 -p "$port" -l server.log
+wait_for "$speaking" speaking ready
+wait_for "$listening" listening ready
+wait_for "$listening" listening.log "speaking: hello, and the speaker is Ada"
 
 # Who claims what has an owner is told whose it is, and ends.
 code=0
-timeout -k 5 60 "$program" --config speaking.json "$components" >second 2>second.log || code=$?
+"$program" --config speaking.json "$components" >second 2>second.log || code=$?
 ((code == 1)) || fail "a second owner ended with $code"
 grep -q "'name'" second.log || fail "a second owner was told: $(cat second.log)"
 
