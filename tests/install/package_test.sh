@@ -73,7 +73,7 @@ block() {
 }
 
 "$here/../../cmake/make_packages.sh" "$build" "$scratch/packages" >"$scratch/made"
-# The bridge is built where libnats is there.
+# The bridge is built on demand.
 has_bridge=0
 [[ ! -e $build/lib/libevent_routing_nats.so ]] || has_bridge=1
 [[ $(wc -l <"$scratch/made") == $((3 + has_bridge)) ]] ||
