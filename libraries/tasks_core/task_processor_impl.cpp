@@ -80,7 +80,8 @@ void task_processor_impl::execute(const std::shared_ptr<task_ifc>& task, bool cl
             task->run(true); // it is the caller's, and nobody else ends it
         return;
     }
-    const auto stays = task; // whatever the body does to others' references
+    // The body may let go of all other references, the caller's among them.
+    const auto stays = task; // NOLINT(performance-unnecessary-copy-initialization)
     if (!claim) {
         threads_->run_begins();
         run_inside(stays);

@@ -129,7 +129,7 @@ void task_row::append(std::shared_ptr<task_ifc> task) {
     write_place(known, tasks_.size() - 1);
 }
 
-void task_row::write_place(task_ifc& task, std::size_t index) {
+void task_row::write_place(task_ifc& task, std::size_t index) const {
     place_of(task).store(std::uint64_t{number_} << bits_of_task | ((first_ + index) & task_mask),
                          std::memory_order_relaxed);
 }

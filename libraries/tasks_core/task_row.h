@@ -61,7 +61,7 @@ public:
 private:
     std::shared_ptr<task_ifc> pop_front() ZEL_REQUIRES(guard_);
     void append(std::shared_ptr<task_ifc> task) ZEL_REQUIRES(guard_);
-    void write_place(task_ifc& task, std::size_t index) ZEL_REQUIRES(guard_);
+    void write_place(task_ifc& task, std::size_t index) const ZEL_REQUIRES(guard_);
     std::shared_ptr<task_ifc>* find(task_ifc& task) ZEL_REQUIRES(guard_);
 
     // Guards the tasks, and which place is theirs; held for a few steps. Of two rows the one
