@@ -66,9 +66,9 @@ void task_processor_impl::submit(const std::shared_ptr<task_ifc>& task, std::uin
         task->take_submitter();
         throw;
     }
-    // A thread that canceled it a moment ago may have looked for it here in vain. Where the
-    // processor lets the canceling and the storing pass the two looks, both may miss it; then it
-    // is passed over when its turn comes.
+    // A thread that canceled it a moment ago may have looked for it here in vain. On a
+    // CPU that delays stores both looks may come too early; then the task is passed over when its
+    // turn comes.
     if (task->cancellation().is_canceled())
         withdraw(*task);
 }

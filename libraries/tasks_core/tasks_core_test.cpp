@@ -87,9 +87,9 @@ TEST(TaskThreads, LetTheLastOfManyTasksReleaseAllThatBlockBeforeIt) {
 }
 
 TEST(TaskThreads, TakeOverAtOnceFromATaskThatWaitsThroughTheLibrary) {
-    pool p({.cores = 1, .stalled = hours});
     signal ended;
     ended_state_impl state;
+    pool p({.cores = 1, .stalled = hours}); // goes first, since its tasks wait for both
     for (int i = 0; i < 20; ++i) {
         p.submit([&] { state.wait_ended({}); });
         p.submit([&, event = static_cast<zel::platform::event*>(&ended)] {

@@ -64,7 +64,7 @@ std::shared_ptr<task_ifc> worker::next_task() {
     return search();
 }
 
-// The runs are measured from its end.
+// The time of the next runs is counted from the end of the search.
 std::shared_ptr<task_ifc> worker::search() noexcept {
     auto task = threads_.search(seat_);
     looked_ = std::chrono::steady_clock::now();

@@ -22,8 +22,9 @@ inline constexpr std::uint32_t shared_thread_slot = own_thread_slots;
 /// number to the shared one, at its end. Never fails, costs a call.
 ZEL_EXPORT std::uint32_t thread_slot() noexcept;
 
-/// Whether this process was forked from one in which other threads had asked for a slot. Nobody
-/// takes theirs in the child, and what they had begun in their places never ends.
+/// Whether this process was forked from one in which other threads had asked for a slot. Their
+/// numbers are not given out again in the child, and what they had begun in their places never
+/// ends. A thread that was just ending at the fork does not count.
 ZEL_EXPORT bool threads_were_lost() noexcept;
 
 } // namespace zel::platform

@@ -90,20 +90,18 @@ void basic_task::raise_running_thread() {
     });
 }
 
-// Two containers that add the task at the same moment may both find none; then the task leaves
-// the one that came second, and the other one keeps a task that has ended.
+// The first one stays the holder; what another container does with the task is its own affair.
 void basic_task::enter_holder(task_holder_ifc& holder) noexcept {
-    if (!holder_.load(std::memory_order_relaxed))
-        holder_.store(&holder, std::memory_order_release);
+    task_holder_ifc* none = nullptr;
+    holder_.compare_exchange_strong(none, &holder, std::memory_order_release,
+                                    std::memory_order_relaxed);
 }
 
-// No bit for a container whose place another one has taken; but the end of the run, should it
-// come later, sees that.
 bool basic_task::forget_holder(task_holder_ifc& holder) noexcept {
     platform::scoped_lock inside(guard_); // get_container does not ask the holder meanwhile
-    const bool holds = holder_.load(std::memory_order_relaxed) == &holder;
-    const auto before =
-        progress_.fetch_or(holds ? std::uint32_t{forgotten} : 0, std::memory_order_acq_rel);
+    if (holder_.load(std::memory_order_relaxed) != &holder)
+        return true; // the task does not come to it
+    const auto before = progress_.fetch_or(forgotten, std::memory_order_acq_rel);
     return !(before & stopped) || ended_state_->is_ended();
 }
 
@@ -245,13 +243,18 @@ void basic_task::leave_holders(platform::shown_activity& on_thread) {
     if (before & looked_at)
         platform::scoped_lock until_they_have_looked(guard_);
     ended_state_->set_running_thread(platform::no_thread);
-    if (const auto container = container_.lock())
-        container->remove(std::static_pointer_cast<basic_task>(shared_from_this()));
-    if (auto* const holder = holder_.load(std::memory_order_acquire)) {
+    auto* const holder = holder_.load(std::memory_order_acquire);
+    const bool is_held = holder && !(before & forgotten); // then the holder waits for this
+    // That of another copy of the library may be both. Should this be its last reference, it goes
+    // after the task has left it.
+    const auto container = container_.lock();
+    if (container && !(is_held && holder->container() == container))
+        platform::guarded(
+            [&] { container->remove(std::static_pointer_cast<basic_task>(shared_from_this())); });
+    if (holder)
         on_thread.end();
-        if (!(before & forgotten)) // then it waits for this
-            holder->let_go_at_end(*this, *ended_state_);
-    }
+    if (is_held)
+        holder->let_go_at_end(*this, *ended_state_);
 }
 
 } // namespace zel::tasklib

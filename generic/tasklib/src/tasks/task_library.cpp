@@ -17,7 +17,7 @@ namespace {
 constinit log::source_position measurement_missing(__FILE__, 30);
 constexpr int most_pauses = 50;
 
-// The library stands behind it; whoever uses the library without an object of it is inside
+// Guards the library: whoever calls into it without owning one of its objects is inside
 // meanwhile.
 constinit platform::thread_gate gate_of_library;
 // What tasks are made with, as long as the library is there. Acquire and release: who finds it
@@ -130,11 +130,11 @@ own_ended_state::own_ended_state() : state_(make_ended_state_in(room_)) {
 }
 
 own_ended_state::~own_ended_state() {
+    const platform::thread_gate::visit until_it_returns(gate_of_library);
     if (is_separate()) {
         std::destroy_at(std::launder(reinterpret_cast<separate*>(room_)));
         return;
     }
-    const platform::thread_gate::visit until_it_returns(gate_of_library);
     state_->~ended_state_ifc();
 }
 

@@ -34,8 +34,8 @@ struct statistics_data_t {
     /// The paths as BroadcastEvent was given them, in one row: a new one costs a copy and
     /// as a rule no allocation.
     std::string texts;
-    /// So long the texts may get before those that are equal are added up. Thousand usual
-    /// paths do not come to this.
+    /// When the texts are longer than this, equal ones are added up. A thousand usual paths
+    /// stay below.
     std::size_t room_for_texts = 262'144;
     std::uint32_t total_count = 0;
 

@@ -127,8 +127,8 @@ public:
         word_.store(word, std::memory_order_release);
         return true;
     }
-    /// The last that was named here, if this keeper has it, else null. The keeper lives, so
-    /// it has stayed since then.
+    /// The last that was named here, if this keeper has it, else null. As long
+    /// as the keeper lives, what it has and is named here is not destroyed.
     const void* last_of(const void* keeper) const noexcept {
         if (keeper_.load(std::memory_order_relaxed) != keeper)
             return nullptr;
